@@ -1,0 +1,46 @@
+// The threads that share out the processor's work.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace zeph::cpu {
+
+// A pool whose threads sleep while there is nothing to do. The caller of a run takes part in it,
+// and several callers may run at the same time. How work is shared out never changes a result.
+class ThreadPool {
+ public:
+  // `index` counts the tasks of a run from 0; `participant` numbers the threads that take part in
+  // it, from 0 to participants() - 1, so that scratch memory can be kept for each.
+  using Task = void (*)(void* context, int index, int participant);
+
+  explicit ThreadPool(int participants);
+  ~ThreadPool();
+  ThreadPool(const ThreadPool&) = delete;
+  ThreadPool& operator=(const ThreadPool&) = delete;
+
+  // The pool of this process: as many participants as processors that it may run on.
+  static ThreadPool& shared();
+
+  int participants() const { return participants_; }
+
+  // Calls task(context, index, participant) for each index below `count`, once each, in any order
+  // and on any of the threads, and returns when all are done. A task must not raise.
+  void run(int count, Task task, void* context);
+
+ private:
+  struct Run;
+  void work();
+  static void takePart(Run& run, int participant);
+
+  int participants_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::vector<Run*> open_;  // runs that may still have tasks to hand out
+  bool stopping_ = false;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace zeph::cpu

@@ -1,0 +1,27 @@
+// The little of the operating system that the rest needs and the standard library lacks.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace zeph::platform {
+
+// "Linux" or "Windows".
+const char* systemName();
+
+// The operating system's id of the calling thread; never 0.
+std::uint32_t threadId();
+
+// Processors that this process may run on, at least 1.
+int usableProcessors();
+
+// The processor's model as the machine tells it, or "Processor".
+std::string processorModel();
+
+// A path from UTF-8 text. Text with an embedded NUL gives the empty path, which no file has.
+std::filesystem::path pathFromUtf8(std::string_view text);
+std::string pathToUtf8(const std::filesystem::path& path);
+
+}  // namespace zeph::platform

@@ -1,0 +1,60 @@
+// The one way to a simulation: everything that it owns on its device, and what can be asked of it.
+//
+// The flow is dw/dt = -u.grad w + nu lap w on the doubly periodic square of side 2 pi, by a Fourier
+// pseudo-spectral method in single precision. The device decides the time step and keeps the clock;
+// the host queues steps and reads the clock once per batch.
+//
+// A solver has no lock: one thread at a time, with the solver's device selected on it.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "kernels/params.h"
+#include "solver/config.h"
+#include "solver/statistics.h"
+
+namespace zeph {
+
+class Solver {
+ public:
+  // Starts from `samples` (N * N of physical vorticity, index y * N + x) or, where there are none,
+  // from the seeded spectrum of the configuration. Raises std::invalid_argument for a configuration
+  // or samples that are refused, and std::runtime_error for a device that fails.
+  explicit Solver(const Config& config, const std::vector<float>& samples = {});
+  ~Solver();
+  Solver(const Solver&) = delete;
+  Solver& operator=(const Solver&) = delete;
+
+  // Runs at most `steps` steps, and not past `end`, which the last step is cut to meet exactly. The
+  // clock's figures in the result are current; energy and the like are those of the last inspect.
+  Statistics advance(std::int32_t steps, std::optional<double> end = std::nullopt);
+  Statistics inspect();
+  Statistics lastStats() const;
+
+  // Both hold from the next step on, also after a reset.
+  void setReynolds(double reynolds);
+  void setCFL(float cfl);
+
+  // The configuration as constructed.
+  const Config& config() const;
+
+  // Back to time zero, from samples or from the seeded spectrum. The only way out of a failure.
+  void reset(const std::vector<float>& samples = {});
+
+  // A completed field, or null while all three blocks are held.
+  std::shared_ptr<const Frame> snapshot(bool includeVelocity);
+
+  // The Fourier coefficients of the vorticity, N * N of them, element j * N + i.
+  std::vector<V2> spectrum() const;
+
+  // The three planes of a frame on the host: 3 * N * N.
+  std::vector<float> copyFields(const Frame& frame) const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace zeph

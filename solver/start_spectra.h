@@ -1,0 +1,15 @@
+// The seeded start of a flow.
+#pragma once
+
+#include <vector>
+
+#include "kernels/params.h"
+#include "solver/config.h"
+
+namespace zeph {
+
+// The vorticity half spectrum at time zero, N rows of N/2 + 1. A seed stands for one flow: the order
+// of the draws and of the arithmetic is fixed.
+std::vector<V2> startSpectrum(const Config& config);
+
+}  // namespace zeph
