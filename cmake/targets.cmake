@@ -1,0 +1,72 @@
+# How the system's targets are made.
+#
+# A folder's sources are its *.cpp files. A file FILE.isa.cpp is compiled once for each vector
+# instruction set, with ZEPH_ISA naming the namespace of its code and ZEPH_LANES the width of a
+# vector in floats; everything it defines but that namespace has internal linkage, so that no
+# machine ever runs code of a set that it lacks.
+
+add_library(zephane_flags INTERFACE)
+target_compile_options(zephane_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+                                               -ffp-contract=off)
+target_include_directories(zephane_flags INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(zephane_flags INTERFACE ZEPHANE_VERSION="${PROJECT_VERSION}")
+if(ZEPHANE_WERROR)
+  target_compile_options(zephane_flags INTERFACE -Werror)
+endif()
+if(ZEPHANE_SANITIZE)
+  target_compile_options(zephane_flags INTERFACE -fsanitize=${ZEPHANE_SANITIZE}
+                                                 -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zephane_flags INTERFACE -fsanitize=${ZEPHANE_SANITIZE})
+endif()
+
+function(zephane_objects target)
+  set(sources "")
+  foreach(folder IN LISTS ARGN)
+    file(GLOB found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
+    list(APPEND sources ${found})
+  endforeach()
+  list(FILTER sources EXCLUDE REGEX "(\\.isa|/exports)\\.cpp$")
+  add_library(${target} OBJECT ${sources})
+  target_link_libraries(${target} PUBLIC zephane_flags)
+endfunction()
+
+set(ZEPHANE_FLAGS_sse2 -msse2)
+set(ZEPHANE_FLAGS_avx2 -mavx2 -mtune=haswell)
+set(ZEPHANE_FLAGS_avx512 -mavx512f -mavx512dq -mavx512bw -mavx512vl -mprefer-vector-width=512
+                         -mtune=icelake-server)
+set(ZEPHANE_LANES_sse2 4)
+set(ZEPHANE_LANES_avx2 8)
+set(ZEPHANE_LANES_avx512 16)
+
+function(zephane_instruction_sets target)
+  foreach(folder IN LISTS ARGN)
+    file(GLOB found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.isa.cpp)
+    list(APPEND sources ${found})
+  endforeach()
+  foreach(set sse2 avx2 avx512)
+    add_library(${target}_${set} OBJECT ${sources})
+    target_link_libraries(${target}_${set} PRIVATE zephane_flags)
+    target_compile_definitions(${target}_${set} PRIVATE ZEPH_ISA=${set}
+                                                        ZEPH_LANES=${ZEPHANE_LANES_${set}})
+    target_compile_options(${target}_${set} PRIVATE ${ZEPHANE_FLAGS_${set}})
+    target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}_${set}>)
+  endforeach()
+  target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}>)
+endfunction()
+
+function(zephane_library target core)
+  add_library(${target} SHARED boundary/exports.cpp)
+  target_link_libraries(${target} PRIVATE ${core})
+  set(map ${PROJECT_SOURCE_DIR}/boundary/exports.map)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined)
+  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map}
+                                             LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+  if(ZEPHANE_SANITIZE)
+    # The sanitizers' own symbols come from the process that loads the library.
+    set_property(TARGET ${target} PROPERTY LINK_OPTIONS
+                 -Wl,--version-script=${map})
+  else()
+    # The library runs on machines whose own C++ library is older, or missing.
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+endfunction()
