@@ -48,7 +48,10 @@ function(zephane_instruction_sets target)
     target_link_libraries(${target}_${set} PRIVATE zephane_flags)
     target_compile_definitions(${target}_${set} PRIVATE ZEPH_ISA=${set}
                                                         ZEPH_LANES=${ZEPHANE_LANES_${set}})
-    target_compile_options(${target}_${set} PRIVATE ${ZEPHANE_FLAGS_${set}})
+    # Loops become vectors only where a floating-point operation may be done without being needed;
+    # no result depends on that.
+    target_compile_options(${target}_${set} PRIVATE ${ZEPHANE_FLAGS_${set}} -fno-math-errno
+                                                    -fno-trapping-math)
     target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}_${set}>)
   endforeach()
   target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}>)

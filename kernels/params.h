@@ -64,8 +64,14 @@ enum StepState : std::uint32_t { noStep = 0, normalStep = 1, finalStep = 2 };
 constexpr std::uint32_t reductionBlocks = 64;
 constexpr std::uint32_t reductionThreads = 256;
 
-constexpr int paddedResolution(int n) { return 3 * n / 2; }
-constexpr int halfWidth(int n) { return n / 2 + 1; }
-constexpr int paddedStride(int m) { return (m / 2 + 8) & ~7; }  // in complex elements
+constexpr int paddedResolution(int n) {
+  return 3 * n / 2;
+}
+constexpr int halfWidth(int n) {
+  return n / 2 + 1;
+}
+constexpr int paddedStride(int m) {
+  return (m / 2 + 8) & ~7;
+}  // in complex elements
 
 }  // namespace zeph

@@ -16,9 +16,12 @@ void limitInstructionSet(InstructionSet widest);
 template <class T>
 const T& forInstructionSet(const T& sse2, const T& avx2, const T& avx512) {
   switch (instructionSet()) {
-    case InstructionSet::avx512: return avx512;
-    case InstructionSet::avx2: return avx2;
-    default: return sse2;
+    case InstructionSet::avx512:
+      return avx512;
+    case InstructionSet::avx2:
+      return avx2;
+    default:
+      return sse2;
   }
 }
 

@@ -1,6 +1,7 @@
 // The threads that share out the processor's work.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -26,19 +27,26 @@ class ThreadPool {
 
   int participants() const { return participants_; }
 
+  // Lets at most `participants` take part in the runs that follow, at least one; for tests.
+  void limit(int participants);
+
   // Calls task(context, index, participant) for each index below `count`, once each, in any order
   // and on any of the threads, and returns when all are done. A task must not raise.
   void run(int count, Task task, void* context);
 
  private:
   struct Run;
-  void work();
+  void work(int participant);
+  Run* openRun(int participant);
+  void close(Run& run);
   static void takePart(Run& run, int participant);
 
   int participants_;
+  std::atomic<int> limit_;
   std::mutex mutex_;
-  std::condition_variable wake_;
-  std::vector<Run*> open_;  // runs that may still have tasks to hand out
+  std::condition_variable wake_;  // a run has been opened
+  std::condition_variable done_;  // a thread has left a run
+  std::vector<Run*> open_;        // runs that may still have tasks to hand out
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };

@@ -1,0 +1,50 @@
+// The processor's device memory: blocks of pages that the machine can really back.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+
+namespace zeph::cpu {
+
+// Pages cost nothing until they are touched, so the system would promise more than it has and
+// later kill somebody. This ledger refuses a block that the memory left could not back together
+// with the untouched rest of the blocks already given out.
+class DeviceMemory {
+ public:
+  using AvailableBytes = std::uint64_t (*)();
+
+  explicit DeviceMemory(AvailableBytes availableBytes) : availableBytes_(availableBytes) {}
+  ~DeviceMemory();
+  DeviceMemory(const DeviceMemory&) = delete;
+  DeviceMemory& operator=(const DeviceMemory&) = delete;
+
+  // The one of this process.
+  static DeviceMemory& shared();
+
+  // A zeroed block on a 64-byte boundary, or null.
+  void* allocate(std::size_t bytes);
+
+  // False for a pointer that is no block of this memory.
+  bool release(void* pointer);
+
+  // Bytes that one more block could have.
+  std::uint64_t available();
+
+ private:
+  struct Block {
+    void* pages;
+    std::size_t bytes;
+    bool settled;  // every page has been seen in physical memory
+  };
+  std::uint64_t untouched();
+  std::uint64_t availableLocked();
+
+  AvailableBytes availableBytes_;
+  std::mutex mutex_;
+  std::map<void*, Block> blocks_;
+  unsigned placed_ = 0;  // blocks given out so far
+};
+
+}  // namespace zeph::cpu

@@ -1,0 +1,145 @@
+#include "device/cpu/processor.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "device/cpu/memory.h"
+#include "device/cpu/thread_pool.h"
+#include "device/cpu/transform.h"
+#include "platform/memory.h"
+#include "platform/system.h"
+
+namespace zeph {
+
+struct DeviceStream {};
+
+struct DeviceEvent {
+  std::chrono::steady_clock::time_point recorded;
+  bool isRecorded = false;
+};
+
+namespace cpu {
+namespace {
+
+cudaError_t select(int) {
+  return cudaSuccess;
+}
+
+cudaError_t properties(cudaDeviceProp* properties, int) {
+  *properties = {};
+  const int threads = ThreadPool::shared().participants();
+  const std::string name = platform::processorModel() + " (" + std::to_string(threads) +
+                           (threads == 1 ? " thread)" : " threads)");
+  std::snprintf(properties->name, sizeof(properties->name), "%s", name.c_str());
+  properties->totalGlobalMem = platform::physicalMemory();
+  return cudaSuccess;
+}
+
+cudaError_t memoryInfo(std::size_t* available, std::size_t* total) {
+  *available = DeviceMemory::shared().available();
+  *total = platform::physicalMemory();
+  return cudaSuccess;
+}
+
+cudaError_t allocate(void** pointer, std::size_t bytes) {
+  *pointer = DeviceMemory::shared().allocate(bytes);
+  return *pointer != nullptr ? cudaSuccess : cudaErrorMemoryAllocation;
+}
+
+cudaError_t release(void* pointer) {
+  if (pointer == nullptr || DeviceMemory::shared().release(pointer)) return cudaSuccess;
+  return cudaErrorInvalidValue;
+}
+
+cudaError_t copy(void* to, const void* from, std::size_t bytes, cudaMemcpyKind) {
+  if (bytes > 0) std::memcpy(to, from, bytes);
+  return cudaSuccess;
+}
+
+cudaError_t copyAsync(void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind,
+                      cudaStream_t) {
+  return copy(to, from, bytes, kind);
+}
+
+cudaError_t setAsync(void* to, int value, std::size_t bytes, cudaStream_t) {
+  if (bytes > 0) std::memset(to, value, bytes);
+  return cudaSuccess;
+}
+
+cudaError_t createStream(cudaStream_t* stream, unsigned) {
+  *stream = new (std::nothrow) DeviceStream;
+  return *stream != nullptr ? cudaSuccess : cudaErrorMemoryAllocation;
+}
+
+cudaError_t synchronizeStream(cudaStream_t) {
+  return cudaSuccess;
+}
+
+cudaError_t destroyStream(cudaStream_t stream) {
+  delete stream;
+  return cudaSuccess;
+}
+
+cudaError_t createEvent(cudaEvent_t* event) {
+  *event = new (std::nothrow) DeviceEvent;
+  return *event != nullptr ? cudaSuccess : cudaErrorMemoryAllocation;
+}
+
+cudaError_t recordEvent(cudaEvent_t event, cudaStream_t) {
+  event->recorded = std::chrono::steady_clock::now();
+  event->isRecorded = true;
+  return cudaSuccess;
+}
+
+cudaError_t elapsedTime(float* milliseconds, cudaEvent_t begin, cudaEvent_t end) {
+  if (!begin->isRecorded || !end->isRecorded) return cudaErrorInvalidResourceHandle;
+  *milliseconds = std::chrono::duration<float, std::milli>(end->recorded - begin->recorded).count();
+  return cudaSuccess;
+}
+
+cudaError_t destroyEvent(cudaEvent_t event) {
+  delete event;
+  return cudaSuccess;
+}
+
+// The processor's loops follow from the arguments; the shape of the launch is not needed.
+cudaError_t launch(const Kernel& kernel, dim3, dim3, void** arguments, std::size_t, cudaStream_t) {
+  kernel.onProcessor(arguments);
+  return cudaSuccess;
+}
+
+}  // namespace
+
+const DeviceKind processorKind = {
+    .backend = "CPU / built-in FFT",
+    .synchronous = true,
+    .count = [] { return 1; },
+    .select = select,
+    .properties = properties,
+    .memoryInfo = memoryInfo,
+    .allocate = allocate,
+    .release = release,
+    .allocateHost = allocate,
+    .releaseHost = release,
+    .copy = copy,
+    .copyAsync = copyAsync,
+    .setAsync = setAsync,
+    .createStream = createStream,
+    .synchronizeStream = synchronizeStream,
+    .destroyStream = destroyStream,
+    .createEvent = createEvent,
+    .recordEvent = recordEvent,
+    .elapsedTime = elapsedTime,
+    .destroyEvent = destroyEvent,
+    .launch = launch,
+    .lastError = [] { return cudaSuccess; },
+    .createTransform = createTransform,
+    .appendTransform = appendTransform,
+    .destroyTransform = destroyTransform,
+    .transformAllocations = transformAllocations,
+};
+
+}  // namespace cpu
+}  // namespace zeph

@@ -1,0 +1,50 @@
+// The table of operations that each kind of device fills in; see runtime.h for what they do.
+// Ordinals are those of the kind itself, from 0.
+#pragma once
+
+#include "device/runtime.h"
+#include "device/transform.h"
+
+namespace zeph {
+
+struct DeviceKind {
+  const char* backend;
+  bool synchronous;
+
+  int (*count)();
+  cudaError_t (*select)(int ordinal);
+  cudaError_t (*properties)(cudaDeviceProp* properties, int ordinal);
+  cudaError_t (*memoryInfo)(std::size_t* available, std::size_t* total);
+
+  cudaError_t (*allocate)(void** pointer, std::size_t bytes);
+  cudaError_t (*release)(void* pointer);
+  cudaError_t (*allocateHost)(void** pointer, std::size_t bytes);
+  cudaError_t (*releaseHost)(void* pointer);
+  cudaError_t (*copy)(void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind);
+  cudaError_t (*copyAsync)(void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind,
+                           cudaStream_t stream);
+  cudaError_t (*setAsync)(void* to, int value, std::size_t bytes, cudaStream_t stream);
+
+  cudaError_t (*createStream)(cudaStream_t* stream, unsigned flags);
+  cudaError_t (*synchronizeStream)(cudaStream_t stream);
+  cudaError_t (*destroyStream)(cudaStream_t stream);
+
+  cudaError_t (*createEvent)(cudaEvent_t* event);
+  cudaError_t (*recordEvent)(cudaEvent_t event, cudaStream_t stream);
+  cudaError_t (*elapsedTime)(float* milliseconds, cudaEvent_t begin, cudaEvent_t end);
+  cudaError_t (*destroyEvent)(cudaEvent_t event);
+
+  cudaError_t (*launch)(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
+                        std::size_t sharedBytes, cudaStream_t stream);
+  cudaError_t (*lastError)();
+
+  int (*createTransform)(const TransformRequest& request, Transform** transform);
+  int (*appendTransform)(Transform* transform, void* buffer, bool inverse);
+  void (*destroyTransform)(Transform* transform);
+  std::vector<TransformAllocation> (*transformAllocations)(const Transform* transform);
+};
+
+// The kind of the device that the calling thread has selected.
+const DeviceKind& selectedKind();
+
+}  // namespace zeph

@@ -1,0 +1,179 @@
+#include "device/runtime.h"
+
+#include "device/cpu/processor.h"
+#include "device/device_kind.h"
+
+namespace zeph {
+namespace {
+
+struct Place {
+  const DeviceKind* kind;
+  int ordinal;  // within the kind
+};
+
+thread_local int selected = 0;
+
+// The kinds in the order of their ordinals; the processor is the last.
+const DeviceKind* const kinds[] = {&cpu::processorKind};
+
+int deviceCount() {
+  int count = 0;
+  for (const DeviceKind* kind : kinds) count += kind->count();
+  return count;
+}
+
+bool find(int device, Place& place) {
+  if (device < 0) return false;
+  for (const DeviceKind* kind : kinds) {
+    const int count = kind->count();
+    if (device < count) {
+      place = {kind, device};
+      return true;
+    }
+    device -= count;
+  }
+  return false;
+}
+
+}  // namespace
+
+const DeviceKind& selectedKind() {
+  Place place{};
+  return find(selected, place) ? *place.kind : cpu::processorKind;
+}
+
+cudaError_t cudaGetDeviceCount(int* count) {
+  *count = deviceCount();
+  return cudaSuccess;
+}
+
+cudaError_t cudaSetDevice(int device) {
+  Place place{};
+  if (!find(device, place)) return cudaErrorInvalidDevice;
+  const cudaError_t result = place.kind->select(place.ordinal);
+  if (result == cudaSuccess) selected = device;
+  return result;
+}
+
+cudaError_t cudaGetDevice(int* device) {
+  *device = selected;
+  return cudaSuccess;
+}
+
+cudaError_t cudaGetDeviceProperties(cudaDeviceProp* properties, int device) {
+  Place place{};
+  if (!find(device, place)) return cudaErrorInvalidDevice;
+  return place.kind->properties(properties, place.ordinal);
+}
+
+cudaError_t cudaMemGetInfo(std::size_t* available, std::size_t* total) {
+  return selectedKind().memoryInfo(available, total);
+}
+
+// Versions are those of CUDA, whatever device is selected; without its runtime there are none.
+cudaError_t cudaRuntimeGetVersion(int*) {
+  return cudaErrorNotSupported;
+}
+cudaError_t cudaDriverGetVersion(int*) {
+  return cudaErrorNotSupported;
+}
+
+cudaError_t cudaMalloc(void** pointer, std::size_t bytes) {
+  return selectedKind().allocate(pointer, bytes);
+}
+
+cudaError_t cudaFree(void* pointer) {
+  return selectedKind().release(pointer);
+}
+
+cudaError_t cudaMallocHost(void** pointer, std::size_t bytes) {
+  return selectedKind().allocateHost(pointer, bytes);
+}
+
+cudaError_t cudaFreeHost(void* pointer) {
+  return selectedKind().releaseHost(pointer);
+}
+
+cudaError_t cudaMemcpy(void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind) {
+  return selectedKind().copy(to, from, bytes, kind);
+}
+
+cudaError_t cudaMemcpyAsync(void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind,
+                            cudaStream_t stream) {
+  return selectedKind().copyAsync(to, from, bytes, kind, stream);
+}
+
+cudaError_t cudaMemsetAsync(void* to, int value, std::size_t bytes, cudaStream_t stream) {
+  return selectedKind().setAsync(to, value, bytes, stream);
+}
+
+cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned flags) {
+  return selectedKind().createStream(stream, flags);
+}
+
+cudaError_t cudaStreamSynchronize(cudaStream_t stream) {
+  return selectedKind().synchronizeStream(stream);
+}
+
+cudaError_t cudaStreamDestroy(cudaStream_t stream) {
+  return selectedKind().destroyStream(stream);
+}
+
+cudaError_t cudaEventCreate(cudaEvent_t* event) {
+  return selectedKind().createEvent(event);
+}
+
+cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream) {
+  return selectedKind().recordEvent(event, stream);
+}
+
+cudaError_t cudaEventElapsedTime(float* milliseconds, cudaEvent_t begin, cudaEvent_t end) {
+  return selectedKind().elapsedTime(milliseconds, begin, end);
+}
+
+cudaError_t cudaEventDestroy(cudaEvent_t event) {
+  return selectedKind().destroyEvent(event);
+}
+
+cudaError_t cudaLaunchKernel(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
+                             std::size_t sharedBytes, cudaStream_t stream) {
+  return selectedKind().launch(kernel, grid, block, arguments, sharedBytes, stream);
+}
+
+cudaError_t cudaGetLastError() {
+  return selectedKind().lastError();
+}
+
+const char* cudaGetErrorString(cudaError_t error) {
+  switch (error) {
+    case cudaSuccess:
+      return "no error";
+    case cudaErrorInvalidValue:
+      return "invalid argument";
+    case cudaErrorMemoryAllocation:
+      return "out of memory";
+    case cudaErrorInsufficientDriver:
+      return "CUDA driver version is insufficient for CUDA runtime version";
+    case cudaErrorNoDevice:
+      return "no CUDA-capable device is detected";
+    case cudaErrorInvalidDevice:
+      return "invalid device ordinal";
+    case cudaErrorInvalidResourceHandle:
+      return "invalid resource handle";
+    case cudaErrorLaunchFailure:
+      return "unspecified launch failure";
+    case cudaErrorNotSupported:
+      return "operation not supported";
+  }
+  return "unrecognized error code";
+}
+
+bool deviceIsSynchronous() {
+  return selectedKind().synchronous;
+}
+
+const char* deviceBackend() {
+  return selectedKind().backend;
+}
+
+}  // namespace zeph

@@ -1,0 +1,76 @@
+// Everything that a solver owns. Its work is told by subject: solver.cpp (what exists), reset.cpp
+// (how it starts), step_driver.cpp (how it runs), diagnostics.cpp and snapshot.cpp (how it is
+// read).
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "solver/fft_plan.h"
+#include "solver/resources.h"
+#include "solver/solver.h"
+
+namespace zeph {
+
+struct Solver::Impl {
+  explicit Impl(const Config& start);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  cudaStream_t stream() const { return queue.value; }
+  int stages() const { return config.integrator == Integrator::etdrk4 ? 4 : 3; }
+  bool isStress() const { return config.operatorKind == OperatorKind::stress; }
+  std::size_t halfSpectrum() const;  // elements
+  std::size_t samples() const;       // N * N
+
+  // The parameters of a launch, from the figures that hold now.
+  Params params(int stage, std::optional<double> end = std::nullopt) const;
+
+  Statistics advance(std::int32_t steps, std::optional<double> end);
+  void runBatches(std::int32_t steps, std::optional<double> end, double limit);
+  float runBatch(int steps, std::optional<double> end);
+  void runStep(std::optional<double> end);
+  void queueStage(int stage, std::optional<double> end);
+  void queueTerm(const Params& p);
+  void queueTransformBack();
+  void readClock();
+
+  void reset(const std::vector<float>& values);
+  void start(const std::vector<float>& values);
+  void projectSamples(const std::vector<float>& values);
+  void seedSpectrum();
+
+  void requireHealth() const;
+  Statistics lastStats() const;
+  Statistics inspect();
+  void reduceStatistics();
+
+  std::shared_ptr<const Frame> snapshot(bool includeVelocity);
+  std::shared_ptr<float> freeBlock() const;
+  void complete(Frame& frame);
+
+  std::vector<V2> spectrum() const;
+
+  // In the order of their making; they go in the reverse of it, after the stream has come to rest.
+  Config config;
+  CudaQueue queue;
+  TimingEvents events;
+  std::unique_ptr<FftPlan> paddedPlan;   // the nonlinear term, side M
+  std::unique_ptr<FftPlan> gridPlan;     // snapshots, side N
+  std::unique_ptr<FftPlan> complexPlan;  // start from samples; made when first needed
+  DeviceBuffer omega, correction, padded, base, first, middle, predictor, coefficients, clock,
+      cflPartials, statPartials, snapshotSpectra, snapshotPartials;
+  std::array<std::shared_ptr<float>, 3> fields;
+  PinnedData pinned;
+
+  Statistics statistics;
+  double reynolds;
+  float cfl;
+  int n, m, w, s;  // N, M, W, S
+  bool failed = false;
+};
+
+}  // namespace zeph

@@ -1,0 +1,137 @@
+// Time stepping from the host's side. The host never looks at the flow: it queues steps in batches
+// and reads the clock once per batch.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+#include "device/check.h"
+#include "kernels/kernels.h"
+#include "solver/impl.h"
+
+namespace zeph {
+namespace {
+
+constexpr std::int32_t batchLimit = 256;  // steps between two looks at the clock
+
+// The clock reaches an endpoint as a pair of floats, whose sum may fall a few units short of it.
+constexpr double endTolerance = 32 * std::numeric_limits<double>::epsilon();
+
+double reachedFrom(double end) {
+  return end - std::max(std::abs(end), std::numeric_limits<double>::min()) * endTolerance;
+}
+
+void checkRequest(std::int32_t steps, std::optional<double> end) {
+  const bool endIsTime =
+      !end || (std::isfinite(*end) && *end >= 0 && std::isfinite(static_cast<float>(*end)));
+  if (steps < 0 || !endIsTime) throw std::invalid_argument("Invalid steps or endpoint.");
+}
+
+}  // namespace
+
+Statistics Solver::Impl::advance(std::int32_t steps, std::optional<double> end) {
+  checkRequest(steps, end);
+  requireHealth();
+  if (steps == 0) return lastStats();
+  const double limit = end ? reachedFrom(*end) : std::numeric_limits<double>::infinity();
+  if (statistics.time >= limit) return lastStats();
+  try {
+    runBatches(steps, end, limit);
+  } catch (...) {
+    failed = true;
+    throw;
+  }
+  return lastStats();
+}
+
+void Solver::Impl::runBatches(std::int32_t steps, std::optional<double> end, double limit) {
+  float milliseconds = 0;
+  for (std::int32_t remaining = steps; remaining >= 1;) {
+    const std::int32_t batch = std::min(remaining, batchLimit);
+    milliseconds += runBatch(batch, end);
+    remaining -= batch;
+    if (statistics.time >= limit) break;
+  }
+  statistics.gpuMilliseconds = static_cast<double>(milliseconds);
+}
+
+float Solver::Impl::runBatch(int steps, std::optional<double> end) {
+  check(cudaEventRecord(events.begin, stream()), "cudaEventRecord(s.events.begin,stream())");
+  for (int step = 0; step < steps; ++step) {
+    runStep(end);
+    // Behind a final or a failed step the batch is void. Where the clock can be seen at once, the
+    // void steps need not be run.
+    if (deviceIsSynchronous()) {
+      const ClockState& now = *clock.as<const ClockState>();
+      if (now.stepState != normalStep || now.healthy == 0) break;
+    }
+  }
+  check(cudaEventRecord(events.end, stream()), "cudaEventRecord(s.events.end,stream())");
+  readClock();
+  float ms = 0;
+  check(cudaEventElapsedTime(&ms, events.begin, events.end),
+        "cudaEventElapsedTime(&ms,s.events.begin,s.events.end)");
+  return ms;
+}
+
+void Solver::Impl::runStep(std::optional<double> end) {
+  for (int stage = 0; stage < stages(); ++stage) queueStage(stage, end);
+  commitStep(stream(), clock.as<ClockState>(), params(0, end));
+}
+
+void Solver::Impl::queueStage(int stage, std::optional<double> end) {
+  const Params p = params(stage, end);
+  queueTerm(p);
+  queueTransformBack();
+  const StageArrays arrays = {
+      .omega = omega.as<V2>(),
+      .padded = padded.as<const V2>(),
+      .base = base.as<V2>(),
+      .first = first.as<V2>(),
+      .middle = middle.as<V2>(),
+      .predictor = predictor.as<V2>(),
+      .coefficients = coefficients.as<float>(),
+      .clock = clock.as<ClockState>(),
+      .correction = correction.as<V2>(),
+  };
+  advanceStage(stream(), arrays, p);
+}
+
+// The products of the nonlinear term in physical space; at stage 0 also the time step.
+void Solver::Impl::queueTerm(const Params& p) {
+  velocityToPadded(stream(), omega.as<const V2>(), padded.as<V2>(), p);
+  paddedPlan->transform(padded.ptr, isStress() ? 2 : 4, true);
+  if (p.stage == 0) {
+    reduceCFLAndProducts(stream(), padded.as<float>(), cflPartials.as<V2>(), p);
+    selectTimeStep(stream(), cflPartials.as<const V2>(), clock.as<ClockState>(), p);
+  } else {
+    nonlinearProducts(stream(), padded.as<float>(), p);
+  }
+}
+
+void Solver::Impl::queueTransformBack() {
+  paddedPlan->transform(padded.ptr, isStress() ? 2 : 1, false);
+}
+
+void Solver::Impl::readClock() {
+  check(cudaGetLastError(), "cudaGetLastError()");
+  ClockState& hostClock = pinned.data->hostClock;
+  check(cudaMemcpyAsync(&hostClock, clock.ptr, sizeof(hostClock), cudaMemcpyDeviceToHost,
+                        queue.value),
+        "cudaMemcpyAsync(&hostClock,clock.ptr,sizeof(hostClock),cudaMemcpyDeviceToHost,"
+        "queue.value)");
+  check(cudaStreamSynchronize(queue.value), "cudaStreamSynchronize(queue.value)");
+  if (hostClock.healthy == 0) {
+    throw std::runtime_error("The solver encountered a non-finite field or timestep.");
+  }
+  statistics.time =
+      static_cast<double>(hostClock.timeLow) + static_cast<double>(hostClock.timeHigh);
+  statistics.steps = hostClock.steps;
+  statistics.dt = hostClock.dt;
+  statistics.reynolds = reynolds;
+  if (!std::isfinite(statistics.time) || !std::isfinite(statistics.dt)) {
+    throw std::runtime_error("Non-finite clock.");
+  }
+}
+
+}  // namespace zeph
