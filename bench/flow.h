@@ -1,0 +1,83 @@
+// A solver's arrays by themselves, so that single kernels can be timed on a real flow.
+#pragma once
+
+#include <cstring>
+#include <vector>
+
+#include "device/check.h"
+#include "kernels/kernels.h"
+#include "solver/config.h"
+#include "solver/resources.h"
+#include "solver/start_spectra.h"
+
+namespace zeph::bench {
+
+struct Flow {
+  Flow(int resolution, Integrator integrator, OperatorKind operatorKind) {
+    config.resolution = resolution;
+    config.integrator = integrator;
+    config.operatorKind = operatorKind;
+    const std::size_t n = static_cast<std::size_t>(resolution);
+    const std::size_t half = n * static_cast<std::size_t>(halfWidth(resolution));
+    const std::size_t m = static_cast<std::size_t>(paddedResolution(resolution));
+    const std::size_t plane = m * static_cast<std::size_t>(paddedStride(static_cast<int>(m)));
+    for (DeviceBuffer* buffer : {&omega, &base, &first, &middle, &predictor, &correction}) {
+      buffer->allocate(half * sizeof(V2));
+      std::memset(buffer->ptr, 0, buffer->bytes);
+    }
+    coefficients.allocate(6 * half * sizeof(float));
+    padded.allocate(4 * plane * sizeof(V2));
+    std::memset(padded.ptr, 0, padded.bytes);
+    spectra.allocate(3 * half * sizeof(V2));
+    std::memset(spectra.ptr, 0, spectra.bytes);
+    fields.allocate(3 * n * n * sizeof(float));
+    std::memset(fields.ptr, 0, fields.bytes);
+    clock.allocate(sizeof(ClockState));
+    cflPartials.allocate(reductionBlocks * sizeof(V2));
+    partials.allocate(2 * reductionBlocks * sizeof(float4));
+
+    const std::vector<V2> seeded = startSpectrum(config);
+    std::memcpy(omega.ptr, seeded.data(), omega.bytes);
+    ClockState running = {};
+    running.dt = running.rawDt = 1e-4f;
+    running.healthy = 1;
+    running.stepState = normalStep;
+    *clock.as<ClockState>() = running;
+  }
+
+  Params params(int stage) const {
+    const std::uint32_t n = static_cast<std::uint32_t>(config.resolution);
+    return {.resolution = n,
+            .padded = static_cast<std::uint32_t>(paddedResolution(config.resolution)),
+            .method = static_cast<std::uint32_t>(config.integrator),
+            .stage = static_cast<std::uint32_t>(stage),
+            .viscosity = viscosityOf(config.reynolds),
+            .cfl = config.cfl,
+            .fixedDt = 0,
+            .scale = 1.0f / static_cast<float>(n * n),
+            .endHigh = 0,
+            .endLow = 0,
+            .hasEnd = 0,
+            .blocks = reductionBlocks,
+            .operatorKind = static_cast<std::uint32_t>(config.operatorKind)};
+  }
+
+  StageArrays stageArrays() const {
+    return {.omega = omega.as<V2>(),
+            .padded = padded.as<const V2>(),
+            .base = base.as<V2>(),
+            .first = first.as<V2>(),
+            .middle = middle.as<V2>(),
+            .predictor = predictor.as<V2>(),
+            .coefficients = coefficients.as<float>(),
+            .clock = clock.as<ClockState>(),
+            .correction = correction.as<V2>()};
+  }
+
+  Config config;
+  CudaQueue queue;
+  DeviceBuffer omega, base, first, middle, predictor, correction, coefficients, padded, spectra,
+      fields, clock, cflPartials, partials;
+};
+
+}  // namespace zeph::bench

@@ -1,0 +1,37 @@
+// The transforms of one stage: inverse and forward on the padded grid, two fields at a time.
+#include <benchmark/benchmark.h>
+
+#include "bench/flow.h"
+#include "solver/fft_plan.h"
+
+namespace zeph::bench {
+namespace {
+
+void paddedPair(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const Flow flow(n, Integrator::etdrk4, OperatorKind::stress);
+  const int m = paddedResolution(n);
+  FftPlan plan(m, true, paddedStride(m), n / 2, flow.queue.value);
+  plan.application(2);
+  for (auto _ : state) {
+    plan.transform(flow.padded.ptr, 2, true);
+    plan.transform(flow.padded.ptr, 2, false);
+    // Transforms do not scale: what grows from round to round is set back.
+    state.PauseTiming();
+    velocityToPadded(flow.queue.value, flow.omega.as<V2>(), flow.padded.as<V2>(), flow.params(0));
+    state.ResumeTiming();
+  }
+}
+BENCHMARK(paddedPair)
+    ->Arg(256)
+    ->Arg(512)
+    ->Arg(1000)
+    ->Arg(1024)
+    ->Arg(1026)
+    ->Arg(2048)
+    ->Arg(4096)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace
+}  // namespace zeph::bench

@@ -1,0 +1,42 @@
+// The frame around every call of the host: how a request is parsed, and how a result or a failure
+// becomes text that the host owns.
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "boundary/json_reading.h"
+
+namespace zeph {
+
+// Raises std::invalid_argument for a null pointer and for anything but an object, and the JSON
+// library's error for what is no JSON.
+Json parseObject(const char* text);
+
+// Compact JSON. Raises the JSON library's error for a string that is not UTF-8.
+std::string serialise(const Json& value);
+
+// The text itself where it is UTF-8, else with U+FFFD for what is not.
+std::string validUtf8(const char* text);
+
+// In a block of `malloc`, with its NUL; null if there is no memory.
+char* hostText(std::string_view text) noexcept;
+
+// {"error": what}, as a host text.
+char* errorReply(const char* what) noexcept;
+char* unknownFailureReply() noexcept;
+
+// Runs an operation that yields JSON and answers with its text or with an error object.
+template <class Operation>
+char* reply(Operation&& operation) noexcept {
+  try {
+    return hostText(serialise(operation()));
+  } catch (const std::exception& failure) {
+    return errorReply(failure.what());
+  } catch (...) {
+    return unknownFailureReply();
+  }
+}
+
+}  // namespace zeph

@@ -1,0 +1,94 @@
+#include "boundary/engine.h"
+
+#include <array>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "boundary/config.h"
+#include "boundary/display_settings.h"
+#include "boundary/files.h"
+#include "boundary/reports.h"
+
+namespace zeph {
+namespace {
+
+std::vector<float> readInitial(const Json& request, int resolution) {
+  return loadInitialFile(resolution, readPath(request, "initial").value_or(""));
+}
+
+Solver createSolver(const Json& configuration) {
+  const Config config = parseConfig(configuration, Config{});
+  return Solver(config, readInitial(configuration, config.resolution));
+}
+
+Json inspect(Solver& solver, const Json&) {
+  return statisticsReport(solver.inspect());
+}
+
+Json advance(Solver& solver, const Json& request) {
+  const auto until = readNumber(request, "until");
+  const auto steps = readInteger(request, "steps", 1);
+  return statisticsReport(solver.advance(steps, until));
+}
+
+Json set(Solver& solver, const Json& request) {
+  if (const auto reynolds = readNumber(request, "reynolds")) solver.setReynolds(*reynolds);
+  if (const auto cfl = readNumber(request, "cfl")) solver.setCFL(static_cast<float>(*cfl));
+  return Json::object();
+}
+
+Json reset(Solver& solver, const Json& request) {
+  solver.reset(readInitial(request, solver.config().resolution));
+  return statisticsReport(solver.inspect());
+}
+
+template <class Element>
+void writeElements(const std::string& path, const std::vector<Element>& elements) {
+  writeRawFile(path, std::as_bytes(std::span(elements)));
+}
+
+// The frame and the path await a renderer; what the request says of the picture is checked already.
+void exportPicture(const Frame& /*frame*/, const std::string& /*path*/, const Json& request) {
+  const auto pixels = readInteger(request, "pixel_size", 1800);
+  if (pixels < 1 || pixels > 8192) throw std::invalid_argument("PNG size must be 1 through 8192.");
+  readDisplaySettings(request, DisplaySettings{});
+  throw std::runtime_error("This build cannot draw pictures.");
+}
+
+Json exportFiles(Solver& solver, const Json& request) {
+  if (const auto path = readPath(request, "spectrum")) writeElements(*path, solver.spectrum());
+  const bool wanted = readBoolean(request, "snapshot", false);
+  if (!wanted && !findValue(request, "fields") && !findValue(request, "png")) return Json::object();
+  const auto frame = solver.snapshot(readBoolean(request, "include_velocity", true));
+  if (!frame) throw std::runtime_error("No snapshot slot.");
+  if (const auto path = readPath(request, "fields"))
+    writeElements(*path, solver.copyFields(*frame));
+  if (const auto path = readPath(request, "png")) exportPicture(*frame, *path, request);
+  return snapshotReport(*frame);
+}
+
+struct Operation {
+  std::string_view name;
+  Json (*run)(Solver&, const Json&);
+};
+
+constexpr std::array operations{
+    Operation{"inspect", inspect}, Operation{"advance", advance},    Operation{"set", set},
+    Operation{"reset", reset},     Operation{"export", exportFiles},
+};
+
+}  // namespace
+
+EngineHandle::EngineHandle(const Json& configuration) : solver(createSolver(configuration)) {}
+
+Json runOperation(Solver& solver, const Json& request) {
+  const Json* op = findMember(request, "op");
+  const std::string name = op ? op->get<std::string>() : "";
+  for (const Operation& operation : operations)
+    if (operation.name == name) return operation.run(solver, request);
+  throw std::invalid_argument("Unknown engine operation.");
+}
+
+}  // namespace zeph

@@ -1,0 +1,97 @@
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+
+#include "boundary/call_frame.h"
+#include "boundary/engine.h"
+#include "boundary/system_description.h"
+#include "boundary/zephane.h"
+#include "device/check.h"
+#include "platform/system.h"
+
+struct zp_engine {
+  explicit zp_engine(const zeph::Json& configuration) : handle(configuration) {}
+  zeph::EngineHandle handle;
+};
+
+namespace {
+
+using zeph::Json;
+
+void selectDevice() {
+  zeph::check(zeph::cudaSetDevice(zeph::deviceId), "cudaSetDevice(deviceId)");
+}
+
+void storeError(char** error, const char* what) noexcept {
+  if (!error) return;
+  try {
+    *error = zeph::hostText(zeph::validUtf8(what));
+  } catch (...) {
+    *error = nullptr;
+  }
+}
+
+Json callEngine(zp_engine* engine, const char* request) {
+  if (!engine) throw std::invalid_argument("Closed engine.");
+  const std::scoped_lock lock(engine->handle.mutex);
+  selectDevice();
+  return zeph::runOperation(engine->handle.solver, zeph::parseObject(request));
+}
+
+// No view can be created yet, so every handle is a closed one.
+Json refuseUi() {
+  if (zeph::platform::threadId() != zeph::mainThreadId)
+    throw std::runtime_error("UI calls require the main thread.");
+  throw std::invalid_argument("Closed UI.");
+}
+
+}  // namespace
+
+extern "C" {
+
+char* zp_initialize(void) {
+  return zeph::reply(zeph::initialize);
+}
+
+void zp_string_free(char* text) {
+  std::free(text);
+}
+
+zp_engine* zp_engine_create(const char* configuration, char** error) {
+  try {
+    selectDevice();
+    return std::make_unique<zp_engine>(zeph::parseObject(configuration)).release();
+  } catch (const std::exception& failure) {
+    storeError(error, failure.what());
+  } catch (...) {
+    storeError(error, "Unknown native failure");
+  }
+  return nullptr;
+}
+
+char* zp_engine_call(zp_engine* engine, const char* request) {
+  return zeph::reply([=] { return callEngine(engine, request); });
+}
+
+void zp_engine_destroy(zp_engine* engine) {
+  if (!engine) return;
+  zeph::cudaSetDevice(zeph::deviceId);
+  delete engine;
+}
+
+zp_ui* zp_ui_create(void) {
+  return nullptr;
+}
+
+char* zp_ui_attach(zp_ui*, void*) {
+  return zeph::reply(refuseUi);
+}
+
+char* zp_ui_call(zp_ui*, const char*) {
+  return zeph::reply(refuseUi);
+}
+
+void zp_ui_destroy(zp_ui*) {}
+
+}  // extern "C"

@@ -1,0 +1,49 @@
+#include "boundary/files.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "platform/system.h"
+
+namespace zeph {
+namespace {
+
+std::uintmax_t sizeOf(const std::string& path) {
+  std::error_code error;
+  const std::uintmax_t bytes = std::filesystem::file_size(platform::pathFromUtf8(path), error);
+  if (error) throw std::runtime_error("file_size: " + error.message() + ": \"" + path + "\"");
+  return bytes;
+}
+
+}  // namespace
+
+std::vector<float> loadInitialFile(int resolution, const std::string& path) {
+  if (path.empty()) return {};
+  const auto side = static_cast<std::size_t>(resolution);
+  if (sizeOf(path) != std::uintmax_t{side} * side * sizeof(float))
+    throw std::runtime_error("Initial file must contain exactly N² Float32 samples.");
+  return readSamples(path, side * side);
+}
+
+std::vector<float> readSamples(const std::string& path, std::size_t count) {
+  std::vector<float> samples(count);
+  const auto bytes = static_cast<std::streamsize>(count * sizeof(float));
+  std::ifstream file(platform::pathFromUtf8(path), std::ios::binary);
+  if (!file.read(reinterpret_cast<char*>(samples.data()), bytes))
+    throw std::runtime_error("Cannot read initial file.");
+  return samples;
+}
+
+void writeRawFile(const std::string& path, std::span<const std::byte> bytes) {
+  std::ofstream file(platform::pathFromUtf8(path), std::ios::binary);
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  // A full disk may show only when the file is closed.
+  file.close();
+  if (!file) throw std::runtime_error("Cannot write export file.");
+}
+
+}  // namespace zeph

@@ -1,0 +1,23 @@
+// The raw files that a host names: starting fields, spectra and fields, with no header and in the
+// machine's own little-endian floats. Paths are UTF-8 text.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace zeph {
+
+// The N * N samples of a starting field, or none where the path is empty. The samples themselves
+// are not looked at. Raises std::runtime_error.
+std::vector<float> loadInitialFile(int resolution, const std::string& path);
+
+// Exactly `count` floats from the start of a file, which may have become shorter since its size was
+// asked for.
+std::vector<float> readSamples(const std::string& path, std::size_t count);
+
+// Replaces what the file holds. Raises std::runtime_error unless the system has taken every byte.
+void writeRawFile(const std::string& path, std::span<const std::byte> bytes);
+
+}  // namespace zeph

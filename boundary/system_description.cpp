@@ -1,0 +1,88 @@
+#include "boundary/system_description.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+#include <string>
+
+#include "boundary/config.h"
+#include "boundary/decimal.h"
+#include "device/check.h"
+#include "device/runtime.h"
+#include "platform/memory.h"
+#include "platform/system.h"
+
+namespace zeph {
+
+std::uint32_t mainThreadId = 0;
+std::int32_t deviceId = 0;
+std::string gpuName;
+
+namespace {
+
+constexpr int abiVersion = 1;
+
+void adoptMainThread() {
+  const std::uint32_t caller = platform::threadId();
+  if (mainThreadId != 0 && mainThreadId != caller)
+    throw std::runtime_error("Initialize on the main thread.");
+  mainThreadId = caller;
+}
+
+Json describeSystem(const cudaDeviceProp& device) {
+  Json object;
+  object["abi_version"] = abiVersion;
+  object["backend"] = deviceBackend();
+  object["os"] = platform::systemName();
+  object["gpu"] = gpuName;
+  object["physical_memory_bytes"] = platform::physicalMemory();
+  object["gpu_memory_bytes"] = device.totalGlobalMem;
+  object["defaults"] = configToJson(Config{});
+  object["capabilities"] = {
+      {"native_rendering", true}, {"forcing", false}, {"drag", false}, {"vortex_injection", false}};
+  return object;
+}
+
+void addVersions(Json& object) {
+  int version = 0;
+  if (cudaRuntimeGetVersion(&version) == cudaSuccess) object["cuda_runtime_version"] = version;
+  if (cudaDriverGetVersion(&version) == cudaSuccess) object["cuda_driver_version"] = version;
+}
+
+void addDevice(Json& object, int device) {
+  cudaDeviceProp prop;
+  std::size_t available = 0, total = 0;
+  check(cudaGetDeviceProperties(&prop, device), "cudaGetDeviceProperties(&prop,device)");
+  check(cudaMemGetInfo(&available, &total), "cudaMemGetInfo(&available,&total)");
+  object["device_index"] = device;
+  object["compute_capability"] = std::to_string(prop.major) + "." + std::to_string(prop.minor);
+  object["available_memory_bytes"] = available;
+  object["precision"] = "float32";
+}
+
+}  // namespace
+
+std::int32_t chooseDevice() {
+  const char* text = std::getenv("ZEPHANE_DEVICE");
+  if (!text) return 0;
+  if (!isDecimal(text))
+    throw std::invalid_argument("ZEPHANE_DEVICE must be a nonnegative device index.");
+  constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
+  return static_cast<std::int32_t>(decimalValue(text, largest, "stoi argument out of range"));
+}
+
+Json initialize() {
+  adoptMainThread();
+  deviceId = chooseDevice();
+  check(cudaSetDevice(deviceId), "cudaSetDevice(deviceId)");
+  cudaDeviceProp prop;
+  check(cudaGetDeviceProperties(&prop, deviceId), "cudaGetDeviceProperties(&prop,deviceId)");
+  gpuName = prop.name;
+  Json object = describeSystem(prop);
+  addVersions(object);
+  addDevice(object, deviceId);
+  return object;
+}
+
+}  // namespace zeph

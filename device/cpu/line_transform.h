@@ -1,0 +1,173 @@
+// A forward transform of `lanes` lines at once. An inverse one is the same with real and imaginary
+// parts exchanged before and after, which costs nothing where they stand in vectors of their own.
+// For code that is compiled once per instruction set.
+#pragma once
+
+#include "device/cpu/butterflies.h"
+#include "device/cpu/lanes.h"
+#include "device/cpu/line_plan.h"
+
+namespace zeph::cpu::ZEPH_ISA {
+namespace {
+
+// Lines side by side: element j's real parts at float 2 * lanes * j, then its imaginary parts.
+struct Tile {
+  float* data;
+
+  ZEPH_INLINE float* at(int j) const { return data + 2L * lanes * j; }
+  ZEPH_INLINE ComplexLanes load(int j) const {
+    return {*reinterpret_cast<const Lanes*>(at(j)), *reinterpret_cast<const Lanes*>(at(j) + lanes)};
+  }
+  ZEPH_INLINE void store(int j, ComplexLanes value) const {
+    *reinterpret_cast<Lanes*>(at(j)) = value.re;
+    *reinterpret_cast<Lanes*>(at(j) + lanes) = value.im;
+  }
+};
+
+// Elements that are zero whatever stands in memory.
+struct Band {
+  int begin, end;
+
+  ZEPH_INLINE bool holds(int j) const { return j >= begin && j < end; }
+};
+
+struct BandedTile {
+  Tile tile;
+  Band zero;
+
+  ZEPH_INLINE ComplexLanes load(int j) const {
+    return zero.holds(j) ? ComplexLanes{} : tile.load(j);
+  }
+};
+
+// A butterfly at each place of each of `blocks` blocks. The last stage of a line leaves blocks of
+// one element and has no twiddles.
+template <int radix, bool last, class In, class Out>
+inline void butterflies(const LineStage& stage, In in, Out out, int base, int blocks) {
+  const int span = last ? 1 : stage.span;
+  for (int b = 0; b < blocks; ++b, base += radix * span) {
+    const float* w = stage.twiddles;
+    for (int j = base; j < base + span; ++j) {
+      ComplexLanes a[radix];
+      unrolled<radix>([&](auto k) { a[k] = in.load(j + k * span); });
+      butterfly<radix>(a, stage.roots);
+      out.store(j, a[0]);
+      unrolled<radix - 1>([&](auto before) {
+        constexpr int k = before + 1;
+        out.store(j + k * span, last ? a[k] : times(a[k], w + 2 * before));
+      });
+      w += 2 * (radix - 1);
+    }
+  }
+}
+
+template <bool last, class In, class Out>
+inline void oddButterflies(const LineStage& stage, In in, Out out, int base, int blocks) {
+  const int radix = stage.radix;
+  const int span = last ? 1 : stage.span;
+  for (int b = 0; b < blocks; ++b, base += radix * span) {
+    const float* w = stage.twiddles;
+    for (int j = base; j < base + span; ++j) {
+      ComplexLanes a[largestRadix];
+      a[0] = in.load(j);
+      for (int k = 1; k < radix; ++k) a[k] = in.load(j + k * span);
+      oddButterfly(a, radix, stage.roots);
+      out.store(j, a[0]);
+      for (int k = 1; k < radix; ++k, w += 2) {
+        out.store(j + k * span, last ? a[k] : times(a[k], w));
+      }
+    }
+  }
+}
+
+template <bool last, class In, class Out>
+inline void runStage(const LineStage& stage, In in, Out out, int base, int blocks) {
+  switch (stage.radix) {
+    case 2:
+      return butterflies<2, last>(stage, in, out, base, blocks);
+    case 3:
+      return butterflies<3, last>(stage, in, out, base, blocks);
+    case 4:
+      return butterflies<4, last>(stage, in, out, base, blocks);
+    case 5:
+      return butterflies<5, last>(stage, in, out, base, blocks);
+    case 7:
+      return butterflies<7, last>(stage, in, out, base, blocks);
+    case 8:
+      return butterflies<8, last>(stage, in, out, base, blocks);
+    default:
+      return oddButterflies<last>(stage, in, out, base, blocks);
+  }
+}
+
+// Blocks this long stay in a first-level cache of 32 KB.
+constexpr int cachedElements = 24 * 1024 / (2 * laneBytes);
+
+// The stages from `s` on, of the block of `length` elements at `base`: block by block while it is
+// too long for the cache, then stage by stage.
+template <class Out>
+inline void runStages(const LineTables& line, int s, int base, int length, Tile tile, Out out) {
+  const int last = line.stageCount - 1;
+  if (s < last && length > cachedElements) {
+    const LineStage& stage = line.stages[s];
+    runStage<false>(stage, tile, tile, base, 1);
+    for (int k = 0; k < stage.radix; ++k) {
+      runStages(line, s + 1, base + k * stage.span, stage.span, tile, out);
+    }
+    return;
+  }
+  for (; s < last; ++s) {
+    const LineStage& stage = line.stages[s];
+    runStage<false>(stage, tile, tile, base, length / (stage.radix * stage.span));
+  }
+  runStage<true>(line.stages[last], tile, out, base, length / line.stages[last].radix);
+}
+
+// Transforms a line of radices: element j of it is in.load(j), and the element of the result that
+// ends at place p goes to out.store(p, value). `tile` is its memory; `in` and `out` may stand on
+// it.
+template <class In, class Out>
+inline void transformByStages(const LineTables& line, In in, Tile tile, Out out) {
+  if (line.stageCount == 1) {
+    for (int j = 0; j < line.length; ++j) tile.store(j, in.load(j));
+    return runStages(line, 0, 0, line.length, tile, out);
+  }
+  const LineStage& first = line.stages[0];
+  runStage<false>(first, in, tile, 0, 1);
+  for (int k = 0; k < first.radix; ++k) {
+    runStages(line, 1, k * first.span, first.span, tile, out);
+  }
+}
+
+// Bluestein's algorithm, with k j = (k^2 + j^2 - (k - j)^2) / 2: the line times the chirp,
+// convolved with the chirp's conjugate, times the chirp. The tile has room for two inner lines.
+template <class In, class Out>
+inline void transformByChirp(const LineTables& line, In in, Tile tile, Out out) {
+  const LineTables& inner = *line.inner;
+  const Tile second = {tile.at(inner.length)};
+  for (int j = 0; j < line.length; ++j) {
+    tile.store(j, times(in.load(j), line.chirp + 2L * j));
+  }
+  transformByStages(inner, BandedTile{tile, {line.length, inner.length}}, tile, tile);
+  for (int k = 0; k < inner.length; ++k) {
+    const ComplexLanes product = times(tile.load(inner.position[k]), line.filter + 2L * k);
+    second.store(k, {product.im, product.re});
+  }
+  transformByStages(inner, BandedTile{second, {0, 0}}, second, second);
+  for (int k = 0; k < line.length; ++k) {
+    const ComplexLanes convolved = second.load(inner.position[k]);
+    out.store(k, times({convolved.im, convolved.re}, line.chirp + 2L * k));
+  }
+}
+
+template <class In, class Out>
+inline void transformLine(const LineTables& line, In in, Tile tile, Out out) {
+  if (line.inner != nullptr) {
+    transformByChirp(line, in, tile, out);
+  } else {
+    transformByStages(line, in, tile, out);
+  }
+}
+
+}  // namespace
+}  // namespace zeph::cpu::ZEPH_ISA

@@ -1,0 +1,7 @@
+"""``python3 -m zephane``."""
+
+import sys
+
+from .command_line import main
+
+sys.exit(main())

@@ -1,0 +1,158 @@
+"""The native library: where it is found, and its C functions as Python sees them.
+
+Text crosses the boundary as UTF-8 JSON. Every string that the library hands out is returned to it
+at once, and every failure that it reports is raised as ``ZephaneError`` with the library's words.
+"""
+
+from __future__ import annotations
+
+import ctypes
+import ctypes.util
+import json
+import os
+import sys
+import threading
+from pathlib import Path
+from typing import Any, Dict, Iterator, Mapping, Optional, Union
+
+ABI_VERSION = 1
+
+LibraryPath = Union[str, "os.PathLike[str]"]
+
+
+class ZephaneError(RuntimeError):
+    """A failure, in the library's own words."""
+
+
+def library_name() -> str:
+    return "zephane.dll" if sys.platform == "win32" else "libzephane.so"
+
+
+def candidates() -> Iterator[Path]:
+    """The files to look at, in order: beside the package, then the builds of a checkout."""
+    package = Path(__file__).resolve().parent
+    checkout = package.parent.parent
+    for folder in (package, checkout / "build" / "release", checkout / "build"):
+        yield folder / library_name()
+
+
+def find_library(path: Optional[LibraryPath] = None) -> str:
+    """The path of the library, or a name that the system's loader knows it by."""
+    if path is not None:
+        if not Path(path).is_file():
+            raise ZephaneError(f"No library at {os.fspath(path)}.")
+        return str(Path(path).resolve())
+    for candidate in candidates():
+        if candidate.is_file():
+            return str(candidate)
+    known = ctypes.util.find_library("zephane")
+    if known is not None:
+        return known
+    looked = "".join(f"\n  {candidate}" for candidate in candidates())
+    raise ZephaneError(
+        f"The library was not found. Build it, or name its path. Looked at:{looked}\n"
+        "  the libraries that the system's loader knows"
+    )
+
+
+class Library:
+    """The loaded library. It may be used from any thread, but initialized from one only."""
+
+    def __init__(self, path: str) -> None:
+        self.path = path
+        self._initializing = threading.Lock()
+        self._description: Optional[Mapping[str, Any]] = None
+        try:
+            self._functions = ctypes.CDLL(path)
+            self._declare()
+        except (OSError, AttributeError) as failure:
+            raise ZephaneError(f"{path} cannot be used: {failure}") from failure
+
+    def _declare(self) -> None:
+        # Replies are declared as addresses, since c_char_p would copy the text and lose the block.
+        functions, text, reply, handle = (
+            self._functions,
+            ctypes.c_char_p,
+            ctypes.c_void_p,
+            ctypes.c_void_p,
+        )
+        functions.zp_initialize.argtypes = []
+        functions.zp_initialize.restype = reply
+        functions.zp_string_free.argtypes = [reply]
+        functions.zp_string_free.restype = None
+        functions.zp_engine_create.argtypes = [text, ctypes.POINTER(reply)]
+        functions.zp_engine_create.restype = handle
+        functions.zp_engine_call.argtypes = [handle, text]
+        functions.zp_engine_call.restype = reply
+        functions.zp_engine_destroy.argtypes = [handle]
+        functions.zp_engine_destroy.restype = None
+
+    def initialize(self) -> Mapping[str, Any]:
+        """Describe the machine anew, and choose the device that all engines use."""
+        with self._initializing:
+            description = self._result(self._functions.zp_initialize())
+            version = description.get("abi_version")
+            if version != ABI_VERSION:
+                raise ZephaneError(
+                    f"{self.path} has interface version {version}; "
+                    f"this package works with version {ABI_VERSION}."
+                )
+            self._description = description
+            return description
+
+    def description(self) -> Mapping[str, Any]:
+        """What the last initialization told; the first caller initializes."""
+        known = self._description
+        return self.initialize() if known is None else known
+
+    def create(self, config: Mapping[str, Any]) -> int:
+        """A new engine's handle."""
+        error = ctypes.c_void_p()
+        handle = self._functions.zp_engine_create(_encode(config), ctypes.byref(error))
+        if handle:
+            return int(handle)
+        raise ZephaneError(self._take(error.value))
+
+    def call(self, handle: Optional[int], request: Mapping[str, Any]) -> Dict[str, Any]:
+        """One operation on an engine; None stands for a closed one."""
+        return self._result(self._functions.zp_engine_call(handle, _encode(request)))
+
+    def destroy(self, handle: int) -> None:
+        self._functions.zp_engine_destroy(handle)
+
+    def _result(self, address: Optional[int]) -> Dict[str, Any]:
+        reply: Dict[str, Any] = json.loads(self._take(address))
+        if "error" in reply:
+            raise ZephaneError(reply["error"])
+        return reply
+
+    def _take(self, address: Optional[int]) -> str:
+        """Copy a string of the library, and give it back."""
+        if not address:
+            raise MemoryError("The library could not allocate its reply.")
+        try:
+            return ctypes.string_at(address).decode("utf-8", errors="replace")
+        finally:
+            self._functions.zp_string_free(address)
+
+
+def _encode(request: Mapping[str, Any]) -> bytes:
+    return json.dumps(request, ensure_ascii=False).encode("utf-8", errors="surrogateescape")
+
+
+_loading = threading.Lock()
+_loaded: Dict[str, Library] = {}
+_current: Optional[Library] = None
+
+
+def load(path: Optional[LibraryPath] = None) -> Library:
+    """The library at ``path``; without one, the library last loaded, else the first one found."""
+    global _current
+    with _loading:
+        if path is None and _current is not None:
+            return _current
+        found = find_library(path)
+        if found not in _loaded:
+            _loaded[found] = Library(found)
+        _current = _loaded[found]
+        return _current

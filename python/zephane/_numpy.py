@@ -1,0 +1,16 @@
+"""NumPy where it is installed, fetched at first use so that importing the package stays quick."""
+
+from __future__ import annotations
+
+import functools
+from typing import Any
+
+
+@functools.lru_cache(maxsize=None)
+def numpy() -> Any:
+    """The NumPy module, or None."""
+    try:
+        import numpy as module
+    except ImportError:
+        return None
+    return module

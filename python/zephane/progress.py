@@ -1,0 +1,150 @@
+"""How a run goes on: one line that moves on a terminal, or a line every few seconds in a log."""
+
+from __future__ import annotations
+
+import shutil
+import sys
+import time
+from collections import deque
+from types import TracebackType
+from typing import Deque, Optional, TextIO, Tuple, Type
+
+from .records import Statistics
+
+LOG_SECONDS = 5.0
+# Rates are means over this much of the recent past.
+MEMORY_SECONDS = 3.0
+BAR_CELLS = 16
+CLEAR_TO_END = "\x1b[K"
+
+
+class Progress:
+    """Follows a run and says nothing of it."""
+
+    def __init__(self, start: Statistics, steps: Optional[int], until: Optional[float]) -> None:
+        self._start = start
+        self._steps = steps
+        self._until = until
+        self._recent: Deque[Tuple[float, int, float]] = deque()
+        self._recent.append((time.perf_counter(), start.steps, start.simulation_time))
+
+    def update(self, now: Statistics) -> None:
+        moment = time.perf_counter()
+        self._recent.append((moment, now.steps, now.simulation_time))
+        while len(self._recent) > 2 and self._recent[1][0] < moment - MEMORY_SECONDS:
+            self._recent.popleft()
+
+    def __enter__(self) -> Progress:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        pass
+
+    def _rates(self) -> Tuple[float, float]:
+        """Steps, and time of the flow, per second."""
+        (began, steps, flow), (ended, last_steps, last_flow) = self._recent[0], self._recent[-1]
+        seconds = max(ended - began, 1e-9)
+        return (last_steps - steps) / seconds, (last_flow - flow) / seconds
+
+    def _done(self, now: Statistics) -> float:
+        """The share of the run that is done, by the bound that it will meet first."""
+        shares = [0.0]
+        if self._steps:
+            shares.append((now.steps - self._start.steps) / self._steps)
+        if self._until:
+            shares.append(now.simulation_time / self._until)
+        return min(max(shares), 1.0)
+
+    def _left(self, now: Statistics) -> Optional[float]:
+        """Seconds to the end, at the present rate."""
+        step_rate, flow_rate = self._rates()
+        estimates = []
+        if self._steps is not None and step_rate > 0.0:
+            estimates.append((self._start.steps + self._steps - now.steps) / step_rate)
+        if self._until is not None and flow_rate > 0.0:
+            estimates.append((self._until - now.simulation_time) / flow_rate)
+        return max(min(estimates), 0.0) if estimates else None
+
+    def _figures(self, now: Statistics) -> str:
+        end = "" if self._until is None else f" of {self._until:.4g}"
+        steps = "" if self._steps is None else f" of {self._steps}"
+        rate, _ = self._rates()
+        left = self._left(now)
+        remaining = "" if left is None else f"{clock(left)} left  "
+        return (
+            f"{remaining}time {now.simulation_time:.3f}{end}  step {now.steps}{steps}  "
+            f"{rate:.{1 if rate < 100 else 0}f} steps/s"
+        )
+
+
+class TerminalLine(Progress):
+    """A line that is written over at each turn and gone at the end."""
+
+    def __init__(
+        self, stream: TextIO, start: Statistics, steps: Optional[int], until: Optional[float]
+    ) -> None:
+        super().__init__(start, steps, until)
+        self._stream = stream
+        fine = (stream.encoding or "").lower().startswith("utf")
+        self._full, self._empty = ("━", "─") if fine else ("#", "-")
+
+    def update(self, now: Statistics) -> None:
+        super().update(now)
+        done = self._done(now)
+        cells = int(done * BAR_CELLS)
+        bar = self._full * cells + self._empty * (BAR_CELLS - cells)
+        line = f"{bar} {100 * done:3.0f} %  {self._figures(now)}"
+        width = shutil.get_terminal_size().columns - 1
+        self._stream.write(f"\r{line[:width]}{CLEAR_TO_END}")
+        self._stream.flush()
+
+    def __exit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self._stream.write(f"\r{CLEAR_TO_END}")
+        self._stream.flush()
+
+
+class LogLines(Progress):
+    """A line of its own now and then."""
+
+    def __init__(
+        self, stream: TextIO, start: Statistics, steps: Optional[int], until: Optional[float]
+    ) -> None:
+        super().__init__(start, steps, until)
+        self._stream = stream
+        self._last = time.perf_counter()
+
+    def update(self, now: Statistics) -> None:
+        super().update(now)
+        moment = time.perf_counter()
+        if moment - self._last >= LOG_SECONDS:
+            self._last = moment
+            print(f"{100 * self._done(now):3.0f} %  {self._figures(now)}", file=self._stream)
+            self._stream.flush()
+
+
+def shown_progress(
+    wanted: Optional[bool], start: Statistics, steps: Optional[int], until: Optional[float]
+) -> Progress:
+    """The kind of progress that suits the standard error stream; unless told, terminals only."""
+    terminal = sys.stderr.isatty()
+    if wanted is False or (wanted is None and not terminal):
+        return Progress(start, steps, until)
+    kind = TerminalLine if terminal else LogLines
+    return kind(sys.stderr, start, steps, until)
+
+
+def clock(seconds: float) -> str:
+    """Minutes and seconds, with hours where there are any."""
+    minutes, rest = divmod(int(seconds + 0.5), 60)
+    hours, minutes = divmod(minutes, 60)
+    return f"{hours}:{minutes:02}:{rest:02}" if hours else f"{minutes}:{rest:02}"

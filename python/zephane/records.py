@@ -1,0 +1,147 @@
+"""What the library takes and tells, as frozen records: a configuration, and three reports."""
+
+from __future__ import annotations
+
+import dataclasses
+import math
+import struct
+from dataclasses import dataclass
+from typing import Any, Dict, Mapping, Optional, Type, TypeVar
+
+INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
+OPERATORS = ("stress", "advective")
+START_SPECTRA = ("PAO", "KM3")
+
+DISPLAYS = ("vorticity", "speed", "enstrophy")
+PALETTES = ("aurora", "ember", "glacier", "inferno")
+COLOR_RANGES = ("sigma", "exposure")
+
+Record = TypeVar("Record")
+
+
+def _pick(record: Type[Record], values: Mapping[str, Any]) -> Record:
+    """A record from the keys that it knows; newer libraries may tell more."""
+    names = {field.name for field in dataclasses.fields(record)}  # type: ignore[arg-type]
+    return record(**{key: value for key, value in values.items() if key in names})
+
+
+def default_reynolds(resolution: int, k0: int) -> float:
+    """A Reynolds number whose smallest eddies a grid of ``resolution`` just resolves."""
+    exponent = 1.06624 * math.log10(resolution) - 0.083911 * math.log10(k0) + 1.286396
+    return float(10.0**exponent)
+
+
+@dataclass(frozen=True)
+class Config:
+    """What decides a simulation. The library checks the values when an engine is made of them."""
+
+    resolution: int = 1024
+    """Grid points per side of the periodic square: even, 16 to 16384."""
+    k0: int = 4
+    """Peak wavenumber of the start spectrum: 1 to 1000000."""
+    seed: int = 2
+    """Seed of the start field: 0 to 2**64 - 1."""
+    reynolds: float = 27898.36614974335
+    """Reynolds number; the viscosity is its reciprocal. Does not follow the resolution."""
+    cfl: float = 3.0
+    """Courant number of the adaptive time step."""
+    fixed_dt: Optional[float] = None
+    """A fixed time step, or None for the adaptive one."""
+    integrator: str = "etdrk4"
+    """One of ``INTEGRATORS``."""
+    operator: str = "stress"
+    """Form of the nonlinear term, one of ``OPERATORS``."""
+    start_spectrum: str = "PAO"
+    """One of ``START_SPECTRA``."""
+
+    @property
+    def padded_resolution(self) -> int:
+        """Points per side of the grid on which products are formed."""
+        return 3 * self.resolution // 2
+
+    @property
+    def viscosity(self) -> float:
+        """1 / reynolds, rounded to single precision as the solver sees it."""
+        (rounded,) = struct.unpack("<f", struct.pack("<f", 1.0 / self.reynolds))
+        return float(rounded)
+
+    def to_json(self) -> Dict[str, Any]:
+        """The library's form. The seed travels as text, for 64 bits do not fit a double."""
+        return {**dataclasses.asdict(self), "seed": str(self.seed)}
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Config:
+        return _pick(cls, {**values, "seed": int(values["seed"])})
+
+
+@dataclass(frozen=True)
+class Statistics:
+    """Figures of a flow. Energies are means over the square, of u²/2, ω²/2 and |∇ω|²/2."""
+
+    steps: int
+    simulation_time: float
+    dt: float
+    """The last time step."""
+    energy: float
+    enstrophy: float
+    palinstrophy: float
+    palinstrophy_ratio: float
+    """Mean squared wavenumber of the vorticity, over twice the square of the largest one kept."""
+    reynolds: float
+    initial_turnover_time: float
+    """Turnover time of the eddies at the start; 0 for a fluid at rest."""
+    gpu_milliseconds: float
+    """Time that the device spent on the last advance."""
+    allocated_bytes: int
+    """Device memory of the solver."""
+    is_finite: bool
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Statistics:
+        return _pick(cls, values)
+
+
+@dataclass(frozen=True)
+class Snapshot:
+    """Moments of a field at one time."""
+
+    sequence: int
+    """Number of steps taken."""
+    time: float
+    grid_size: int
+    max_vorticity: float
+    """Largest magnitude of the vorticity."""
+    mean_vorticity: float
+    std_vorticity: float
+    max_speed: float
+    """Largest speed; 0 when the velocity was not asked for."""
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Snapshot:
+        return _pick(cls, values)
+
+
+@dataclass(frozen=True)
+class SystemInfo:
+    """What the library runs on, and its default configuration."""
+
+    abi_version: int
+    backend: str
+    os: str
+    gpu: str
+    """Name of the device, be it a GPU or the processor."""
+    device_index: int
+    compute_capability: str
+    precision: str
+    physical_memory_bytes: int
+    gpu_memory_bytes: int
+    available_memory_bytes: int
+    """Device memory that is free now."""
+    capabilities: Mapping[str, bool]
+    defaults: Config
+    cuda_runtime_version: Optional[int] = None
+    cuda_driver_version: Optional[int] = None
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> SystemInfo:
+        return _pick(cls, {**values, "defaults": Config.from_json(values["defaults"])})

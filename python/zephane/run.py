@@ -1,0 +1,158 @@
+"""The command ``run``: one flow, from its options to its report and files."""
+
+from __future__ import annotations
+
+import argparse
+import dataclasses
+import json
+import signal
+import time
+from pathlib import Path
+from types import FrameType, TracebackType
+from typing import Any, Dict, Optional, Type
+
+from .engine import Engine, initialize
+from .picture import LARGEST_SIDE, PictureSettings, render
+from .png import write_png
+from .progress import Progress, shown_progress
+from .records import Config, Statistics, SystemInfo, default_reynolds
+from .report import Outcome, describe_run
+
+# Length of a run that is told no other, in turnover times of its start field.
+TURNOVERS = 4.0
+
+# Time that one request to the engine should take, so that progress moves and Ctrl-C is heard.
+SLICE_SECONDS = 0.15
+SLICE_GROWTH = 8
+LONGEST_SLICE = 1 << 20
+
+
+def run(options: argparse.Namespace) -> int:
+    """Carry out the command; failures are raised."""
+    settings = _picture_settings(options)
+    _check_folders(options)
+    system = initialize(options.library)
+    config = _config(options, system)
+    with Engine(config, initial=options.initial) as engine:
+        start = engine.inspect()
+        until = _endpoint(options, start)
+        with Interruption() as interruption:
+            progress = shown_progress(options.progress, start, options.steps, until)
+            outcome = _advance(engine, start, options.steps, until, progress, interruption)
+        _write_files(engine, options, settings)
+    if options.json:
+        print(json.dumps(dataclasses.asdict(outcome.end), indent=2, sort_keys=True))
+    else:
+        print(describe_run(system, config, outcome, _files(options)))
+    return 0
+
+
+class Interruption:
+    """Ctrl-C while it stands: the first is noted, so that a run can end in good order."""
+
+    def __init__(self) -> None:
+        self.noted = False
+        self._before: Any = None
+
+    def __enter__(self) -> Interruption:
+        self._before = signal.signal(signal.SIGINT, self._note)
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        signal.signal(signal.SIGINT, self._before)
+
+    def _note(self, number: int, frame: Optional[FrameType]) -> None:
+        if self.noted:
+            raise KeyboardInterrupt
+        self.noted = True
+
+
+class Pace:
+    """How many steps to ask for at once, from how long the last ones took."""
+
+    def __init__(self) -> None:
+        self.steps = 1
+
+    def took(self, seconds: float) -> None:
+        wanted = int(self.steps * SLICE_SECONDS / max(seconds, 1e-6))
+        self.steps = max(1, min(wanted, self.steps * SLICE_GROWTH, LONGEST_SLICE))
+
+
+def _advance(
+    engine: Engine,
+    start: Statistics,
+    steps: Optional[int],
+    until: Optional[float],
+    progress: Progress,
+    interruption: Interruption,
+) -> Outcome:
+    """Run to the end, or to Ctrl-C, and take the final figures."""
+    pace, now, device_milliseconds = Pace(), start, 0.0
+    began = time.perf_counter()
+    with progress:
+        while not interruption.noted:
+            left = None if steps is None else steps - now.steps
+            ask = pace.steps if left is None else min(pace.steps, left)
+            asked, before = time.perf_counter(), now.steps
+            now = engine.advance(ask, until)
+            if now.steps > before:
+                device_milliseconds += now.gpu_milliseconds
+            progress.update(now)
+            if now.steps - before < pace.steps:
+                break
+            pace.took(time.perf_counter() - asked)
+    wall = time.perf_counter() - began
+    end = dataclasses.replace(engine.inspect(), gpu_milliseconds=device_milliseconds)
+    return Outcome(start, end, wall, interruption.noted)
+
+
+def _config(options: argparse.Namespace, system: SystemInfo) -> Config:
+    """The defaults with what the command line says; unless it names one, Re suits the grid."""
+    keys = [field.name for field in dataclasses.fields(Config)]
+    given = {key: getattr(options, key) for key in keys if getattr(options, key) is not None}
+    config = dataclasses.replace(system.defaults, **given)
+    if options.reynolds is None and config.resolution > 0 and config.k0 > 0:
+        suited = default_reynolds(config.resolution, config.k0)
+        config = dataclasses.replace(config, reynolds=suited)
+    return config
+
+
+def _endpoint(options: argparse.Namespace, start: Statistics) -> Optional[float]:
+    if options.until is not None or options.steps is not None:
+        return options.until  # type: ignore[no-any-return]
+    return TURNOVERS * (start.initial_turnover_time or 1.0)
+
+
+def _picture_settings(options: argparse.Namespace) -> PictureSettings:
+    if options.png is not None and not 1 <= options.pixels <= LARGEST_SIDE:
+        raise ValueError(f"PNG size must be 1 through {LARGEST_SIDE}.")
+    return PictureSettings(
+        options.display, options.palette, options.color_range, options.exposure, options.sigma
+    )
+
+
+def _files(options: argparse.Namespace) -> Dict[str, str]:
+    files = {"spectrum": options.spectrum, "fields": options.fields, "picture": options.png}
+    return {kind: path for kind, path in files.items() if path is not None}
+
+
+def _check_folders(options: argparse.Namespace) -> None:
+    """A long run should not end in front of a folder that was never there."""
+    for path in _files(options).values():
+        folder = Path(path).absolute().parent
+        if not folder.is_dir():
+            raise ValueError(f"No folder {folder} for {path}.")
+
+
+def _write_files(engine: Engine, options: argparse.Namespace, settings: PictureSettings) -> None:
+    if options.spectrum is not None or options.fields is not None:
+        engine.export(spectrum=options.spectrum, fields=options.fields)
+    if options.png is not None:
+        fields = engine.fields(include_velocity=settings.needs_velocity)
+        pixels = render(fields, settings, options.pixels)
+        write_png(options.png, options.pixels, options.pixels, pixels)

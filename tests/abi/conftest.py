@@ -1,0 +1,56 @@
+"""Fixtures: the library under test, initialized on the main thread, and engines that are closed."""
+
+from __future__ import annotations
+
+import subprocess
+from pathlib import Path
+from typing import Any, Callable, Iterator
+
+import pytest
+
+from .harness import Engine, Library, decode
+
+
+@pytest.fixture(scope="session")
+def library(library_path: Path) -> Library:
+    loaded = Library(library_path)
+    description = decode(loaded.initialize())
+    assert "error" not in description, description
+    return loaded
+
+
+@pytest.fixture
+def make_engine(library: Library) -> Iterator[Callable[..., Engine]]:
+    """Makes engines of the given configuration, with 16 points a side unless told otherwise."""
+    made: list[Engine] = []
+
+    def make(**configuration: Any) -> Engine:
+        made.append(Engine(library, {"resolution": 16, **configuration}))
+        return made[-1]
+
+    yield make
+    for engine in made:
+        engine.close()
+
+
+@pytest.fixture
+def engine(make_engine: Callable[..., Engine]) -> Engine:
+    return make_engine()
+
+
+@pytest.fixture(scope="session")
+def dynamic_symbols(library_path: Path) -> list[tuple[str, str]]:
+    """The kind and name of each dynamic symbol of the library, as nm tells them."""
+    listing = subprocess.run(
+        ["nm", "--dynamic", "--format=posix", str(library_path)],
+        check=True,
+        capture_output=True,
+        text=True,
+    )
+    return [(line.split()[1], line.split()[0]) for line in listing.stdout.splitlines()]
+
+
+@pytest.fixture(scope="session")
+def sanitized(dynamic_symbols: list[tuple[str, str]]) -> bool:
+    """Whether the library was built with a sanitizer."""
+    return any(name.startswith(("__asan_", "__tsan_")) for _, name in dynamic_symbols)

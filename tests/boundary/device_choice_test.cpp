@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "boundary/system_description.h"
+#include "tests/boundary/failure_text.h"
+
+namespace zeph {
+namespace {
+
+class DeviceChoice : public testing::Test {
+ protected:
+  DeviceChoice() {
+    if (const char* value = std::getenv(name)) before_ = value;
+    unsetenv(name);
+  }
+  ~DeviceChoice() override {
+    unsetenv(name);
+    if (before_) choose(*before_);
+  }
+
+  static void choose(const std::string& value) { setenv(name, value.c_str(), 1); }
+
+ private:
+  static constexpr const char* name = "ZEPHANE_DEVICE";
+  std::optional<std::string> before_;
+};
+
+TEST_F(DeviceChoice, TheFirstDeviceIsTheDefault) {
+  EXPECT_EQ(chooseDevice(), 0);
+}
+
+TEST_F(DeviceChoice, TheEnvironmentNamesADeviceByItsIndex) {
+  choose("007");
+  EXPECT_EQ(chooseDevice(), 7);
+  choose("2147483647");
+  EXPECT_EQ(chooseDevice(), 2147483647);
+}
+
+TEST_F(DeviceChoice, AnythingButDigitsIsRefused) {
+  for (const char* value : {"", "-1", "1a", " 1", "1 ", "0x1", "cpu"}) {
+    choose(value);
+    EXPECT_EQ(failureText<std::invalid_argument>(chooseDevice),
+              "ZEPHANE_DEVICE must be a nonnegative device index.");
+  }
+}
+
+TEST_F(DeviceChoice, AnIndexBeyondAnIntegerIsOutOfRange) {
+  for (const char* value : {"99999999999", "2147483648", "99999999999999999999999"}) {
+    choose(value);
+    EXPECT_EQ(failureText<std::out_of_range>(chooseDevice), "stoi argument out of range");
+  }
+}
+
+}  // namespace
+}  // namespace zeph

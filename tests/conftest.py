@@ -1,0 +1,46 @@
+"""What all the Python tests share: where the library under test is, and the package on the path.
+
+The library is named by ``--library PATH``, else by the environment variable ``ZEPHANE_LIBRARY``
+(read by the tests alone), else it is the one of the ``release`` build.
+"""
+
+from __future__ import annotations
+
+import os
+import sys
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).resolve().parent.parent
+PYTHON = ROOT / "python"
+
+sys.path.insert(0, str(PYTHON))
+
+
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption(
+        "--library",
+        metavar="PATH",
+        default=os.environ.get("ZEPHANE_LIBRARY") or str(ROOT / "build" / "release" / _name()),
+        help="the library under test (default: $ZEPHANE_LIBRARY, else the release build)",
+    )
+
+
+def _name() -> str:
+    return "zephane.dll" if os.name == "nt" else "libzephane.so"
+
+
+@pytest.fixture(scope="session")
+def library_path(request: pytest.FixtureRequest) -> Path:
+    """The shared library under test, as an absolute path; a test that needs it fails without."""
+    path = Path(request.config.getoption("--library")).resolve()
+    if not path.is_file():
+        pytest.fail(f"No library at {path}: build it, or name it with --library.", pytrace=False)
+    return path
+
+
+@pytest.fixture(scope="session")
+def python_path() -> Path:
+    """The folder that holds the package, for PYTHONPATH of a subprocess."""
+    return PYTHON

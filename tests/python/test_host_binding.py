@@ -1,0 +1,332 @@
+"""The binding: what the library tells and takes, as Python sees it."""
+
+from __future__ import annotations
+
+import dataclasses
+import gc
+import math
+import os
+import threading
+from pathlib import Path
+from typing import Any, Callable, List
+
+import pytest
+
+import zephane
+from zephane import ZephaneError, _library
+
+COMBINED = (
+    "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum."
+)
+
+Maker = Callable[..., zephane.Engine]
+
+
+def test_the_description_of_the_system_is_whole(system: zephane.SystemInfo) -> None:
+    assert system.abi_version == 1
+    assert system.precision == "float32"
+    assert system.gpu
+    assert 0 < system.available_memory_bytes <= system.gpu_memory_bytes
+    assert set(system.capabilities) == {"native_rendering", "forcing", "drag", "vortex_injection"}
+
+
+def test_the_defaults_of_the_package_are_those_of_the_library(system: zephane.SystemInfo) -> None:
+    assert system.defaults == zephane.Config()
+    assert system.defaults.reynolds == zephane.default_reynolds(1024, 4)
+
+
+def test_derived_figures_of_a_configuration_are_those_of_the_library(library_path: Path) -> None:
+    told = _library.load(library_path).initialize()["defaults"]
+    config = zephane.Config.from_json(told)
+    assert config.padded_resolution == told["padded_resolution"]
+    assert config.viscosity == told["viscosity"]
+
+
+def test_a_configuration_survives_the_way_to_json_and_back() -> None:
+    config = zephane.Config(128, 7, 2**64 - 1, 5e3, 1.5, 0.01, "ifHeunRK3", "advective", "KM3")
+    assert config.to_json()["seed"] == "18446744073709551615"
+    assert zephane.Config.from_json(config.to_json()) == config
+
+
+def test_records_are_frozen(engine: zephane.Engine, system: zephane.SystemInfo) -> None:
+    for record in (engine.config, engine.inspect(), system):
+        with pytest.raises(dataclasses.FrozenInstanceError):
+            record.reynolds = 1.0  # type: ignore[misc, union-attr]
+
+
+def test_an_engine_starts_at_time_zero(engine: zephane.Engine) -> None:
+    start = engine.inspect()
+    assert (start.steps, start.simulation_time, start.is_finite) == (0, 0.0, True)
+    assert start.energy == pytest.approx(0.5, rel=0.1)
+    assert start.reynolds == 1000.0
+    assert start.allocated_bytes > 0
+
+
+def test_advance_takes_one_step_unless_told_otherwise(engine: zephane.Engine) -> None:
+    assert engine.advance().steps == 1
+    assert engine.advance(4).steps == 5
+    assert engine.advance(0).steps == 5
+
+
+def test_advance_stops_exactly_at_the_time_given(engine: zephane.Engine) -> None:
+    end = engine.advance(steps=100_000, until=0.5)
+    assert end.simulation_time == pytest.approx(0.5, rel=1e-13)
+    assert 0 < end.steps < 100_000
+
+
+def test_energies_are_fresh_after_inspect_only(engine: zephane.Engine) -> None:
+    start = engine.inspect()
+    assert engine.advance(20).energy == start.energy
+    assert engine.inspect().energy < start.energy
+
+
+def test_set_changes_what_it_is_given_and_nothing_else(make_engine: Maker) -> None:
+    engine, other = make_engine(), make_engine()
+    engine.set()
+    engine.set(reynolds=500.0)
+    assert engine.advance().reynolds == 500.0
+    assert other.advance().dt == engine.inspect().dt
+    engine.set(cfl=0.5)
+    assert engine.advance(5).dt < other.advance(5).dt
+    assert engine.config.reynolds == 1000.0
+
+
+def test_reset_returns_to_the_seeded_start(engine: zephane.Engine) -> None:
+    start = engine.inspect()
+    engine.advance(3)
+    again = engine.reset()
+    assert (again.steps, again.simulation_time) == (0, 0.0)
+    assert (again.energy, again.enstrophy) == (start.energy, start.enstrophy)
+
+
+def test_a_flow_starts_from_a_file_or_an_array(make_engine: Maker, tmp_path: Path) -> None:
+    source = make_engine()
+    source.advance(10)
+    expected = source.inspect()
+    vorticity = source.fields(include_velocity=False).vorticity
+    path = tmp_path / "Größe 漢字" / "start.raw"
+    path.parent.mkdir()
+    path.write_bytes(vorticity.tobytes())
+    for initial in (vorticity, path, str(path)):
+        for start in (source.reset(initial), make_engine(initial=initial).inspect()):
+            assert start.steps == 0
+            assert start.energy == pytest.approx(expected.energy, rel=1e-5)
+            assert start.enstrophy == pytest.approx(expected.enstrophy, rel=1e-5)
+
+
+def test_a_start_field_of_the_wrong_size_is_refused(make_engine: Maker) -> None:
+    samples = make_engine(resolution=32).fields().vorticity
+    words = "Initial file must contain exactly N² Float32 samples."
+    with pytest.raises(ZephaneError, match=f"^{words}$"):
+        make_engine(initial=samples)
+    with pytest.raises(ZephaneError, match=f"^{words}$"):
+        make_engine().reset(samples)
+
+
+def test_export_writes_the_files_that_it_is_given(engine: zephane.Engine, tmp_path: Path) -> None:
+    assert engine.export() is None
+    assert engine.export(spectrum=tmp_path / "spectrum") is None
+    snapshot = engine.export(fields=str(tmp_path / "fields"))
+    assert snapshot is not None and snapshot.grid_size == 64
+    assert (tmp_path / "spectrum").stat().st_size == 8 * 64 * 64
+    assert (tmp_path / "fields").stat().st_size == 12 * 64 * 64
+
+
+def test_export_reports_a_snapshot_on_request(engine: zephane.Engine) -> None:
+    engine.advance(3)
+    snapshot = engine.export(snapshot=True)
+    still = engine.export(snapshot=True, include_velocity=False)
+    assert snapshot is not None and still is not None
+    assert snapshot.sequence == 3
+    assert snapshot.max_vorticity >= snapshot.std_vorticity > 0.0
+    assert snapshot.max_speed > 0.0
+    assert still.max_speed == 0.0
+
+
+@pytest.mark.parametrize(
+    "changes, words",
+    [
+        ({"resolution": 17}, COMBINED),
+        ({"resolution": "big"}, "type must be number, but is string"),
+        ({"seed": -1}, "Seed must be UInt64."),
+        ({"seed": 2**64}, "stoull argument out of range"),
+        ({"integrator": "ETDRK4"}, "Unknown integrator: ETDRK4"),
+        ({"fixed_dt": 0}, "Fixed timestep must be positive."),
+        ({"k0": 1000001}, "Initial wavenumber is too large."),
+        ({"initial": "/nowhere/at all"}, "/nowhere/at all"),
+    ],
+)
+def test_the_library_refuses_in_its_own_words(make_engine: Maker, changes: Any, words: str) -> None:
+    with pytest.raises(ZephaneError) as refusal:
+        make_engine(**changes)
+    assert words in str(refusal.value)
+
+
+def test_an_unknown_member_of_the_configuration_is_refused(make_engine: Maker) -> None:
+    with pytest.raises(TypeError, match="viscosity"):
+        make_engine(viscosity=1e-3)
+
+
+def test_a_failed_operation_leaves_the_engine_usable(engine: zephane.Engine) -> None:
+    for fail, words in (
+        (lambda: engine.advance(-1), "Invalid steps or endpoint."),
+        (lambda: engine.set(reynolds=-1.0), "Re must be finite and positive."),
+        (lambda: engine.set(cfl=1e39), "CFL must be finite and positive."),
+        (lambda: engine.export(fields="/nowhere/fields"), "Cannot write export file."),
+    ):
+        with pytest.raises(ZephaneError) as refusal:
+            fail()
+        assert str(refusal.value) == words
+    assert engine.advance().steps == 1
+
+
+def test_a_closed_engine_says_so(make_engine: Maker) -> None:
+    with make_engine() as engine:
+        assert not engine.closed
+    assert engine.closed
+    engine.close()
+    with pytest.raises(ZephaneError, match=r"^Closed engine\.$"):
+        engine.inspect()
+
+
+def test_closing_waits_for_the_call_under_way(make_engine: Maker) -> None:
+    engine = make_engine(resolution=128)
+    reached: List[int] = []
+    inside = threading.Event()
+
+    def work() -> None:
+        inside.set()
+        reached.append(engine.advance(300).steps)
+
+    worker = threading.Thread(target=work)
+    worker.start()
+    inside.wait()
+    while not engine._lock.locked() and worker.is_alive():
+        pass
+    engine.close()
+    worker.join()
+    assert reached == [300]
+
+
+def test_threads_share_an_engine_and_close_it_together(make_engine: Maker) -> None:
+    engine = make_engine()
+    together(6, lambda: engine.advance(5))
+    assert engine.inspect().steps == 30
+    together(6, engine.close)
+    assert engine.closed
+
+
+def together(count: int, action: Callable[[], Any]) -> None:
+    threads = [threading.Thread(target=action) for _ in range(count)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+
+
+class Recorder:
+    """The library's functions, with a note of every block that they hand out and take back."""
+
+    def __init__(self, functions: Any) -> None:
+        self._functions = functions
+        self.held: List[int] = []
+        self.destroyed: List[int] = []
+
+    def zp_string_free(self, address: int) -> None:
+        self.held.remove(address)
+        self._functions.zp_string_free(address)
+
+    def zp_engine_destroy(self, handle: int) -> None:
+        self.destroyed.append(handle)
+        self._functions.zp_engine_destroy(handle)
+
+    def zp_engine_create(self, config: bytes, error: Any) -> Any:
+        handle = self._functions.zp_engine_create(config, error)
+        if not handle:
+            self.held.append(error._obj.value)
+        return handle
+
+    def zp_engine_call(self, handle: Any, request: bytes) -> Any:
+        self.held.append(self._functions.zp_engine_call(handle, request))
+        return self.held[-1]
+
+
+@pytest.fixture
+def recorder(library_path: Path, system: Any, monkeypatch: pytest.MonkeyPatch) -> Recorder:
+    library = _library.load(library_path)
+    recorder = Recorder(library._functions)
+    monkeypatch.setattr(library, "_functions", recorder)
+    return recorder
+
+
+def test_every_string_is_given_back_once(recorder: Recorder, make_engine: Maker) -> None:
+    engine = make_engine()
+    engine.inspect()
+    with pytest.raises(ZephaneError):
+        engine.advance(-1)
+    with pytest.raises(ZephaneError):
+        make_engine(resolution=1)
+    assert recorder.held == []
+
+
+def test_an_engine_is_destroyed_once(recorder: Recorder, make_engine: Maker) -> None:
+    engine = make_engine()
+    engine.close()
+    engine.close()
+    assert len(recorder.destroyed) == 1
+
+
+def test_a_forgotten_engine_is_destroyed(recorder: Recorder, library_path: Path) -> None:
+    engine = zephane.Engine(resolution=16, library=library_path)
+    del engine
+    gc.collect()
+    assert len(recorder.destroyed) == 1
+
+
+def test_the_library_once_loaded_serves_all_that_name_none(library_path: Path) -> None:
+    chosen = _library.load(library_path)
+    assert _library.load() is chosen
+    assert _library.load(os.path.relpath(library_path)) is chosen
+
+
+def test_the_library_is_looked_for_beside_the_package_and_in_the_builds(
+    monkeypatch: pytest.MonkeyPatch, tmp_path: Path
+) -> None:
+    package = tmp_path / "checkout" / "python" / "zephane"
+    package.mkdir(parents=True)
+    monkeypatch.setattr(_library, "__file__", str(package / "_library.py"))
+    monkeypatch.setattr(_library.ctypes.util, "find_library", lambda name: None)
+    name = _library.library_name()
+    checkout = tmp_path / "checkout"
+    with pytest.raises(ZephaneError, match="The library was not found") as refusal:
+        _library.find_library()
+    for place in (checkout / "build", checkout / "build" / "release", package):
+        assert str(place / name) in str(refusal.value)
+        place.mkdir(parents=True, exist_ok=True)
+        (place / name).touch()
+        assert _library.find_library() == str(place / name)
+
+
+def test_the_system_loader_is_asked_last(monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
+    monkeypatch.setattr(_library, "__file__", str(tmp_path / "a" / "b" / "c.py"))
+    monkeypatch.setattr(_library.ctypes.util, "find_library", lambda name: f"lib{name}.so.7")
+    assert _library.find_library() == "libzephane.so.7"
+
+
+def test_a_library_that_is_missing_or_none_is_refused(tmp_path: Path) -> None:
+    with pytest.raises(ZephaneError, match="No library at .*absent.so"):
+        zephane.initialize(tmp_path / "absent.so")
+    (tmp_path / "text.so").write_text("no machine code\n")
+    with pytest.raises(ZephaneError, match="text.so cannot be used"):
+        zephane.initialize(tmp_path / "text.so")
+
+
+def test_the_version_is_that_of_the_project() -> None:
+    version = Path(__file__).resolve().parents[2] / "VERSION"
+    assert zephane.__version__ == version.read_text().strip()
+
+
+def test_the_default_reynolds_number_grows_with_the_grid() -> None:
+    assert zephane.default_reynolds(1024, 4) == 27898.36614974335
+    doubled = zephane.default_reynolds(2048, 4) / zephane.default_reynolds(1024, 4)
+    assert math.log2(doubled) == pytest.approx(1.06624)

@@ -1,0 +1,340 @@
+"""The command line, run as its users run it."""
+
+from __future__ import annotations
+
+import json
+import os
+import pty
+import re
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+from typing import Any, Callable, Dict, List, Optional
+
+import pytest
+from png_reader import read_png
+
+import zephane
+from zephane import progress
+
+COMBINED = (
+    "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum."
+)
+SMALL = ("--resolution", "64", "--reynolds", "1000")
+
+Runner = Callable[..., "subprocess.CompletedProcess[str]"]
+
+
+@pytest.fixture
+def environment(python_path: Path) -> Dict[str, str]:
+    kept = {key: value for key, value in os.environ.items() if key != "ZEPHANE_DEVICE"}
+    return {**kept, "PYTHONPATH": str(python_path), "PYTHONDONTWRITEBYTECODE": "1"}
+
+
+@pytest.fixture
+def command(library_path: Path) -> Callable[..., List[str]]:
+    def words(name: str, *options: str) -> List[str]:
+        return [sys.executable, "-m", "zephane", name, "--library", str(library_path), *options]
+
+    return words
+
+
+@pytest.fixture
+def zeph(command: Callable[..., List[str]], environment: Dict[str, str]) -> Runner:
+    """Runs a command of the command line to its end, with nothing that is a terminal."""
+
+    def call(
+        name: str, *options: str, extra: Optional[Dict[str, str]] = None
+    ) -> "subprocess.CompletedProcess[str]":
+        return subprocess.run(
+            command(name, *options),
+            env={**environment, **(extra or {})},
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            timeout=120,
+        )
+
+    return call
+
+
+class Terminal:
+    """A terminal of 80 columns that a process writes its standard error to."""
+
+    def __init__(self) -> None:
+        self._reader, self.writer = pty.openpty()
+        self.text = ""
+
+    def read(self) -> bool:
+        """Take what has been written; False when nobody holds the terminal any more."""
+        try:
+            data = os.read(self._reader, 65536)
+        except OSError:
+            data = b""
+        self.text += data.decode("utf-8", errors="replace")
+        return bool(data)
+
+    def close(self) -> None:
+        os.close(self._reader)
+
+
+@pytest.fixture
+def in_terminal(command: Callable[..., List[str]], environment: Dict[str, str]) -> Any:
+    """Starts a command whose standard error is a terminal; gives the process and the terminal."""
+    terminal = Terminal()
+    running: List["subprocess.Popen[str]"] = []
+
+    def start(*arguments: str) -> Any:
+        running.append(
+            subprocess.Popen(
+                command(*arguments),
+                env={**environment, "COLUMNS": "80"},
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=terminal.writer,
+                text=True,
+            )
+        )
+        os.close(terminal.writer)
+        return running[-1], terminal
+
+    yield start
+    terminal.close()
+    for process in running:
+        process.kill()
+        process.communicate()
+
+
+def test_a_run_ends_with_a_report(zeph: Runner) -> None:
+    result = zeph("run", *SMALL, "--until", "0.5", "--seed", "11")
+    assert (result.returncode, result.stderr) == (0, "")
+    assert "64 x 64, k0 4, seed 11, Re 1000, etdrk4, stress, PAO" in result.stdout
+    for name in ("time  ", "steps", "energy", "enstrophy", "palinstrophy", "wall time"):
+        assert re.search(rf"^  {name}", result.stdout, re.MULTILINE)
+    assert re.search(r"^  time +0\.5, ", result.stdout, re.MULTILINE)
+
+
+def test_a_run_is_that_of_the_engine(zeph: Runner, library_path: Path) -> None:
+    options = ("--k0", "6", "--seed", "3", "--integrator", "ifHeunRK3", "--operator", "advective")
+    more = ("--start-spectrum", "KM3", "--cfl", "1.5", "--steps", "37", "--json")
+    told = json.loads(zeph("run", *SMALL, *options, *more).stdout)
+    config = zephane.Config(64, 6, 3, 1000.0, 1.5, None, "ifHeunRK3", "advective", "KM3")
+    with zephane.Engine(config, library=library_path) as engine:
+        engine.advance(37)
+        expected = vars(engine.inspect())
+    assert set(told) == set(expected)
+    assert told.pop("gpu_milliseconds") > 0.0
+    assert told == {key: value for key, value in expected.items() if key != "gpu_milliseconds"}
+
+
+def test_a_run_is_a_few_turnover_times_long_unless_told(zeph: Runner) -> None:
+    told = json.loads(zeph("run", *SMALL, "--json").stdout)
+    assert told["simulation_time"] == pytest.approx(4 * told["initial_turnover_time"], rel=1e-12)
+
+
+def test_the_first_bound_ends_a_run(zeph: Runner) -> None:
+    by_time = json.loads(zeph("run", *SMALL, "--json", "--until", "0.2", "--steps", "9999").stdout)
+    by_steps = json.loads(zeph("run", *SMALL, "--json", "--until", "9999", "--steps", "5").stdout)
+    assert by_time["simulation_time"] == pytest.approx(0.2, rel=1e-12)
+    assert by_steps["steps"] == 5
+
+
+def test_no_steps_leave_the_start(zeph: Runner) -> None:
+    assert json.loads(zeph("run", *SMALL, "--json", "--steps", "0").stdout)["steps"] == 0
+
+
+def test_a_fixed_step_is_kept(zeph: Runner) -> None:
+    told = json.loads(zeph("run", *SMALL, "--fixed-dt", "0.0078125", "--steps", "8", "--json").stdout)
+    assert (told["dt"], told["simulation_time"]) == (0.0078125, 0.0625)
+
+
+def test_the_reynolds_number_suits_the_grid_unless_told(zeph: Runner) -> None:
+    told = json.loads(zeph("run", "--resolution", "64", "--k0", "3", "--steps", "1", "--json").stdout)
+    assert told["reynolds"] == zephane.default_reynolds(64, 3)
+
+
+def test_a_run_writes_its_files(zeph: Runner, library_path: Path, tmp_path: Path) -> None:
+    paths = {kind: tmp_path / kind for kind in ("spectrum", "fields", "png")}
+    outputs = [word for kind, path in paths.items() for word in (f"--{kind}", str(path))]
+    result = zeph("run", *SMALL, "--steps", "20", "--pixels", "90", "--palette", "aurora", *outputs)
+    assert result.returncode == 0
+    assert all(str(path) in result.stdout for path in paths.values())
+    with zephane.Engine(resolution=64, reynolds=1000.0, library=library_path) as engine:
+        engine.advance(20)
+        fields = engine.fields()
+        assert paths["fields"].read_bytes() == fields.data.tobytes()
+        assert paths["spectrum"].read_bytes() == engine.spectrum().tobytes()
+    picture = zephane.render(fields, zephane.PictureSettings(palette="aurora"), 90)
+    assert read_png(paths["png"])[2] == [picture[270 * r : 270 * (r + 1)] for r in range(90)]
+
+
+def test_a_run_goes_on_from_the_fields_of_another(zeph: Runner, tmp_path: Path) -> None:
+    path = str(tmp_path / "start")
+    zeph("run", *SMALL, "--steps", "10", "--fields", path)
+    os.truncate(path, 4 * 64 * 64)
+    first = json.loads(zeph("run", *SMALL, "--steps", "10", "--json").stdout)
+    told = json.loads(zeph("run", *SMALL, "--initial", path, "--steps", "0", "--json").stdout)
+    assert told["enstrophy"] == pytest.approx(first["enstrophy"], rel=1e-5)
+
+
+def test_pictures_need_no_numpy(zeph: Runner, python_path: Path, tmp_path: Path) -> None:
+    hidden = tmp_path / "hidden"
+    hidden.mkdir()
+    (hidden / "numpy.py").write_text("raise ImportError('hidden')\n")
+    options = (*SMALL, "--steps", "10", "--pixels", "60", "--display", "speed", "--png")
+    with_numpy, without = tmp_path / "a.png", tmp_path / "b.png"
+    without_path = f"{hidden}{os.pathsep}{python_path}"
+    assert zeph("run", *options, str(with_numpy)).returncode == 0
+    plain = zeph("run", *options, str(without), extra={"PYTHONPATH": without_path})
+    assert plain.returncode == 0, plain.stderr
+    rows = zip(read_png(with_numpy)[2], read_png(without)[2])
+    assert max(abs(a - b) for one, other in rows for a, b in zip(one, other)) <= 1
+
+
+@pytest.mark.parametrize(
+    "options, words",
+    [
+        (("--resolution", "17"), COMBINED),
+        (("--resolution", "-4"), COMBINED),
+        (("--k0", "0"), COMBINED),
+        (("--reynolds", "0"), COMBINED),
+        (("--cfl", "-1"), COMBINED),
+        (("--k0", "1000001"), "Initial wavenumber is too large."),
+        (("--seed", "-1"), "Seed must be UInt64."),
+        (("--seed", "one"), "Seed must be UInt64."),
+        (("--fixed-dt", "0"), "Fixed timestep must be positive."),
+        (("--integrator", "RK9"), "Unknown integrator: RK9"),
+        (("--operator", ""), "Unknown operator: "),
+        (("--start-spectrum", "pao"), "Unknown start_spectrum: pao"),
+        (("--steps", "-1"), "Invalid steps or endpoint."),
+        (("--until", "-1"), "Invalid steps or endpoint."),
+        (("--until", "1e39"), "Invalid steps or endpoint."),
+        (("--palette", "Ember"), "Unknown palette: Ember"),
+        (("--display", "heat"), "Unknown display: heat"),
+        (("--png", "a.png", "--pixels", "0"), "PNG size must be 1 through 8192."),
+    ],
+)
+def test_nonsense_is_refused_in_the_words_of_the_library(
+    zeph: Runner, options: List[str], words: str
+) -> None:
+    result = zeph("run", *SMALL, *options)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == f"zephane: {words}\n"
+
+
+def test_a_missing_start_file_is_named(zeph: Runner) -> None:
+    result = zeph("run", *SMALL, "--initial", "/nowhere/start")
+    assert result.returncode == 1
+    assert "/nowhere/start" in result.stderr
+
+
+def test_a_file_for_a_missing_folder_is_refused_before_the_run(zeph: Runner) -> None:
+    result = zeph("run", *SMALL, "--steps", "1000000000", "--png", "/nowhere/a.png")
+    assert result.returncode == 1
+    assert result.stderr == "zephane: No folder /nowhere for /nowhere/a.png.\n"
+
+
+@pytest.mark.parametrize("name", ["run", "info"])
+def test_a_device_that_is_none_is_refused(zeph: Runner, name: str) -> None:
+    result = zeph(name, extra={"ZEPHANE_DEVICE": "first"})
+    assert result.returncode == 1
+    assert result.stderr == "zephane: ZEPHANE_DEVICE must be a nonnegative device index.\n"
+
+
+def test_a_missing_library_is_told(zeph: Runner) -> None:
+    result = zeph("run", "--library", "/nowhere/libzephane.so")
+    assert result.returncode == 1
+    assert result.stderr == "zephane: No library at /nowhere/libzephane.so.\n"
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [("fly",), ("run", "--resolution", "big"), ("run", "--viscosity", "1"), ("run", "stray")],
+)
+def test_a_command_line_that_cannot_be_understood_ends_with_2(
+    environment: Dict[str, str], arguments: List[str]
+) -> None:
+    result = subprocess.run(
+        [sys.executable, "-m", "zephane", *arguments], env=environment, capture_output=True
+    )
+    assert result.returncode == 2
+    assert result.stderr.startswith(b"usage: ")
+
+
+def test_help_tells_the_defaults_without_a_library(environment: Dict[str, str]) -> None:
+    words = [sys.executable, "-m", "zephane", "run", "--help"]
+    text = subprocess.run(words, env=environment, capture_output=True, text=True, check=True).stdout
+    text = " ".join(text.split())
+    for option in ("resolution", "k0", "seed", "reynolds", "cfl", "fixed-dt", "integrator"):
+        assert f"--{option} " in text
+    for default in ("1024", "4", "2", "3", "etdrk4", "stress", "PAO", "vorticity", "ember", "1800"):
+        assert f"(default: {default})" in text
+    assert "27898" in text
+
+
+def test_the_machine_is_described(zeph: Runner, system: zephane.SystemInfo) -> None:
+    result = zeph("info")
+    assert (result.returncode, result.stderr) == (0, "")
+    assert system.gpu in result.stdout and system.backend in result.stdout
+    told = json.loads(zeph("info", "--json").stdout)
+    assert told["gpu"] == system.gpu
+    assert told["defaults"]["resolution"] == 1024
+
+
+def test_progress_moves_on_a_terminal_and_leaves_nothing(in_terminal: Any) -> None:
+    process, terminal = in_terminal("run", *SMALL, "--until", "8")
+    while terminal.read():
+        pass
+    output, _ = process.communicate()
+    assert process.returncode == 0
+    assert "steps" in output and "steps/s" in output
+    lines = [line for line in terminal.text.replace("\x1b[K", "").split("\r") if line]
+    assert all(len(line) < 80 and "\n" not in line for line in lines)
+    assert re.search(r"100 %  0:00 left  time 8\.000 of 8  step \d+  [\d.]+ steps/s", lines[-1])
+    assert terminal.text.endswith("\r\x1b[K")
+
+
+def test_no_progress_can_be_had_on_a_terminal(in_terminal: Any) -> None:
+    process, terminal = in_terminal("run", *SMALL, "--steps", "3", "--no-progress")
+    while terminal.read():
+        pass
+    process.communicate()
+    assert (process.returncode, terminal.text) == (0, "")
+
+
+def test_control_c_ends_a_run_with_the_report_so_far(in_terminal: Any, tmp_path: Path) -> None:
+    picture = tmp_path / "a.png"
+    process, terminal = in_terminal(
+        "run", *SMALL, "--steps", "1000000000", "--png", str(picture), "--pixels", "20"
+    )
+    while "steps/s" not in terminal.text:
+        assert terminal.read()
+    process.send_signal(signal.SIGINT)
+    asked = time.monotonic()
+    output, _ = process.communicate(timeout=60)
+    assert time.monotonic() - asked < 10.0
+    assert process.returncode == 0
+    assert "Interrupted: the figures are those of the flow so far." in output
+    assert int(re.search(r"^  steps +(\d+)", output, re.MULTILINE).group(1)) > 0  # type: ignore
+    assert read_png(picture)[:2] == (20, 20)
+
+
+def test_in_a_log_progress_is_a_line_now_and_then(
+    engine: zephane.Engine, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]
+) -> None:
+    monkeypatch.setattr(progress, "LOG_SECONDS", 0.0)
+    with progress.shown_progress(True, engine.inspect(), 8, None) as shown:
+        for _ in range(2):
+            shown.update(engine.advance(4))
+    lines = capsys.readouterr().err.splitlines()
+    assert [line.split()[:2] for line in lines] == [["50", "%"], ["100", "%"]]
+    assert "step 8 of 8" in lines[1]
+
+
+@pytest.mark.parametrize(
+    "seconds, text", [(0.2, "0:00"), (59.6, "1:00"), (754.0, "12:34"), (3723.0, "1:02:03")]
+)
+def test_times_read_like_a_clock(seconds: float, text: str) -> None:
+    assert progress.clock(seconds) == text

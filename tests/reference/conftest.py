@@ -1,0 +1,24 @@
+"""Engines of the library under test, closed when their test ends."""
+
+import pytest
+
+from zeph_engine import Engine, Library
+
+
+@pytest.fixture(scope="session")
+def library(library_path):
+    return Library(library_path)
+
+
+@pytest.fixture
+def engine(library):
+    """Makes engines: engine(resolution=32, ...), engine(samples=field, resolution=32, ...)."""
+    made = []
+
+    def make(**config):
+        made.append(Engine(library, **config))
+        return made[-1]
+
+    yield make
+    for each in made:
+        each.close()

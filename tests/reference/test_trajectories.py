@@ -1,0 +1,135 @@
+"""Whole flows of the library against the model's, mode by mode."""
+
+import itertools
+
+import numpy as np
+import pytest
+
+from flow64 import measures
+from flow64.equation import FORMS
+from flow64.integrators import INTEGRATORS
+from flow64.stepping import Flow
+from flows import FLOAT32, smooth_field
+
+# Each stage adds rounding of some units in the last place; they add up like a random walk and are
+# stretched by the flow, which the runs keep to about one turnover.
+TOLERANCE = 100 * FLOAT32
+
+GRIDS = {16: 2, 18: 2, 32: 3, 50: 4, 64: 4}
+CASES = list(
+    itertools.product(GRIDS, INTEGRATORS, FORMS, ("PAO", "KM3"), (None, 2.0**-6))
+)
+
+
+def compare(flow, model, tolerance=TOLERANCE):
+    """Every figure and every shell of a flow against the model."""
+    report, grid, expected = flow.inspect(), model.grid, model.vorticity
+    vorticity = flow.vorticity()
+    assert report["steps"] == model.steps
+    assert report["simulation_time"] == pytest.approx(model.time, rel=tolerance)
+    assert report["dt"] == pytest.approx(model.dt, rel=tolerance)
+    assert measures.difference(vorticity, expected) < tolerance
+    assert np.all(vorticity[~grid.active] == 0)
+    for name in ("energy", "enstrophy", "palinstrophy", "palinstrophy_ratio"):
+        assert report[name] == pytest.approx(getattr(measures, name)(grid, expected), rel=tolerance)
+    shells = measures.shell_energies(grid, expected)
+    floor = (tolerance * np.sqrt(shells.max())) ** 2
+    assert measures.shell_energies(grid, vorticity) == pytest.approx(
+        shells, rel=10 * tolerance, abs=floor
+    )
+
+
+def pair(engine, **config):
+    return engine(**config), Flow(**config)
+
+
+@pytest.mark.parametrize("points, integrator, operator, start, fixed_dt", CASES)
+def test_a_flow_is_the_one_of_the_model(engine, points, integrator, operator, start, fixed_dt):
+    flow, model = pair(
+        engine,
+        resolution=points,
+        reynolds=150.0,
+        k0=GRIDS[points],
+        cfl=1.0,
+        fixed_dt=fixed_dt,
+        integrator=integrator,
+        operator=operator,
+        start_spectrum=start,
+    )
+    flow.advance(2000, until=1.0)
+    compare(flow, model.advance(2000, until=1.0))
+
+
+@pytest.mark.parametrize("operator", FORMS)
+def test_at_the_step_compared_the_schemes_differ_by_far_more_than_the_tolerance(operator):
+    # Otherwise the comparison could not tell one scheme from another.
+    ends = [
+        Flow(32, 150, k0=3, cfl=1.0, integrator=name, operator=operator).advance(2000, until=1.0)
+        for name in INTEGRATORS
+    ]
+    for one, other in itertools.combinations(ends, 2):
+        assert measures.difference(one.vorticity, other.vorticity) > 3 * TOLERANCE
+
+
+@pytest.mark.parametrize("points", (20, 22, 26, 28, 34, 38, 40, 42, 46, 62, 74, 94, 106, 118))
+@pytest.mark.parametrize("operator", FORMS)
+def test_every_kind_of_grid_size_gives_the_same_physics(engine, points, operator):
+    # Grids of 3N/2 points with the factors 2, 3, 5, 7, 11, 13, 17, 19, 23, 31, 37, 47, 53 and 59.
+    samples = smooth_field(points, largest=points // 3)
+    config = dict(resolution=points, reynolds=800.0, cfl=0.8, operator=operator)
+    flow = engine(samples=samples, **config)
+    model = Flow(samples=samples, **config).advance(6)
+    flow.advance(6)
+    compare(flow, model)
+
+
+@pytest.mark.parametrize("integrator", INTEGRATORS)
+@pytest.mark.parametrize("reynolds", (3.0, 0.1, 1e-3))
+def test_a_strongly_damped_flow_is_the_one_of_the_model(engine, integrator, reynolds):
+    # The damping of the highest modes in a step is 3, 90 and 9000: to where exponentials vanish.
+    flow, model = pair(
+        engine, resolution=32, reynolds=reynolds, fixed_dt=0.02, integrator=integrator
+    )
+    flow.advance(5)
+    model.advance(5)
+    grid = model.grid
+    # Modes that viscosity wipes out leave rounding of what they were.
+    start = Flow(32, 1.0).vorticity
+    scale = np.sqrt(measures.enstrophy(grid, start))
+    error = np.sqrt(measures.enstrophy(grid, flow.vorticity() - model.vorticity))
+    assert error < TOLERANCE * scale
+
+
+@pytest.mark.parametrize("integrator", INTEGRATORS)
+def test_the_smallest_viscosity_and_none_are_the_inviscid_flow(engine, integrator):
+    flow, model = pair(
+        engine, resolution=32, k0=3, reynolds=1e300, cfl=0.5, integrator=integrator
+    )
+    flow.advance(40)
+    compare(flow, model.advance(40))
+
+
+@pytest.mark.parametrize("integrator", INTEGRATORS)
+@pytest.mark.parametrize("operator", FORMS)
+def test_changes_of_reynolds_and_courant_number_take_effect_at_the_next_step(
+    engine, integrator, operator
+):
+    flow, model = pair(
+        engine, resolution=32, k0=3, reynolds=100.0, integrator=integrator, operator=operator
+    )
+    for change in ({}, {"reynolds": 15.0}, {"cfl": 0.5}, {"reynolds": 1000.0, "cfl": 2.0}, {}):
+        flow.set(**change)
+        model.set(**change)
+        for _ in range(3):
+            flow.advance()
+            compare(flow, model.advance())
+
+
+def test_stress_and_advective_are_the_same_flow(engine):
+    config = dict(resolution=64, k0=4, reynolds=500.0, cfl=1.0)
+    ends = []
+    for operator in FORMS:
+        flow = engine(operator=operator, **config)
+        flow.advance(1000, until=1.5)
+        ends.append(flow.vorticity())
+    assert measures.difference(*ends) < TOLERANCE
