@@ -58,7 +58,7 @@ unsigned boundPiece(const RowOfPlanes& row, float scale, int begin, int length,
     const float u = scale * plane0[t];
     const float v = scale * plane1[t];
     invalid |= static_cast<unsigned>(nonFinite(u)) | static_cast<unsigned>(nonFinite(v));
-    bound[t] = speedBound(u, v);
+    bound[t] = larger(0.0f, speedBound(u, v));
   }
   return invalid;
 }

@@ -1,7 +1,8 @@
 """Sums up the results in a folder: NAME.xml (JUnit) beside NAME.status (the exit status).
 
-The closing line is "N passed, N failed", with ", N skipped" where any were. A command that failed
-without saying in its file what failed counts as one failure.
+The closing line is "N passed, N failed", with ", N skipped" where any were. A command without a
+file is one test of its own. One that failed without saying in its file what failed counts as one
+failure, and so does one that passed no test.
 """
 
 import sys
@@ -19,13 +20,15 @@ def outcome(case: xml.Element) -> str:
 
 
 def count(status_file: Path) -> Counter:
+    succeeded = int(status_file.read_text()) == 0
+    listing = status_file.with_suffix(".xml")
+    if not listing.exists():
+        return Counter(passed=int(succeeded), failed=int(not succeeded))
     try:
-        cases = xml.parse(status_file.with_suffix(".xml")).iter("testcase")
-        counts = Counter(outcome(case) for case in cases)
-    except (OSError, xml.ParseError):
+        counts = Counter(outcome(case) for case in xml.parse(listing).iter("testcase"))
+    except xml.ParseError:
         counts = Counter()
-    succeeded = int(status_file.read_text()) == 0 and counts["passed"] > 0
-    if not succeeded and counts["failed"] == 0:
+    if counts["failed"] == 0 and not (succeeded and counts["passed"]):
         counts["failed"] = 1
     return counts
 

@@ -59,7 +59,7 @@ ZEPH_INLINE void butterfly4(ComplexLanes& a0, ComplexLanes& a1, ComplexLanes& a2
 
 ZEPH_INLINE void butterfly8(ComplexLanes* a) {
   constexpr float half = 0.707106781186547524401F;  // sqrt(1/2)
-  unrolled<4>([&](auto k) { butterfly2(a[k], a[k + 4]); });
+  unrolled<4>([&](auto k) ZEPH_INLINED { butterfly2(a[k], a[k + 4]); });
   // Times exp(-2 pi i k / 8).
   a[5] = minusI(a[5], a[5]) * half;
   a[6] = {a[6].im, -a[6].re};
@@ -82,15 +82,15 @@ ZEPH_INLINE void oddButterfly(ComplexLanes* a, const float* roots) {
   constexpr int half = radix / 2;
   ComplexLanes sum[half], difference[half];
   ComplexLanes total = a[0];
-  unrolled<half>([&](auto q) {
+  unrolled<half>([&](auto q) ZEPH_INLINED {
     sum[q] = a[q + 1] + a[radix - 1 - q];
     difference[q] = a[q + 1] - a[radix - 1 - q];
     total = total + sum[q];
   });
-  unrolled<half>([&](auto k) {
+  unrolled<half>([&](auto k) ZEPH_INLINED {
     ComplexLanes even = a[0] + sum[0] * roots[2 * (k + 1)];
     ComplexLanes odd = difference[0] * roots[2 * (k + 1) + 1];
-    unrolled<half - 1>([&](auto before) {
+    unrolled<half - 1>([&](auto before) ZEPH_INLINED {
       constexpr int q = before + 1;
       constexpr int angle = (q + 1) * (k + 1) % radix;
       even = even + sum[q] * roots[2 * angle];

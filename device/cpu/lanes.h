@@ -5,6 +5,7 @@
 #include <utility>
 
 #define ZEPH_INLINE [[gnu::always_inline]] inline
+#define ZEPH_INLINED __attribute__((always_inline))  // of a lambda, behind its parameters
 
 namespace zeph::cpu::ZEPH_ISA {
 namespace {
@@ -124,7 +125,7 @@ ZEPH_INLINE void transposeQuarters(Lanes* m) {
 
 // Transposes a square of `lanes` vectors: 4 x 4 squares within quarters, then the quarters.
 ZEPH_INLINE void transpose(Lanes* m) {
-  unrolled<lanes / 4>([&](auto group) {
+  unrolled<lanes / 4>([&](auto group) ZEPH_INLINED {
     Lanes* row = m + 4 * group;
     const Lanes low0 = pick<Unpacked<0>>(row[0], row[1]);
     const Lanes high0 = pick<Unpacked<2>>(row[0], row[1]);
@@ -135,7 +136,17 @@ ZEPH_INLINE void transpose(Lanes* m) {
     row[2] = pick<UnpackedPairs<0>>(high0, high1);
     row[3] = pick<UnpackedPairs<2>>(high0, high1);
   });
-  unrolled<4>([&](auto column) { transposeQuarters(m + column); });
+  unrolled<4>([&](auto column) ZEPH_INLINED { transposeQuarters(m + column); });
+}
+
+// Transposes the square whose vector k is get(k), and gives vector k of the result to put(k,
+// value).
+template <class Get, class Put>
+ZEPH_INLINE void transposed(Get get, Put put) {
+  Lanes m[lanes];
+  unrolled<lanes>([&](auto k) ZEPH_INLINED { m[k] = get(k); });
+  transpose(m);
+  unrolled<lanes>([&](auto k) ZEPH_INLINED { put(k, m[k]); });
 }
 
 }  // namespace

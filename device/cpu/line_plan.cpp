@@ -96,35 +96,29 @@ T* LinePlan::table(std::size_t count) {
 }
 
 void LinePlan::makeStages(const std::vector<int>& radices) {
-  int block = tables_.length;
-  for (const int radix : radices) {
+  std::size_t floats = 0;
+  for (int block = tables_.length; const int radix : radices) {
+    block /= radix;
+    floats += 2 * static_cast<std::size_t>((radix - 1) * block + radix);
+  }
+  float* next = table<float>(floats);
+  for (int block = tables_.length; const int radix : radices) {
     LineStage& stage = tables_.stages[tables_.stageCount++];
-    stage.radix = radix;
-    stage.span = block / radix;
-    const auto perElement = static_cast<std::size_t>(radix - 1);
-    float* twiddles = table<float>(2 * perElement * static_cast<std::size_t>(stage.span));
-    stage.twiddles = twiddles;
+    stage = {.radix = radix, .span = block / radix, .twiddles = next, .roots = nullptr};
     for (std::int64_t j = 0; j < stage.span; ++j) {
-      for (std::int64_t k = 1; k < radix; ++k, twiddles += 2) {
-        store(twiddles, rootOfUnity(j * k, block));
-      }
+      for (std::int64_t k = 1; k < radix; ++k, next += 2) store(next, rootOfUnity(j * k, block));
     }
-    if (radix % 2 == 1) stage.roots = makeRoots(radix);
+    stage.roots = next;
+    for (int q = 0; q < radix; ++q, next += 2) store(next, std::conj(rootOfUnity(q, radix)));
     block = stage.span;
   }
-}
-
-const float* LinePlan::makeRoots(int radix) {
-  float* roots = table<float>(2 * static_cast<std::size_t>(radix));
-  for (int q = 0; q < radix; ++q) store(roots + 2 * q, std::conj(rootOfUnity(q, radix)));
-  return roots;
 }
 
 // Element k = k0 + r0 (k1 + r1 (k2 + ...)) ends in block k0 of the first stage, in that in block k1
 // of the second, and so on.
 void LinePlan::makeOrder() {
-  int* position = table<int>(static_cast<std::size_t>(tables_.length));
-  int* wavenumber = table<int>(static_cast<std::size_t>(tables_.length));
+  int* position = table<int>(2 * static_cast<std::size_t>(tables_.length));
+  int* wavenumber = position + tables_.length;
   for (int k = 0; k < tables_.length; ++k) {
     int place = tables_.stageCount == 0 ? k : 0;
     int digits = k;

@@ -24,7 +24,7 @@ struct LineStage {
   int radix = 1;
   int span = 1;                     // m, the length of the blocks that the stage leaves
   const float* twiddles = nullptr;  // exp(-2 pi i j k / (r m)) at (j, k - 1), re then im; j < m
-  const float* roots = nullptr;     // of odd prime radices: cos, then sin of 2 pi q / r, q < r
+  const float* roots = nullptr;     // cos, then sin of 2 pi q / r, for q < r
 };
 
 // The tables as the vector code reads them. Pointers belong to a LinePlan.
@@ -58,7 +58,6 @@ class LinePlan {
   template <class T>
   T* table(std::size_t count);
   void makeStages(const std::vector<int>& radices);
-  const float* makeRoots(int radix);
   void makeOrder();
   void makeChirp();
 

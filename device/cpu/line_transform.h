@@ -49,10 +49,10 @@ inline void butterflies(const LineStage& stage, In in, Out out, int base, int bl
     const float* w = stage.twiddles;
     for (int j = base; j < base + span; ++j) {
       ComplexLanes a[radix];
-      unrolled<radix>([&](auto k) { a[k] = in.load(j + k * span); });
+      unrolled<radix>([&](auto k) ZEPH_INLINED { a[k] = in.load(j + k * span); });
       butterfly<radix>(a, stage.roots);
       out.store(j, a[0]);
-      unrolled<radix - 1>([&](auto before) {
+      unrolled<radix - 1>([&](auto before) ZEPH_INLINED {
         constexpr int k = before + 1;
         out.store(j + k * span, last ? a[k] : times(a[k], w + 2 * before));
       });

@@ -60,50 +60,43 @@ ZEPH_INLINE void storeComplexUpTo(float* to, ComplexLanes value, Count count) {
   storeFirstComplex(to, value, count);
 }
 
-// Vectors of `lanes` neighbouring elements of each of `lanes` rows, before or after a transpose.
-struct Square {
-  Lanes re[lanes], im[lanes];
-
-  ZEPH_INLINE void set(int k, ComplexLanes value) {
-    re[k] = value.re;
-    im[k] = value.im;
-  }
-  ZEPH_INLINE ComplexLanes get(int k) const { return {re[k], im[k]}; }
-  ZEPH_INLINE void transposeBoth() {
-    transpose(re);
-    transpose(im);
-  }
-};
-
 ZEPH_INLINE ComplexLanes exchanged(ComplexLanes a) {
   return {a.im, a.re};
 }
 
+// Moves one row of each lane into the tile as part `part`: 0 for the real parts, 1 for the
+// imaginary ones.
+template <class Count>
+ZEPH_INLINE void loadRows(const float* const* source, int x, Count count, int part, Tile tile) {
+  transposed([&](auto l) ZEPH_INLINED { return loadUpTo(source[2 * l] + x, count); },
+             [&](auto k, Lanes value) ZEPH_INLINED {
+               if (k < count) store(tile.at(x + k) + part * lanes, value);
+             });
+}
+
 inline void loadRealRows(const TileRows& rows, int length, Tile tile) {
-  forBlocks(length, [&](int x, auto count) {
-    Square m;
-    unrolled<lanes>([&](auto l) {
-      m.re[l] = loadUpTo(rows.source[2 * l] + x, count);
-      m.im[l] = loadUpTo(rows.source[2 * l + 1] + x, count);
-    });
-    m.transposeBoth();
-    for (int k = 0; k < count; ++k) tile.store(x + k, m.get(k));
+  forBlocks(length, [&](int x, auto count) ZEPH_INLINED {
+    loadRows(rows.source, x, count, 0, tile);
+    loadRows(rows.source + 1, x, count, 1, tile);
   });
+}
+
+template <class Count>
+ZEPH_INLINE void storeRows(const TileRows& rows, int odd, const int* position, Count count, int x,
+                           int part, Tile tile) {
+  transposed(
+      [&](auto k)
+          ZEPH_INLINED { return load(tile.at(position[k < count ? x + k : x]) + part * lanes); },
+      [&](auto l, Lanes value) ZEPH_INLINED {
+        if (2 * l + odd < rows.count) storeUpTo(rows.row[2 * l + odd] + x, value, count);
+      });
 }
 
 // The result of an inverse transform, whose parts are exchanged.
 inline void storeRealRows(const TileRows& rows, const LineTables& line, Tile tile) {
-  forBlocks(line.length, [&](int x, auto count) {
-    Square m;
-    for (int k = 0; k < lanes; ++k) {
-      const int at = k < count ? x + k : x;
-      m.set(k, exchanged(tile.load(line.position[at])));
-    }
-    m.transposeBoth();
-    for (int l = 0; l < lanes; ++l) {
-      if (2 * l < rows.count) storeUpTo(rows.row[2 * l] + x, m.re[l], count);
-      if (2 * l + 1 < rows.count) storeUpTo(rows.row[2 * l + 1] + x, m.im[l], count);
-    }
+  forBlocks(line.length, [&](int x, auto count) ZEPH_INLINED {
+    storeRows(rows, 0, line.position, count, x, 1, tile);
+    storeRows(rows, 1, line.position, count, x, 0, tile);
   });
 }
 
@@ -119,47 +112,83 @@ inline void loadSelfConjugate(const TileRows& rows, int k, Tile tile) {
 
 // The first `columns` frequencies of each row, with their conjugates, for an inverse transform.
 inline void loadHalfSpectra(const TileRows& rows, int length, int columns, Tile tile) {
-  forBlocks(columns, [&](int first, auto count) {
-    Square z, mirrored;
+  forBlocks(columns, [&](int first, auto count) ZEPH_INLINED {
+    Lanes re[lanes], im[lanes], mirroredRe[lanes], mirroredIm[lanes];
     for (int l = 0; l < lanes; ++l) {
       const ComplexLanes a = loadComplexUpTo(rows.source[2 * l] + 2 * first, count);
       const ComplexLanes b = loadComplexUpTo(rows.source[2 * l + 1] + 2 * first, count);
-      z.set(l, {a.re - b.im, a.im + b.re});
-      mirrored.set(l, {a.re + b.im, b.re - a.im});
+      re[l] = a.re - b.im;
+      im[l] = a.im + b.re;
+      mirroredRe[l] = a.re + b.im;
+      mirroredIm[l] = b.re - a.im;
     }
-    z.transposeBoth();
-    mirrored.transposeBoth();
-    unrolled<lanes>([&](auto i) {
-      const int k = first + complexOrder(i);
-      if (k >= first + count) return;
-      tile.store(k, exchanged(z.get(i)));
-      if (k > 0) tile.store(length - k, exchanged(mirrored.get(i)));
-    });
+    // The parts are exchanged, as an inverse transform wants them.
+    const auto move = [&](const Lanes* from, bool mirrored, int part) ZEPH_INLINED {
+      transposed([&](auto l) ZEPH_INLINED { return from[l]; },
+                 [&](auto i, Lanes value) ZEPH_INLINED {
+                   const int k = first + complexOrder(i);
+                   if (complexOrder(i) >= count || (mirrored && k == 0)) return;
+                   store(tile.at(mirrored ? length - k : k) + part * lanes, value);
+                 });
+    };
+    move(re, false, 1);
+    move(im, false, 0);
+    move(mirroredRe, true, 1);
+    move(mirroredIm, true, 0);
   });
   loadSelfConjugate(rows, 0, tile);
   if (length % 2 == 0 && length / 2 < columns) loadSelfConjugate(rows, length / 2, tile);
 }
 
+// Takes one of the two rows of each lane apart: A[k] = (Z[k] + conj Z[n-k]) / 2, or
+// B[k] = (Z[k] - conj Z[n-k]) / 2i.
+template <bool odd, class Count>
+ZEPH_INLINE void storeSpectra(const TileRows& rows, const LineTables& line, int first, Count count,
+                              Tile tile) {
+  Lanes re[lanes];
+  const auto frequency = [&](auto i) ZEPH_INLINED {
+    return complexOrder(i) < count ? first + complexOrder(i) : first;
+  };
+  const auto at = [&](int k) ZEPH_INLINED { return tile.load(line.position[k]); };
+  const auto mirrorOf = [&](int k) ZEPH_INLINED { return at(k == 0 ? 0 : line.length - k); };
+  transposed(
+      [&](auto i) ZEPH_INLINED {
+        const int k = frequency(i);
+        return (odd ? at(k).im + mirrorOf(k).im : at(k).re + mirrorOf(k).re) * 0.5F;
+      },
+      [&](auto l, Lanes value) ZEPH_INLINED { re[l] = value; });
+  transposed(
+      [&](auto i) ZEPH_INLINED {
+        const int k = frequency(i);
+        return (odd ? mirrorOf(k).re - at(k).re : at(k).im - mirrorOf(k).im) * 0.5F;
+      },
+      [&](auto l, Lanes value) ZEPH_INLINED {
+        if (2 * l + odd >= rows.count) return;
+        storeComplexUpTo(rows.row[2 * l + odd] + 2 * first, {re[l], value}, count);
+      });
+}
+
 inline void storeHalfSpectra(const TileRows& rows, const LineTables& line, int columns, Tile tile) {
-  forBlocks(columns, [&](int first, auto count) {
-    Square a, b;
-    for (int i = 0; i < lanes; ++i) {
-      const int k = complexOrder(i) < count ? first + complexOrder(i) : first;
-      const ComplexLanes z = tile.load(line.position[k]);
-      const ComplexLanes mirrored = tile.load(line.position[k == 0 ? 0 : line.length - k]);
-      a.set(i, ComplexLanes{z.re + mirrored.re, z.im - mirrored.im} * 0.5F);
-      b.set(i, ComplexLanes{z.im + mirrored.im, mirrored.re - z.re} * 0.5F);
-    }
-    a.transposeBoth();
-    b.transposeBoth();
-    for (int l = 0; l < lanes; ++l) {
-      if (2 * l < rows.count) storeComplexUpTo(rows.row[2 * l] + 2 * first, a.get(l), count);
-      if (2 * l + 1 < rows.count) {
-        storeComplexUpTo(rows.row[2 * l + 1] + 2 * first, b.get(l), count);
-      }
-    }
+  forBlocks(columns, [&](int first, auto count) ZEPH_INLINED {
+    storeSpectra<false>(rows, line, first, count, tile);
+    storeSpectra<true>(rows, line, first, count, tile);
   });
 }
+
+// Vectors of `lanes` neighbouring complex elements of each of `lanes` rows, or the transpose.
+struct Square {
+  Lanes re[lanes], im[lanes];
+
+  ZEPH_INLINE void set(int k, ComplexLanes value) {
+    re[k] = value.re;
+    im[k] = value.im;
+  }
+  ZEPH_INLINE ComplexLanes get(int k) const { return {re[k], im[k]}; }
+  ZEPH_INLINE void transposeBoth() {
+    transpose(re);
+    transpose(im);
+  }
+};
 
 inline void loadComplexRows(const TileRows& rows, int length, bool inverse, Tile tile) {
   forBlocks(length, [&](int first, auto count) {

@@ -12,8 +12,9 @@ import json
 import os
 import sys
 import threading
+from collections.abc import Iterator, Mapping
 from pathlib import Path
-from typing import Any, Dict, Iterator, Mapping, Optional, Union
+from typing import Any, Union
 
 ABI_VERSION = 1
 
@@ -36,7 +37,7 @@ def candidates() -> Iterator[Path]:
         yield folder / library_name()
 
 
-def find_library(path: Optional[LibraryPath] = None) -> str:
+def find_library(path: LibraryPath | None = None) -> str:
     """The path of the library, or a name that the system's loader knows it by."""
     if path is not None:
         if not Path(path).is_file():
@@ -61,7 +62,7 @@ class Library:
     def __init__(self, path: str) -> None:
         self.path = path
         self._initializing = threading.Lock()
-        self._description: Optional[Mapping[str, Any]] = None
+        self._description: Mapping[str, Any] | None = None
         try:
             self._functions = ctypes.CDLL(path)
             self._declare()
@@ -113,20 +114,20 @@ class Library:
             return int(handle)
         raise ZephaneError(self._take(error.value))
 
-    def call(self, handle: Optional[int], request: Mapping[str, Any]) -> Dict[str, Any]:
+    def call(self, handle: int | None, request: Mapping[str, Any]) -> dict[str, Any]:
         """One operation on an engine; None stands for a closed one."""
         return self._result(self._functions.zp_engine_call(handle, _encode(request)))
 
     def destroy(self, handle: int) -> None:
         self._functions.zp_engine_destroy(handle)
 
-    def _result(self, address: Optional[int]) -> Dict[str, Any]:
-        reply: Dict[str, Any] = json.loads(self._take(address))
+    def _result(self, address: int | None) -> dict[str, Any]:
+        reply: dict[str, Any] = json.loads(self._take(address))
         if "error" in reply:
             raise ZephaneError(reply["error"])
         return reply
 
-    def _take(self, address: Optional[int]) -> str:
+    def _take(self, address: int | None) -> str:
         """Copy a string of the library, and give it back."""
         if not address:
             raise MemoryError("The library could not allocate its reply.")
@@ -141,11 +142,11 @@ def _encode(request: Mapping[str, Any]) -> bytes:
 
 
 _loading = threading.Lock()
-_loaded: Dict[str, Library] = {}
-_current: Optional[Library] = None
+_loaded: dict[str, Library] = {}
+_current: Library | None = None
 
 
-def load(path: Optional[LibraryPath] = None) -> Library:
+def load(path: LibraryPath | None = None) -> Library:
     """The library at ``path``; without one, the library last loaded, else the first one found."""
     global _current
     with _loading:

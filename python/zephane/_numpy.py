@@ -6,7 +6,7 @@ import functools
 from typing import Any
 
 
-@functools.lru_cache(maxsize=None)
+@functools.cache
 def numpy() -> Any:
     """The NumPy module, or None."""
     try:

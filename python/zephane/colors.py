@@ -6,9 +6,9 @@ from the dark. "inferno" is one run of colours in both cases.
 
 from __future__ import annotations
 
-from typing import List, Sequence, Tuple
+from collections.abc import Sequence
 
-Color = Tuple[float, float, float]
+Color = tuple[float, float, float]
 
 DIVERGING_BASE: Color = (0.017, 0.026, 0.055)
 # Middle and end of the scale, for t >= 0 and for t < 0.
@@ -60,7 +60,7 @@ def color(t: float, palette: str, signed: bool) -> Color:
     return _lerp(_lerp(SEQUENTIAL_BASE, middle, first), end, second)
 
 
-def color_table(palette: str, signed: bool, steps: int) -> List[bytes]:
+def color_table(palette: str, signed: bool, steps: int) -> list[bytes]:
     """8-bit colours at ``steps + 1`` even places over the scale, both ends included."""
     low = -1.0 if signed else 0.0
     places = (low + (1.0 - low) * i / steps for i in range(steps + 1))

@@ -10,7 +10,7 @@ import argparse
 import dataclasses
 import json
 import sys
-from typing import Optional, Sequence
+from collections.abc import Sequence
 
 from . import __version__
 from ._library import ZephaneError
@@ -31,7 +31,7 @@ from .run import TURNOVERS, run
 LIBRARY_HELP = "path of the library (default: look for it)"
 
 
-def main(arguments: Optional[Sequence[str]] = None) -> int:
+def main(arguments: Sequence[str] | None = None) -> int:
     options = _parser().parse_args(arguments)
     try:
         return int(options.command(options))
@@ -116,9 +116,7 @@ def _add_flow(parser: argparse.ArgumentParser) -> None:
         type=float,
         help="a fixed time step (default: the adaptive one)",
     )
-    flow.add_argument(
-        "--integrator", metavar="NAME", help=_names(INTEGRATORS, default.integrator)
-    )
+    flow.add_argument("--integrator", metavar="NAME", help=_names(INTEGRATORS, default.integrator))
     flow.add_argument("--operator", metavar="NAME", help=_names(OPERATORS, default.operator))
     flow.add_argument(
         "--start-spectrum", metavar="NAME", help=_names(START_SPECTRA, default.start_spectrum)

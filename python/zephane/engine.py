@@ -8,9 +8,10 @@ import os
 import tempfile
 import threading
 import weakref
+from collections.abc import Mapping
 from pathlib import Path
 from types import TracebackType
-from typing import Any, Dict, Mapping, Optional, Type, Union
+from typing import Any
 
 from ._library import LibraryPath, load
 from ._numpy import numpy
@@ -20,7 +21,7 @@ from .records import Config, Snapshot, Statistics, SystemInfo
 COMPLEX_BYTES = 8
 
 
-def initialize(library: Optional[LibraryPath] = None) -> SystemInfo:
+def initialize(library: LibraryPath | None = None) -> SystemInfo:
     """Load the library, choose the device, and describe both.
 
     ``library`` is a path; without it the library is looked for beside the package, in the build
@@ -44,10 +45,10 @@ class Engine:
 
     def __init__(
         self,
-        config: Optional[Config] = None,
+        config: Config | None = None,
         *,
         initial: Any = None,
-        library: Optional[LibraryPath] = None,
+        library: LibraryPath | None = None,
         **changes: Any,
     ) -> None:
         self._library = load(library)
@@ -56,7 +57,7 @@ class Engine:
         self._lock = threading.Lock()
         with _InitialFile(initial) as start:
             handle = self._library.create({**self._config.to_json(), **start})
-        self._handle: Optional[int] = handle
+        self._handle: int | None = handle
         self._release = weakref.finalize(self, self._library.destroy, handle)
         # A thread may still be inside the engine when the interpreter ends.
         self._release.atexit = False
@@ -74,14 +75,14 @@ class Engine:
         """All figures, freshly computed."""
         return Statistics.from_json(self._call("inspect"))
 
-    def advance(self, steps: int = 1, until: Optional[float] = None) -> Statistics:
+    def advance(self, steps: int = 1, until: float | None = None) -> Statistics:
         """Take ``steps`` steps, but stop exactly at the time ``until`` if that comes first.
 
         In the result the energies are those of the last ``inspect`` or ``reset``.
         """
         return Statistics.from_json(self._call("advance", steps=steps, until=until))
 
-    def set(self, reynolds: Optional[float] = None, cfl: Optional[float] = None) -> None:
+    def set(self, reynolds: float | None = None, cfl: float | None = None) -> None:
         """Change the Reynolds number or the Courant number from the next step on."""
         self._call("set", **_given(reynolds=reynolds, cfl=cfl))
 
@@ -93,19 +94,19 @@ class Engine:
     def export(
         self,
         *,
-        spectrum: Optional[PathLike] = None,
-        fields: Optional[PathLike] = None,
-        png: Optional[PathLike] = None,
-        snapshot: Optional[bool] = None,
-        include_velocity: Optional[bool] = None,
-        pixel_size: Optional[int] = None,
-        display: Optional[str] = None,
-        palette: Optional[str] = None,
-        color_range: Optional[str] = None,
-        exposure: Optional[float] = None,
-        sigma: Optional[float] = None,
-        flow: Optional[bool] = None,
-    ) -> Optional[Snapshot]:
+        spectrum: PathLike | None = None,
+        fields: PathLike | None = None,
+        png: PathLike | None = None,
+        snapshot: bool | None = None,
+        include_velocity: bool | None = None,
+        pixel_size: int | None = None,
+        display: str | None = None,
+        palette: str | None = None,
+        color_range: str | None = None,
+        exposure: float | None = None,
+        sigma: float | None = None,
+        flow: bool | None = None,
+    ) -> Snapshot | None:
         """Let the library write files, and report the snapshot if one was taken.
 
         ``spectrum`` and ``fields`` are raw files of N² complex numbers and of 3·N² numbers, in
@@ -166,17 +167,19 @@ class Engine:
 
     def __exit__(
         self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
     ) -> None:
         self.close()
 
     def __repr__(self) -> str:
-        state = "closed" if self.closed else f"{self._config.resolution} x {self._config.resolution}"
+        state = (
+            "closed" if self.closed else f"{self._config.resolution} x {self._config.resolution}"
+        )
         return f"<zephane.Engine {state}>"
 
-    def _call(self, operation: str, **arguments: Any) -> Dict[str, Any]:
+    def _call(self, operation: str, **arguments: Any) -> dict[str, Any]:
         with self._lock:
             return self._library.call(self._handle, {"op": operation, **arguments})
 
@@ -186,7 +189,7 @@ class _InitialFile:
 
     def __init__(self, initial: Any) -> None:
         self._initial = initial
-        self._folder: Optional[tempfile.TemporaryDirectory[str]] = None
+        self._folder: tempfile.TemporaryDirectory[str] | None = None
 
     def __enter__(self) -> Mapping[str, str]:
         if self._initial is None:
@@ -203,9 +206,9 @@ class _InitialFile:
             self._folder.cleanup()
 
 
-def _text(path: Optional[PathLike]) -> Optional[str]:
+def _text(path: PathLike | None) -> str | None:
     return None if path is None else os.fspath(path)
 
 
-def _given(**arguments: Union[str, bool, int, float, None]) -> Dict[str, Any]:
+def _given(**arguments: str | bool | int | float | None) -> dict[str, Any]:
     return {key: value for key, value in arguments.items() if value is not None}

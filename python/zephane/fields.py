@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import array
 import os
+from collections.abc import Iterator
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Union
@@ -41,7 +42,8 @@ class Fields:
     """Vorticity and velocity on the grid: row y, column x; row 0 lies at y = 0.
 
     ``data`` is a float32 NumPy array of shape (3, N, N), or a flat ``array.array('f')`` of 3·N²
-    numbers without NumPy. The planes have the same form without the leading 3.
+    numbers without NumPy. The planes have the same form without the leading 3, and come in order
+    from ``vorticity, u, v = fields``.
     """
 
     data: Any
@@ -60,6 +62,9 @@ class Fields:
     def v(self) -> Any:
         """Velocity along y, the rows."""
         return self._plane(2)
+
+    def __iter__(self) -> Iterator[Any]:
+        return iter((self.vorticity, self.u, self.v))
 
     def _plane(self, index: int) -> Any:
         if not isinstance(self.data, array.array):

@@ -10,8 +10,9 @@ from __future__ import annotations
 
 import array
 import math
+from collections.abc import Sequence
 from dataclasses import dataclass
-from typing import Any, Callable, List, Sequence, Tuple
+from typing import Any, Callable
 
 from ._numpy import numpy
 from .colors import color_table
@@ -124,7 +125,7 @@ def _scalars(np: Any, snapshot: Snapshot, settings: PictureSettings) -> Callable
     return lambda w: np.tanh(np.float32(2.4 * gain) * (w / scale))
 
 
-def _place(pixel: int, pixels: int, size: int) -> Tuple[int, int, float]:
+def _place(pixel: int, pixels: int, size: int) -> tuple[int, int, float]:
     """The grid points on both sides of a pixel's centre, and how far it is past the first."""
     x = (pixel + 0.5) / pixels * size
     i = int(x)
@@ -141,7 +142,7 @@ def _draw_rows(fields: Fields, settings: PictureSettings, pixels: int) -> bytes:
     columns = [_place(pixel, pixels, size) for pixel in range(pixels)]
     values = memoryview(fields.data)
 
-    def sampled(plane: int, j: int, j1: int, s: float) -> List[float]:
+    def sampled(plane: int, j: int, j1: int, s: float) -> list[float]:
         start = plane * size * size
         below = values[start + j * size : start + (j + 1) * size]
         above = values[start + j1 * size : start + (j1 + 1) * size]

@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 import struct
 import zlib
-from typing import Iterator, Union
+from collections.abc import Iterator
 
 SIGNATURE = b"\x89PNG\r\n\x1a\n"
 TRUECOLOR = 2
@@ -14,7 +14,7 @@ SAMPLES = 3
 UP = b"\x02"
 
 
-def write_png(path: Union[str, os.PathLike[str]], width: int, height: int, pixels: bytes) -> None:
+def write_png(path: str | os.PathLike[str], width: int, height: int, pixels: bytes) -> None:
     """Write ``height`` rows of ``width`` sRGB pixels, top row first."""
     if len(pixels) != width * height * SAMPLES:
         raise ValueError("The pixels do not fill the picture.")

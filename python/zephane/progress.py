@@ -7,7 +7,7 @@ import sys
 import time
 from collections import deque
 from types import TracebackType
-from typing import Deque, Optional, TextIO, Tuple, Type
+from typing import TextIO
 
 from .records import Statistics
 
@@ -21,11 +21,11 @@ CLEAR_TO_END = "\x1b[K"
 class Progress:
     """Follows a run and says nothing of it."""
 
-    def __init__(self, start: Statistics, steps: Optional[int], until: Optional[float]) -> None:
+    def __init__(self, start: Statistics, steps: int | None, until: float | None) -> None:
         self._start = start
         self._steps = steps
         self._until = until
-        self._recent: Deque[Tuple[float, int, float]] = deque()
+        self._recent: deque[tuple[float, int, float]] = deque()
         self._recent.append((time.perf_counter(), start.steps, start.simulation_time))
 
     def update(self, now: Statistics) -> None:
@@ -39,13 +39,13 @@ class Progress:
 
     def __exit__(
         self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
     ) -> None:
         pass
 
-    def _rates(self) -> Tuple[float, float]:
+    def _rates(self) -> tuple[float, float]:
         """Steps, and time of the flow, per second."""
         (began, steps, flow), (ended, last_steps, last_flow) = self._recent[0], self._recent[-1]
         seconds = max(ended - began, 1e-9)
@@ -60,7 +60,7 @@ class Progress:
             shares.append(now.simulation_time / self._until)
         return min(max(shares), 1.0)
 
-    def _left(self, now: Statistics) -> Optional[float]:
+    def _left(self, now: Statistics) -> float | None:
         """Seconds to the end, at the present rate."""
         step_rate, flow_rate = self._rates()
         estimates = []
@@ -86,7 +86,7 @@ class TerminalLine(Progress):
     """A line that is written over at each turn and gone at the end."""
 
     def __init__(
-        self, stream: TextIO, start: Statistics, steps: Optional[int], until: Optional[float]
+        self, stream: TextIO, start: Statistics, steps: int | None, until: float | None
     ) -> None:
         super().__init__(start, steps, until)
         self._stream = stream
@@ -105,9 +105,9 @@ class TerminalLine(Progress):
 
     def __exit__(
         self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
     ) -> None:
         self._stream.write(f"\r{CLEAR_TO_END}")
         self._stream.flush()
@@ -117,7 +117,7 @@ class LogLines(Progress):
     """A line of its own now and then."""
 
     def __init__(
-        self, stream: TextIO, start: Statistics, steps: Optional[int], until: Optional[float]
+        self, stream: TextIO, start: Statistics, steps: int | None, until: float | None
     ) -> None:
         super().__init__(start, steps, until)
         self._stream = stream
@@ -133,7 +133,7 @@ class LogLines(Progress):
 
 
 def shown_progress(
-    wanted: Optional[bool], start: Statistics, steps: Optional[int], until: Optional[float]
+    wanted: bool | None, start: Statistics, steps: int | None, until: float | None
 ) -> Progress:
     """The kind of progress that suits the standard error stream; unless told, terminals only."""
     terminal = sys.stderr.isatty()

@@ -5,8 +5,9 @@ from __future__ import annotations
 import dataclasses
 import math
 import struct
+from collections.abc import Mapping
 from dataclasses import dataclass
-from typing import Any, Dict, Mapping, Optional, Type, TypeVar
+from typing import Any, TypeVar
 
 INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
 OPERATORS = ("stress", "advective")
@@ -19,7 +20,7 @@ COLOR_RANGES = ("sigma", "exposure")
 Record = TypeVar("Record")
 
 
-def _pick(record: Type[Record], values: Mapping[str, Any]) -> Record:
+def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
     """A record from the keys that it knows; newer libraries may tell more."""
     names = {field.name for field in dataclasses.fields(record)}  # type: ignore[arg-type]
     return record(**{key: value for key, value in values.items() if key in names})
@@ -45,7 +46,7 @@ class Config:
     """Reynolds number; the viscosity is its reciprocal. Does not follow the resolution."""
     cfl: float = 3.0
     """Courant number of the adaptive time step."""
-    fixed_dt: Optional[float] = None
+    fixed_dt: float | None = None
     """A fixed time step, or None for the adaptive one."""
     integrator: str = "etdrk4"
     """One of ``INTEGRATORS``."""
@@ -65,7 +66,7 @@ class Config:
         (rounded,) = struct.unpack("<f", struct.pack("<f", 1.0 / self.reynolds))
         return float(rounded)
 
-    def to_json(self) -> Dict[str, Any]:
+    def to_json(self) -> dict[str, Any]:
         """The library's form. The seed travels as text, for 64 bits do not fit a double."""
         return {**dataclasses.asdict(self), "seed": str(self.seed)}
 
@@ -139,8 +140,8 @@ class SystemInfo:
     """Device memory that is free now."""
     capabilities: Mapping[str, bool]
     defaults: Config
-    cuda_runtime_version: Optional[int] = None
-    cuda_driver_version: Optional[int] = None
+    cuda_runtime_version: int | None = None
+    cuda_driver_version: int | None = None
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> SystemInfo:

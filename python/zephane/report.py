@@ -2,15 +2,15 @@
 
 from __future__ import annotations
 
+from collections.abc import Iterable, Mapping
 from dataclasses import dataclass
-from typing import Iterable, Mapping, Tuple
 
 from .progress import clock
 from .records import Config, Statistics, SystemInfo
 
 UNITS = ("bytes", "KiB", "MiB", "GiB", "TiB")
 
-Line = Tuple[str, str]
+Line = tuple[str, str]
 
 
 @dataclass(frozen=True)

@@ -9,7 +9,7 @@ import signal
 import time
 from pathlib import Path
 from types import FrameType, TracebackType
-from typing import Any, Dict, Optional, Type
+from typing import Any
 
 from .engine import Engine, initialize
 from .picture import LARGEST_SIDE, PictureSettings, render
@@ -60,13 +60,13 @@ class Interruption:
 
     def __exit__(
         self,
-        kind: Optional[Type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
     ) -> None:
         signal.signal(signal.SIGINT, self._before)
 
-    def _note(self, number: int, frame: Optional[FrameType]) -> None:
+    def _note(self, number: int, frame: FrameType | None) -> None:
         if self.noted:
             raise KeyboardInterrupt
         self.noted = True
@@ -86,8 +86,8 @@ class Pace:
 def _advance(
     engine: Engine,
     start: Statistics,
-    steps: Optional[int],
-    until: Optional[float],
+    steps: int | None,
+    until: float | None,
     progress: Progress,
     interruption: Interruption,
 ) -> Outcome:
@@ -122,7 +122,7 @@ def _config(options: argparse.Namespace, system: SystemInfo) -> Config:
     return config
 
 
-def _endpoint(options: argparse.Namespace, start: Statistics) -> Optional[float]:
+def _endpoint(options: argparse.Namespace, start: Statistics) -> float | None:
     if options.until is not None or options.steps is not None:
         return options.until  # type: ignore[no-any-return]
     return TURNOVERS * (start.initial_turnover_time or 1.0)
@@ -136,7 +136,7 @@ def _picture_settings(options: argparse.Namespace) -> PictureSettings:
     )
 
 
-def _files(options: argparse.Namespace) -> Dict[str, str]:
+def _files(options: argparse.Namespace) -> dict[str, str]:
     files = {"spectrum": options.spectrum, "fields": options.fields, "picture": options.png}
     return {kind: path for kind, path in files.items() if path is not None}
 

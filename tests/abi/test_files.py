@@ -24,6 +24,20 @@ N = 16
 SAMPLES = N * N
 NO_SIZE = "file_size"
 
+# Places where no file can be written.
+NOWHERE = {
+    "nothing": "",
+    "here": ".",
+    "root": "/",
+    "missing folder": "no/file",
+    "below a file": "noise/below",
+    "system": "/proc/none",
+    "long part": "a" * 256,
+    "long path": "a/" * 2500 + "b",
+    "nul": "\0",
+    "nul inside": "a\0b",
+}
+
 
 def white_noise(path: Path, n: int = N, seed: int = 1) -> Path:
     source = random.Random(seed)
@@ -145,7 +159,9 @@ def test_a_link_to_a_file_is_followed(make_engine, tmp_path):
     assert make_engine(initial=str(link)).inspect()["is_finite"]
 
 
-@pytest.mark.parametrize("name", ["a" * 256, "a/" * 2500 + "b", "x" * 1000000])
+@pytest.mark.parametrize(
+    "name", ["a" * 256, "a/" * 2500 + "b", "x" * 1000000], ids=["part", "path", "megabyte"]
+)
 def test_a_name_too_long_for_the_system_is_told_with_the_query(library, engine, tmp_path, name):
     (words,) = refusals(library, engine, tmp_path / name)
     assert words.startswith(NO_SIZE)
@@ -289,10 +305,7 @@ def test_a_large_file_on_a_full_disk_is_told(make_engine, kind):
 
 
 @pytest.mark.parametrize("kind", ["spectrum", "fields"])
-@pytest.mark.parametrize(
-    "name",
-    ["", ".", "no/file", "noise/below", "/", "/proc/none", "a" * 256, "a/" * 2500 + "b", "\0", "a\0b"],
-)
+@pytest.mark.parametrize("name", NOWHERE.values(), ids=NOWHERE.keys())
 def test_a_place_where_no_file_can_be_is_told(engine, tmp_path, monkeypatch, kind, name):
     monkeypatch.chdir(tmp_path)
     white_noise(tmp_path / "noise")

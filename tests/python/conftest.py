@@ -3,8 +3,9 @@
 from __future__ import annotations
 
 import sys
+from collections.abc import Iterator
 from pathlib import Path
-from typing import Any, Callable, Iterator, List
+from typing import Any, Callable
 
 import pytest
 
@@ -20,7 +21,7 @@ def system(library_path: Path) -> zephane.SystemInfo:
 @pytest.fixture
 def make_engine(library_path: Path) -> Iterator[Callable[..., zephane.Engine]]:
     """Makes engines, of 64 x 64 points unless told otherwise, and closes them in the end."""
-    made: List[zephane.Engine] = []
+    made: list[zephane.Engine] = []
 
     def make(**changes: Any) -> zephane.Engine:
         settings = {"resolution": 64, "reynolds": 1000.0, **changes}

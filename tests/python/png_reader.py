@@ -5,9 +5,8 @@ from __future__ import annotations
 import struct
 import zlib
 from pathlib import Path
-from typing import Dict, List, Tuple
 
-Picture = Tuple[int, int, List[bytes]]
+Picture = tuple[int, int, list[bytes]]
 
 
 def read_png(path: Path) -> Picture:
@@ -19,7 +18,7 @@ def read_png(path: Path) -> Picture:
     data = zlib.decompress(chunks["IDAT"])
     stride = 3 * width
     assert len(data) == height * (stride + 1)
-    rows: List[bytes] = []
+    rows: list[bytes] = []
     above = bytes(stride)
     for start in range(0, len(data), stride + 1):
         above = _unfiltered(data[start], data[start + 1 : start + 1 + stride], above)
@@ -27,10 +26,10 @@ def read_png(path: Path) -> Picture:
     return width, height, rows
 
 
-def _chunks(data: bytes) -> Dict[str, bytes]:
+def _chunks(data: bytes) -> dict[str, bytes]:
     """The file's chunks by name, those of the same name joined."""
     assert data[:8] == b"\x89PNG\r\n\x1a\n"
-    chunks: Dict[str, bytes] = {}
+    chunks: dict[str, bytes] = {}
     at = 8
     while at < len(data):
         (size,) = struct.unpack_from(">I", data, at)

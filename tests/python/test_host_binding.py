@@ -8,16 +8,14 @@ import math
 import os
 import threading
 from pathlib import Path
-from typing import Any, Callable, List
+from typing import Any, Callable
 
 import pytest
 
 import zephane
 from zephane import ZephaneError, _library
 
-COMBINED = (
-    "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum."
-)
+COMBINED = "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum."
 
 Maker = Callable[..., zephane.Engine]
 
@@ -191,7 +189,7 @@ def test_a_closed_engine_says_so(make_engine: Maker) -> None:
 
 def test_closing_waits_for_the_call_under_way(make_engine: Maker) -> None:
     engine = make_engine(resolution=128)
-    reached: List[int] = []
+    reached: list[int] = []
     inside = threading.Event()
 
     def work() -> None:
@@ -229,8 +227,8 @@ class Recorder:
 
     def __init__(self, functions: Any) -> None:
         self._functions = functions
-        self.held: List[int] = []
-        self.destroyed: List[int] = []
+        self.held: list[int] = []
+        self.destroyed: list[int] = []
 
     def zp_string_free(self, address: int) -> None:
         self.held.remove(address)

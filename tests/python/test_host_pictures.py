@@ -6,8 +6,9 @@ import array
 import itertools
 import math
 import random
+from collections.abc import Sequence
 from pathlib import Path
-from typing import Any, List, Sequence, Tuple
+from typing import Any
 
 import numpy as np
 import pytest
@@ -43,7 +44,7 @@ def plain(fields: Fields) -> Fields:
     return Fields(array.array("f", fields.data.tobytes()), fields.snapshot)
 
 
-def pixel_at(picture: bytes, pixels: int, row: int, column: int) -> Tuple[int, ...]:
+def pixel_at(picture: bytes, pixels: int, row: int, column: int) -> tuple[int, ...]:
     start = 3 * (row * pixels + column)
     return tuple(picture[start : start + 3])
 
@@ -62,9 +63,7 @@ SIDES = {
     ("ember", 0): "670 100 170 / 1000 860 410",
     ("glacier", 0): "20 330 720 / 730 970 1000",
 }
-INFERNO = (
-    "1 0 14 / 258 39 406 / 578 148 404 / 865 317 226 / 988 645 40 / 988 998 645"
-)
+INFERNO = "1 0 14 / 258 39 406 / 578 148 404 / 865 317 226 / 988 645 40 / 988 998 645"
 
 
 def thousandths(text: str) -> np.ndarray:
@@ -210,7 +209,7 @@ def test_sizes_out_of_range_are_refused(pixels: int) -> None:
 def test_a_png_file_holds_the_pixels(tmp_path: Path, width: int, height: int) -> None:
     pixels = random.Random(9).randbytes(3 * width * height)
     zephane.write_png(tmp_path / "a.png", width, height, pixels)
-    read: List[bytes]
+    read: list[bytes]
     *size, read = read_png(tmp_path / "a.png")
     assert size == [width, height]
     assert b"".join(read) == pixels

@@ -7,7 +7,7 @@ from flow64.equation import FORMS
 from flow64.grid import Grid
 from flow64.integrators import INTEGRATORS
 from flow64.measures import difference
-from flows import shear_field, shell_field
+from flows import FLOAT32, shear_field, shell_field
 
 EXPONENTIAL = ("ifHeunRK3", "etdrk4")
 
@@ -42,9 +42,9 @@ def test_a_single_shell_decays_as_the_heat_equation(engine, integrator, operator
     viscosity = float(np.float32(1 / reynolds))
     start = grid.to_spectrum(samples.astype(np.float32).astype(float))
     expected = start * decay(grid, integrator, viscosity, dt, 128)
-    assert difference(flow.vorticity(), expected) < 5e-6
+    assert difference(flow.vorticity(), expected) < 10 * FLOAT32
     # The scheme's own error is small too: the flow is the exact one.
-    assert difference(flow.vorticity(), start * np.exp(-squared * viscosity)) < 1e-5
+    assert difference(flow.vorticity(), start * np.exp(-squared * viscosity)) < 20 * FLOAT32
 
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)
@@ -64,7 +64,8 @@ def test_each_mode_of_a_parallel_flow_decays_alone(engine, integrator, operator,
     flow.advance(64)
     viscosity = float(np.float32(1 / reynolds))
     start = grid.to_spectrum(samples.astype(np.float32).astype(float))
-    assert difference(flow.vorticity(), start * decay(grid, integrator, viscosity, dt, 64)) < 5e-6
+    expected = start * decay(grid, integrator, viscosity, dt, 64)
+    assert difference(flow.vorticity(), expected) < 10 * FLOAT32
 
 
 @pytest.mark.parametrize("integrator", EXPONENTIAL)
@@ -76,10 +77,9 @@ def test_exponential_damping_is_exact_for_a_step_of_any_length(engine, integrato
     flow = engine(samples=samples, resolution=24, reynolds=40.0, fixed_dt=dt, integrator=integrator)
     flow.advance(1)
     start = grid.to_spectrum(samples.astype(np.float32).astype(float))
-    # The nonlinear term is rounding of velocities of 0.1, times the step.
     expected = start * np.exp(-65 * float(np.float32(1 / 40)) * dt)
     error = np.linalg.norm(flow.vorticity() - expected) / np.linalg.norm(start)
-    assert error < 1e-6 * max(1.0, dt)
+    assert error < 8 * FLOAT32
 
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)
@@ -97,5 +97,5 @@ def test_damping_of_less_than_a_rounding_unit_in_a_step_is_not_lost(engine, inte
     modes = np.abs(start) > 0.1
     assert modes.sum() >= 2
     lost = 1 - (flow.vorticity()[modes] / start[modes])
-    assert lost.real == pytest.approx(loss, rel=2e-3)
-    assert np.abs(lost.imag) == pytest.approx(0, abs=2e-3 * loss)
+    assert lost.real == pytest.approx(loss, rel=2e-4)
+    assert np.abs(lost.imag) == pytest.approx(0, abs=2e-4 * loss)

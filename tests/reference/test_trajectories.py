@@ -11,9 +11,11 @@ from flow64.integrators import INTEGRATORS
 from flow64.stepping import Flow
 from flows import FLOAT32, smooth_field
 
-# Each stage adds rounding of some units in the last place; they add up like a random walk and are
-# stretched by the flow, which the runs keep to about one turnover.
-TOLERANCE = 100 * FLOAT32
+# Each stage adds rounding of about a unit in the last place. It adds up like a random walk and is
+# stretched by the flow, for which the runs last about one turnover: 12 units were seen at the most.
+TOLERANCE = 40 * FLOAT32
+# A mean square over thousands of modes averages most of that out: 3 units were seen.
+MEAN_TOLERANCE = 10 * FLOAT32
 
 GRIDS = {16: 2, 18: 2, 32: 3, 50: 4, 64: 4}
 CASES = list(
@@ -26,17 +28,16 @@ def compare(flow, model, tolerance=TOLERANCE):
     report, grid, expected = flow.inspect(), model.grid, model.vorticity
     vorticity = flow.vorticity()
     assert report["steps"] == model.steps
-    assert report["simulation_time"] == pytest.approx(model.time, rel=tolerance)
-    assert report["dt"] == pytest.approx(model.dt, rel=tolerance)
+    assert report["simulation_time"] == pytest.approx(model.time, rel=4 * FLOAT32)
+    # A step that lands on an endpoint holds the errors of all the steps before it.
+    assert report["dt"] == pytest.approx(model.dt, rel=tolerance, abs=4 * FLOAT32 * model.time)
     assert measures.difference(vorticity, expected) < tolerance
     assert np.all(vorticity[~grid.active] == 0)
     for name in ("energy", "enstrophy", "palinstrophy", "palinstrophy_ratio"):
-        assert report[name] == pytest.approx(getattr(measures, name)(grid, expected), rel=tolerance)
-    shells = measures.shell_energies(grid, expected)
-    floor = (tolerance * np.sqrt(shells.max())) ** 2
-    assert measures.shell_energies(grid, vorticity) == pytest.approx(
-        shells, rel=10 * tolerance, abs=floor
-    )
+        figure = getattr(measures, name)(grid, expected)
+        assert report[name] == pytest.approx(figure, rel=MEAN_TOLERANCE)
+    found, shells = (np.sqrt(measures.shell_energies(grid, w)) for w in (vorticity, expected))
+    assert found == pytest.approx(shells, rel=tolerance, abs=FLOAT32 * shells.max())
 
 
 def pair(engine, **config):
@@ -71,16 +72,16 @@ def test_at_the_step_compared_the_schemes_differ_by_far_more_than_the_tolerance(
         assert measures.difference(one.vorticity, other.vorticity) > 3 * TOLERANCE
 
 
-@pytest.mark.parametrize("points", (20, 22, 26, 28, 34, 38, 40, 42, 46, 62, 74, 94, 106, 118))
+@pytest.mark.parametrize("points", (20, 22, 26, 28, 34, 38, 42, 46, 62, 74, 94, 118, 122, 134))
 @pytest.mark.parametrize("operator", FORMS)
 def test_every_kind_of_grid_size_gives_the_same_physics(engine, points, operator):
-    # Grids of 3N/2 points with the factors 2, 3, 5, 7, 11, 13, 17, 19, 23, 31, 37, 47, 53 and 59.
+    # Products are sampled on 3N/2 points: factors 2, 3, 5, 7, 11, 13 and so on to 61 and 67.
     samples = smooth_field(points, largest=points // 3)
     config = dict(resolution=points, reynolds=800.0, cfl=0.8, operator=operator)
     flow = engine(samples=samples, **config)
     model = Flow(samples=samples, **config).advance(6)
     flow.advance(6)
-    compare(flow, model)
+    compare(flow, model, tolerance=15 * FLOAT32)
 
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)
@@ -97,7 +98,7 @@ def test_a_strongly_damped_flow_is_the_one_of_the_model(engine, integrator, reyn
     start = Flow(32, 1.0).vorticity
     scale = np.sqrt(measures.enstrophy(grid, start))
     error = np.sqrt(measures.enstrophy(grid, flow.vorticity() - model.vorticity))
-    assert error < TOLERANCE * scale
+    assert error < 12 * FLOAT32 * scale
 
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)

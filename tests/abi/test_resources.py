@@ -1,0 +1,121 @@
+"""What an engine takes from the machine, and that it gives all of it back."""
+
+from __future__ import annotations
+
+from .harness import Library, in_fresh_process
+
+SANITIZER_SLACK = 320 << 20  # Freed memory that a sanitizer keeps aside.
+
+
+def growth_over_lives(library: Library, lives: int):
+    def resident():
+        with open("/proc/self/statm") as file:
+            return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+    def live(number):
+        with Engine(library, {"resolution": 128, "seed": number}) as engine:  # noqa: F821
+            engine.advance(steps=1)
+            engine.export(snapshot=True)
+            engine.refusal("{")
+            engine.reset()
+        library.creation_refusal({"resolution": 128, "cfl": 1e-45})
+
+    for number in range(20):
+        live(number)
+    before = resident()
+    for number in range(lives):
+        live(number)
+    return resident() - before
+
+
+def test_engines_come_and_go_without_memory_growing(library_path, sanitized):
+    # Leaking one engine in ten would take 40 MB.
+    growth = in_fresh_process(library_path, growth_over_lives, 150)
+    assert growth < (8 << 20) + (SANITIZER_SLACK if sanitized else 0)
+
+
+def growth_over_calls(library: Library, calls: int):
+    def resident():
+        with open("/proc/self/statm") as file:
+            return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+    words = "x" * 20000
+    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+
+        def call():
+            engine.inspect()
+            engine.export(snapshot=True)
+            engine.refusal({"op": words})
+            library.creation_refusal({"operator": words})
+
+        for _ in range(50):
+            call()
+        before = resident()
+        for _ in range(calls):
+            call()
+        return resident() - before
+
+
+def test_calls_leave_nothing_behind(library_path, sanitized):
+    # Leaking the words of one call would take 20 MB.
+    growth = in_fresh_process(library_path, growth_over_calls, 1000)
+    assert growth < (8 << 20) + (SANITIZER_SLACK if sanitized else 0)
+
+
+def open_files_and_threads(library: Library, folder: str):
+    def count():
+        return [len(os.listdir("/proc/self/fd")), len(os.listdir("/proc/self/task"))]
+
+    def live():
+        with Engine(library, {"resolution": 64}) as engine:  # noqa: F821
+            engine.export(spectrum=folder + "/s", fields=folder + "/f")
+            engine.refusal({"op": "export", "spectrum": "/dev/full"})
+            engine.refusal({"op": "export", "spectrum": folder})
+            engine.refusal({"op": "reset", "initial": folder})
+            engine.refusal({"op": "reset", "initial": folder + "/none"})
+            engine.refusal({"op": "reset", "initial": folder + "/s"})
+
+    live()
+    before = count()
+    for _ in range(30):
+        live()
+    return [before, count()]
+
+
+def test_no_file_and_no_thread_stays_behind(library_path, tmp_path):
+    before, after = in_fresh_process(library_path, open_files_and_threads, str(tmp_path))
+    assert after == before
+
+
+def threads_of_many_engines(library: Library, count: int):
+    def threads():
+        return len(os.listdir("/proc/self/task"))
+
+    engines = []
+    counts = []
+    for _ in range(count):
+        engines.append(Engine(library, {"resolution": 64}))  # noqa: F821
+        engines[-1].advance(steps=2)
+        counts.append(threads())
+    for engine in engines:
+        engine.close()
+    return [counts[0], counts[-1], len(os.sched_getaffinity(0))]
+
+
+def test_engines_share_the_threads_of_the_process(library_path):
+    one, many, _ = in_fresh_process(library_path, threads_of_many_engines, 12)
+    assert many == one
+
+
+def peak_of_a_small_engine(library: Library):
+    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+        engine.advance(steps=2)
+    with open("/proc/self/status") as file:
+        (peak,) = [line.split()[1] for line in file if line.startswith("VmHWM")]
+    return int(peak) * 1024
+
+
+def test_a_small_engine_is_small(library_path, sanitized):
+    # The interpreter takes some 20 MB of it.
+    limit = (64 << 20) + (SANITIZER_SLACK if sanitized else 0)
+    assert in_fresh_process(library_path, peak_of_a_small_engine) < limit
