@@ -1,8 +1,8 @@
 // One stage of a time integrator at one mode. `term` is the stage's nonlinear term, k2 = kx^2 +
 // ky^2, and damping L = (nu dt) k2. Complex quantities are updated per component.
 //
-//   imexRK3    Crank-Nicolson per stage in a low-storage third-order Runge-Kutta scheme
-//              (Spalart, Moser & Rogers 1991)
+//   imexRK3    Crank-Nicolson in each stage of a low-storage third-order Runge-Kutta scheme (the
+//              explicit coefficients of Spalart, Moser & Rogers 1991); second order in viscosity
 //   ifHeunRK3  integrating factor on Heun's third-order scheme (Heun 1900)
 //   etdrk4     exponential time differencing of fourth order (Cox & Matthews 2002), in phi
 //   functions

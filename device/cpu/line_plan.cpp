@@ -11,8 +11,8 @@
 namespace zeph::cpu {
 namespace {
 
-// Stages of the largest radices first: what they leave fits into the nearest cache. Twos are
-// gathered into eights and fours.
+// Twos are gathered into eights and fours. The largest radix comes first, where the stage also
+// reads the memory of the plane, and the smallest last, where it writes it.
 std::vector<int> radicesOf(int length) {
   std::vector<int> radices = primeFactors(length);
   auto twos = std::count(radices.begin(), radices.end(), 2);

@@ -40,12 +40,13 @@ struct BandedTile {
   }
 };
 
-// A butterfly at each place of each of `blocks` blocks. The last stage of a line leaves blocks of
-// one element and has no twiddles.
+// A butterfly at each place of each of `blocks` neighbouring blocks, which fill the line. The last
+// stage of a line leaves blocks of one element and has no twiddles.
 template <int radix, bool last, class In, class Out>
-inline void butterflies(const LineStage& stage, In in, Out out, int base, int blocks) {
+inline void butterflies(const LineStage& stage, In in, Out out, int blocks) {
   const int span = last ? 1 : stage.span;
-  for (int b = 0; b < blocks; ++b, base += radix * span) {
+  for (int b = 0; b < blocks; ++b) {
+    const int base = b * radix * span;
     const float* w = stage.twiddles;
     for (int j = base; j < base + span; ++j) {
       ComplexLanes a[radix];
@@ -62,10 +63,11 @@ inline void butterflies(const LineStage& stage, In in, Out out, int base, int bl
 }
 
 template <bool last, class In, class Out>
-inline void oddButterflies(const LineStage& stage, In in, Out out, int base, int blocks) {
+inline void oddButterflies(const LineStage& stage, In in, Out out, int blocks) {
   const int radix = stage.radix;
   const int span = last ? 1 : stage.span;
-  for (int b = 0; b < blocks; ++b, base += radix * span) {
+  for (int b = 0; b < blocks; ++b) {
+    const int base = b * radix * span;
     const float* w = stage.twiddles;
     for (int j = base; j < base + span; ++j) {
       ComplexLanes a[largestRadix];
@@ -81,46 +83,23 @@ inline void oddButterflies(const LineStage& stage, In in, Out out, int base, int
 }
 
 template <bool last, class In, class Out>
-inline void runStage(const LineStage& stage, In in, Out out, int base, int blocks) {
+inline void runStage(const LineStage& stage, In in, Out out, int blocks) {
   switch (stage.radix) {
     case 2:
-      return butterflies<2, last>(stage, in, out, base, blocks);
+      return butterflies<2, last>(stage, in, out, blocks);
     case 3:
-      return butterflies<3, last>(stage, in, out, base, blocks);
+      return butterflies<3, last>(stage, in, out, blocks);
     case 4:
-      return butterflies<4, last>(stage, in, out, base, blocks);
+      return butterflies<4, last>(stage, in, out, blocks);
     case 5:
-      return butterflies<5, last>(stage, in, out, base, blocks);
+      return butterflies<5, last>(stage, in, out, blocks);
     case 7:
-      return butterflies<7, last>(stage, in, out, base, blocks);
+      return butterflies<7, last>(stage, in, out, blocks);
     case 8:
-      return butterflies<8, last>(stage, in, out, base, blocks);
+      return butterflies<8, last>(stage, in, out, blocks);
     default:
-      return oddButterflies<last>(stage, in, out, base, blocks);
+      return oddButterflies<last>(stage, in, out, blocks);
   }
-}
-
-// Blocks this long stay in a first-level cache of 32 KB.
-constexpr int cachedElements = 24 * 1024 / (2 * laneBytes);
-
-// The stages from `s` on, of the block of `length` elements at `base`: block by block while it is
-// too long for the cache, then stage by stage.
-template <class Out>
-inline void runStages(const LineTables& line, int s, int base, int length, Tile tile, Out out) {
-  const int last = line.stageCount - 1;
-  if (s < last && length > cachedElements) {
-    const LineStage& stage = line.stages[s];
-    runStage<false>(stage, tile, tile, base, 1);
-    for (int k = 0; k < stage.radix; ++k) {
-      runStages(line, s + 1, base + k * stage.span, stage.span, tile, out);
-    }
-    return;
-  }
-  for (; s < last; ++s) {
-    const LineStage& stage = line.stages[s];
-    runStage<false>(stage, tile, tile, base, length / (stage.radix * stage.span));
-  }
-  runStage<true>(line.stages[last], tile, out, base, length / line.stages[last].radix);
 }
 
 // Transforms a line of radices: element j of it is in.load(j), and the element of the result that
@@ -128,15 +107,18 @@ inline void runStages(const LineTables& line, int s, int base, int length, Tile 
 // it.
 template <class In, class Out>
 inline void transformByStages(const LineTables& line, In in, Tile tile, Out out) {
-  if (line.stageCount == 1) {
+  const int last = line.stageCount - 1;
+  if (last == 0) {
     for (int j = 0; j < line.length; ++j) tile.store(j, in.load(j));
-    return runStages(line, 0, 0, line.length, tile, out);
+  } else {
+    runStage<false>(line.stages[0], in, tile, 1);
   }
-  const LineStage& first = line.stages[0];
-  runStage<false>(first, in, tile, 0, 1);
-  for (int k = 0; k < first.radix; ++k) {
-    runStages(line, 1, k * first.span, first.span, tile, out);
+  int blocks = line.stages[0].radix;
+  for (int s = 1; s < last; ++s) {
+    runStage<false>(line.stages[s], tile, tile, blocks);
+    blocks *= line.stages[s].radix;
   }
+  runStage<true>(line.stages[last], tile, out, line.length / line.stages[last].radix);
 }
 
 // Bluestein's algorithm, with k j = (k^2 + j^2 - (k - j)^2) / 2: the line times the chirp,

@@ -19,7 +19,7 @@ from .records import Config, Statistics, SystemInfo, default_reynolds
 from .report import Outcome, describe_run
 
 # Length of a run that is told no other, in turnover times of its start field.
-TURNOVERS = 4.0
+TURNOVERS = 3.0
 
 # Time that one request to the engine should take, so that progress moves and Ctrl-C is heard.
 SLICE_SECONDS = 0.15

@@ -130,7 +130,7 @@ def test_a_run_is_that_of_the_engine(zeph: Runner, library_path: Path) -> None:
 
 def test_a_run_is_a_few_turnover_times_long_unless_told(zeph: Runner) -> None:
     told = json.loads(zeph("run", *SMALL, "--json").stdout)
-    assert told["simulation_time"] == pytest.approx(4 * told["initial_turnover_time"], rel=1e-12)
+    assert told["simulation_time"] == pytest.approx(3 * told["initial_turnover_time"], rel=1e-12)
 
 
 def test_the_first_bound_ends_a_run(zeph: Runner) -> None:

@@ -1,0 +1,26 @@
+#include "device/cpu/instruction_set.h"
+
+#include <gtest/gtest.h>
+
+namespace zeph::cpu {
+namespace {
+
+TEST(InstructionSets, ALimitHoldsUntilItIsRaised) {
+  const InstructionSet widest = instructionSet();
+  limitInstructionSet(InstructionSet::sse2);
+  EXPECT_EQ(instructionSet(), InstructionSet::sse2);
+  EXPECT_EQ(forInstructionSet(4, 8, 16), 4);
+  limitInstructionSet(InstructionSet::avx512);
+  EXPECT_EQ(instructionSet(), widest);
+}
+
+TEST(InstructionSets, NoMoreIsUsedThanTheMachineHas) {
+  limitInstructionSet(InstructionSet::avx2);
+  EXPECT_LE(instructionSet(), InstructionSet::avx2);
+  limitInstructionSet(InstructionSet::avx512);
+  const int lanes = forInstructionSet(4, 8, 16);
+  EXPECT_EQ(lanes, 4 << static_cast<int>(instructionSet()));
+}
+
+}  // namespace
+}  // namespace zeph::cpu

@@ -1,0 +1,186 @@
+// The device calls, with the processor behind them.
+#include "device/runtime.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "device/check.h"
+#include "device/cpu/thread_pool.h"
+#include "platform/memory.h"
+#include "platform/system.h"
+
+namespace zeph {
+namespace {
+
+int processorOrdinal() {
+  int count = 0;
+  EXPECT_EQ(cudaGetDeviceCount(&count), cudaSuccess);
+  return count - 1;
+}
+
+// The processor is selected on the test's thread, whatever else the machine has.
+class Runtime : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(cudaGetDevice(&before_), cudaSuccess);
+    ASSERT_EQ(cudaSetDevice(processorOrdinal()), cudaSuccess);
+  }
+  void TearDown() override { cudaSetDevice(before_); }
+
+ private:
+  int before_ = 0;
+};
+
+TEST_F(Runtime, TheProcessorIsAlwaysThereAsTheLastDevice) {
+  EXPECT_GE(processorOrdinal(), 0);
+  EXPECT_STREQ(deviceBackend(), "CPU / built-in FFT");
+  EXPECT_TRUE(deviceIsSynchronous());
+}
+
+TEST_F(Runtime, AnOrdinalWithoutADeviceIsInvalidAndChangesNothing) {
+  const int last = processorOrdinal();
+  for (const int ordinal : {last + 1, last + 100, -1, -2147483647 - 1, 2147483647}) {
+    EXPECT_EQ(cudaSetDevice(ordinal), cudaErrorInvalidDevice);
+    cudaDeviceProp properties;
+    EXPECT_EQ(cudaGetDeviceProperties(&properties, ordinal), cudaErrorInvalidDevice);
+    int selected = -1;
+    EXPECT_EQ(cudaGetDevice(&selected), cudaSuccess);
+    EXPECT_EQ(selected, last);
+  }
+}
+
+TEST_F(Runtime, EachThreadSelectsForItself) {
+  int elsewhere = -1;
+  std::thread([&] { cudaGetDevice(&elsewhere); }).join();
+  EXPECT_EQ(elsewhere, 0);
+  std::thread([&] {
+    cudaSetDevice(processorOrdinal());
+    cudaGetDevice(&elsewhere);
+  }).join();
+  EXPECT_EQ(elsewhere, processorOrdinal());
+}
+
+TEST_F(Runtime, TheProcessorTellsItsModelItsThreadsAndItsMemory) {
+  cudaDeviceProp properties;
+  ASSERT_EQ(cudaGetDeviceProperties(&properties, processorOrdinal()), cudaSuccess);
+  const int threads = cpu::ThreadPool::shared().participants();
+  const std::string suffix =
+      " (" + std::to_string(threads) + (threads == 1 ? " thread)" : " threads)");
+  EXPECT_EQ(std::string(properties.name), platform::processorModel() + suffix);
+  EXPECT_EQ(properties.totalGlobalMem, platform::physicalMemory());
+  EXPECT_EQ(properties.major, 0);
+  EXPECT_EQ(properties.minor, 0);
+  std::size_t available = 0;
+  std::size_t total = 0;
+  ASSERT_EQ(cudaMemGetInfo(&available, &total), cudaSuccess);
+  EXPECT_EQ(total, properties.totalGlobalMem);
+  EXPECT_GT(available, 0u);
+  EXPECT_LT(available, total);
+}
+
+TEST_F(Runtime, MemoryComesAndGoes) {
+  void* pointer = nullptr;
+  ASSERT_EQ(cudaMalloc(&pointer, 1000), cudaSuccess);
+  ASSERT_NE(pointer, nullptr);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pointer) % 64, 0u);
+  EXPECT_EQ(cudaFree(pointer), cudaSuccess);
+  EXPECT_EQ(cudaFree(pointer), cudaErrorInvalidValue);
+  EXPECT_EQ(cudaFree(nullptr), cudaSuccess);
+  ASSERT_EQ(cudaMallocHost(&pointer, 1000), cudaSuccess);
+  EXPECT_EQ(cudaFreeHost(pointer), cudaSuccess);
+  EXPECT_EQ(cudaFreeHost(nullptr), cudaSuccess);
+}
+
+TEST_F(Runtime, NoMachineHasMemoryForEverything) {
+  for (const std::size_t bytes : {std::size_t{1} << 60, ~std::size_t{0}, ~std::size_t{0} / 2}) {
+    void* pointer = nullptr;
+    EXPECT_EQ(cudaMalloc(&pointer, bytes), cudaErrorMemoryAllocation);
+    EXPECT_EQ(cudaMallocHost(&pointer, bytes), cudaErrorMemoryAllocation);
+  }
+}
+
+TEST_F(Runtime, AnAllocationOfNothingSucceedsEveryTime) {
+  for (int k = 0; k < 40; ++k) {
+    void* pointer = nullptr;
+    EXPECT_EQ(cudaMalloc(&pointer, 0), cudaSuccess) << k;
+    EXPECT_EQ(cudaFree(pointer), cudaSuccess) << k;
+  }
+}
+
+TEST_F(Runtime, CopiesAndFillsAreDoneWhenTheCallReturns) {
+  cudaStream_t stream = nullptr;
+  ASSERT_EQ(cudaStreamCreateWithFlags(&stream, streamNonBlocking), cudaSuccess);
+  void* device = nullptr;
+  ASSERT_EQ(cudaMalloc(&device, 64), cudaSuccess);
+  const std::vector<unsigned char> given = {1, 2, 3, 4, 5, 6, 7, 8};
+  std::vector<unsigned char> back(8);
+  EXPECT_EQ(cudaMemsetAsync(device, 0xEE, 64, stream), cudaSuccess);
+  EXPECT_EQ(cudaMemcpyAsync(device, given.data(), 5, cudaMemcpyHostToDevice, stream), cudaSuccess);
+  EXPECT_EQ(cudaMemcpyAsync(back.data(), device, 8, cudaMemcpyDeviceToHost, stream), cudaSuccess);
+  EXPECT_EQ(back, (std::vector<unsigned char>{1, 2, 3, 4, 5, 0xEE, 0xEE, 0xEE}));
+  EXPECT_EQ(cudaMemcpy(back.data(), static_cast<char*>(device) + 3, 2, cudaMemcpyDeviceToHost),
+            cudaSuccess);
+  EXPECT_EQ(back[0], 4);
+  EXPECT_EQ(cudaMemcpy(nullptr, nullptr, 0, cudaMemcpyDeviceToHost), cudaSuccess);
+  EXPECT_EQ(cudaStreamSynchronize(stream), cudaSuccess);
+  EXPECT_EQ(cudaFree(device), cudaSuccess);
+  EXPECT_EQ(cudaStreamDestroy(stream), cudaSuccess);
+}
+
+TEST_F(Runtime, EventsMeasureMilliseconds) {
+  cudaEvent_t begin = nullptr;
+  cudaEvent_t end = nullptr;
+  ASSERT_EQ(cudaEventCreate(&begin), cudaSuccess);
+  ASSERT_EQ(cudaEventCreate(&end), cudaSuccess);
+  float milliseconds = -1;
+  EXPECT_EQ(cudaEventElapsedTime(&milliseconds, begin, end), cudaErrorInvalidResourceHandle);
+  EXPECT_EQ(cudaEventRecord(begin, nullptr), cudaSuccess);
+  EXPECT_EQ(cudaEventElapsedTime(&milliseconds, begin, end), cudaErrorInvalidResourceHandle);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(cudaEventRecord(end, nullptr), cudaSuccess);
+  EXPECT_EQ(cudaEventElapsedTime(&milliseconds, begin, end), cudaSuccess);
+  EXPECT_GE(milliseconds, 20.0f);
+  EXPECT_LT(milliseconds, 20000.0f);
+  EXPECT_EQ(cudaEventDestroy(begin), cudaSuccess);
+  EXPECT_EQ(cudaEventDestroy(end), cudaSuccess);
+}
+
+TEST_F(Runtime, ALaunchRunsTheKernelWithTheAddressesOfItsArguments) {
+  const Kernel add = {"add", [](void** arguments) {
+                        **static_cast<int**>(arguments[0]) += *static_cast<int*>(arguments[1]);
+                      }};
+  int sum = 40;
+  int* target = &sum;
+  int increment = 2;
+  void* arguments[] = {&target, &increment};
+  EXPECT_EQ(cudaLaunchKernel(add, {1}, {1}, arguments, 0, nullptr), cudaSuccess);
+  EXPECT_EQ(sum, 42);
+  EXPECT_EQ(cudaGetLastError(), cudaSuccess);
+}
+
+TEST(ErrorTexts, AreThoseThatAHostMayKnow) {
+  EXPECT_STREQ(cudaGetErrorString(cudaSuccess), "no error");
+  EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidValue), "invalid argument");
+  EXPECT_STREQ(cudaGetErrorString(cudaErrorMemoryAllocation), "out of memory");
+  EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidDevice), "invalid device ordinal");
+  EXPECT_STREQ(cudaGetErrorString(static_cast<cudaError_t>(12345)), "unrecognized error code");
+}
+
+TEST(Check, NamesTheCallAndTheError) {
+  EXPECT_NO_THROW(check(cudaSuccess, "anything"));
+  try {
+    check(cudaErrorMemoryAllocation, "cudaMalloc(&ptr,bytes)");
+    FAIL() << "a failure passed the check";
+  } catch (const std::runtime_error& failure) {
+    EXPECT_STREQ(failure.what(), "cudaMalloc(&ptr,bytes): out of memory");
+  }
+}
+
+}  // namespace
+}  // namespace zeph

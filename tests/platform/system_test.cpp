@@ -1,0 +1,49 @@
+#include "platform/system.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+namespace zeph::platform {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(System, HasOneOfTheTwoNames) {
+  EXPECT_TRUE(systemName() == "Linux"s || systemName() == "Windows"s);
+}
+
+TEST(System, AThreadKeepsAnIdOfItsOwn) {
+  const std::uint32_t mine = threadId();
+  EXPECT_NE(mine, 0u);
+  EXPECT_EQ(threadId(), mine);
+  std::uint32_t other = 0;
+  std::thread([&] { other = threadId(); }).join();
+  EXPECT_NE(other, 0u);
+  EXPECT_NE(other, mine);
+}
+
+TEST(System, HasAtLeastOneProcessor) {
+  EXPECT_GE(usableProcessors(), 1);
+  const std::string model = processorModel();
+  ASSERT_FALSE(model.empty());
+  EXPECT_NE(model.front(), ' ');
+  EXPECT_NE(model.back(), ' ');
+  EXPECT_EQ(model.find('\n'), std::string::npos);
+}
+
+TEST(Paths, TextComesBackAsItWas) {
+  for (const std::string& text : {""s, "field.raw"s, "/a dir/b.f32"s, "/tmp/Wirbelst\u00e4rke \u03c9.raw"s}) {
+    EXPECT_EQ(pathToUtf8(pathFromUtf8(text)), text);
+  }
+}
+
+TEST(Paths, TextWithANulIsThePathThatNoFileHas) {
+  EXPECT_TRUE(pathFromUtf8("/tmp/a\0b"s).empty());
+  EXPECT_TRUE(pathFromUtf8("\0"s).empty());
+  EXPECT_TRUE(pathFromUtf8("/tmp/a\0"s).empty());
+}
+
+}  // namespace
+}  // namespace zeph::platform
