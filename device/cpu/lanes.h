@@ -2,6 +2,7 @@
 // For code that is compiled once per instruction set.
 #pragma once
 
+#include <cstddef>
 #include <utility>
 
 #define ZEPH_INLINE [[gnu::always_inline]] inline
@@ -42,14 +43,17 @@ ZEPH_INLINE void store(float* to, Lanes value) {
   *reinterpret_cast<LanesInMemory*>(to) = value;
 }
 
-// The first `count` lanes alone; the rest is zero.
+// The first `count` lanes alone, none if it is negative; the rest is zero.
+ZEPH_INLINE std::size_t bytesOf(int count) {
+  return count <= 0 ? 0 : count < lanes ? 4 * static_cast<std::size_t>(count) : laneBytes;
+}
 ZEPH_INLINE Lanes loadFirst(const float* from, int count) {
   Lanes value = {};
-  for (int k = 0; k < lanes && k < count; ++k) value[k] = from[k];
+  __builtin_memcpy(&value, from, bytesOf(count));
   return value;
 }
 ZEPH_INLINE void storeFirst(float* to, Lanes value, int count) {
-  for (int k = 0; k < lanes && k < count; ++k) to[k] = value[k];
+  __builtin_memcpy(to, &value, bytesOf(count));
 }
 
 // Lane k of the result is element Source::at(k) of a followed by b.

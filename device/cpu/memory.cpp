@@ -32,7 +32,7 @@ void* DeviceMemory::allocate(std::size_t bytes) {
   if (bytes > std::numeric_limits<std::size_t>::max() / 2) return nullptr;
   const std::lock_guard lock(mutex_);
   const std::size_t offset = stagger * (placed_ % placements);
-  const std::size_t mapped = bytes + offset;
+  const std::size_t mapped = std::max<std::size_t>(bytes, 1) + offset;
   if (mapped > availableLocked()) return nullptr;
   void* pages = platform::mapPages(mapped);
   if (pages == nullptr) return nullptr;

@@ -91,20 +91,23 @@ class Library:
     def initialize(self) -> Mapping[str, Any]:
         """Describe the machine anew, and choose the device that all engines use."""
         with self._initializing:
-            description = self._result(self._functions.zp_initialize())
-            version = description.get("abi_version")
-            if version != ABI_VERSION:
-                raise ZephaneError(
-                    f"{self.path} has interface version {version}; "
-                    f"this package works with version {ABI_VERSION}."
-                )
-            self._description = description
-            return description
+            return self._initialize()
 
     def description(self) -> Mapping[str, Any]:
         """What the last initialization told; the first caller initializes."""
-        known = self._description
-        return self.initialize() if known is None else known
+        with self._initializing:
+            return self._initialize() if self._description is None else self._description
+
+    def _initialize(self) -> Mapping[str, Any]:
+        description = self._result(self._functions.zp_initialize())
+        version = description.get("abi_version")
+        if version != ABI_VERSION:
+            raise ZephaneError(
+                f"{self.path} has interface version {version}; "
+                f"this package works with version {ABI_VERSION}."
+            )
+        self._description = description
+        return description
 
     def create(self, config: Mapping[str, Any]) -> int:
         """A new engine's handle."""

@@ -167,7 +167,7 @@ def test_an_integer_of_another_type_is_refused(library, key, value, name):
     assert library.creation_refusal(f'{{"{key}":{value}}}') == type_error("number", name)
 
 
-def largest_grid(library: Library):  # noqa: F821
+def largest_grid(library: Library):
     import resource
 
     resource.setrlimit(resource.RLIMIT_AS, (2 << 30, 2 << 30))

@@ -213,9 +213,7 @@ def test_steps_that_are_no_number_are_refused(engine, value, name):
     assert engine.refusal(text) == type_error("number", name)
 
 
-@pytest.mark.parametrize(
-    ("value", "name"), [("true", "boolean"), *NEVER_NUMBERS[1:]]
-)
+@pytest.mark.parametrize(("value", "name"), [("true", "boolean"), *NEVER_NUMBERS[1:]])
 def test_an_endpoint_that_is_no_number_is_refused(engine, value, name):
     text = f'{{"op":"advance","until":{value}}}'
     assert engine.refusal(text) == type_error("number", name)
@@ -483,7 +481,9 @@ def test_the_picture_arguments_are_read_only_for_a_picture(engine):
     assert types_of(engine.call({"op": "export", "snapshot": True, **odd})) == SNAPSHOT
 
 
-@pytest.mark.parametrize("value", ["0", "-1", "8193", "0.9", "false", "4294967296", "1e10", "-1e10"])
+@pytest.mark.parametrize(
+    "value", ["0", "-1", "8193", "0.9", "false", "4294967296", "1e10", "-1e10"]
+)
 def test_a_picture_of_no_size_or_a_huge_one_is_refused(engine, tmp_path, value):
     text = f'{{"op":"export","png":"{tmp_path}/p.png","pixel_size":{value}}}'
     assert engine.refusal(text) == "PNG size must be 1 through 8192."

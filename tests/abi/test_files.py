@@ -6,6 +6,7 @@ import math
 import os
 import random
 import struct
+import threading
 from array import array
 from pathlib import Path
 
@@ -16,7 +17,9 @@ from .harness import (
     BAD_SIZE,
     UNREADABLE,
     UNWRITABLE,
+    Engine,
     Library,
+    decode,
     in_fresh_process,
 )
 
@@ -214,19 +217,19 @@ def resets_while_the_file_changes(library: Library, path: str):
     with open(path, "wb") as file:
         file.truncate(whole)
     outcomes = {}
-    stop = threading.Event()  # noqa: F821
+    stop = threading.Event()
 
     def breathe():
         while not stop.is_set():
             os.truncate(path, 4)
             os.truncate(path, whole)
 
-    thread = threading.Thread(target=breathe)  # noqa: F821
-    with Engine(library, {"resolution": n, "integrator": "imexRK3"}) as engine:  # noqa: F821
+    thread = threading.Thread(target=breathe)
+    with Engine(library, {"resolution": n, "integrator": "imexRK3"}) as engine:
         thread.start()
         try:
             for _ in range(60):
-                reply = decode(engine.raw({"op": "reset", "initial": path}))  # noqa: F821
+                reply = decode(engine.raw({"op": "reset", "initial": path}))
                 words = reply.get("error", "")
                 outcomes[words] = outcomes.get(words, 0) + 1
         finally:
@@ -261,7 +264,9 @@ def test_a_relative_path_starts_at_the_working_folder(engine, tmp_path, monkeypa
     assert (tmp_path / "a.bin").stat().st_size == SAMPLES * 8
 
 
-@pytest.mark.parametrize("name", ["é", "渦度", "🌀.bin", "a b", "a\\b", 'a"b', "a\nb", "\x7f", "%41"])
+@pytest.mark.parametrize(
+    "name", ["é", "渦度", "🌀.bin", "a b", "a\\b", 'a"b', "a\nb", "\x7f", "%41"]
+)
 def test_a_file_may_have_any_name(engine, make_engine, tmp_path, name):
     path = tmp_path / name
     engine.export(fields=str(path))
@@ -271,7 +276,7 @@ def test_a_file_may_have_any_name(engine, make_engine, tmp_path, name):
 
 
 def export_under_an_ascii_locale(library: Library, folder: str):
-    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+    with Engine(library, {"resolution": 16}) as engine:
         engine.export(spectrum=folder + "/渦")
     return [name.hex() for name in os.listdir(os.fsencode(folder))]
 
@@ -320,7 +325,7 @@ def test_a_null_device_takes_any_export(engine):
 
 
 def files_of_somebody_else(library: Library, folder: str):
-    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+    with Engine(library, {"resolution": 16}) as engine:
         secret = folder + "/secret"
         with open(secret, "wb") as file:
             file.write(bytes(1024))

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import json
 import random
+import threading
 
 import pytest
 
@@ -14,10 +15,12 @@ from .harness import (
     PARSE_ERROR,
     UNKNOWN_OPERATION,
     UNWRITABLE,
+    Engine,
     Library,
     decode,
     error_of,
     in_fresh_process,
+    on_another_thread,
     type_error,
 )
 
@@ -98,7 +101,7 @@ def deep_requests(library: Library, depth: int):
     arrays = "[" * depth + "]" * depth
     objects = '{"a":' * depth + "1" + "}" * depth
     answers = {}
-    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+    with Engine(library, {"resolution": 16}) as engine:
         for name, value in (("arrays", arrays), ("objects", objects)):
             for text in (
                 '{"op":%s}',
@@ -164,9 +167,9 @@ def test_deep_nesting_in_a_configuration_is_told_as_what_it_is(library_path):
 
 
 def deep_on_a_small_stack(library: Library, depth: int):
-    threading.stack_size(512 << 10)  # noqa: F821
+    threading.stack_size(512 << 10)
     text = '{"resolution":16,"seed":' + "[" * depth + "]" * depth + "}"
-    return on_another_thread(lambda: library.creation_refusal(text))  # noqa: F821
+    return on_another_thread(lambda: library.creation_refusal(text))
 
 
 def test_deep_nesting_needs_no_deep_stack(library_path):

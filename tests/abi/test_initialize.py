@@ -9,7 +9,9 @@ import sys
 import pytest
 
 from .harness import (
+    Engine,
     Library,
+    Refused,
     decode,
     in_fresh_process,
     on_another_thread,
@@ -149,9 +151,7 @@ def initialize_alone(library: Library):
 
 
 def with_device(library_path, text: str | None) -> dict:
-    return in_fresh_process(
-        library_path, initialize_alone, environment={"ZEPHANE_DEVICE": text}
-    )
+    return in_fresh_process(library_path, initialize_alone, environment={"ZEPHANE_DEVICE": text})
 
 
 def test_without_the_variable_a_device_is_found(library_path):
@@ -217,14 +217,14 @@ def test_a_failed_choice_of_device_still_fixes_the_main_thread(library_path):
 
 def engine_after_a_bad_device(library: Library, text: str):
     library.initialize()
-    engine = Engine(library, {"resolution": 16})  # noqa: F821
+    engine = Engine(library, {"resolution": 16})
     os.environ["ZEPHANE_DEVICE"] = text
     library.initialize()
     answers = [decode(engine.raw({"op": "advance"})).get("error")]
     try:
-        Engine(library, {"resolution": 16}).close()  # noqa: F821
+        Engine(library, {"resolution": 16}).close()
         answers.append(None)
-    except Refused as refused:  # noqa: F821
+    except Refused as refused:
         answers.append(refused.text)
     engine.close()
     return answers

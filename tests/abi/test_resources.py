@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
-from .harness import Library, in_fresh_process
+import os
+
+from .harness import Engine, Library, in_fresh_process
 
 SANITIZER_SLACK = 320 << 20  # Freed memory that a sanitizer keeps aside.
 
@@ -13,7 +15,7 @@ def growth_over_lives(library: Library, lives: int):
             return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
 
     def live(number):
-        with Engine(library, {"resolution": 128, "seed": number}) as engine:  # noqa: F821
+        with Engine(library, {"resolution": 128, "seed": number}) as engine:
             engine.advance(steps=1)
             engine.export(snapshot=True)
             engine.refusal("{")
@@ -40,7 +42,7 @@ def growth_over_calls(library: Library, calls: int):
             return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
 
     words = "x" * 20000
-    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+    with Engine(library, {"resolution": 16}) as engine:
 
         def call():
             engine.inspect()
@@ -67,7 +69,7 @@ def open_files_and_threads(library: Library, folder: str):
         return [len(os.listdir("/proc/self/fd")), len(os.listdir("/proc/self/task"))]
 
     def live():
-        with Engine(library, {"resolution": 64}) as engine:  # noqa: F821
+        with Engine(library, {"resolution": 64}) as engine:
             engine.export(spectrum=folder + "/s", fields=folder + "/f")
             engine.refusal({"op": "export", "spectrum": "/dev/full"})
             engine.refusal({"op": "export", "spectrum": folder})
@@ -94,7 +96,7 @@ def threads_of_many_engines(library: Library, count: int):
     engines = []
     counts = []
     for _ in range(count):
-        engines.append(Engine(library, {"resolution": 64}))  # noqa: F821
+        engines.append(Engine(library, {"resolution": 64}))
         engines[-1].advance(steps=2)
         counts.append(threads())
     for engine in engines:
@@ -108,7 +110,7 @@ def test_engines_share_the_threads_of_the_process(library_path):
 
 
 def peak_of_a_small_engine(library: Library):
-    with Engine(library, {"resolution": 16}) as engine:  # noqa: F821
+    with Engine(library, {"resolution": 16}) as engine:
         engine.advance(steps=2)
     with open("/proc/self/status") as file:
         (peak,) = [line.split()[1] for line in file if line.startswith("VmHWM")]

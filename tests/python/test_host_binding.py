@@ -6,6 +6,8 @@ import dataclasses
 import gc
 import math
 import os
+import subprocess
+import sys
 import threading
 from pathlib import Path
 from typing import Any, Callable
@@ -255,6 +257,45 @@ def recorder(library_path: Path, system: Any, monkeypatch: pytest.MonkeyPatch) -
     recorder = Recorder(library._functions)
     monkeypatch.setattr(library, "_functions", recorder)
     return recorder
+
+
+def test_every_argument_of_export_reaches_the_library(
+    engine: zephane.Engine, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    requests: list[Any] = []
+    monkeypatch.setattr(engine._library, "call", lambda handle, asked: requests.append(asked) or {})
+    arguments: dict[str, Any] = {
+        "spectrum": "a",
+        "fields": "b",
+        "png": "c",
+        "snapshot": False,
+        "include_velocity": False,
+        "pixel_size": 7,
+        "display": "speed",
+        "palette": "aurora",
+        "color_range": "exposure",
+        "exposure": 0.5,
+        "sigma": 2.0,
+        "flow": True,
+    }
+    engine.export(**arguments)
+    engine.export(fields=Path("b"))
+    assert requests == [{"op": "export", **arguments}, {"op": "export", "fields": "b"}]
+
+
+def test_engines_of_many_threads_initialize_once(library_path: Path, python_path: Path) -> None:
+    program = """
+import sys, threading, zephane
+made = []
+make = lambda: made.append(zephane.Engine(resolution=32, library=sys.argv[1]).advance(20).steps)
+threads = [threading.Thread(target=make) for _ in range(8)]
+[thread.start() for thread in threads]
+[thread.join() for thread in threads]
+assert made == [20] * 8, made
+"""
+    words = [sys.executable, "-c", program, str(library_path)]
+    environment = {**os.environ, "PYTHONPATH": str(python_path)}
+    subprocess.run(words, env=environment, check=True, timeout=60)
 
 
 def test_every_string_is_given_back_once(recorder: Recorder, make_engine: Maker) -> None:

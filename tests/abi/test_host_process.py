@@ -1,0 +1,213 @@
+"""What a host does to its own process - floating-point modes, forks, unloading, leaving - does not
+reach the flow, and the library does nothing to the host behind its back."""
+
+from __future__ import annotations
+
+import ctypes
+import os
+import platform
+import signal
+import struct
+import sys
+import threading
+
+import pytest
+
+from .harness import UNHEALTHY, Engine, Library, decode, in_fresh_process, single
+
+on_x86_64_linux = pytest.mark.skipif(
+    not (sys.platform == "linux" and platform.machine() == "x86_64"),
+    reason="the modes are set as the C library of Linux has them on x86-64",
+)
+
+# Bits of <fenv.h> on x86-64.
+UPWARD = 0x800
+INVALID, DIVISION_BY_ZERO, OVERFLOW = 0x01, 0x04, 0x08
+
+
+def rounded_otherwise(library: Library, mode: int):
+    import hashlib
+
+    mathematics = ctypes.CDLL("libm.so.6")
+    digests = []
+    for at_creation, at_run in ((0, 0), (mode, 0), (0, mode)):
+        mathematics.fesetround(at_creation)
+        with Engine(library, {"resolution": 96}) as engine:
+            mathematics.fesetround(at_run)
+            engine.advance(steps=10)
+            mathematics.fesetround(0)
+            digests.append(hashlib.sha256(engine.spectrum()).hexdigest())
+    return digests
+
+
+def rounded_otherwise_from_the_first(library: Library, mode: int):
+    import hashlib
+
+    mathematics = ctypes.CDLL("libm.so.6")
+    mathematics.fesetround(mode)
+    with Engine(library, {"resolution": 96}) as engine:
+        engine.advance(steps=1)
+        mathematics.fesetround(0)
+        engine.reset()
+        engine.advance(steps=10)
+        return hashlib.sha256(engine.spectrum()).hexdigest()
+
+
+@on_x86_64_linux
+def test_the_rounding_of_the_host_does_not_reach_the_flow(library_path):
+    usual, *others = in_fresh_process(library_path, rounded_otherwise, UPWARD)
+    assert others == [usual, usual]
+    assert in_fresh_process(library_path, rounded_otherwise_from_the_first, UPWARD) == usual
+
+
+def denormals_flushed(library: Library, seconds: float):
+    mathematics = ctypes.CDLL("libm.so.6")
+    environment = ctypes.create_string_buffer(64)
+    mathematics.fegetenv(environment)
+    usual = environment.raw
+    # The control word of the vector unit stands at byte 28; its bits 15 and 6 flush denormals.
+    (control,) = struct.unpack_from("<I", usual, 28)
+    struct.pack_into("<I", environment, 28, control | 0x8040)
+    with Engine(library, {"resolution": 16, "fixed_dt": seconds}) as engine:
+        mathematics.fesetenv(environment)
+        reply = engine.raw({"op": "advance", "steps": 2})
+        mathematics.fesetenv(ctypes.create_string_buffer(usual))
+        return decode(reply)
+
+
+@on_x86_64_linux
+def test_denormals_flushed_by_the_host_are_not_flushed_in_the_flow(library_path):
+    seconds = single(1e-42)
+    report = in_fresh_process(library_path, denormals_flushed, seconds)
+    assert report.get("simulation_time") == 2 * seconds
+
+
+def mode_of_the_host(library: Library, mode: int):
+    mathematics = ctypes.CDLL("libm.so.6")
+    mathematics.fesetround(mode)
+    with Engine(library, {"resolution": 16}) as engine:
+        engine.advance(steps=2)
+        engine.refusal({"op": "nothing"})
+        library.initialize()
+    kept = mathematics.fegetround()
+    mathematics.fesetround(0)
+    return kept
+
+
+@on_x86_64_linux
+def test_the_host_finds_its_rounding_as_it_left_it(library_path):
+    assert in_fresh_process(library_path, mode_of_the_host, UPWARD) == UPWARD
+
+
+def loss_with_traps(library: Library, traps: int):
+    mathematics = ctypes.CDLL("libm.so.6")
+    with Engine(library, {"resolution": 16, "fixed_dt": 1e30, "reynolds": 1e30}) as engine:
+        mathematics.feenableexcept(traps)
+        words = engine.refusal({"op": "advance"})
+        mathematics.fedisableexcept(traps)
+        return words
+
+
+@on_x86_64_linux
+def test_a_lost_flow_is_told_where_the_host_traps_floating_point_errors(library_path):
+    traps = INVALID | DIVISION_BY_ZERO | OVERFLOW
+    assert in_fresh_process(library_path, loss_with_traps, traps) == UNHEALTHY
+
+
+def engine_in_a_forked_child(library: Library):
+    import time
+
+    with Engine(library, {"resolution": 256}) as engine:
+        engine.advance(steps=3)
+    child = os.fork()
+    if child == 0:
+        with Engine(library, {"resolution": 256}) as engine:
+            os._exit(0 if engine.advance(steps=3)["steps"] == 3 else 1)
+    for _ in range(600):
+        ended, status = os.waitpid(child, os.WNOHANG)
+        if ended:
+            return status
+        time.sleep(0.05)
+    os.kill(child, signal.SIGKILL)
+    return "hung"
+
+
+def test_a_forked_child_makes_engines_of_its_own(library_path, sanitized):
+    if sanitized:
+        pytest.skip("the sanitizers do not follow a fork")
+    assert in_fresh_process(library_path, engine_in_a_forked_child) == 0
+
+
+def unloaded_after_use(library: Library):
+    import _ctypes
+    import time
+
+    with Engine(library, {"resolution": 256}) as engine:
+        engine.advance(steps=3)
+    _ctypes.dlclose(library.c._handle)
+    time.sleep(0.2)
+    return "alive"
+
+
+@pytest.mark.skipif(sys.platform != "linux", reason="unloads as Linux does")
+def test_the_library_may_be_unloaded_after_use(library_path):
+    assert in_fresh_process(library_path, unloaded_after_use) == "alive"
+
+
+def left_open(library: Library):
+    engine = Engine(library, {"resolution": 96})
+    sys.modules["open engine"] = engine  # Lives as long as the interpreter.
+    return engine.advance(steps=3)["steps"]
+
+
+def test_a_host_may_end_with_engines_open(library_path):
+    assert in_fresh_process(library_path, left_open) == 3
+
+
+def left_running(library: Library):
+    import time
+
+    engine = Engine(library, {"resolution": 96})
+    work = threading.Thread(target=lambda: engine.advance(steps=2**31 - 1), daemon=True)
+    work.start()
+    time.sleep(0.2)
+    return work.is_alive()
+
+
+def test_a_host_may_end_while_an_engine_runs(library_path):
+    assert in_fresh_process(library_path, left_running, limit_seconds=30)
+
+
+def idle_processor_time(library: Library):
+    import time
+
+    with Engine(library, {"resolution": 256}) as engine:
+        engine.advance(steps=30)
+        time.sleep(0.2)
+        before = time.process_time()
+        time.sleep(0.5)
+        return time.process_time() - before
+
+
+def test_an_idle_engine_takes_no_processor_time(library_path):
+    assert in_fresh_process(library_path, idle_processor_time) < 0.1
+
+
+def state_of_the_process(library: Library):
+    import locale
+
+    def state():
+        mask = os.umask(0)
+        os.umask(mask)
+        handlers = [str(signal.getsignal(number)) for number in signal.valid_signals()]
+        return [dict(os.environ), os.getcwd(), mask, locale.setlocale(locale.LC_ALL), handlers]
+
+    before = state()
+    library.initialize()
+    with Engine(library, {"resolution": 16}) as engine:
+        engine.advance(steps=2)
+    return state() == before
+
+
+def test_the_process_is_left_as_it_was(library_path):
+    assert in_fresh_process(library_path, state_of_the_process)

@@ -1,0 +1,71 @@
+// What stepping asks of the heap.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "tests/support/flows.h"
+
+namespace {
+
+std::atomic<std::size_t> allocations{0};
+
+void* counted(std::size_t bytes, std::size_t alignment) {
+  ++allocations;
+  void* block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+constexpr std::size_t plainAlignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+
+}  // namespace
+
+// The heap of the whole test program, with a count. The forms for arrays and those that raise
+// nothing come down to these.
+[[gnu::noinline]] void* operator new(std::size_t bytes) {
+  return counted(bytes, plainAlignment);
+}
+[[gnu::noinline]] void* operator new(std::size_t bytes, std::align_val_t alignment) {
+  return counted(bytes, static_cast<std::size_t>(alignment));
+}
+[[gnu::noinline]] void operator delete(void* block) noexcept {
+  std::free(block);
+}
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
+  std::free(block);
+}
+[[gnu::noinline]] void operator delete(void* block, std::align_val_t) noexcept {
+  std::free(block);
+}
+[[gnu::noinline]] void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+  std::free(block);
+}
+
+namespace zeph {
+namespace {
+
+TEST(StepLoop, AllocatesNothing) {
+  for (const Integrator integrator : test::integrators) {
+    for (const OperatorKind operatorKind : test::operators) {
+      Solver solver(test::configOf(64, integrator, operatorKind));
+      solver.advance(5);
+      const std::size_t before = allocations;
+      solver.advance(300);
+      EXPECT_EQ(allocations - before, 0u);
+    }
+  }
+}
+
+TEST(StepLoop, IsSeenWhenItAllocates) {
+  const std::size_t before = allocations;
+  void* volatile plain = ::operator new(8);
+  ::operator delete(plain);
+  void* volatile array = ::operator new[](8);
+  ::operator delete[](array);
+  EXPECT_EQ(allocations - before, 2u);
+}
+
+}  // namespace
+}  // namespace zeph
