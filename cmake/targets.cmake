@@ -10,6 +10,10 @@ target_compile_options(zephane_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow
                                                -ffp-contract=off)
 target_include_directories(zephane_flags INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(zephane_flags INTERFACE ZEPHANE_VERSION="${PROJECT_VERSION}")
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # False alarms about std::string operator+ (GCC bug 105651).
+  target_compile_options(zephane_flags INTERFACE -Wno-restrict)
+endif()
 if(ZEPHANE_WERROR)
   target_compile_options(zephane_flags INTERFACE -Werror)
 endif()

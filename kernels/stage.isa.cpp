@@ -34,75 +34,48 @@ ZEPH_BODY unsigned nonFiniteMode(V2 w) {
   return static_cast<unsigned>(nonFinite(w.re)) | static_cast<unsigned>(nonFinite(w.im));
 }
 
-template <bool ADVECTIVE, int STAGE>
-bool imexRow(const Row& row, const Step& step) {
-  V2* __restrict omega = row.omega;
-  V2* __restrict first = row.first;
-  V2* __restrict correction = row.correction;
-  const V2* __restrict plane0 = row.plane0;
-  const V2* __restrict plane1 = row.plane1;
-  const Step s = step;
+// Calls update(i, term) for each active mode of a row.
+template <bool ADVECTIVE, class Update>
+ZEPH_BODY bool updateModes(const Row& row, const Step& step, Update update) {
+  const V2* plane0 = row.plane0;
+  const V2* plane1 = row.plane1;
+  const V2* omega = row.omega;
   const int ky = row.ky;
+  const float scale = step.scale;
   unsigned invalid = 0;
   ZEPH_INDEPENDENT
   for (int i = row.begin; i < row.end; ++i) {
-    const V2 term = termAt<ADVECTIVE>(plane0, plane1, i, ky, s.scale);
-    imexStage<STAGE>(term, s.viscosity, s.dt, waveSquare(i, ky), omega[i], first[i], correction[i]);
+    update(i, termAt<ADVECTIVE>(plane0, plane1, i, ky, scale));
     invalid |= nonFiniteMode(omega[i]);
   }
   return invalid != 0;
+}
+
+// The rows and the step are copied, so that the loops keep them in registers.
+template <bool ADVECTIVE, int STAGE>
+bool imexRow(const Row& row, const Step& step) {
+  return updateModes<ADVECTIVE>(row, step, [r = row, s = step](int i, V2 term) {
+    imexStage<STAGE>(term, s.viscosity, s.dt, waveSquare(i, r.ky), r.omega[i], r.first[i],
+                     r.correction[i]);
+  });
 }
 
 template <bool ADVECTIVE, int STAGE>
 bool heunRow(const Row& row, const Step& step) {
-  V2* __restrict omega = row.omega;
-  V2* __restrict base = row.base;
-  V2* __restrict first = row.first;
-  V2* __restrict correction = row.correction;
-  const float* __restrict c0 = row.coefficients[0];
-  const float* __restrict c1 = row.coefficients[1];
-  const float* __restrict c2 = row.coefficients[2];
-  const V2* __restrict plane0 = row.plane0;
-  const V2* __restrict plane1 = row.plane1;
-  const Step s = step;
-  const int ky = row.ky;
-  unsigned invalid = 0;
-  ZEPH_INDEPENDENT
-  for (int i = row.begin; i < row.end; ++i) {
-    const V2 term = termAt<ADVECTIVE>(plane0, plane1, i, ky, s.scale);
-    heunStage<STAGE>(term, s.dt, {c0[i], c1[i], c2[i]}, omega[i], base[i], first[i], correction[i]);
-    invalid |= nonFiniteMode(omega[i]);
-  }
-  return invalid != 0;
+  return updateModes<ADVECTIVE>(row, step, [r = row, s = step](int i, V2 term) {
+    const auto& c = r.coefficients;
+    heunStage<STAGE>(term, s.dt, {c[0][i], c[1][i], c[2][i]}, r.omega[i], r.base[i], r.first[i],
+                     r.correction[i]);
+  });
 }
 
 template <bool ADVECTIVE, int STAGE>
 bool etdRow(const Row& row, const Step& step) {
-  V2* __restrict omega = row.omega;
-  V2* __restrict base = row.base;
-  V2* __restrict first = row.first;
-  V2* __restrict middle = row.middle;
-  V2* __restrict predictor = row.predictor;
-  V2* __restrict correction = row.correction;
-  const float* __restrict c0 = row.coefficients[0];
-  const float* __restrict c1 = row.coefficients[1];
-  const float* __restrict c2 = row.coefficients[2];
-  const float* __restrict c3 = row.coefficients[3];
-  const float* __restrict c4 = row.coefficients[4];
-  const float* __restrict c5 = row.coefficients[5];
-  const V2* __restrict plane0 = row.plane0;
-  const V2* __restrict plane1 = row.plane1;
-  const Step s = step;
-  const int ky = row.ky;
-  unsigned invalid = 0;
-  ZEPH_INDEPENDENT
-  for (int i = row.begin; i < row.end; ++i) {
-    const V2 term = termAt<ADVECTIVE>(plane0, plane1, i, ky, s.scale);
-    etdStage<STAGE>(term, {c0[i], c1[i], c2[i], c3[i], c4[i], c5[i]}, omega[i], base[i], first[i],
-                    middle[i], predictor[i], correction[i]);
-    invalid |= nonFiniteMode(omega[i]);
-  }
-  return invalid != 0;
+  return updateModes<ADVECTIVE>(row, step, [r = row](int i, V2 term) {
+    const auto& c = r.coefficients;
+    etdStage<STAGE>(term, {c[0][i], c[1][i], c[2][i], c[3][i], c[4][i], c[5][i]}, r.omega[i],
+                    r.base[i], r.first[i], r.middle[i], r.predictor[i], r.correction[i]);
+  });
 }
 
 template <bool ADVECTIVE>

@@ -14,7 +14,7 @@ namespace {
 struct Tile {
   float* data;
 
-  ZEPH_INLINE float* at(int j) const { return data + 2L * lanes * j; }
+  ZEPH_INLINE float* at(int j) const { return data + std::ptrdiff_t{2} * lanes * j; }
   ZEPH_INLINE ComplexLanes load(int j) const {
     return {*reinterpret_cast<const Lanes*>(at(j)), *reinterpret_cast<const Lanes*>(at(j) + lanes)};
   }
@@ -128,17 +128,18 @@ inline void transformByChirp(const LineTables& line, In in, Tile tile, Out out) 
   const LineTables& inner = *line.inner;
   const Tile second = {tile.at(inner.length)};
   for (int j = 0; j < line.length; ++j) {
-    tile.store(j, times(in.load(j), line.chirp + 2L * j));
+    tile.store(j, times(in.load(j), line.chirp + std::ptrdiff_t{2} * j));
   }
   transformByStages(inner, BandedTile{tile, {line.length, inner.length}}, tile, tile);
   for (int k = 0; k < inner.length; ++k) {
-    const ComplexLanes product = times(tile.load(inner.position[k]), line.filter + 2L * k);
+    const ComplexLanes product =
+        times(tile.load(inner.position[k]), line.filter + std::ptrdiff_t{2} * k);
     second.store(k, {product.im, product.re});
   }
   transformByStages(inner, BandedTile{second, {0, 0}}, second, second);
   for (int k = 0; k < line.length; ++k) {
     const ComplexLanes convolved = second.load(inner.position[k]);
-    out.store(k, times({convolved.im, convolved.re}, line.chirp + 2L * k));
+    out.store(k, times({convolved.im, convolved.re}, line.chirp + std::ptrdiff_t{2} * k));
   }
 }
 

@@ -11,7 +11,7 @@ namespace zeph::cpu {
 struct PlanePass {
   const LineTables* line = nullptr;
   float* planes = nullptr;
-  long rowStride = 0;  // floats
+  std::ptrdiff_t rowStride = 0;  // floats
   bool inverse = false;
   int columns = 0;  // complex columns that are part of the transform
   // Frequencies that are not: zero before an inverse, nothing after a forward transform.
@@ -32,8 +32,8 @@ struct PlanePasses {
   Task realRowsInverse;
 };
 
-// Tiles that `lines` lines are cut into.
-constexpr int tileCount(int lines, int lanes) {
+// Tiles that `lines` lines are cut into. Compiled into each user, like all that the passes call.
+static constexpr int tileCount(int lines, int lanes) {
   return (lines + lanes - 1) / lanes;
 }
 

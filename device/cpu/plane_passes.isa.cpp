@@ -17,7 +17,7 @@ Tile tileOf(const PlanePass& pass, int participant) {
 template <bool inverse>
 struct ColumnsIn {
   const float* first;
-  long rowStride;
+  std::ptrdiff_t rowStride;
   Band zero;
 
   ZEPH_INLINE ComplexLanes load(int j) const {
@@ -30,7 +30,7 @@ struct ColumnsIn {
 template <bool inverse>
 struct ColumnsOut {
   float* first;
-  long rowStride;
+  std::ptrdiff_t rowStride;
   Band unused;
   const int* wavenumber;
 
@@ -42,7 +42,7 @@ struct ColumnsOut {
 };
 
 template <bool inverse>
-void transformColumns(const PlanePass& pass, float* first, long rowStride, Tile tile) {
+void transformColumns(const PlanePass& pass, float* first, std::ptrdiff_t rowStride, Tile tile) {
   const LineTables& line = *pass.line;
   const Band band = bandOf(pass), none = {0, 0};
   transformLine(line, ColumnsIn<inverse>{first, rowStride, inverse ? band : none}, tile,
@@ -56,12 +56,13 @@ void transformFewColumns(const PlanePass& pass, float* first, int count, Tile ti
   float* copy = tile.at(pass.line->inner != nullptr ? 2 * pass.line->inner->length : length);
   for (int j = 0; j < length; ++j) {
     const float* row = first + j * pass.rowStride;
-    for (int f = 0; f < 2 * lanes; ++f) copy[2L * lanes * j + f] = f < 2 * count ? row[f] : 0;
+    for (int f = 0; f < 2 * lanes; ++f)
+      copy[std::ptrdiff_t{2} * lanes * j + f] = f < 2 * count ? row[f] : 0;
   }
   transformColumns<inverse>(pass, copy, 2 * lanes, tile);
   for (int j = 0; j < length; ++j) {
     float* row = first + j * pass.rowStride;
-    for (int f = 0; f < 2 * count; ++f) row[f] = copy[2L * lanes * j + f];
+    for (int f = 0; f < 2 * count; ++f) row[f] = copy[std::ptrdiff_t{2} * lanes * j + f];
   }
 }
 
@@ -69,7 +70,8 @@ template <bool inverse>
 void columnTile(const PlanePass& pass, int index, int participant) {
   const int tiles = tileCount(pass.columns, lanes);
   const int column = index % tiles * lanes;
-  float* first = pass.planes + index / tiles * (pass.line->length * pass.rowStride) + 2L * column;
+  float* first = pass.planes + index / tiles * (pass.line->length * pass.rowStride) +
+                 std::ptrdiff_t{2} * column;
   const Tile tile = tileOf(pass, participant);
   if (column + lanes <= pass.columns) {
     transformColumns<inverse>(pass, first, pass.rowStride, tile);

@@ -51,7 +51,7 @@ PlaneTransform::PlaneTransform(const TransformRequest& request)
       scratch_(nullptr, [](float* block) { DeviceMemory::shared().release(block); }) {
   const int size = request.size;
   pass_.line = &plan_->tables();
-  pass_.rowStride = 2L * request.rowStride;
+  pass_.rowStride = std::ptrdiff_t{2} * request.rowStride;
   pass_.columns = request.realToComplex ? size / 2 + 1 : size;
   if (request.realToComplex && request.cutoff > 0) {
     pass_.columns = std::min(pass_.columns, request.cutoff);

@@ -18,6 +18,7 @@ from .harness import (
     PARSE_ERROR,
     UNHEALTHY,
     Engine,
+    Library,
     in_fresh_process,
     single,
     type_error,
@@ -42,11 +43,9 @@ def buffer_bytes(n: int, integrator: str = "etdrk4", operator: str = "stress") -
     clock, cfl_partials, statistics_partials = 40, 64 * 8, 64 * 16
     snapshot_spectra, snapshot_partials = 3 * half, 128 * 16
     fields = 3 * 3 * n * n * 4
-    return (
-        omega + correction + first + padded + base + middle + predictor + coefficients
-        + clock + cfl_partials + statistics_partials + snapshot_spectra + snapshot_partials
-        + fields
-    )  # fmt: skip
+    spectra = omega + correction + first + base + middle + predictor
+    partials = cfl_partials + statistics_partials + snapshot_partials
+    return spectra + padded + coefficients + clock + partials + snapshot_spectra + fields
 
 
 def start(make_engine, **configuration) -> dict:

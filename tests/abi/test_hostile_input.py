@@ -145,16 +145,15 @@ def test_deep_nesting_in_a_request_is_told_as_what_it_is(library_path):
 
 
 def deep_configurations(library: Library, depth: int):
+    def refusals(value: str):
+        keys = ["resolution", "seed", "reynolds", "fixed_dt", "integrator", "operator", "initial"]
+        texts = [f'{{"resolution":16,"{key}":{value}}}' for key in keys]
+        return [library.creation_refusal(text) for text in texts]
+
     arrays = "[" * depth + "]" * depth
     objects = '{"a":' * depth + "1" + "}" * depth
-    return [
-        [library.creation_refusal('{"resolution":16,"%s":%s}' % (key, value)) for key in keys]
-        for value in (arrays, objects)
-        for keys in [
-            ["resolution", "seed", "reynolds", "fixed_dt", "integrator", "start_spectrum"]
-            + ["initial"]
-        ]
-    ] + [[library.creation_refusal(arrays), library.creation_refusal("[" * depth)[:41]]]
+    bare = [library.creation_refusal(text) for text in (arrays, "[" * depth)]
+    return [refusals(arrays), refusals(objects), bare]
 
 
 def test_deep_nesting_in_a_configuration_is_told_as_what_it_is(library_path):
@@ -163,7 +162,7 @@ def test_deep_nesting_in_a_configuration_is_told_as_what_it_is(library_path):
         number, text = type_error("number", kind), type_error("string", kind)
         assert answers == [number, BAD_SEED, number, number, text, text, text]
     assert bare[0] == NOT_AN_OBJECT
-    assert bare[1].startswith(PARSE_ERROR[:41])
+    assert bare[1].startswith(PARSE_ERROR)
 
 
 def deep_on_a_small_stack(library: Library, depth: int):

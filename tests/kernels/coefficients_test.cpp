@@ -45,7 +45,8 @@ Phi closedOf(float z, float e) {
 std::vector<Phi> candidates(float z) {
   if (std::fabs(z) <= 1.0f) return {seriesOf(z)};
   const float e = static_cast<float>(std::exp(static_cast<double>(z)));
-  return {closedOf(z, e), closedOf(z, std::nextafter(e, 0.0f)), closedOf(z, std::nextafter(e, 1.0f))};
+  return {closedOf(z, e), closedOf(z, std::nextafter(e, 0.0f)),
+          closedOf(z, std::nextafter(e, 1.0f))};
 }
 
 Params paramsOf(int n, std::uint32_t method, float viscosity) {
@@ -60,10 +61,9 @@ struct Figures {
 };
 
 // |L| from 0 to far beyond the underflow of its exponential; L = 1, 2 and 3 met exactly by modes.
-constexpr Figures figures[] = {{0.0f, 0.1f},         {1e-30f, 1e-9f}, {1e-6f, 1e-2f},
-                               {1e-3f, 0.02f},       {0.25f, 0.25f},  {0.25f, 0.25000003f},
-                               {0.75f, 0.25f},       {0.3f, 0.7f},    {5.0f, 1.0f},
-                               {3e30f, 1e3f}};
+constexpr Figures figures[] = {{0.0f, 0.1f},   {1e-30f, 1e-9f},      {1e-6f, 1e-2f}, {1e-3f, 0.02f},
+                               {0.25f, 0.25f}, {0.25f, 0.25000003f}, {0.75f, 0.25f}, {0.3f, 0.7f},
+                               {5.0f, 1.0f},   {3e30f, 1e3f}};
 
 template <class Check>
 void forEveryMode(int n, std::uint32_t method, Check check) {
@@ -119,8 +119,8 @@ TEST(Coefficients, ThoseOfExponentialTimeDifferencingFollowTheirFormulasBitForBi
       const float h = damping * -0.5f;
       bool halves = false;
       for (const Phi& psi : candidates(h)) {
-        halves = halves || (test::sameBits(c[1], h * psi.one) &&
-                            test::sameBits(c[2], (dt * 0.5f) * psi.one));
+        halves = halves ||
+                 (test::sameBits(c[1], h * psi.one) && test::sameBits(c[2], (dt * 0.5f) * psi.one));
       }
       EXPECT_TRUE(halves) << "h " << h;
     });

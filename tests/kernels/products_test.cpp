@@ -97,11 +97,11 @@ TEST(ReduceCFLAndProducts, WhatIsNotFiniteFlagsItsOwnBlockAndNoOther) {
     const Params p = test::paramsOf(n, operatorKind);
     const std::vector<float> clean = Numbers(22).floats(planeCount(p) * 2 * z.plane);
     for (std::size_t plane = 0; plane < planeCount(p); ++plane) {
-      for (const float value : {test::notANumber, -test::notANumber, test::infinity,
-                                -test::infinity}) {
+      for (const float value :
+           {test::notANumber, -test::notANumber, test::infinity, -test::infinity}) {
         // The first, an inner and the last lane of a block, and the last sample of all.
-        for (const std::size_t k : {std::size_t{512}, std::size_t{700}, std::size_t{1023},
-                                    z.m * z.m - 1}) {
+        for (const std::size_t k :
+             {std::size_t{512}, std::size_t{700}, std::size_t{1023}, z.m * z.m - 1}) {
           SCOPED_TRACE(testing::Message() << "operator " << operatorKind << ", plane " << plane
                                           << ", value " << value << ", sample " << k);
           std::vector<float> planes = clean;

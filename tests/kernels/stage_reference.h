@@ -64,8 +64,8 @@ inline V2 termOf(const Stage& stage, const Params& p, int i, int ky) {
     const float d = static_cast<float>(i * i - ky * ky);
     t = {(q.re * d) - (t.re * c), (q.im * d) - (t.im * c)};
   }
-  const float r = static_cast<float>(p.resolution * p.resolution) /
-                  static_cast<float>(p.padded * p.padded);
+  const float r =
+      static_cast<float>(p.resolution * p.resolution) / static_cast<float>(p.padded * p.padded);
   return {r * t.re, r * t.im};
 }
 
@@ -119,8 +119,7 @@ struct Component {
       middle = n + middle;
       omega = predictor + ((c[1] * predictor) + (c[2] * ((n + n) - first)));
     } else {
-      compensate(base,
-                 (((c[0] * base) + (c[3] * first)) + ((c[4] + c[4]) * middle)) + (n * c[5]));
+      compensate(base, (((c[0] * base) + (c[3] * first)) + ((c[4] + c[4]) * middle)) + (n * c[5]));
     }
   }
 
@@ -141,12 +140,20 @@ inline void advanceMode(Stage& stage, const Params& p, std::size_t at, int i, in
   const std::size_t etd = p.method == etdrk4 ? at : 0;
   const float k2 = static_cast<float>(i * i + ky * ky);
   const V2 n = termOf(stage, p, i, ky);
-  Component re = {stage.omega[at].re,       stage.base[base].re,
-                  stage.first[at].re,       stage.middle[etd].re,
-                  stage.predictor[etd].re,  stage.correction[at].re, c};
-  Component im = {stage.omega[at].im,       stage.base[base].im,
-                  stage.first[at].im,       stage.middle[etd].im,
-                  stage.predictor[etd].im,  stage.correction[at].im, c};
+  Component re = {stage.omega[at].re,
+                  stage.base[base].re,
+                  stage.first[at].re,
+                  stage.middle[etd].re,
+                  stage.predictor[etd].re,
+                  stage.correction[at].re,
+                  c};
+  Component im = {stage.omega[at].im,
+                  stage.base[base].im,
+                  stage.first[at].im,
+                  stage.middle[etd].im,
+                  stage.predictor[etd].im,
+                  stage.correction[at].im,
+                  c};
   re.advance(p, n.re, stage.clock.dt, k2);
   im.advance(p, n.im, stage.clock.dt, k2);
   const V2 w = stage.omega[at];

@@ -131,8 +131,8 @@ TEST(AdvanceStage, AModeThatIsNotFiniteEndsTheHealthOfTheFlow) {
         std::size_t i;
         int ky;
       };
-      for (const Mode& mode : {Mode{1, 0}, Mode{0, 1}, Mode{0, -1}, Mode{31, 31}, Mode{31, -31},
-                               Mode{17, -5}}) {
+      for (const Mode& mode :
+           {Mode{1, 0}, Mode{0, 1}, Mode{0, -1}, Mode{31, 31}, Mode{31, -31}, Mode{17, -5}}) {
         for (const float value : {test::notANumber, test::infinity, -test::infinity}) {
           for (const bool imaginary : {false, true}) {
             Stage bad = start;

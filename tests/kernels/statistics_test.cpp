@@ -95,8 +95,7 @@ TEST(SpectralStatistics, ReduceInTheFixedOrderBitForBit) {
     SCOPED_TRACE(n);
     const std::vector<V2> omega = Numbers(81).modes(Sizes(n).half);
     const std::vector<float4> expected = expectedPartials(omega, n);
-    test::onEveryProcessor(
-        [&] { ASSERT_TRUE(test::sameBits(partialsOf(omega, n), expected)); });
+    test::onEveryProcessor([&] { ASSERT_TRUE(test::sameBits(partialsOf(omega, n), expected)); });
   }
 }
 
@@ -170,8 +169,8 @@ TEST(SpectralStatistics, WhatIsNotFiniteFlagsTheRecordOfItsBlockAlone) {
   const std::vector<V2> clean = Numbers(83).modes(z.half);
   for (const float value : {test::notANumber, test::infinity, -test::infinity}) {
     for (const bool imaginary : {false, true}) {
-      for (const std::size_t k : {std::size_t{0}, std::size_t{1000}, std::size_t{20000},
-                                  z.half - 1}) {
+      for (const std::size_t k :
+           {std::size_t{0}, std::size_t{1000}, std::size_t{20000}, z.half - 1}) {
         std::vector<V2> omega = clean;
         (imaginary ? omega[k].im : omega[k].re) = value;
         const std::vector<float4> partials = partialsOf(omega, n);

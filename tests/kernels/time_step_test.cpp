@@ -247,8 +247,7 @@ TEST(SelectTimeStep, HealthIsNotRestored) {
 }
 
 TEST(SelectTimeStep, AnInfiniteSpeedBoundFails) {
-  const ClockState result =
-      selected(freshClock(), speeds(test::infinity), test::paramsOf(16));
+  const ClockState result = selected(freshClock(), speeds(test::infinity), test::paramsOf(16));
   EXPECT_EQ(result.healthy, 0u);
   EXPECT_EQ(result.stepState, 0u);
   EXPECT_EQ(result.maxSpeed, test::infinity);

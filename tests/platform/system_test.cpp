@@ -34,7 +34,8 @@ TEST(System, HasAtLeastOneProcessor) {
 }
 
 TEST(Paths, TextComesBackAsItWas) {
-  for (const std::string& text : {""s, "field.raw"s, "/a dir/b.f32"s, "/tmp/Wirbelst\u00e4rke \u03c9.raw"s}) {
+  for (const std::string& text :
+       {""s, "field.raw"s, "/a dir/b.f32"s, "/tmp/Wirbelst\u00e4rke \u03c9.raw"s}) {
     EXPECT_EQ(pathToUtf8(pathFromUtf8(text)), text);
   }
 }

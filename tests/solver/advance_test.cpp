@@ -31,8 +31,8 @@ TEST(Advance, RefusesNegativeCountsAndTimesThatAreNone) {
   const std::vector<V2> before = solver.spectrum();
   EXPECT_EQ(test::badArgument([&] { solver.advance(-1); }), refusal);
   EXPECT_EQ(test::badArgument([&] { solver.advance(-2147483647 - 1); }), refusal);
-  for (const double end : {-1.0, -1e-300, infinity, -infinity, 1e39,
-                           std::numeric_limits<double>::quiet_NaN()}) {
+  for (const double end :
+       {-1.0, -1e-300, infinity, -infinity, 1e39, std::numeric_limits<double>::quiet_NaN()}) {
     EXPECT_EQ(test::badArgument([&] { solver.advance(1, end); }), refusal) << end;
     EXPECT_EQ(test::badArgument([&] { solver.advance(0, end); }), refusal) << end;
   }
@@ -176,8 +176,8 @@ TEST(Advance, LeavesTheFiguresOfTheLastInspection) {
 
 TEST(Setters, RefuseWhatIsNoNumberForThem) {
   Solver solver(test::configOf(16));
-  for (const double reynolds : {0.0, -1.0, infinity, 1e-39,
-                                std::numeric_limits<double>::quiet_NaN()}) {
+  for (const double reynolds :
+       {0.0, -1.0, infinity, 1e-39, std::numeric_limits<double>::quiet_NaN()}) {
     EXPECT_EQ(test::badArgument([&] { solver.setReynolds(reynolds); }),
               "Re must be finite and positive.");
   }

@@ -95,9 +95,9 @@ TEST(Failure, RefusedSamplesLeaveARunningSolverUntouched) {
   const Statistics before = solver.advance(5);
   const std::vector<V2> spectrum = solver.spectrum();
   std::vector<float> bad = test::wave(16, 1, 1, 1.0);
-  for (const float value : {std::numeric_limits<float>::quiet_NaN(),
-                            std::numeric_limits<float>::infinity(),
-                            -std::numeric_limits<float>::infinity()}) {
+  for (const float value :
+       {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+        -std::numeric_limits<float>::infinity()}) {
     bad.back() = value;
     EXPECT_EQ(test::badArgument([&] { solver.reset(bad); }), badSamples);
   }
@@ -120,8 +120,9 @@ TEST(Failure, SamplesTooLargeForTheTransformsLatchTheReset) {
 }
 
 TEST(Failure, AnEnstrophyBeyondTheNumbersIsTold) {
-  EXPECT_EQ(test::runtimeFailure([] { Solver solver(test::configOf(16), test::wave(16, 1, 0, 1e25)); }),
-            "Non-finite spectral reduction.");
+  EXPECT_EQ(
+      test::runtimeFailure([] { Solver solver(test::configOf(16), test::wave(16, 1, 0, 1e25)); }),
+      "Non-finite spectral reduction.");
 }
 
 TEST(Failure, AStepThatOverflowsIsNoStep) {

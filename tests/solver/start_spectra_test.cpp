@@ -125,7 +125,8 @@ TEST(StartSpectra, TheFirstColumnIsItsOwnMirror) {
 
 TEST(StartSpectra, PaoHasHalfAUnitOfEnergyAndItsEnstrophyAtThePeak) {
   for (const int k0 : {3, 6}) {
-    const Totals totals = totalsOf(startSpectrum(configOf(128, k0, 5, StartSpectrum::PAO)), Sizes(128));
+    const Totals totals =
+        totalsOf(startSpectrum(configOf(128, k0, 5, StartSpectrum::PAO)), Sizes(128));
     EXPECT_NEAR(totals.energy, 0.5, 0.03);  // less the share of the mean mode
     EXPECT_NEAR(totals.enstrophy, 0.5 * k0 * k0, 0.01 * k0 * k0);
   }
@@ -163,8 +164,7 @@ TEST(StartSpectra, PaoDrawsItsPhasesRowByRow) {
       std::uint64_t mixed = (state ^ (state >> 30)) * 0xBF58476D1CE4E5B9u;
       mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EBu;
       state += 0x9E3779B97F4A7C15u;
-      const double theta =
-          static_cast<double>(mixed >> 40) / 16777216.0 * 2 * std::numbers::pi;
+      const double theta = static_cast<double>(mixed >> 40) / 16777216.0 * 2 * std::numbers::pi;
       // For i > 0 the vorticity is i k^2 / kx times v, for i = 0 it is -i ky times u.
       const V2 w = modes[j * z.w + i];
       const double re = static_cast<double>(i > 0 ? w.im : -w.im);
@@ -228,8 +228,7 @@ TEST(StartSpectra, Km3ModesHaveHashedAmplitudesAndPhases) {
     for (std::size_t i = 0; i < z.h; ++i) {
       const double radius = std::hypot(static_cast<double>(i), ky);
       if (j == z.h || static_cast<int>(radius + 0.5) != 5) continue;
-      const double perAmplitude =
-          energyOf(modes, z, j, i) / amplitude(i, j) * (i == 0 ? 2.0 : 1.0);
+      const double perAmplitude = energyOf(modes, z, j, i) / amplitude(i, j) * (i == 0 ? 2.0 : 1.0);
       if (expected == 0) expected = perAmplitude;
       EXPECT_NEAR(perAmplitude / expected, 1.0, 1e-5) << i << " " << ky;
       const double sign = i == 0 && j > z.h ? -1.0 : 1.0;
