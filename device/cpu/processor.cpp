@@ -7,7 +7,7 @@
 
 #include "device/cpu/memory.h"
 #include "device/cpu/thread_pool.h"
-#include "device/cpu/transform.h"
+#include "device/cpu/transforms/transform.h"
 #include "platform/memory.h"
 #include "platform/system.h"
 

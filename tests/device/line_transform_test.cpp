@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "device/cpu/instruction_set.h"
-#include "device/cpu/line_plan.h"
-#include "device/cpu/plane_passes.h"
+#include "device/cpu/transforms/line_plan.h"
+#include "device/cpu/transforms/plane_passes.h"
 #include "tests/device/exact_transform.h"
 
 namespace zeph::tests {

@@ -7,7 +7,7 @@
 
 #include "device/cpu/instruction_set.h"
 #include "device/cpu/thread_pool.h"
-#include "device/cpu/transform.h"
+#include "device/cpu/transforms/transform.h"
 #include "tests/device/exact_transform.h"
 
 namespace zeph::tests {

@@ -1,6 +1,6 @@
-#include "device/cpu/plane_passes.h"
+#include "device/cpu/transforms/plane_passes.h"
 
-#include "device/cpu/row_tiles.h"
+#include "device/cpu/transforms/row_tiles.h"
 
 namespace zeph::cpu::ZEPH_ISA {
 namespace {

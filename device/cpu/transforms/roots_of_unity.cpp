@@ -1,4 +1,4 @@
-#include "device/cpu/roots_of_unity.h"
+#include "device/cpu/transforms/roots_of_unity.h"
 
 #include <cmath>
 #include <numbers>

@@ -1,4 +1,4 @@
-#include "device/cpu/line_plan.h"
+#include "device/cpu/transforms/line_plan.h"
 
 #include <algorithm>
 #include <map>
@@ -6,7 +6,7 @@
 #include <new>
 
 #include "device/cpu/memory.h"
-#include "device/cpu/roots_of_unity.h"
+#include "device/cpu/transforms/roots_of_unity.h"
 
 namespace zeph::cpu {
 namespace {

@@ -2,8 +2,8 @@
 // For code that is compiled once per instruction set.
 #pragma once
 
-#include "device/cpu/lanes.h"
-#include "device/cpu/line_plan.h"
+#include "device/cpu/transforms/lanes.h"
+#include "device/cpu/transforms/line_plan.h"
 
 namespace zeph::cpu::ZEPH_ISA {
 namespace {

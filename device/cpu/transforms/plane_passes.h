@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "device/cpu/line_plan.h"
+#include "device/cpu/transforms/line_plan.h"
 
 namespace zeph::cpu {
 

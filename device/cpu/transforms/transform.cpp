@@ -1,13 +1,13 @@
-#include "device/cpu/transform.h"
+#include "device/cpu/transforms/transform.h"
 
 #include <algorithm>
 #include <memory>
 #include <new>
 
 #include "device/cpu/instruction_set.h"
-#include "device/cpu/line_plan.h"
+#include "device/cpu/transforms/line_plan.h"
 #include "device/cpu/memory.h"
-#include "device/cpu/plane_passes.h"
+#include "device/cpu/transforms/plane_passes.h"
 #include "device/cpu/thread_pool.h"
 
 namespace zeph::cpu {

@@ -5,8 +5,8 @@
 // For code that is compiled once per instruction set.
 #pragma once
 
-#include "device/cpu/line_transform.h"
-#include "device/cpu/plane_passes.h"
+#include "device/cpu/transforms/line_transform.h"
+#include "device/cpu/transforms/plane_passes.h"
 
 namespace zeph::cpu::ZEPH_ISA {
 namespace {
