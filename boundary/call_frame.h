@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "boundary/json_reading.h"
+#include "platform/arithmetic.h"
 
 namespace zeph {
 
@@ -27,9 +28,11 @@ char* hostText(std::string_view text) noexcept;
 char* errorReply(const char* what) noexcept;
 char* unknownFailureReply() noexcept;
 
-// Runs an operation that yields JSON and answers with its text or with an error object.
+// Runs an operation that yields JSON and answers with its text or with an error object. Whatever
+// floating-point mode the host works in, the operation has the default one.
 template <class Operation>
 char* reply(Operation&& operation) noexcept {
+  const platform::DefaultArithmetic arithmetic;
   try {
     return hostText(serialise(operation()));
   } catch (const std::exception& failure) {

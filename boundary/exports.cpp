@@ -8,6 +8,7 @@
 #include "boundary/system_description.h"
 #include "boundary/zephane.h"
 #include "device/check.h"
+#include "platform/arithmetic.h"
 #include "platform/system.h"
 
 struct zp_engine {
@@ -59,6 +60,7 @@ void zp_string_free(char* text) {
 }
 
 zp_engine* zp_engine_create(const char* configuration, char** error) {
+  const zeph::platform::DefaultArithmetic arithmetic;
   try {
     selectDevice();
     return std::make_unique<zp_engine>(zeph::parseObject(configuration)).release();

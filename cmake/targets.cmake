@@ -65,13 +65,15 @@ function(zephane_library target core)
   add_library(${target} SHARED boundary/exports.cpp)
   target_link_libraries(${target} PRIVATE ${core})
   set(map ${PROJECT_SOURCE_DIR}/boundary/exports.map)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined)
+  # Never unloaded: threads of the library sleep in its code.
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined
+                                        -Wl,-z,nodelete)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map}
                                              LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
   if(ZEPHANE_SANITIZE)
     # The sanitizers' own symbols come from the process that loads the library.
     set_property(TARGET ${target} PROPERTY LINK_OPTIONS
-                 -Wl,--version-script=${map})
+                 -Wl,--version-script=${map} -Wl,-z,nodelete)
   else()
     # The library runs on machines whose own C++ library is older, or missing.
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)

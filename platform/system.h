@@ -20,6 +20,10 @@ int usableProcessors();
 // The processor's model as the machine tells it, or "Processor".
 std::string processorModel();
 
+// Calls `before` ahead of each fork of this process and `after` in both processes behind it;
+// nothing where processes do not fork.
+void aroundForks(void (*before)(), void (*after)());
+
 // A path from UTF-8 text. Text with an embedded NUL gives the empty path, which no file has.
 std::filesystem::path pathFromUtf8(std::string_view text);
 std::string pathToUtf8(const std::filesystem::path& path);

@@ -50,7 +50,8 @@ void Solver::Impl::runBatches(std::int32_t steps, std::optional<double> end, dou
     const std::int32_t batch = std::min(remaining, batchLimit);
     milliseconds += runBatch(batch, end);
     remaining -= batch;
-    if (statistics.time >= limit) break;
+    // A step that was not taken stands at the endpoint, and so do all steps behind it.
+    if (statistics.time >= limit || pinned.data->hostClock.stepState == noStep) break;
   }
   statistics.gpuMilliseconds = static_cast<double>(milliseconds);
 }

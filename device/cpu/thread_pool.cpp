@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "device/cpu/parallel.h"
+#include "platform/arithmetic.h"
 #include "platform/system.h"
 
 namespace zeph::cpu {
@@ -38,7 +39,11 @@ ThreadPool::~ThreadPool() {
 
 ThreadPool& ThreadPool::shared() {
   // Never destroyed: its threads sleep, and may be asleep while the process's statics go.
-  static ThreadPool* pool = new ThreadPool(platform::usableProcessors());
+  static ThreadPool* pool = [] {
+    auto* made = new ThreadPool(platform::usableProcessors());
+    platform::aroundForks([] { shared().holdForFork(); }, [] { shared().releaseAfterFork(); });
+    return made;
+  }();
   return *pool;
 }
 
@@ -88,6 +93,7 @@ ThreadPool::Run* ThreadPool::openRun(int participant) {
 }
 
 void ThreadPool::work(int participant) {
+  platform::useDefaultArithmetic();
   std::unique_lock lock(mutex_);
   for (;;) {
     Run* run = nullptr;

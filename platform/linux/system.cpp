@@ -1,5 +1,6 @@
 #include "platform/system.h"
 
+#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -40,6 +41,10 @@ std::string processorModel() {
     return line.substr(begin, line.find_last_not_of(" \t") + 1 - begin);
   }
   return "Processor";
+}
+
+void aroundForks(void (*before)(), void (*after)()) {
+  pthread_atfork(before, after, after);
 }
 
 std::filesystem::path pathFromUtf8(std::string_view text) {

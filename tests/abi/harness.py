@@ -214,6 +214,10 @@ def error_of(reply: bytes) -> str:
     return value["error"]
 
 
+def types_of(report: dict[str, Any]) -> dict[str, type]:
+    return {key: type(value) for key, value in report.items()}
+
+
 def _sorted_object(pairs: list[tuple[str, Any]]) -> dict[str, Any]:
     keys = [key for key, _ in pairs]
     assert keys == sorted(set(keys)), keys

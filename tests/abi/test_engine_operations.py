@@ -11,6 +11,7 @@ from .harness import (
     UNKNOWN_OPERATION,
     single,
     type_error,
+    types_of,
 )
 
 STATISTICS = {
@@ -33,10 +34,6 @@ NEVER_NUMBERS = [
     ("[]", "array"),
     ("{}", "object"),
 ]
-
-
-def types_of(report: dict) -> dict:
-    return {key: type(value) for key, value in report.items()}
 
 
 # The name of the operation

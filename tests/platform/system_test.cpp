@@ -35,15 +35,15 @@ TEST(System, HasAtLeastOneProcessor) {
 
 TEST(Paths, TextComesBackAsItWas) {
   for (const std::string& text :
-       {""s, "field.raw"s, "/a dir/b.f32"s, "/tmp/Wirbelst\u00e4rke \u03c9.raw"s}) {
+       {""s, "field.raw"s, "/a dir/b.f32"s, "/data/Wirbelst\u00e4rke \u03c9.raw"s}) {
     EXPECT_EQ(pathToUtf8(pathFromUtf8(text)), text);
   }
 }
 
 TEST(Paths, TextWithANulIsThePathThatNoFileHas) {
-  EXPECT_TRUE(pathFromUtf8("/tmp/a\0b"s).empty());
+  EXPECT_TRUE(pathFromUtf8("/data/a\0b"s).empty());
   EXPECT_TRUE(pathFromUtf8("\0"s).empty());
-  EXPECT_TRUE(pathFromUtf8("/tmp/a\0"s).empty());
+  EXPECT_TRUE(pathFromUtf8("/data/a\0"s).empty());
 }
 
 }  // namespace

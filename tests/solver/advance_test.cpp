@@ -1,6 +1,7 @@
 // Stepping: what may be asked, where it stops, and what it reports.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <limits>
 
@@ -134,6 +135,13 @@ TEST(Advance, ATinyEndIsReached) {
   EXPECT_EQ(stats.time, asPair(1e-30));
 }
 
+TEST(Advance, AnEndBelowTheNumbersOfTheClockTakesNoStepAndNoTime) {
+  Solver solver(test::configOf(16));
+  const Statistics stats = solver.advance(std::numeric_limits<std::int32_t>::max(), 1e-50);
+  EXPECT_EQ(stats.steps, 0u);
+  EXPECT_EQ(stats.time, 0.0);
+}
+
 TEST(Advance, HowStepsAreSharedOutOverCallsDoesNotMatter) {
   for (const Integrator integrator : test::integrators) {
     Solver whole(test::configOf(16, integrator));
@@ -157,7 +165,11 @@ TEST(Advance, AnEndBeyondTheFirstBatchIsMet) {
 TEST(Advance, DeviceTimeIsThatOfTheLastLoop) {
   Solver solver(test::configOf(64));
   EXPECT_EQ(solver.lastStats().gpuMilliseconds, 0.0);
-  const double many = solver.advance(600).gpuMilliseconds;
+  const auto begin = std::chrono::steady_clock::now();
+  const double many = solver.advance(600).gpuMilliseconds;  // three batches
+  const std::chrono::duration<double, std::milli> wall = std::chrono::steady_clock::now() - begin;
+  EXPECT_LE(many, wall.count() * 1.001);
+  EXPECT_GE(many, wall.count() * 0.5);
   const double one = solver.advance(1).gpuMilliseconds;
   EXPECT_GT(one, 0.0);
   EXPECT_GT(many, one);

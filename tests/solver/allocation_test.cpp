@@ -7,6 +7,17 @@
 
 #include "tests/support/flows.h"
 
+// A sanitizer brings a heap of its own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZEPH_FOREIGN_HEAP 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ZEPH_FOREIGN_HEAP 1
+#endif
+#endif
+
+#ifndef ZEPH_FOREIGN_HEAP
+
 namespace {
 
 std::atomic<std::size_t> allocations{0};
@@ -69,3 +80,5 @@ TEST(StepLoop, IsSeenWhenItAllocates) {
 
 }  // namespace
 }  // namespace zeph
+
+#endif

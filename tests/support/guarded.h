@@ -32,8 +32,8 @@ class Guarded {
   T& operator[](std::size_t k) { return data()[k]; }
   std::vector<T> content() const { return {data(), data() + size_}; }
 
-  // Whether the array holds exactly this, and nothing beside it has been written.
-  testing::AssertionResult holds(const std::vector<T>& expected) const {
+  // Whether nothing beside the array has been written.
+  testing::AssertionResult isIntact() const {
     const std::size_t end = offset_ + size_ * sizeof(T);
     const auto isMark = [](unsigned char byte) { return byte == mark; };
     const auto at = [this](std::size_t k) {
@@ -45,7 +45,13 @@ class Guarded {
     if (!std::all_of(at(end), bytes_.end(), isMark)) {
       return testing::AssertionFailure() << "something was written behind the array";
     }
-    return sameBits(content(), expected);
+    return testing::AssertionSuccess();
+  }
+
+  // The same, and whether the array holds exactly this.
+  testing::AssertionResult holds(const std::vector<T>& expected) const {
+    const testing::AssertionResult intact = isIntact();
+    return intact ? sameBits(content(), expected) : intact;
   }
 
  private:

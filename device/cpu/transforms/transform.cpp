@@ -5,10 +5,10 @@
 #include <new>
 
 #include "device/cpu/instruction_set.h"
-#include "device/cpu/transforms/line_plan.h"
 #include "device/cpu/memory.h"
-#include "device/cpu/transforms/plane_passes.h"
 #include "device/cpu/thread_pool.h"
+#include "device/cpu/transforms/line_plan.h"
+#include "device/cpu/transforms/plane_passes.h"
 
 namespace zeph::cpu {
 namespace {

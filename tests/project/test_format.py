@@ -34,4 +34,5 @@ def test_the_formatter_would_change_nothing() -> None:
     checked = subprocess.run(
         [formatter, "--dry-run", "--Werror", *sources()], capture_output=True, text=True
     )
-    assert checked.returncode == 0, checked.stderr
+    if checked.returncode != 0:
+        pytest.fail(checked.stderr, pytrace=False)
