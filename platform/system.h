@@ -20,9 +20,9 @@ int usableProcessors();
 // The processor's model as the machine tells it, or "Processor".
 std::string processorModel();
 
-// Calls `before` ahead of each fork of this process and `after` in both processes behind it;
-// nothing where processes do not fork.
-void aroundForks(void (*before)(), void (*after)());
+// Calls `action` in each child that this process forks from here on, before anything else runs
+// there; nothing where processes do not fork.
+void inForkedChildren(void (*action)());
 
 // A path from UTF-8 text. Text with an embedded NUL gives the empty path, which no file has.
 std::filesystem::path pathFromUtf8(std::string_view text);

@@ -8,6 +8,13 @@
 #include "platform/system.h"
 
 namespace zeph::cpu {
+namespace {
+
+// A forked child has the pools but none of their threads, and locks as it happened to find them.
+// Each caller does its work by itself there.
+std::atomic<bool> threadsAreGone{false};
+
+}  // namespace
 
 struct ThreadPool::Run {
   Task task;
@@ -41,7 +48,7 @@ ThreadPool& ThreadPool::shared() {
   // Never destroyed: its threads sleep, and may be asleep while the process's statics go.
   static ThreadPool* pool = [] {
     auto* made = new ThreadPool(platform::usableProcessors());
-    platform::aroundForks([] { shared().holdForFork(); }, [] { shared().releaseAfterFork(); });
+    platform::inForkedChildren([] { threadsAreGone = true; });
     return made;
   }();
   return *pool;
@@ -62,7 +69,7 @@ void ThreadPool::takePart(Run& run, int participant) {
 void ThreadPool::run(int count, Task task, void* context) {
   const int limit = limit_;
   Run run{task, context, count, limit};
-  if (count <= 1 || limit == 1 || threads_.empty()) {
+  if (count <= 1 || limit == 1 || threads_.empty() || threadsAreGone) {
     takePart(run, 0);
     return;
   }

@@ -27,11 +27,6 @@ class ThreadPool {
 
   int participants() const { return participants_; }
 
-  // Lets a process fork while the pool is at work: the child has the pool, though not its threads,
-  // and does its work by itself.
-  void holdForFork() { mutex_.lock(); }
-  void releaseAfterFork() { mutex_.unlock(); }
-
   // Lets at most `participants` take part in the runs that follow, at least one; for tests.
   void limit(int participants);
 

@@ -43,8 +43,8 @@ std::string processorModel() {
   return "Processor";
 }
 
-void aroundForks(void (*before)(), void (*after)()) {
-  pthread_atfork(before, after, after);
+void inForkedChildren(void (*action)()) {
+  pthread_atfork(nullptr, nullptr, action);
 }
 
 std::filesystem::path pathFromUtf8(std::string_view text) {

@@ -114,29 +114,45 @@ def test_a_lost_flow_is_told_where_the_host_traps_floating_point_errors(library_
     assert in_fresh_process(library_path, loss_with_traps, traps) == UNHEALTHY
 
 
-def engine_in_a_forked_child(library: Library):
+def ends_of_forked_children(library: Library, amid_work: bool):
     import time
+
+    def end_of_child():
+        child = os.fork()
+        if child == 0:
+            with Engine(library, {"resolution": 256}) as engine:
+                os._exit(0 if engine.advance(steps=3)["steps"] == 3 else 1)
+        for _ in range(600):
+            ended, status = os.waitpid(child, os.WNOHANG)
+            if ended:
+                return status
+            time.sleep(0.05)
+        os.kill(child, signal.SIGKILL)
+        return "hung"
 
     with Engine(library, {"resolution": 256}) as engine:
         engine.advance(steps=3)
-    time.sleep(0.2)  # A fork may not fall into work that still ends on another thread.
-    child = os.fork()
-    if child == 0:
-        with Engine(library, {"resolution": 256}) as engine:
-            os._exit(0 if engine.advance(steps=3)["steps"] == 3 else 1)
-    for _ in range(600):
-        ended, status = os.waitpid(child, os.WNOHANG)
-        if ended:
-            return status
-        time.sleep(0.05)
-    os.kill(child, signal.SIGKILL)
-    return "hung"
+        done = threading.Event()
+
+        def work():
+            while not done.is_set():
+                engine.advance(steps=20)
+
+        worker = threading.Thread(target=work)
+        if amid_work:
+            worker.start()
+        ends = [end_of_child() for _ in range(8)]
+        done.set()
+        if amid_work:
+            worker.join()
+        return ends
 
 
-def test_a_forked_child_makes_engines_of_its_own(library_path, sanitized):
+@pytest.mark.parametrize("amid_work", [False, True])
+def test_a_forked_child_makes_engines_of_its_own(library_path, sanitized, amid_work):
     if sanitized:
         pytest.skip("the sanitizers do not follow a fork")
-    assert in_fresh_process(library_path, engine_in_a_forked_child) == 0
+    assert in_fresh_process(library_path, ends_of_forked_children, amid_work) == [0] * 8
 
 
 def unloaded_after_use(library: Library):
