@@ -60,7 +60,7 @@ void statistics(benchmark::State& state) {
 }
 BENCHMARK(statistics)->Apply(sizes);
 
-void snapshot(benchmark::State& state) {
+void extract(benchmark::State& state) {
   const Flow flow(static_cast<int>(state.range(0)), Integrator::etdrk4, stress);
   for (auto _ : state) {
     prepareSnapshot(flow.queue.value, flow.omega.as<V2>(), flow.spectra.as<V2>(), flow.params(3));
@@ -68,7 +68,7 @@ void snapshot(benchmark::State& state) {
                     flow.partials.as<float4>(), flow.params(3));
   }
 }
-BENCHMARK(snapshot)->Apply(sizes);
+BENCHMARK(extract)->Apply(sizes);
 
 }  // namespace
 }  // namespace zeph::bench
