@@ -61,11 +61,20 @@ void addDevice(Json& object, int device) {
   object["precision"] = "float32";
 }
 
+// The GPUs come before the processor, which runs everything.
+int firstUsableDevice() {
+  int count = 0;
+  check(cudaGetDeviceCount(&count), "cudaGetDeviceCount(&count)");
+  int device = 0;
+  while (device < count - 1 && !deviceRunsKernels(device)) ++device;
+  return device;
+}
+
 }  // namespace
 
 std::int32_t chooseDevice() {
   const char* text = std::getenv("ZEPHANE_DEVICE");
-  if (!text) return 0;
+  if (!text) return firstUsableDevice();
   if (!isDecimal(text))
     throw std::invalid_argument("ZEPHANE_DEVICE must be a nonnegative device index.");
   constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();

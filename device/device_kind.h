@@ -14,6 +14,7 @@ struct DeviceKind {
   int (*count)();
   cudaError_t (*select)(int ordinal);
   cudaError_t (*properties)(cudaDeviceProp* properties, int ordinal);
+  bool (*runsKernels)(int ordinal);
   cudaError_t (*memoryInfo)(std::size_t* available, std::size_t* total);
 
   cudaError_t (*allocate)(void** pointer, std::size_t bytes);
@@ -37,6 +38,12 @@ struct DeviceKind {
   cudaError_t (*launch)(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
                         std::size_t sharedBytes, cudaStream_t stream);
   cudaError_t (*lastError)();
+  const char* (*errorString)(cudaError_t error);
+
+  cudaError_t (*beginCapture)(cudaStream_t stream);
+  cudaError_t (*endCapture)(cudaStream_t stream, cudaGraphExec_t* graph);
+  cudaError_t (*launchGraph)(cudaGraphExec_t graph, cudaStream_t stream);
+  cudaError_t (*destroyGraph)(cudaGraphExec_t graph);
 
   int (*createTransform)(const TransformRequest& request, Transform** transform);
   int (*appendTransform)(Transform* transform, void* buffer, bool inverse);

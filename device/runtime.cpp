@@ -2,6 +2,9 @@
 
 #include "device/cpu/processor.h"
 #include "device/device_kind.h"
+#if ZEPHANE_CUDA
+#include "device/cuda/devices.h"
+#endif
 
 namespace zeph {
 namespace {
@@ -14,7 +17,12 @@ struct Place {
 thread_local int selected = 0;
 
 // The kinds in the order of their ordinals; the processor is the last.
-const DeviceKind* const kinds[] = {&cpu::processorKind};
+const DeviceKind* const kinds[] = {
+#if ZEPHANE_CUDA
+    &cuda::deviceKind,
+#endif
+    &cpu::processorKind,
+};
 
 int deviceCount() {
   int count = 0;
@@ -50,9 +58,9 @@ cudaError_t cudaGetDeviceCount(int* count) {
 cudaError_t cudaSetDevice(int device) {
   Place place{};
   if (!find(device, place)) return cudaErrorInvalidDevice;
-  const cudaError_t result = place.kind->select(place.ordinal);
-  if (result == cudaSuccess) selected = device;
-  return result;
+  // Also where the device fails: its handles must never reach another kind.
+  selected = device;
+  return place.kind->select(place.ordinal);
 }
 
 cudaError_t cudaGetDevice(int* device) {
@@ -70,13 +78,22 @@ cudaError_t cudaMemGetInfo(std::size_t* available, std::size_t* total) {
   return selectedKind().memoryInfo(available, total);
 }
 
-// Versions are those of CUDA, whatever device is selected; without its runtime there are none.
+// Versions are those of CUDA, whatever device is selected. A build without it has none.
+#if ZEPHANE_CUDA
+cudaError_t cudaRuntimeGetVersion(int* version) {
+  return cuda::runtimeVersion(version);
+}
+cudaError_t cudaDriverGetVersion(int* version) {
+  return cuda::driverVersion(version);
+}
+#else
 cudaError_t cudaRuntimeGetVersion(int*) {
   return cudaErrorNotSupported;
 }
 cudaError_t cudaDriverGetVersion(int*) {
   return cudaErrorNotSupported;
 }
+#endif
 
 cudaError_t cudaMalloc(void** pointer, std::size_t bytes) {
   return selectedKind().allocate(pointer, bytes);
@@ -145,31 +162,32 @@ cudaError_t cudaGetLastError() {
 }
 
 const char* cudaGetErrorString(cudaError_t error) {
-  switch (error) {
-    case cudaSuccess:
-      return "no error";
-    case cudaErrorInvalidValue:
-      return "invalid argument";
-    case cudaErrorMemoryAllocation:
-      return "out of memory";
-    case cudaErrorInsufficientDriver:
-      return "CUDA driver version is insufficient for CUDA runtime version";
-    case cudaErrorNoDevice:
-      return "no CUDA-capable device is detected";
-    case cudaErrorInvalidDevice:
-      return "invalid device ordinal";
-    case cudaErrorInvalidResourceHandle:
-      return "invalid resource handle";
-    case cudaErrorLaunchFailure:
-      return "unspecified launch failure";
-    case cudaErrorNotSupported:
-      return "operation not supported";
-  }
-  return "unrecognized error code";
+  return selectedKind().errorString(error);
+}
+
+cudaError_t cudaStreamBeginCapture(cudaStream_t stream) {
+  return selectedKind().beginCapture(stream);
+}
+
+cudaError_t cudaStreamEndCapture(cudaStream_t stream, cudaGraphExec_t* graph) {
+  return selectedKind().endCapture(stream, graph);
+}
+
+cudaError_t cudaGraphLaunch(cudaGraphExec_t graph, cudaStream_t stream) {
+  return selectedKind().launchGraph(graph, stream);
+}
+
+cudaError_t cudaGraphExecDestroy(cudaGraphExec_t graph) {
+  return selectedKind().destroyGraph(graph);
 }
 
 bool deviceIsSynchronous() {
   return selectedKind().synchronous;
+}
+
+bool deviceRunsKernels(int device) {
+  Place place{};
+  return find(device, place) && place.kind->runsKernels(place.ordinal);
 }
 
 const char* deviceBackend() {

@@ -43,6 +43,7 @@ struct cudaDeviceProp {
 // Handles; what they point to belongs to the device that made them.
 using cudaStream_t = struct DeviceStream*;
 using cudaEvent_t = struct DeviceEvent*;
+using cudaGraphExec_t = struct DeviceGraph*;
 
 constexpr unsigned streamNonBlocking = 1;  // cudaStreamNonBlocking
 
@@ -86,9 +87,19 @@ cudaError_t cudaLaunchKernel(const Kernel& kernel, dim3 grid, dim3 block, void**
 cudaError_t cudaGetLastError();
 const char* cudaGetErrorString(cudaError_t error);
 
+// What is queued on the stream between the two is not done but recorded, to be launched as one
+// piece of work. A synchronous device has no use for it and does not support it.
+cudaError_t cudaStreamBeginCapture(cudaStream_t stream);
+cudaError_t cudaStreamEndCapture(cudaStream_t stream, cudaGraphExec_t* graph);
+cudaError_t cudaGraphLaunch(cudaGraphExec_t graph, cudaStream_t stream);
+cudaError_t cudaGraphExecDestroy(cudaGraphExec_t graph);
+
 // Whether the selected device does queued work at once, so that its memory may be read and written
 // by the host between two calls.
 bool deviceIsSynchronous();
+
+// Whether the kernels can run on a device; a GPU may be too old for them.
+bool deviceRunsKernels(int device);
 
 // "CUDA / VkFFT" or "CPU / built-in FFT", for the selected device.
 const char* deviceBackend();

@@ -26,6 +26,9 @@ struct TransformRequest {
   int batch = 1;
   bool realToComplex = true;
   cudaStream_t stream = nullptr;
+  // Memory of the transform's size that its making may write to, if it tries itself out; null lets
+  // it take some for the time.
+  void* scratch = nullptr;
 };
 
 struct Transform;  // belongs to the device that made it

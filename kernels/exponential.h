@@ -5,17 +5,10 @@
 
 namespace zeph {
 
-#if defined(__CUDACC__)
-
-ZEPH_BODY float exponential(float x) {
-  return expf(x);
-}
-
-#else
-
 // Argument reduction by multiples of ln 2 (Cody & Waite 1980) in double precision, where the whole
 // range of single precision has room: the result is e^x to within a little more than half a unit
-// in the last place, subnormal results and overflow included, with the same bits on every machine.
+// in the last place, subnormal results and overflow included, with the same bits on every machine
+// and device.
 ZEPH_BODY float exponential(float x) {
   constexpr double lowest = -110.0;  // e^-110 rounds to 0, e^90 to infinity
   constexpr double highest = 90.0;
@@ -42,7 +35,5 @@ ZEPH_BODY float exponential(float x) {
   const std::uint64_t exponent = __builtin_bit_cast(std::uint64_t, shifted) + 1023u;
   return static_cast<float>(sum * __builtin_bit_cast(double, exponent << 52));
 }
-
-#endif
 
 }  // namespace zeph

@@ -22,7 +22,7 @@
 
 namespace zeph {
 
-struct V2 {
+struct alignas(8) V2 {
   float re, im;
 };
 

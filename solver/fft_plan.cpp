@@ -18,7 +18,7 @@ FftPlan::FftPlan(int size, bool realToComplex, int rowStride, int cutoff, cudaSt
   check(cudaGetDevice(&dev), "cudaGetDevice(&dev)");
 }
 
-Transform* FftPlan::application(int batch) {
+Transform* FftPlan::application(int batch, void* scratch) {
   const auto found = applications_.find(batch);
   if (found != applications_.end()) return found->second.get();
   const TransformRequest request = {
@@ -28,6 +28,7 @@ Transform* FftPlan::application(int batch) {
       .batch = batch,
       .realToComplex = realToComplex_,
       .stream = stream_,
+      .scratch = scratch,
   };
   Transform* made = nullptr;
   const int code = transformCreate(request, &made);

@@ -17,8 +17,9 @@ class FftPlan {
   FftPlan(int size, bool realToComplex, int rowStride, int cutoff, cudaStream_t stream);
 
   // Makes the application for a batch count, unless it exists. This is slow on some devices, so
-  // that it must have been called before the loop that needs it.
-  Transform* application(int batch);
+  // that it must have been called before the loop that needs it. `scratch` is memory of the
+  // transform's size that may be written to, or null.
+  Transform* application(int batch, void* scratch = nullptr);
 
   // Queues a transform in place, forward exp(-i k x), inverse exp(+i k x), neither scaled.
   void transform(void* buffer, int batch, bool inverse);

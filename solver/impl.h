@@ -11,6 +11,7 @@
 #include "solver/fft_plan.h"
 #include "solver/resources.h"
 #include "solver/solver.h"
+#include "solver/step_graph.h"
 
 namespace zeph {
 
@@ -32,6 +33,8 @@ struct Solver::Impl {
   Statistics advance(std::int32_t steps, std::optional<double> end);
   void runBatches(std::int32_t steps, std::optional<double> end, double limit);
   float runBatch(int steps, std::optional<double> end);
+  void runSteps(int steps, std::optional<double> end);
+  void queueSteps(int steps, std::optional<double> end);
   void runStep(std::optional<double> end);
   void queueStage(int stage, std::optional<double> end);
   void queueTerm(const Params& p);
@@ -56,6 +59,7 @@ struct Solver::Impl {
 
   // In the order of their making; they go in the reverse of it, after the stream has come to rest.
   Config config;
+  int device;  // the one that was selected when the solver was made
   CudaQueue queue;
   TimingEvents events;
   std::unique_ptr<FftPlan> paddedPlan;   // the nonlinear term, side M
@@ -65,6 +69,7 @@ struct Solver::Impl {
       cflPartials, statPartials, snapshotSpectra, snapshotPartials;
   std::array<std::shared_ptr<float>, 3> fields;
   PinnedData pinned;
+  StepGraph stepGraph;
 
   Statistics statistics;
   double reynolds;

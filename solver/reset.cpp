@@ -68,9 +68,10 @@ void Solver::Impl::projectSamples(const std::vector<float>& values) {
   });
   DeviceBuffer full;
   full.allocate(field.size() * sizeof(V2));
+  if (!complexPlan) complexPlan = std::make_unique<FftPlan>(n, false, n, 0, stream());
+  complexPlan->application(1, full.ptr);
   check(cudaMemcpyAsync(full.ptr, field.data(), full.bytes, cudaMemcpyHostToDevice, queue.value),
         "cudaMemcpyAsync(full.ptr,field.data(),full.bytes,cudaMemcpyHostToDevice,queue.value)");
-  if (!complexPlan) complexPlan = std::make_unique<FftPlan>(n, false, n, 0, stream());
   complexPlan->transform(full.ptr, 1, false);
   projectState(stream(), full.as<const V2>(), omega.as<V2>(), params(0));
   check(cudaStreamSynchronize(queue.value), "cudaStreamSynchronize(queue.value)");

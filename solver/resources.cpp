@@ -4,6 +4,21 @@
 
 namespace zeph {
 
+int selectedDevice() {
+  int device = 0;
+  check(cudaGetDevice(&device), "cudaGetDevice(&device)");
+  return device;
+}
+
+DeviceScope::DeviceScope(int device) : device_(device), before_(device) {
+  cudaGetDevice(&before_);
+  if (before_ != device_) cudaSetDevice(device_);
+}
+
+DeviceScope::~DeviceScope() {
+  if (before_ != device_) cudaSetDevice(before_);
+}
+
 CudaQueue::CudaQueue() {
   check(cudaStreamCreateWithFlags(&value, streamNonBlocking),
         "cudaStreamCreateWithFlags(&value,cudaStreamNonBlocking)");
@@ -38,7 +53,10 @@ void DeviceBuffer::allocate(std::size_t size) {
 std::shared_ptr<float> allocateBlock(std::size_t count) {
   void* ptr = nullptr;
   check(cudaMalloc(&ptr, count * sizeof(float)), "cudaMalloc(&ptr,bytes)");
-  return {static_cast<float*>(ptr), [](float* block) { cudaFree(block); }};
+  return {static_cast<float*>(ptr), [device = selectedDevice()](float* block) {
+            const DeviceScope scope(device);
+            cudaFree(block);
+          }};
 }
 
 PinnedData::PinnedData() {

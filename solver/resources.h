@@ -9,6 +9,22 @@
 
 namespace zeph {
 
+// The device that the calling thread has selected.
+int selectedDevice();
+
+// Selects a device for the calling thread as long as it lives; then the one before is back.
+class DeviceScope {
+ public:
+  explicit DeviceScope(int device);
+  ~DeviceScope();
+  DeviceScope(const DeviceScope&) = delete;
+  DeviceScope& operator=(const DeviceScope&) = delete;
+
+ private:
+  int device_;
+  int before_;
+};
+
 struct CudaQueue {
   CudaQueue();
   ~CudaQueue();
@@ -46,7 +62,7 @@ struct DeviceBuffer {
   std::size_t bytes = 0;
 };
 
-// Device memory for `count` floats, given back when the last owner lets go.
+// Device memory for `count` floats, given back when the last owner lets go, on whatever thread.
 std::shared_ptr<float> allocateBlock(std::size_t count);
 
 // Where the small read-backs land.

@@ -32,6 +32,7 @@ std::size_t coefficientTables(Integrator integrator) {
 
 Solver::Impl::Impl(const Config& start)
     : config(start),
+      device(selectedDevice()),
       reynolds(start.reynolds),
       cfl(start.cfl),
       n(start.resolution),
@@ -69,13 +70,13 @@ Solver::Impl::Impl(const Config& start)
   paddedPlan = std::make_unique<FftPlan>(m, true, s, n / 2, stream());
   gridPlan = std::make_unique<FftPlan>(n, true, w, 0, stream());
   if (isStress()) {
-    paddedPlan->application(2);
+    paddedPlan->application(2, padded.ptr);
   } else {
-    paddedPlan->application(4);
-    paddedPlan->application(1);
+    paddedPlan->application(4, padded.ptr);
+    paddedPlan->application(1, padded.ptr);
   }
-  gridPlan->application(1);
-  gridPlan->application(3);
+  gridPlan->application(1, snapshotSpectra.ptr);
+  gridPlan->application(3, snapshotSpectra.ptr);
 }
 
 Solver::Impl::~Impl() {
@@ -115,13 +116,18 @@ Solver::Solver(const Config& config, const std::vector<float>& samples) {
   reset(samples);
 }
 
-Solver::~Solver() = default;
+Solver::~Solver() {
+  const DeviceScope scope(impl_->device);
+  impl_.reset();
+}
 
 Statistics Solver::advance(std::int32_t steps, std::optional<double> end) {
+  const DeviceScope scope(impl_->device);
   return impl_->advance(steps, end);
 }
 
 Statistics Solver::inspect() {
+  const DeviceScope scope(impl_->device);
   return impl_->inspect();
 }
 
@@ -144,18 +150,22 @@ const Config& Solver::config() const {
 }
 
 void Solver::reset(const std::vector<float>& samples) {
+  const DeviceScope scope(impl_->device);
   impl_->reset(samples);
 }
 
 std::shared_ptr<const Frame> Solver::snapshot(bool includeVelocity) {
+  const DeviceScope scope(impl_->device);
   return impl_->snapshot(includeVelocity);
 }
 
 std::vector<V2> Solver::spectrum() const {
+  const DeviceScope scope(impl_->device);
   return impl_->spectrum();
 }
 
 std::vector<float> Solver::copyFields(const Frame& f) const {
+  const DeviceScope scope(impl_->device);
   const std::size_t side = size(f.gridSize);
   std::vector<float> data(3 * side * side);
   check(cudaMemcpy(data.data(), f.data(), data.size() * sizeof(float), cudaMemcpyDeviceToHost),

@@ -4,7 +4,8 @@
 // pseudo-spectral method in single precision. The device decides the time step and keeps the clock;
 // the host queues steps and reads the clock once per batch.
 //
-// A solver has no lock: one thread at a time, with the solver's device selected on it.
+// A solver has no lock: one thread at a time. It lives on the device that was selected when it was
+// made, and works there whatever is selected when it is called.
 #pragma once
 
 #include <memory>

@@ -51,6 +51,13 @@ bool DeviceMemory::release(void* pointer) {
   return true;
 }
 
+std::uint64_t DeviceMemory::inUse() {
+  const std::lock_guard lock(mutex_);
+  std::uint64_t bytes = 0;
+  for (const auto& [address, block] : blocks_) bytes += block.bytes;
+  return bytes;
+}
+
 std::uint64_t DeviceMemory::available() {
   const std::lock_guard lock(mutex_);
   return availableLocked();

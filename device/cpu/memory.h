@@ -32,6 +32,9 @@ class DeviceMemory {
   // Bytes that one more block could have.
   std::uint64_t available();
 
+  // Bytes of the blocks that have not been given back.
+  std::uint64_t inUse();
+
  private:
   struct Block {
     void* pages;

@@ -110,6 +110,35 @@ cudaError_t launch(const Kernel& kernel, dim3, dim3, void** arguments, std::size
   return cudaSuccess;
 }
 
+// The texts of CUDA.
+const char* errorString(cudaError_t error) {
+  switch (error) {
+    case cudaSuccess:
+      return "no error";
+    case cudaErrorInvalidValue:
+      return "invalid argument";
+    case cudaErrorMemoryAllocation:
+      return "out of memory";
+    case cudaErrorInsufficientDriver:
+      return "CUDA driver version is insufficient for CUDA runtime version";
+    case cudaErrorNoDevice:
+      return "no CUDA-capable device is detected";
+    case cudaErrorInvalidDevice:
+      return "invalid device ordinal";
+    case cudaErrorInvalidResourceHandle:
+      return "invalid resource handle";
+    case cudaErrorLaunchFailure:
+      return "unspecified launch failure";
+    case cudaErrorNotSupported:
+      return "operation not supported";
+  }
+  return "unrecognized error code";
+}
+
+cudaError_t noCapture(cudaStream_t) {
+  return cudaErrorNotSupported;
+}
+
 }  // namespace
 
 const DeviceKind processorKind = {
@@ -118,6 +147,7 @@ const DeviceKind processorKind = {
     .count = [] { return 1; },
     .select = select,
     .properties = properties,
+    .runsKernels = [](int) { return true; },
     .memoryInfo = memoryInfo,
     .allocate = allocate,
     .release = release,
@@ -135,6 +165,11 @@ const DeviceKind processorKind = {
     .destroyEvent = destroyEvent,
     .launch = launch,
     .lastError = [] { return cudaSuccess; },
+    .errorString = errorString,
+    .beginCapture = noCapture,
+    .endCapture = [](cudaStream_t stream, cudaGraphExec_t*) { return noCapture(stream); },
+    .launchGraph = [](cudaGraphExec_t, cudaStream_t stream) { return noCapture(stream); },
+    .destroyGraph = [](cudaGraphExec_t) { return cudaErrorNotSupported; },
     .createTransform = createTransform,
     .appendTransform = appendTransform,
     .destroyTransform = destroyTransform,

@@ -113,6 +113,18 @@ def test_the_defaults_have_the_types_of_their_keys(description):
     assert all(type(defaults[key]) is float for key in ("reynolds", "viscosity", "cfl"))
 
 
+def test_a_build_with_the_part_for_gpus_tells_its_version_of_cuda(library_path, description):
+    looks_for_the_compiler = b"libnvrtc.so" in library_path.read_bytes()
+    assert ("cuda_runtime_version" in description) == looks_for_the_compiler
+
+
+def test_a_gpu_has_a_driver_with_a_version(description):
+    if description["backend"].startswith("CUDA"):
+        assert WITH_CUDA <= set(description)
+    if "cuda_driver_version" in description:
+        assert "cuda_runtime_version" in description
+
+
 def test_the_versions_of_cuda_are_integers_where_they_are_told(description):
     assert all(type(description[key]) is int for key in WITH_CUDA & set(description))
 
@@ -163,7 +175,7 @@ def test_the_variable_names_the_device(library_path, text):
     assert with_device(library_path, text)["device_index"] == 0
 
 
-@pytest.mark.parametrize("text", ["007", "9999", "2147483647"])
+@pytest.mark.parametrize("text", ["0777", "9999", "2147483647"])
 def test_a_device_that_does_not_exist_fails_when_it_is_selected(library_path, text):
     assert with_device(library_path, text) == {
         "error": "cudaSetDevice(deviceId): invalid device ordinal"

@@ -4,9 +4,11 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "boundary/system_description.h"
 #include "tests/boundary/failure_text.h"
+#include "tests/support/devices.h"
 
 namespace zeph {
 namespace {
@@ -29,8 +31,9 @@ class DeviceChoice : public testing::Test {
   std::optional<std::string> before_;
 };
 
-TEST_F(DeviceChoice, TheFirstDeviceIsTheDefault) {
-  EXPECT_EQ(chooseDevice(), 0);
+TEST_F(DeviceChoice, TheFirstGpuIsTheDefaultOrElseTheProcessor) {
+  const std::vector<int> gpus = test::gpus();
+  EXPECT_EQ(chooseDevice(), gpus.empty() ? test::processorDevice() : gpus.front());
 }
 
 TEST_F(DeviceChoice, TheEnvironmentNamesADeviceByItsIndex) {

@@ -84,6 +84,30 @@ TEST_F(Runtime, TheProcessorTellsItsModelItsThreadsAndItsMemory) {
   EXPECT_LT(available, total);
 }
 
+TEST_F(Runtime, ABuildWithCudaTellsItsVersionAndThatOfADriver) {
+  int runtime = 0;
+  int driver = 0;
+  const cudaError_t runtimeResult = cudaRuntimeGetVersion(&runtime);
+  const cudaError_t driverResult = cudaDriverGetVersion(&driver);
+#if ZEPHANE_CUDA
+  EXPECT_EQ(runtimeResult, cudaSuccess);
+  EXPECT_GE(runtime, 12080);
+  EXPECT_EQ(driverResult == cudaSuccess, driver > 0);
+  if (processorOrdinal() > 0) {
+    EXPECT_EQ(driverResult, cudaSuccess);
+  }
+#else
+  EXPECT_EQ(runtimeResult, cudaErrorNotSupported);
+  EXPECT_EQ(driverResult, cudaErrorNotSupported);
+#endif
+}
+
+TEST_F(Runtime, TheProcessorRunsTheKernelsAndOrdinalsWithoutADeviceDoNot) {
+  EXPECT_TRUE(deviceRunsKernels(processorOrdinal()));
+  EXPECT_FALSE(deviceRunsKernels(processorOrdinal() + 1));
+  EXPECT_FALSE(deviceRunsKernels(-1));
+}
+
 TEST_F(Runtime, MemoryComesAndGoes) {
   void* pointer = nullptr;
   ASSERT_EQ(cudaMalloc(&pointer, 1000), cudaSuccess);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/bits.h"
+#include "tests/support/devices.h"
 #include "tests/support/flows.h"
 #include "tests/support/processors.h"
 
@@ -78,6 +79,7 @@ TEST(Repetition, FlowsSideBySideOnTheirThreadsDoNotDisturbEachOther) {
   std::vector<std::thread> threads;
   for (std::size_t k = 0; k < flows; ++k) {
     threads.emplace_back([&, k] {
+      test::selectProcessor();
       Solver solver(configOf(k));
       for (int part = 0; part < 9; ++part) solver.advance(5);
       together[k] = outcomeOf(solver, 5);
@@ -95,7 +97,10 @@ TEST(Repetition, ASolverMayMoveFromThreadToThread) {
   Solver still(config);
   const Outcome expected = outcomeOf(still, 12);
   std::unique_ptr<Solver> moving;
-  std::thread([&] { moving = std::make_unique<Solver>(config); }).join();
+  std::thread([&] {
+    test::selectProcessor();
+    moving = std::make_unique<Solver>(config);
+  }).join();
   for (int k = 0; k < 4; ++k) std::thread([&] { moving->advance(2); }).join();
   moving->advance(2);
   Outcome outcome;

@@ -1,0 +1,186 @@
+#include "device/cuda/devices.h"
+
+#include <cuda_runtime_api.h>
+
+#include <cstring>
+
+#include "device/cuda/kernel_library.h"
+#include "device/cuda/transform.h"
+
+namespace zeph::cuda {
+namespace {
+
+// The oldest processor that the embedded kernels have code for, as 10 * major + minor.
+constexpr int oldestCapability = 86;
+
+// The error of a launch that never reached the runtime.
+thread_local ::cudaError_t launchError = ::cudaSuccess;
+
+// A failure that is told where it happens must not come back as the thread's last error.
+cudaError_t told(::cudaError_t result) {
+  if (result != ::cudaSuccess) ::cudaGetLastError();
+  return static_cast<cudaError_t>(result);
+}
+
+::cudaStream_t native(cudaStream_t stream) {
+  return reinterpret_cast<::cudaStream_t>(stream);
+}
+::cudaEvent_t native(cudaEvent_t event) {
+  return reinterpret_cast<::cudaEvent_t>(event);
+}
+::cudaGraphExec_t native(cudaGraphExec_t graph) {
+  return reinterpret_cast<::cudaGraphExec_t>(graph);
+}
+::cudaMemcpyKind native(cudaMemcpyKind kind) {
+  return static_cast<::cudaMemcpyKind>(kind);
+}
+::dim3 native(dim3 size) {
+  return {size.x, size.y, size.z};
+}
+
+// A driver that is missing or too old, and one without a device, leave nothing to count.
+int count() {
+  static const int found = [] {
+    int devices = 0;
+    return told(::cudaGetDeviceCount(&devices)) == cudaSuccess ? devices : 0;
+  }();
+  return found;
+}
+
+cudaError_t properties(cudaDeviceProp* properties, int ordinal) {
+  ::cudaDeviceProp found = {};
+  const cudaError_t result = told(::cudaGetDeviceProperties(&found, ordinal));
+  if (result != cudaSuccess) return result;
+  *properties = {};
+  static_assert(sizeof(properties->name) == sizeof(found.name));
+  std::memcpy(properties->name, found.name, sizeof(found.name));
+  properties->totalGlobalMem = found.totalGlobalMem;
+  properties->major = found.major;
+  properties->minor = found.minor;
+  return cudaSuccess;
+}
+
+bool runsKernels(int ordinal) {
+  int major = 0;
+  int minor = 0;
+  return told(::cudaDeviceGetAttribute(&major, cudaDevAttrComputeCapabilityMajor, ordinal)) ==
+             cudaSuccess &&
+         told(::cudaDeviceGetAttribute(&minor, cudaDevAttrComputeCapabilityMinor, ordinal)) ==
+             cudaSuccess &&
+         10 * major + minor >= oldestCapability;
+}
+
+cudaError_t launch(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
+                   std::size_t sharedBytes, cudaStream_t stream) {
+  const void* function = nullptr;
+  ::cudaError_t result = findKernel(kernel.name, &function);
+  if (result == ::cudaSuccess) {
+    result = ::cudaLaunchKernel(function, native(grid), native(block), arguments, sharedBytes,
+                                native(stream));
+  }
+  if (result != ::cudaSuccess && launchError == ::cudaSuccess) launchError = result;
+  return static_cast<cudaError_t>(result);
+}
+
+cudaError_t lastError() {
+  const ::cudaError_t runtimes = ::cudaGetLastError();
+  const ::cudaError_t launches = launchError;
+  launchError = ::cudaSuccess;
+  return static_cast<cudaError_t>(launches != ::cudaSuccess ? launches : runtimes);
+}
+
+// Other threads may go on with whatever they do meanwhile, synchronous calls included.
+cudaError_t beginCapture(cudaStream_t stream) {
+  return told(::cudaStreamBeginCapture(native(stream), cudaStreamCaptureModeRelaxed));
+}
+
+cudaError_t endCapture(cudaStream_t stream, cudaGraphExec_t* graph) {
+  ::cudaGraph_t captured = nullptr;
+  cudaError_t result = told(::cudaStreamEndCapture(native(stream), &captured));
+  if (result != cudaSuccess) return result;
+  ::cudaGraphExec_t made = nullptr;
+  result = told(::cudaGraphInstantiate(&made, captured, 0));
+  told(::cudaGraphDestroy(captured));
+  *graph = reinterpret_cast<cudaGraphExec_t>(made);
+  return result;
+}
+
+}  // namespace
+
+cudaError_t runtimeVersion(int* version) {
+  return told(::cudaRuntimeGetVersion(version));
+}
+
+cudaError_t driverVersion(int* version) {
+  const cudaError_t result = told(::cudaDriverGetVersion(version));
+  return result == cudaSuccess && *version == 0 ? cudaErrorInsufficientDriver : result;
+}
+
+const DeviceKind deviceKind = {
+    .backend = "CUDA / VkFFT",
+    .synchronous = false,
+    .count = count,
+    .select = [](int ordinal) { return told(::cudaSetDevice(ordinal)); },
+    .properties = properties,
+    .runsKernels = runsKernels,
+    .memoryInfo = [](std::size_t* available,
+                     std::size_t* total) { return told(::cudaMemGetInfo(available, total)); },
+    .allocate = [](void** pointer,
+                   std::size_t bytes) { return told(::cudaMalloc(pointer, bytes)); },
+    .release = [](void* pointer) { return told(::cudaFree(pointer)); },
+    .allocateHost = [](void** pointer,
+                       std::size_t bytes) { return told(::cudaMallocHost(pointer, bytes)); },
+    .releaseHost = [](void* pointer) { return told(::cudaFreeHost(pointer)); },
+    .copy = [](void* to, const void* from, std::size_t bytes,
+               cudaMemcpyKind kind) { return told(::cudaMemcpy(to, from, bytes, native(kind))); },
+    .copyAsync =
+        [](void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind,
+           cudaStream_t stream) {
+          return told(::cudaMemcpyAsync(to, from, bytes, native(kind), native(stream)));
+        },
+    .setAsync =
+        [](void* to, int value, std::size_t bytes, cudaStream_t stream) {
+          return told(::cudaMemsetAsync(to, value, bytes, native(stream)));
+        },
+    .createStream =
+        [](cudaStream_t* stream, unsigned flags) {
+          return told(
+              ::cudaStreamCreateWithFlags(reinterpret_cast<::cudaStream_t*>(stream), flags));
+        },
+    .synchronizeStream =
+        [](cudaStream_t stream) { return told(::cudaStreamSynchronize(native(stream))); },
+    .destroyStream = [](cudaStream_t stream) { return told(::cudaStreamDestroy(native(stream))); },
+    .createEvent =
+        [](cudaEvent_t* event) {
+          return told(::cudaEventCreate(reinterpret_cast<::cudaEvent_t*>(event)));
+        },
+    .recordEvent =
+        [](cudaEvent_t event, cudaStream_t stream) {
+          return told(::cudaEventRecord(native(event), native(stream)));
+        },
+    .elapsedTime =
+        [](float* milliseconds, cudaEvent_t begin, cudaEvent_t end) {
+          return told(::cudaEventElapsedTime(milliseconds, native(begin), native(end)));
+        },
+    .destroyEvent = [](cudaEvent_t event) { return told(::cudaEventDestroy(native(event))); },
+    .launch = launch,
+    .lastError = lastError,
+    .errorString =
+        [](cudaError_t error) {
+          return ::cudaGetErrorString(static_cast<::cudaError_t>(static_cast<int>(error)));
+        },
+    .beginCapture = beginCapture,
+    .endCapture = endCapture,
+    .launchGraph =
+        [](cudaGraphExec_t graph, cudaStream_t stream) {
+          return told(::cudaGraphLaunch(native(graph), native(stream)));
+        },
+    .destroyGraph =
+        [](cudaGraphExec_t graph) { return told(::cudaGraphExecDestroy(native(graph))); },
+    .createTransform = createTransform,
+    .appendTransform = appendTransform,
+    .destroyTransform = destroyTransform,
+    .transformAllocations = transformAllocations,
+};
+
+}  // namespace zeph::cuda

@@ -1,0 +1,111 @@
+// The functions of the driver and of NVRTC that VkFFT calls, found when they are first called, so
+// that the library can be loaded where there is neither. A function that is not there fails as one
+// of a missing driver or compiler does.
+#include <cuda.h>
+#include <cuda_runtime_api.h>
+#include <nvrtc.h>
+
+#include "device/cuda/nvrtc_library.h"
+
+namespace {
+
+// The form of the driver's functions that is asked for: the oldest driver in question has it.
+constexpr unsigned driverInterface = 12000;
+
+void* driverFunction(const char* name) {
+  void* function = nullptr;
+  cudaDriverEntryPointQueryResult found = cudaDriverEntryPointSymbolNotFound;
+  const cudaError_t result =
+      cudaGetDriverEntryPointByVersion(name, &function, driverInterface, cudaEnableDefault, &found);
+  return result == cudaSuccess && found == cudaDriverEntryPointSuccess ? function : nullptr;
+}
+
+template <class Function, class... Arguments>
+CUresult callDriver(void* function, Function*, Arguments... arguments) {
+  if (function == nullptr) return CUDA_ERROR_NOT_INITIALIZED;
+  return reinterpret_cast<Function*>(function)(arguments...);
+}
+
+template <class Function, class... Arguments>
+nvrtcResult callNvrtc(void* function, Function*, Arguments... arguments) {
+  if (function == nullptr) return NVRTC_ERROR_INTERNAL_ERROR;
+  return reinterpret_cast<Function*>(function)(arguments...);
+}
+
+}  // namespace
+
+// The macros of cuda.h give some functions the name of a newer form; the driver is asked for the
+// plain one and the form of its interface.
+#define ZEPH_DRIVER_CALL(name, function, ...)      \
+  static void* const found = driverFunction(name); \
+  return callDriver(found, &function, __VA_ARGS__)
+#define ZEPH_NVRTC_CALL(function, ...)                             \
+  static void* const found = zeph::cuda::nvrtcFunction(#function); \
+  return callNvrtc(found, &function, __VA_ARGS__)
+
+extern "C" {
+
+CUresult cuDeviceGet(CUdevice* device, int ordinal) {
+  ZEPH_DRIVER_CALL("cuDeviceGet", cuDeviceGet, device, ordinal);
+}
+CUresult cuDeviceGetAttribute(int* value, CUdevice_attribute attribute, CUdevice device) {
+  ZEPH_DRIVER_CALL("cuDeviceGetAttribute", cuDeviceGetAttribute, value, attribute, device);
+}
+CUresult cuModuleLoadDataEx(CUmodule* module, const void* image, unsigned count,
+                            CUjit_option* options, void** values) {
+  ZEPH_DRIVER_CALL("cuModuleLoadDataEx", cuModuleLoadDataEx, module, image, count, options, values);
+}
+CUresult cuModuleUnload(CUmodule module) {
+  ZEPH_DRIVER_CALL("cuModuleUnload", cuModuleUnload, module);
+}
+CUresult cuModuleGetFunction(CUfunction* function, CUmodule module, const char* name) {
+  ZEPH_DRIVER_CALL("cuModuleGetFunction", cuModuleGetFunction, function, module, name);
+}
+CUresult cuModuleGetGlobal(CUdeviceptr* address, size_t* bytes, CUmodule module, const char* name) {
+  ZEPH_DRIVER_CALL("cuModuleGetGlobal", cuModuleGetGlobal, address, bytes, module, name);
+}
+CUresult cuFuncSetAttribute(CUfunction function, CUfunction_attribute attribute, int value) {
+  ZEPH_DRIVER_CALL("cuFuncSetAttribute", cuFuncSetAttribute, function, attribute, value);
+}
+CUresult cuMemcpyHtoD(CUdeviceptr to, const void* from, size_t bytes) {
+  ZEPH_DRIVER_CALL("cuMemcpyHtoD", cuMemcpyHtoD, to, from, bytes);
+}
+CUresult cuLaunchKernel(CUfunction function, unsigned gridX, unsigned gridY, unsigned gridZ,
+                        unsigned blockX, unsigned blockY, unsigned blockZ, unsigned sharedBytes,
+                        CUstream stream, void** arguments, void** extra) {
+  ZEPH_DRIVER_CALL("cuLaunchKernel", cuLaunchKernel, function, gridX, gridY, gridZ, blockX, blockY,
+                   blockZ, sharedBytes, stream, arguments, extra);
+}
+
+nvrtcResult nvrtcCreateProgram(nvrtcProgram* program, const char* source, const char* name,
+                               int count, const char* const* headers, const char* const* names) {
+  ZEPH_NVRTC_CALL(nvrtcCreateProgram, program, source, name, count, headers, names);
+}
+nvrtcResult nvrtcDestroyProgram(nvrtcProgram* program) {
+  ZEPH_NVRTC_CALL(nvrtcDestroyProgram, program);
+}
+nvrtcResult nvrtcAddNameExpression(nvrtcProgram program, const char* name) {
+  ZEPH_NVRTC_CALL(nvrtcAddNameExpression, program, name);
+}
+nvrtcResult nvrtcCompileProgram(nvrtcProgram program, int count, const char* const* options) {
+  ZEPH_NVRTC_CALL(nvrtcCompileProgram, program, count, options);
+}
+nvrtcResult nvrtcGetPTXSize(nvrtcProgram program, size_t* bytes) {
+  ZEPH_NVRTC_CALL(nvrtcGetPTXSize, program, bytes);
+}
+nvrtcResult nvrtcGetPTX(nvrtcProgram program, char* code) {
+  ZEPH_NVRTC_CALL(nvrtcGetPTX, program, code);
+}
+nvrtcResult nvrtcGetProgramLogSize(nvrtcProgram program, size_t* bytes) {
+  ZEPH_NVRTC_CALL(nvrtcGetProgramLogSize, program, bytes);
+}
+nvrtcResult nvrtcGetProgramLog(nvrtcProgram program, char* text) {
+  ZEPH_NVRTC_CALL(nvrtcGetProgramLog, program, text);
+}
+
+// Only ever shown on a console.
+const char* nvrtcGetErrorString(nvrtcResult) {
+  return "";
+}
+
+}  // extern "C"

@@ -1,0 +1,237 @@
+// The check of a transform against known modes accepts what is right and nothing else.
+#include "device/transform_check.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace zeph {
+namespace {
+
+TransformRequest requestOf(int size, int rowStride, int cutoff, int batch, bool isReal = true) {
+  TransformRequest request;
+  request.size = size;
+  request.rowStride = rowStride;
+  request.cutoff = cutoff;
+  request.batch = batch;
+  request.realToComplex = isReal;
+  return request;
+}
+
+// The shapes that a solver of resolution n has.
+TransformRequest padded(int n, int batch) {
+  const int m = 3 * n / 2;
+  return requestOf(m, (m / 2 + 8) / 8 * 8, n / 2, batch);
+}
+TransformRequest grid(int n, int batch) {
+  return requestOf(n, n / 2 + 1, 0, batch);
+}
+TransformRequest complex(int n, int batch) {
+  return requestOf(n, n, 0, batch, false);
+}
+
+std::size_t fieldFloats(const TransformRequest& request) {
+  return 2 * static_cast<std::size_t>(request.rowStride) * static_cast<std::size_t>(request.size);
+}
+
+struct Owned {
+  explicit Owned(const TransformRequest& request) {
+    EXPECT_EQ(transformCreate(request, &transform), 0);
+  }
+  ~Owned() { transformDestroy(transform); }
+  Owned(const Owned&) = delete;
+  Owned& operator=(const Owned&) = delete;
+
+  Transform* transform = nullptr;
+};
+
+bool isRight(const TransformRequest& request) {
+  const Owned made(request);
+  return transformIsRight(made.transform, transformAppend, request);
+}
+
+// A transform that goes wrong: what is done in place of the right one, to the floats of the buffer.
+using Append = std::function<int(Transform* transform, float* floats, bool isInverse)>;
+Append fault;
+
+int appendWithFault(Transform* transform, void* buffer, bool isInverse) {
+  return fault(transform, static_cast<float*>(buffer), isInverse);
+}
+
+bool isRightWith(const TransformRequest& request, Append append) {
+  const Owned made(request);
+  fault = std::move(append);
+  return transformIsRight(made.transform, appendWithFault, request);
+}
+
+int right(Transform* transform, float* floats, bool isInverse) {
+  return transformAppend(transform, floats, isInverse);
+}
+
+std::vector<TransformRequest> someRequests() {
+  return {padded(16, 2), padded(18, 4), grid(16, 1), grid(18, 3), complex(16, 1), complex(27, 1)};
+}
+
+// Calls body(request) for each, with its shape in the trace.
+template <class Body>
+void forEachRequest(const std::vector<TransformRequest>& requests, Body body) {
+  for (const TransformRequest& request : requests) {
+    SCOPED_TRACE(testing::Message()
+                 << "size " << request.size << ", cutoff " << request.cutoff << ", batch "
+                 << request.batch << ", real " << request.realToComplex);
+    body(request);
+  }
+}
+
+TEST(TransformCheck, AcceptsEveryShapeThatIsRight) {
+  std::vector<TransformRequest> requests;
+  for (const int n : {16, 18, 22, 34, 64, 150, 256}) {
+    for (int batch = 1; batch <= 4; ++batch) {
+      requests.insert(requests.end(), {padded(n, batch), grid(n, batch), complex(n, batch)});
+    }
+  }
+  for (const int n : {15, 27, 61, 225}) {
+    requests.insert(requests.end(), {grid(n, 2), complex(n, 2)});
+  }
+  forEachRequest(requests, [](const TransformRequest& request) { EXPECT_TRUE(isRight(request)); });
+}
+
+TEST(TransformCheck, AcceptsATransformThatLeavesNothingOut) {
+  const TransformRequest request = padded(18, 2);
+  TransformRequest whole = request;
+  whole.cutoff = 0;
+  const Owned made(whole);
+  EXPECT_TRUE(transformIsRight(made.transform, transformAppend, request));
+}
+
+TEST(TransformCheck, WorksInTheMemoryThatItIsGiven) {
+  TransformRequest request = padded(18, 2);
+  std::vector<float> memory(2 * fieldFloats(request) + 1, std::numeric_limits<float>::quiet_NaN());
+  memory.back() = 12345.0f;
+  request.scratch = memory.data();
+  const void* seen = nullptr;
+  EXPECT_TRUE(isRightWith(request, [&](Transform* transform, float* floats, bool isInverse) {
+    seen = floats;
+    return right(transform, floats, isInverse);
+  }));
+  EXPECT_EQ(seen, memory.data());
+  EXPECT_EQ(memory.back(), 12345.0f);
+}
+
+TEST(TransformCheck, RejectsTheWrongDirection) {
+  forEachRequest(someRequests(), [](const TransformRequest& request) {
+    EXPECT_FALSE(isRightWith(request, [](Transform* transform, float* floats, bool isInverse) {
+      return right(transform, floats, !isInverse);
+    }));
+  });
+}
+
+TEST(TransformCheck, RejectsEitherDirectionIfItScales) {
+  forEachRequest(someRequests(), [](const TransformRequest& request) {
+    const std::size_t count = fieldFloats(request) * static_cast<std::size_t>(request.batch);
+    const float samples = static_cast<float>(request.size * request.size);
+    for (const bool scalesInverse : {false, true}) {
+      for (const float factor : {1 / samples, 1.01f, -1.0f, 0.0f}) {
+        EXPECT_FALSE(isRightWith(request,
+                                 [=](Transform* transform, float* floats, bool isInverse) {
+                                   const int code = right(transform, floats, isInverse);
+                                   if (isInverse == scalesInverse)
+                                     std::for_each(floats, floats + count,
+                                                   [=](float& value) { value *= factor; });
+                                   return code;
+                                 }))
+            << scalesInverse << " " << factor;
+      }
+    }
+  });
+}
+
+TEST(TransformCheck, RejectsAnExchangeOfFields) {
+  forEachRequest({padded(16, 2), grid(18, 3), complex(16, 4)}, [](const TransformRequest& request) {
+    const auto field = static_cast<std::ptrdiff_t>(fieldFloats(request));
+    const std::ptrdiff_t last = request.batch - 1;
+    for (const bool inInverse : {false, true}) {
+      EXPECT_FALSE(isRightWith(request, [=](Transform* transform, float* floats, bool isInverse) {
+        const int code = right(transform, floats, isInverse);
+        if (isInverse == inInverse) std::swap_ranges(floats, floats + field, floats + last * field);
+        return code;
+      }));
+    }
+  });
+}
+
+TEST(TransformCheck, RejectsAFieldThatIsLeftOut) {
+  forEachRequest({padded(16, 2), grid(18, 3)}, [](const TransformRequest& request) {
+    TransformRequest fewer = request;
+    fewer.batch = request.batch - 1;
+    const Owned made(fewer);
+    EXPECT_FALSE(transformIsRight(made.transform, transformAppend, request));
+  });
+}
+
+TEST(TransformCheck, RejectsABandThatIsCutTooWide) {
+  for (const int n : {16, 18, 34, 256}) {
+    const TransformRequest request = padded(n, 2);
+    TransformRequest wider = request;
+    wider.cutoff = request.cutoff - 1;
+    const Owned made(wider);
+    EXPECT_FALSE(transformIsRight(made.transform, transformAppend, request)) << n;
+  }
+}
+
+// In one direction the modes of the highest column or of the highest row are lost.
+TEST(TransformCheck, RejectsTheLossOfTheHighestModes) {
+  forEachRequest(someRequests(), [](const TransformRequest& request) {
+    const int last = (request.cutoff != 0 ? request.cutoff : (request.size + 1) / 2) - 1;
+    const auto stride = static_cast<std::size_t>(2 * request.rowStride);
+    const auto lose = [=](float* floats, bool isColumn) {
+      for (int j = 0; j < request.size; ++j) {
+        float* row = floats + static_cast<std::size_t>(j) * stride;
+        if (isColumn) std::fill_n(row + 2 * last, 2, 0.0f);
+        if (!isColumn && j == last) std::fill_n(row, stride, 0.0f);
+      }
+    };
+    for (const bool inInverse : {false, true}) {
+      for (const bool isColumn : {false, true}) {
+        EXPECT_FALSE(isRightWith(request,
+                                 [=](Transform* transform, float* floats, bool isInverse) {
+                                   if (isInverse && inInverse) lose(floats, isColumn);
+                                   const int code = right(transform, floats, isInverse);
+                                   if (!isInverse && !inInverse) lose(floats, isColumn);
+                                   return code;
+                                 }))
+            << inInverse << " " << isColumn;
+      }
+    }
+  });
+}
+
+TEST(TransformCheck, RejectsWhatIsNoNumber) {
+  forEachRequest(someRequests(), [](const TransformRequest& request) {
+    for (const bool inInverse : {false, true}) {
+      EXPECT_FALSE(isRightWith(request, [=](Transform* transform, float* floats, bool isInverse) {
+        const int code = right(transform, floats, isInverse);
+        if (isInverse == inInverse) floats[0] = std::numeric_limits<float>::quiet_NaN();
+        return code;
+      }));
+    }
+  });
+}
+
+TEST(TransformCheck, RejectsATransformThatDoesNothingOrFails) {
+  forEachRequest(someRequests(), [](const TransformRequest& request) {
+    EXPECT_FALSE(isRightWith(request, [](Transform*, float*, bool) { return 0; }));
+    for (const bool inInverse : {false, true}) {
+      EXPECT_FALSE(isRightWith(request, [=](Transform* transform, float* floats, bool isInverse) {
+        return isInverse == inInverse ? 7 : right(transform, floats, isInverse);
+      }));
+    }
+  });
+}
+
+}  // namespace
+}  // namespace zeph
