@@ -1,0 +1,69 @@
+// The memory of the GPUs, and the host's page-locked memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+
+namespace zeph::emulation {
+
+class Ledger {
+ public:
+  // Both kinds are full of NaN at first. Null where the host has nothing left.
+  void* allocate(int gpu, std::size_t bytes);
+  void* allocateHost(std::size_t bytes);
+
+  // The GPU that a block begins on, or -1 for a pointer that is no block's beginning.
+  int gpuOf(const void* block) const;
+
+  // False for a pointer that is no block's beginning.
+  bool release(void* block);
+  bool releaseHost(void* block);
+  void clear();
+
+  // Whether all bytes lie within one block of a GPU, and whether the pointer lies within any.
+  bool holds(const void* pointer, std::size_t bytes) const;
+  bool isDevicePointer(const void* pointer) const;
+  bool isPageLocked(const void* pointer) const;
+
+  std::size_t bytesOn(int gpu) const;
+  std::size_t blocks() const { return blocks_.size(); }
+  std::size_t hostBlocks() const { return hostBlocks_.size(); }
+
+  // Between blocks of work, nobody can touch the memory of GPUs.
+  void setOpen(int gpu, bool isOpen) const;
+
+  // Whether nothing has been written beside the blocks of a GPU, whose memory is open.
+  bool isIntact(int gpu) const;
+
+ private:
+  struct Block {
+    int gpu;
+    std::size_t bytes;
+    std::byte* mapped;  // pages around the block, the first and the last of which stay closed
+    std::size_t mappedBytes;
+  };
+  using Address = std::uintptr_t;
+
+  const Block* blockAround(const void* pointer, Address& begin) const;
+
+  std::map<Address, Block> blocks_;
+  std::map<Address, std::size_t> hostBlocks_;
+};
+
+// Lets the memory of a GPU be touched as long as it lives.
+class OpenMemory {
+ public:
+  OpenMemory(const Ledger& ledger, int gpu) : ledger_(ledger), gpu_(gpu) {
+    ledger_.setOpen(gpu_, true);
+  }
+  ~OpenMemory() { ledger_.setOpen(gpu_, false); }
+  OpenMemory(const OpenMemory&) = delete;
+  OpenMemory& operator=(const OpenMemory&) = delete;
+
+ private:
+  const Ledger& ledger_;
+  int gpu_;
+};
+
+}  // namespace zeph::emulation

@@ -1,0 +1,16 @@
+// What stands where a program has its kernels' machine code.
+#pragma once
+
+#include "tests/emulation/kernel_function.h"
+
+namespace zeph::emulation {
+
+struct KernelImage {
+  const KernelFunction* kernels;
+  std::size_t count;
+};
+
+// The oldest processor that the image has code for, as 10 * major + minor.
+constexpr int oldestCapability = 86;
+
+}  // namespace zeph::emulation

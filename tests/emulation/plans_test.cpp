@@ -1,0 +1,123 @@
+// Transforms on GPUs whose blocks have little shared memory, so that an axis takes several passes,
+// as large grids do on any GPU.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "device/transform.h"
+#include "solver/resources.h"
+#include "tests/emulation/emulated_gpu.h"
+#include "tests/support/arrays.h"
+#include "tests/support/devices.h"
+
+namespace zeph {
+namespace {
+
+constexpr int n = 128;
+
+struct Passes {
+  const char* name;
+  std::size_t sharedMemory;  // bytes
+  bool takesBand;            // whether the first plan is right
+};
+
+class PlanOfPasses : public testing::TestWithParam<Passes> {
+ protected:
+  static constexpr std::size_t memory = std::size_t{1} << 30;
+  emulation::MachineScope scope_{
+      {.gpus = {{.memory = memory, .sharedMemory = GetParam().sharedMemory}, {}}}};
+};
+
+TransformRequest paddedRequest() {
+  return {.size = paddedResolution(n),
+          .rowStride = paddedStride(paddedResolution(n)),
+          .cutoff = n / 2,
+          .batch = 2};
+}
+
+// Two fields of active modes, mirrored where a real field needs it.
+std::vector<V2> spectrum() {
+  const test::Sizes z(n);
+  test::Numbers numbers(7);
+  std::vector<V2> modes(2 * z.plane, V2{0.0f, 0.0f});
+  for (std::size_t j = 0; j < 2 * z.m; ++j) {
+    for (std::size_t i = 1; i < z.h; ++i) {
+      const V2 mode = {numbers.next(), numbers.next()};
+      if (test::isRetained(i, test::wavenumber(j % z.m, z.m), n)) modes[j * z.s + i] = mode;
+    }
+  }
+  return modes;
+}
+
+struct BothWays {
+  std::vector<V2> physical, spectral;
+};
+
+BothWays transformOn(int device) {
+  const DeviceScope scope(device);
+  const std::vector<V2> start = spectrum();
+  BothWays result = {start, start};
+  DeviceBuffer buffer;
+  buffer.allocate(start.size() * sizeof(V2));
+  Transform* plan = nullptr;
+  EXPECT_EQ(transformCreate(paddedRequest(), &plan), 0);
+  EXPECT_EQ(cudaMemcpy(buffer.ptr, start.data(), buffer.bytes, cudaMemcpyHostToDevice),
+            cudaSuccess);
+  const auto pass = [&](bool inverse, std::vector<V2>& to) {
+    EXPECT_EQ(transformAppend(plan, buffer.ptr, inverse), 0);
+    EXPECT_EQ(cudaMemcpy(to.data(), buffer.ptr, buffer.bytes, cudaMemcpyDeviceToHost), cudaSuccess);
+  };
+  pass(true, result.physical);
+  pass(false, result.spectral);
+  transformDestroy(plan);
+  return result;
+}
+
+// The root mean square of the difference over that of what is expected, where `counts` says so.
+template <class Counts>
+double difference(const std::vector<V2>& found, const std::vector<V2>& expected, Counts counts) {
+  double error = 0;
+  double magnitude = 0;
+  for (std::size_t k = 0; k < found.size(); ++k) {
+    if (!counts(k)) continue;
+    const auto square = [](float re, float im) {
+      return static_cast<double>(re) * static_cast<double>(re) +
+             static_cast<double>(im) * static_cast<double>(im);
+    };
+    error += square(found[k].re - expected[k].re, found[k].im - expected[k].im);
+    magnitude += square(expected[k].re, expected[k].im);
+  }
+  return std::sqrt(error / magnitude);
+}
+
+TEST_P(PlanOfPasses, IsRightAndStaysInItsMemory) {
+  const long before = emulation::callsOf("nvrtcCompileProgram");
+  const BothWays found = transformOn(0);
+  const long compiled = emulation::callsOf("nvrtcCompileProgram") - before;
+  EXPECT_FALSE(emulation::hasFault(0));
+  EXPECT_EQ(emulation::holdings(), emulation::Holdings());
+  const BothWays expected = transformOn(test::processorDevice());
+  const test::Sizes z(n);
+  EXPECT_LT(difference(found.physical, expected.physical,
+                       [&](std::size_t k) { return k % z.s < z.m / 2; }),
+            1e-6);
+  EXPECT_LT(difference(found.spectral, expected.spectral,
+                       [&](std::size_t k) {
+                         const int ky = test::wavenumber(k / z.s % z.m, z.m);
+                         return k % z.s < z.h && std::abs(ky) < n / 2;
+                       }),
+            1e-6);
+  // The kernels of one plan are those of both axes, both ways.
+  EXPECT_EQ(compiled == 4, GetParam().takesBand);
+}
+
+// Where an axis takes two passes, VkFFT is wrong about the band that is not transformed.
+INSTANTIATE_TEST_SUITE_P(Of, PlanOfPasses,
+                         testing::Values(Passes{"OnePassEach", 0, true},
+                                         Passes{"TwoPassesDown", 4096, false},
+                                         Passes{"TwoPassesEach", 1024, false}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace zeph

@@ -1,0 +1,131 @@
+// A solver on a GPU whose calls fail, one after another.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "solver/solver.h"
+#include "tests/emulation/emulated_gpu.h"
+
+namespace zeph {
+namespace {
+
+using emulation::Holdings;
+
+Config smallConfig() {
+  Config config;
+  config.resolution = 16;
+  config.k0 = 2;
+  config.reynolds = 100;
+  return config;
+}
+
+// What a solver does in its life.
+void live() {
+  Solver solver(smallConfig());
+  solver.advance(2);
+  solver.inspect();
+  const auto frame = solver.snapshot(true);
+  solver.copyFields(*frame);
+  solver.spectrum();
+  solver.reset(std::vector<float>(16 * 16, 1.0f));
+}
+
+std::vector<V2> flowAfter(int steps) {
+  Solver solver(smallConfig());
+  solver.advance(steps);
+  return solver.spectrum();
+}
+
+void expectNear(const std::vector<V2>& found, const std::vector<V2>& expected) {
+  ASSERT_EQ(found.size(), expected.size());
+  for (std::size_t k = 0; k < found.size(); ++k) {
+    EXPECT_NEAR(found[k].re, expected[k].re, 1e-5);
+    EXPECT_NEAR(found[k].im, expected[k].im, 1e-5);
+  }
+}
+
+// The first calls, and some of those that come in numbers.
+int nextPasses(int passes) {
+  return passes < 2 ? passes + 1 : passes * 3;
+}
+
+class FailingCall : public testing::TestWithParam<const char*> {
+ protected:
+  emulation::MachineScope scope_{{}};
+};
+
+TEST_P(FailingCall, IsToldAndLeavesNothingBehind) {
+  const std::string function = GetParam();
+  live();
+  ASSERT_EQ(emulation::holdings(), Holdings());
+  const long before = emulation::callsOf(function);
+  live();
+  const long calls = emulation::callsOf(function) - before;
+  ASSERT_GT(calls, 0);
+  for (int passes = 0; passes < calls; passes = nextPasses(passes)) {
+    SCOPED_TRACE(testing::Message() << function << " fails after " << passes << " calls");
+    emulation::failNext(function, ::cudaErrorMemoryAllocation, passes);
+    EXPECT_THROW(live(), std::runtime_error);
+    EXPECT_EQ(emulation::holdings(), Holdings());
+    EXPECT_EQ(::cudaGetLastError(), ::cudaSuccess);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(OfTheRuntime, FailingCall,
+                         testing::Values("cudaMalloc", "cudaMallocHost",
+                                         "cudaStreamCreateWithFlags", "cudaEventCreate",
+                                         "cudaEventRecord", "cudaEventElapsedTime", "cudaMemcpy",
+                                         "cudaMemcpyAsync", "cudaMemsetAsync", "cudaLaunchKernel"),
+                         [](const auto& test) { return std::string(test.param); });
+INSTANTIATE_TEST_SUITE_P(OfTheDriver, FailingCall,
+                         testing::Values("cuDeviceGet", "cuDeviceGetAttribute",
+                                         "cuModuleLoadDataEx", "cuModuleGetFunction"),
+                         [](const auto& test) { return std::string(test.param); });
+INSTANTIATE_TEST_SUITE_P(OfTheCompiler, FailingCall,
+                         testing::Values("nvrtcCreateProgram", "nvrtcCompileProgram",
+                                         "nvrtcGetPTXSize", "nvrtcGetPTX"),
+                         [](const auto& test) { return std::string(test.param); });
+
+// While a plan is tried out, a transform that fails is one that is not right, and another plan is
+// made; while a step is recorded, the step is queued piece by piece instead.
+TEST(FailingTransform, IsToldOrMadeGoodAndLeavesNothingBehind) {
+  const emulation::MachineScope scope({});
+  const std::vector<V2> undisturbed = flowAfter(3);
+  const long before = emulation::callsOf("cuLaunchKernel");
+  flowAfter(3);
+  const long calls = emulation::callsOf("cuLaunchKernel") - before;
+  int told = 0;
+  for (int passes = 0; passes < calls; passes = nextPasses(passes)) {
+    SCOPED_TRACE(testing::Message() << "cuLaunchKernel fails after " << passes << " calls");
+    emulation::failNext("cuLaunchKernel", ::cudaErrorLaunchOutOfResources, passes);
+    try {
+      expectNear(flowAfter(3), undisturbed);
+    } catch (const std::runtime_error& failure) {
+      ++told;
+      EXPECT_EQ(failure.what(), std::string("VkFFT CUDA append failed: 4039"));
+    }
+    EXPECT_EQ(emulation::holdings(), Holdings());
+  }
+  EXPECT_GT(told, 0);
+}
+
+TEST(FailingTransform, ThatNeverSucceedsIsToldWhereItIsMade) {
+  for (const bool hasCompiler : {true, false}) {
+    const emulation::MachineScope scope({.hasCompiler = hasCompiler});
+    if (hasCompiler) emulation::failNext("nvrtcCompileProgram", ::cudaErrorUnknown);
+    try {
+      live();
+      FAIL() << "nothing was told";
+    } catch (const std::runtime_error& failure) {
+      EXPECT_EQ(failure.what(),
+                std::string(hasCompiler ? "VkFFT CUDA plan N=24 batch=2 failed: 4031"
+                                        : "NVRTC is missing."));
+    }
+    EXPECT_EQ(emulation::holdings(), Holdings());
+  }
+}
+
+}  // namespace
+}  // namespace zeph

@@ -1,0 +1,137 @@
+"""What the library holds for GPUs, and what it needs of the machine that loads it."""
+
+from __future__ import annotations
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from gpu_code import KERNELS, Entry, entries, is_inexact, kernels_of, operations
+
+ROOT = Path(__file__).resolve().parents[2]
+C_LIBRARY = {
+    "ld-linux-x86-64.so.2",
+    "libc.so.6",
+    "libdl.so.2",
+    "libm.so.6",
+    "libpthread.so.0",
+    "librt.so.1",
+}
+
+
+@pytest.fixture(scope="module")
+def code(library_path: Path) -> list[Entry]:
+    library = library_path.read_bytes()
+    if b"libnvrtc.so" not in library:  # which the part for GPUs looks for
+        pytest.skip("the library under test is built without the part for GPUs")
+    return entries(library)
+
+
+def test_the_kernels_are_there_for_each_processor_and_as_ptx(code: list[Entry]) -> None:
+    assert sorted((entry.kind, entry.processor) for entry in code) == [
+        ("PTX", 86),
+        ("machine code", 86),
+        ("machine code", 89),
+        ("machine code", 90),
+        ("machine code", 120),
+    ]
+
+
+def test_every_form_has_all_ten_kernels(code: list[Entry]) -> None:
+    assert [kernels_of(entry) for entry in code] == [KERNELS] * len(code)
+
+
+def inexact(ptx: str) -> set[str]:
+    return {operation for operation in operations(ptx) if is_inexact(operation)}
+
+
+def test_every_operation_of_the_kernels_rounds_on_its_own(code: list[Entry]) -> None:
+    for entry in code:
+        if entry.kind == "PTX":
+            ptx = entry.code.decode()
+            assert {"add.rn.f32", "mul.rn.f32", "div.rn.f32"} <= set(operations(ptx))
+            assert inexact(ptx) == set()
+
+
+def compiled(folder: Path, *options: str) -> str:
+    """The kernels as PTX, with options other than the library's."""
+    usual = "/usr/local/cuda/bin/nvcc"
+    nvcc = shutil.which("nvcc") or (usual if os.access(usual, os.X_OK) else None)
+    if nvcc is None:
+        pytest.skip("there is no nvcc")
+    ptx = folder / "kernels.ptx"
+    command = [nvcc, "-std=c++20", "--expt-relaxed-constexpr", f"-I{ROOT}", "-arch=compute_86"]
+    command += [*options, "-ptx", str(ROOT / "kernels" / "kernels.cu"), "-o", str(ptx)]
+    subprocess.run(command, check=True, capture_output=True)
+    return ptx.read_text()
+
+
+def test_a_contracted_operation_would_be_found(tmp_path: Path) -> None:
+    assert {"fma.rn.f32", "fma.rn.f64"} <= inexact(compiled(tmp_path, "--fmad=true"))
+
+
+def test_a_quick_division_or_root_would_be_found(tmp_path: Path) -> None:
+    found = inexact(compiled(tmp_path, "--fmad=false", "--prec-div=false", "--ftz=true"))
+    assert any(re.fullmatch(r"div\.(full|approx)\.ftz\.f32", operation) for operation in found)
+    assert "add.rn.ftz.f32" in found
+
+
+@pytest.mark.parametrize(
+    "line",
+    [
+        "\tfma.rn.f32 \t%f1, %f2, %f3, %f4;",
+        "@%p1 mad.rn.f32 %f1, %f2, %f3, %f4;",
+        "  add.f32 %f1, %f2, %f3;",
+        "  mul.f64 %fd1, %fd2, %fd3;",
+        "  sub.rz.f32 %f1, %f2, %f3;",
+        "  div.approx.f32 %f1, %f2, %f3;",
+        "  sqrt.approx.f32 %f1, %f2;",
+        "  rcp.approx.f32 %f1, %f2;",
+        "  ex2.approx.f32 %f1, %f2;",
+        "  @!%p2 mul.rn.ftz.f32 %f1, %f2, %f3;",
+        "  fma.rn.f32x2 %rd1, %rd2, %rd3, %rd4;",
+    ],
+)
+def test_each_kind_of_inexact_operation_is_found(line: str) -> None:
+    assert len(inexact(line)) == 1
+
+
+@pytest.mark.parametrize(
+    "line",
+    [
+        "  add.rn.f32 %f1, %f2, %f3;",
+        "  sqrt.rn.f32 %f1, %f2;",
+        "  mad.lo.s32 %r1, %r2, %r3, %r4;",
+        "  cvt.rn.f32.f64 %f1, %fd1;",
+        "  ld.global.nc.v2.f32 {%f1, %f2}, [%rd1];",
+        "  setp.gt.f32 %p1, %f1, %f2;",
+        "// add.f32 in words;",
+    ],
+)
+def test_exact_operations_are_left_alone(line: str) -> None:
+    assert inexact(line) == set()
+
+
+def listing(*command: str | Path) -> str:
+    assert shutil.which(str(command[0])), f"{command[0]} is part of the compiler's tools"
+    return subprocess.run(
+        list(map(str, command)), check=True, capture_output=True, text=True
+    ).stdout
+
+
+def test_the_library_needs_nothing_but_the_c_library(library_path: Path) -> None:
+    dynamic = listing("readelf", "--dynamic", "--wide", library_path)
+    needed = re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)
+    assert "libc.so.6" in needed
+    assert set(needed) <= C_LIBRARY
+
+
+def test_no_function_of_cuda_is_looked_up_when_the_library_is_loaded(library_path: Path) -> None:
+    undefined = listing("nm", "--dynamic", "--undefined-only", "--format=posix", library_path)
+    names = {line.split()[0] for line in undefined.splitlines()}
+    assert names
+    assert {name for name in names if re.match(r"cu[A-Z]|cuda|nvrtc", name)} == set()
