@@ -1,7 +1,7 @@
 // A solver's arrays by themselves, so that single kernels can be timed on a real flow.
 #pragma once
 
-#include <cstring>
+#include <cstddef>
 #include <vector>
 
 #include "device/check.h"
@@ -22,27 +22,22 @@ struct Flow {
     const std::size_t m = static_cast<std::size_t>(paddedResolution(resolution));
     const std::size_t plane = m * static_cast<std::size_t>(paddedStride(static_cast<int>(m)));
     for (DeviceBuffer* buffer : {&omega, &base, &first, &middle, &predictor, &correction}) {
-      buffer->allocate(half * sizeof(V2));
-      std::memset(buffer->ptr, 0, buffer->bytes);
+      allocateZero(*buffer, half * sizeof(V2));
     }
-    coefficients.allocate(6 * half * sizeof(float));
-    padded.allocate(4 * plane * sizeof(V2));
-    std::memset(padded.ptr, 0, padded.bytes);
-    spectra.allocate(3 * half * sizeof(V2));
-    std::memset(spectra.ptr, 0, spectra.bytes);
-    fields.allocate(3 * n * n * sizeof(float));
-    std::memset(fields.ptr, 0, fields.bytes);
-    clock.allocate(sizeof(ClockState));
-    cflPartials.allocate(reductionBlocks * sizeof(V2));
-    partials.allocate(2 * reductionBlocks * sizeof(float4));
+    allocateZero(coefficients, 6 * half * sizeof(float));
+    allocateZero(padded, 4 * plane * sizeof(V2));
+    allocateZero(spectra, 3 * half * sizeof(V2));
+    allocateZero(fields, 3 * n * n * sizeof(float));
+    allocateZero(clock, sizeof(ClockState));
+    allocateZero(cflPartials, reductionBlocks * sizeof(V2));
+    allocateZero(partials, 2 * reductionBlocks * sizeof(float4));
 
-    const std::vector<V2> seeded = startSpectrum(config);
-    std::memcpy(omega.ptr, seeded.data(), omega.bytes);
+    fill(omega, startSpectrum(config).data());
     ClockState running = {};
     running.dt = running.rawDt = 1e-4f;
     running.healthy = 1;
     running.stepState = normalStep;
-    *clock.as<ClockState>() = running;
+    fill(clock, &running);
   }
 
   Params params(int stage) const {
@@ -78,6 +73,18 @@ struct Flow {
   CudaQueue queue;
   DeviceBuffer omega, base, first, middle, predictor, correction, coefficients, padded, spectra,
       fields, clock, cflPartials, partials;
+
+ private:
+  void allocateZero(DeviceBuffer& buffer, std::size_t bytes) {
+    buffer.allocate(bytes);
+    check(cudaMemsetAsync(buffer.ptr, 0, bytes, queue.value), "cudaMemsetAsync");
+  }
+
+  void fill(const DeviceBuffer& buffer, const void* content) {
+    check(cudaMemcpyAsync(buffer.ptr, content, buffer.bytes, cudaMemcpyHostToDevice, queue.value),
+          "cudaMemcpyAsync");
+    check(cudaStreamSynchronize(queue.value), "cudaStreamSynchronize");
+  }
 };
 
 }  // namespace zeph::bench
