@@ -95,7 +95,8 @@ CUdevice driverDevice() {
 // VkFFT sizes its temporary buffer as if no space stood between rows, and writes past its end.
 VkFFTResult widenTemporaryBuffer(Application& application) {
   VkFFTConfiguration& made = application.vkfft.configuration;
-  if (!made.allocateTempBuffer || made.tempBufferSize[0] >= application.bytes) return VKFFT_SUCCESS;
+  if (made.allocateTempBuffer == 0 || made.tempBufferSize[0] >= application.bytes)
+    return VKFFT_SUCCESS;
   ::cudaFree(made.tempBuffer[0]);
   made.tempBuffer[0] = nullptr;
   made.tempBufferSize[0] = application.bytes;
@@ -177,7 +178,7 @@ void destroyTransform(Transform* transform) {
 std::vector<TransformAllocation> transformAllocations(const Transform* transform) {
   const VkFFTApplication& vkfft = reinterpret_cast<const Application*>(transform)->vkfft;
   std::vector<TransformAllocation> found;
-  if (vkfft.configuration.allocateTempBuffer && vkfft.configuration.tempBuffer != nullptr)
+  if (vkfft.configuration.allocateTempBuffer != 0 && vkfft.configuration.tempBuffer != nullptr)
     add(found, vkfft.configuration.tempBuffer[0], vkfft.configuration.tempBufferSize[0]);
   for (int axis = 0; axis < 3; ++axis) {
     add(found, vkfft.bufferBluestein[axis], vkfft.bufferBluesteinSize[axis]);
