@@ -17,6 +17,8 @@ void StepGraph::clear() {
 }
 
 bool StepGraph::holds(const Params& step) const {
+  // The same bits are meant, and the record has no gaps.
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   return graph_ != nullptr && std::memcmp(&step, &step_, sizeof(step)) == 0;
 }
 
