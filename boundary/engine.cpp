@@ -1,15 +1,14 @@
 #include "boundary/engine.h"
 
 #include <array>
-#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "boundary/config.h"
 #include "boundary/display_settings.h"
-#include "boundary/files.h"
 #include "boundary/reports.h"
+#include "solver/raw_files.h"
 
 namespace zeph {
 namespace {
@@ -44,27 +43,22 @@ Json reset(Solver& solver, const Json& request) {
   return statisticsReport(solver.inspect());
 }
 
-template <class Element>
-void writeElements(const std::string& path, const std::vector<Element>& elements) {
-  writeRawFile(path, std::as_bytes(std::span(elements)));
-}
-
 // The frame and the path await a renderer; what the request says of the picture is checked already.
 void exportPicture(const Frame& /*frame*/, const std::string& /*path*/, const Json& request) {
   const auto pixels = readInteger(request, "pixel_size", 1800);
   if (pixels < 1 || pixels > 8192) throw std::invalid_argument("PNG size must be 1 through 8192.");
   readDisplaySettings(request, DisplaySettings{});
+  readBoolean(request, "flow", false);  // an engine's booleans are never null
   throw std::runtime_error("This build cannot draw pictures.");
 }
 
 Json exportFiles(Solver& solver, const Json& request) {
-  if (const auto path = readPath(request, "spectrum")) writeElements(*path, solver.spectrum());
+  if (const auto path = readPath(request, "spectrum")) writeRawFile(*path, solver.spectrum());
   const bool wanted = readBoolean(request, "snapshot", false);
   if (!wanted && !findValue(request, "fields") && !findValue(request, "png")) return Json::object();
   const auto frame = solver.snapshot(readBoolean(request, "include_velocity", true));
   if (!frame) throw std::runtime_error("No snapshot slot.");
-  if (const auto path = readPath(request, "fields"))
-    writeElements(*path, solver.copyFields(*frame));
+  if (const auto path = readPath(request, "fields")) writeRawFile(*path, solver.copyFields(*frame));
   if (const auto path = readPath(request, "png")) exportPicture(*frame, *path, request);
   return snapshotReport(*frame);
 }

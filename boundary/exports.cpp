@@ -6,6 +6,7 @@
 #include "boundary/call_frame.h"
 #include "boundary/engine.h"
 #include "boundary/system_description.h"
+#include "boundary/ui_operations.h"
 #include "boundary/zephane.h"
 #include "device/check.h"
 #include "platform/arithmetic.h"
@@ -14,6 +15,10 @@
 struct zp_engine {
   explicit zp_engine(const zeph::Json& configuration) : handle(configuration) {}
   zeph::EngineHandle handle;
+};
+
+struct zp_ui {
+  zeph::UIHandle handle;
 };
 
 namespace {
@@ -40,11 +45,23 @@ Json callEngine(zp_engine* engine, const char* request) {
   return zeph::runOperation(engine->handle.solver, zeph::parseObject(request));
 }
 
-// No view can be created yet, so every handle is a closed one.
-Json refuseUi() {
-  if (zeph::platform::threadId() != zeph::mainThreadId)
-    throw std::runtime_error("UI calls require the main thread.");
-  throw std::invalid_argument("Closed UI.");
+bool onMainThread() {
+  return zeph::platform::threadId() == zeph::mainThreadId;
+}
+
+void requireUi(const zp_ui* ui) {
+  if (!onMainThread()) throw std::runtime_error("UI calls require the main thread.");
+  if (!ui) throw std::invalid_argument("Closed UI.");
+}
+
+Json attachUi(zp_ui* ui) {
+  requireUi(ui);
+  throw std::runtime_error("Cannot create native canvas.");
+}
+
+Json callUi(zp_ui* ui, const char* request) {
+  requireUi(ui);
+  return zeph::runUiOperation(ui->handle, zeph::parseObject(request));
 }
 
 }  // namespace
@@ -83,17 +100,24 @@ void zp_engine_destroy(zp_engine* engine) {
 }
 
 zp_ui* zp_ui_create(void) {
-  return nullptr;
+  if (!onMainThread()) return nullptr;
+  try {
+    return std::make_unique<zp_ui>().release();
+  } catch (...) {
+    return nullptr;
+  }
 }
 
-char* zp_ui_attach(zp_ui*, void*) {
-  return zeph::reply(refuseUi);
+char* zp_ui_attach(zp_ui* ui, void*) {
+  return zeph::reply([=] { return attachUi(ui); });
 }
 
-char* zp_ui_call(zp_ui*, const char*) {
-  return zeph::reply(refuseUi);
+char* zp_ui_call(zp_ui* ui, const char* request) {
+  return zeph::reply([=] { return callUi(ui, request); });
 }
 
-void zp_ui_destroy(zp_ui*) {}
+void zp_ui_destroy(zp_ui* ui) {
+  if (ui && onMainThread()) delete ui;
+}
 
 }  // extern "C"

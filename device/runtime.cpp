@@ -190,6 +190,11 @@ bool deviceRunsKernels(int device) {
   return find(device, place) && place.kind->runsKernels(place.ordinal);
 }
 
+const char* deviceBackend(int device) {
+  Place place{};
+  return find(device, place) ? place.kind->backend : cpu::processorKind.backend;
+}
+
 const char* deviceBackend() {
   return selectedKind().backend;
 }

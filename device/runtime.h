@@ -101,7 +101,8 @@ bool deviceIsSynchronous();
 // Whether the kernels can run on a device; a GPU may be too old for them.
 bool deviceRunsKernels(int device);
 
-// "CUDA / VkFFT" or "CPU / built-in FFT", for the selected device.
+// "CUDA / VkFFT" or "CPU / built-in FFT", for the selected device and for any.
 const char* deviceBackend();
+const char* deviceBackend(int device);
 
 }  // namespace zeph

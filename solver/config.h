@@ -23,6 +23,8 @@ struct Config {
   Integrator integrator = Integrator::etdrk4;
   OperatorKind operatorKind = OperatorKind::stress;
   StartSpectrum start_spectrum = StartSpectrum::PAO;
+
+  bool operator==(const Config&) const = default;
 };
 
 // 1/Re in double, rounded to float: the viscosity that the kernels see.

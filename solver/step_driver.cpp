@@ -7,6 +7,7 @@
 
 #include "device/check.h"
 #include "kernels/kernels.h"
+#include "solver/endpoint.h"
 #include "solver/impl.h"
 
 namespace zeph {
@@ -17,13 +18,6 @@ constexpr std::int32_t batchLimit = 256;  // steps between two looks at the cloc
 // Launches take longer than the work on grids up to about this size; recording a step costs a few.
 constexpr int largestRecorded = 2048;
 constexpr std::int32_t leastReplays = 4;
-
-// The clock reaches an endpoint as a pair of floats, whose sum may fall a few units short of it.
-constexpr double endTolerance = 32 * std::numeric_limits<double>::epsilon();
-
-double reachedFrom(double end) {
-  return end - std::max(std::abs(end), std::numeric_limits<double>::min()) * endTolerance;
-}
 
 void checkRequest(std::int32_t steps, std::optional<double> end) {
   const bool endIsTime =

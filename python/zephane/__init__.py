@@ -7,6 +7,10 @@
         print(figures.simulation_time, engine.inspect().enstrophy)
         vorticity = engine.fields().vorticity
 
+    with zephane.View(resolution=512) as view:
+        view.start()
+        print(view.wait(lambda status: status.ready).stats)
+
 The package needs nothing but Python and the library. Where NumPy is installed, fields and spectra
 are NumPy arrays and pictures are drawn faster.
 """
@@ -25,30 +29,39 @@ from .records import (
     OPERATORS,
     PALETTES,
     START_SPECTRA,
+    Canvas,
     Config,
+    Performance,
     Snapshot,
     Statistics,
     SystemInfo,
+    ViewStatus,
     default_reynolds,
 )
 from .shells import radial_spectrum
+from .view import KEEP, View
 
 __version__ = "0.1.0"
 
 __all__ = [
     "COLOR_RANGES",
+    "Canvas",
     "Config",
     "DISPLAYS",
     "Engine",
     "Fields",
     "INTEGRATORS",
+    "KEEP",
     "OPERATORS",
     "PALETTES",
+    "Performance",
     "PictureSettings",
     "START_SPECTRA",
     "Snapshot",
     "Statistics",
     "SystemInfo",
+    "View",
+    "ViewStatus",
     "ZephaneError",
     "default_reynolds",
     "initialize",

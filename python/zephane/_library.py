@@ -18,6 +18,8 @@ from typing import Any, Union
 
 ABI_VERSION = 1
 
+VIEW_CLOSED = "Closed UI."
+
 LibraryPath = Union[str, "os.PathLike[str]"]
 
 
@@ -57,10 +59,13 @@ def find_library(path: LibraryPath | None = None) -> str:
 
 
 class Library:
-    """The loaded library. It may be used from any thread, but initialized from one only."""
+    """The loaded library. It may be used from any thread, but initialized from one only, which is
+    then the only one for views.
+    """
 
     def __init__(self, path: str) -> None:
         self.path = path
+        self._abandoned: list[int] = []
         self._initializing = threading.Lock()
         self._description: Mapping[str, Any] | None = None
         try:
@@ -87,6 +92,14 @@ class Library:
         functions.zp_engine_call.restype = reply
         functions.zp_engine_destroy.argtypes = [handle]
         functions.zp_engine_destroy.restype = None
+        functions.zp_ui_create.argtypes = []
+        functions.zp_ui_create.restype = handle
+        functions.zp_ui_attach.argtypes = [handle, handle]
+        functions.zp_ui_attach.restype = reply
+        functions.zp_ui_call.argtypes = [handle, text]
+        functions.zp_ui_call.restype = reply
+        functions.zp_ui_destroy.argtypes = [handle]
+        functions.zp_ui_destroy.restype = None
 
     def initialize(self) -> Mapping[str, Any]:
         """Describe the machine anew, and choose the device that all engines use."""
@@ -123,6 +136,41 @@ class Library:
 
     def destroy(self, handle: int) -> None:
         self._functions.zp_engine_destroy(handle)
+
+    def create_view(self) -> int:
+        """A new view's handle. Views that other threads have let go of end first."""
+        self.require_main_thread()
+        while self._abandoned:
+            self._functions.zp_ui_destroy(self._abandoned.pop())
+        handle = self._functions.zp_ui_create()
+        if not handle:
+            raise ZephaneError("The library could not make a view.")
+        return int(handle)
+
+    def call_view(self, handle: int | None, request: Mapping[str, Any]) -> dict[str, Any]:
+        """One operation on a view; None stands for a closed one."""
+        return self._result(self._functions.zp_ui_call(handle, _encode(request)))
+
+    def attach_view(self, handle: int | None, parent: int) -> None:
+        self._result(self._functions.zp_ui_attach(handle, parent))
+
+    def release_view(self, handle: int) -> None:
+        """End a view: at once on the main thread, else when the next one is made."""
+        if self._view_refusal() == VIEW_CLOSED:
+            self._functions.zp_ui_destroy(handle)
+        else:
+            self._abandoned.append(handle)
+
+    def require_main_thread(self) -> None:
+        """Views belong to the thread that initialized the library; raises on any other."""
+        refusal = self._view_refusal()
+        if refusal != VIEW_CLOSED:
+            raise ZephaneError(refusal)
+
+    def _view_refusal(self) -> str:
+        """What the library says to a call on no view: of the thread, before it is of the view."""
+        reply = json.loads(self._take(self._functions.zp_ui_call(None, b"{}")))
+        return str(reply["error"])
 
     def _result(self, address: int | None) -> dict[str, Any]:
         reply: dict[str, Any] = json.loads(self._take(address))

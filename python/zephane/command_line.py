@@ -1,4 +1,5 @@
-"""The command line: ``run`` computes a flow, ``info`` describes the machine.
+"""The command line: ``run`` computes a flow, ``watch`` shows a running one, ``info`` describes the
+machine.
 
 Exit codes: 0 for success, 1 for a failure, told on the standard error stream in the words of the
 library or the system, and 2 for a command line that cannot be understood.
@@ -27,6 +28,7 @@ from .records import (
 )
 from .report import describe_system
 from .run import TURNOVERS, run
+from .watch import watch
 
 LIBRARY_HELP = "path of the library (default: look for it)"
 
@@ -58,6 +60,7 @@ def _parser() -> argparse.ArgumentParser:
     parser.add_argument("--version", action="version", version=f"zephane {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     _add_run(commands)
+    _add_watch(commands)
     info = commands.add_parser("info", help="describe the library and the device")
     info.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
     info.add_argument("--json", action="store_true", help="as JSON")
@@ -77,6 +80,33 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
     _add_output(parser)
     _add_picture(parser)
     parser.set_defaults(command=run)
+
+
+def _add_watch(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+    parser = commands.add_parser(
+        "watch",
+        help="watch a running flow",
+        description="Let a flow run and show its figures on the terminal. Keys: space pauses it "
+        "and lets it run, s takes one step, r starts it again, n starts the next seed, h tells "
+        "the keys, q quits. Where the output is no terminal, a line per second tells the figures.",
+    )
+    _add_flow(parser)
+    run = parser.add_argument_group("course")
+    run.add_argument(
+        "--regulated",
+        action=argparse.BooleanOptionalAction,
+        default=True,
+        help="let the Reynolds number follow the flow, so that the grid is well used "
+        "(default: regulated)",
+    )
+    run.add_argument(
+        "--until",
+        metavar="T",
+        type=float,
+        help="stop at this time exactly (default: never)",
+    )
+    run.add_argument("--paused", action="store_true", help="begin with a pause")
+    parser.set_defaults(command=watch)
 
 
 def _add_flow(parser: argparse.ArgumentParser) -> None:

@@ -1,4 +1,4 @@
-"""What the library takes and tells, as frozen records: a configuration, and three reports."""
+"""What the library takes and tells, as frozen records: a configuration and the reports."""
 
 from __future__ import annotations
 
@@ -21,9 +21,19 @@ Record = TypeVar("Record")
 
 
 def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
-    """A record from the keys that it knows; newer libraries may tell more."""
-    names = {field.name for field in dataclasses.fields(record)}  # type: ignore[arg-type]
-    return record(**{key: value for key, value in values.items() if key in names})
+    """A record from the keys that it knows; newer libraries may tell more.
+
+    JSON has no number that is not finite: the library writes null, which becomes a NaN.
+    """
+    fields = dataclasses.fields(record)  # type: ignore[arg-type]
+    types = {field.name: field.type for field in fields}
+    return record(
+        **{
+            key: math.nan if value is None and types[key] == "float" else value
+            for key, value in values.items()
+            if key in types
+        }
+    )
 
 
 def default_reynolds(resolution: int, k0: int) -> float:
@@ -146,3 +156,98 @@ class SystemInfo:
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> SystemInfo:
         return _pick(cls, {**values, "defaults": Config.from_json(values["defaults"])})
+
+
+@dataclass(frozen=True)
+class Performance:
+    """How fast a view's flow runs."""
+
+    simtime_per_s: float
+    """Time of the flow per second of free running, since the flow began."""
+    turnovers_per_s: float
+    """The same in turnover times of the start."""
+    steps_per_s: float
+    """Steps per second over the last quarter of a second or more."""
+    milliseconds_per_step: float
+    """Its reciprocal, or 0 where there is no rate yet."""
+    batch_steps: int
+    """Steps that the device is asked for at once."""
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Performance:
+        return _pick(cls, values)
+
+
+@dataclass(frozen=True)
+class Canvas:
+    """The host's window that a view is drawn into."""
+
+    width_points: float
+    height_points: float
+    scale: float
+    """Pixels per point."""
+    visible: bool
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Canvas:
+        return _pick(cls, values)
+
+
+@dataclass(frozen=True)
+class ViewStatus:
+    """What a view has come to: the answer to each of its operations."""
+
+    config: Config
+    ready: bool
+    """A frame of this flow has been completed."""
+    running: bool
+    settled: bool
+    """The flow rests, and everything that it had to tell has been told."""
+    generation: int
+    """Number of the flow: 0 before the start, and one more for each new flow."""
+    gpu: str
+    """Name of the device, be it a GPU or the processor."""
+    backend: str
+    error_message: str | None
+    """What stopped the flow or the drawing, until it is dismissed."""
+    regulated: bool
+    """The Reynolds number follows the flow."""
+    effective_reynolds: float
+    """The Reynolds number in effect; the regulator moves it, and never ``config.reynolds``."""
+    palinstrophy_control: float
+    """What the regulator holds at 20: 10000 times the palinstrophy ratio."""
+    display: str
+    palette: str
+    color_range: str
+    flow: bool
+    exposure: float
+    sigma: float
+    focused: bool
+    exporting: bool
+    elapsed_seconds: float
+    """Time of free running on the clock of the host."""
+    presentations: int
+    """Pictures shown."""
+    allocated_bytes: int
+    """Device memory of the solver."""
+    history: tuple[float, ...]
+    """Energies, oldest first, at most 120."""
+    performance: Performance
+    stats: Statistics | None = None
+    """Figures of the flow, once it is ready."""
+    frame: Snapshot | None = None
+    """The newest frame."""
+    canvas: Canvas | None = None
+    """The window, where there is one."""
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> ViewStatus:
+        parts: dict[str, Any] = {
+            "config": Config.from_json(values["config"]),
+            "performance": Performance.from_json(values["performance"]),
+            "history": tuple(math.nan if x is None else x for x in values["history"]),
+        }
+        for key, record in (("stats", Statistics), ("frame", Snapshot), ("canvas", Canvas)):
+            if key in values:
+                parts[key] = record.from_json(values[key])  # type: ignore[attr-defined]
+        return _pick(cls, {**values, **parts})

@@ -1,4 +1,5 @@
-"""Fixtures: the library under test, initialized on the main thread, and engines that are closed."""
+"""Fixtures: the library under test, initialized on the main thread, and engines and views that are
+closed."""
 
 from __future__ import annotations
 
@@ -9,7 +10,7 @@ from typing import Any, Callable
 
 import pytest
 
-from .harness import Engine, Library, decode
+from .harness import Engine, Library, View, decode
 
 
 @pytest.fixture(scope="session")
@@ -37,6 +38,38 @@ def make_engine(library: Library) -> Iterator[Callable[..., Engine]]:
 @pytest.fixture
 def engine(make_engine: Callable[..., Engine]) -> Engine:
     return make_engine()
+
+
+@pytest.fixture
+def make_view(library: Library) -> Iterator[Callable[..., View]]:
+    """Makes views of a flow of the given configuration, with 16 points a side unless told
+    otherwise, that has not been started."""
+    made: list[View] = []
+
+    def make(**configuration: Any) -> View:
+        view = View(library)
+        made.append(view)
+        view.call("configure", **{"resolution": 16, **configuration})
+        return view
+
+    yield make
+    for view in made:
+        view.close()
+
+
+@pytest.fixture
+def view(make_view: Callable[..., View]) -> View:
+    return make_view()
+
+
+@pytest.fixture
+def paused(view: View) -> View:
+    """A view whose flow stands at its start and is left alone by the regulator."""
+    view.call("running", value=False)
+    view.call("set", regulated=False)
+    view.call("start")
+    view.settled()
+    return view
 
 
 @pytest.fixture(scope="session")

@@ -18,6 +18,7 @@ import sys
 import tempfile
 import textwrap
 import threading
+import time
 from pathlib import Path
 from typing import Any, Callable
 
@@ -54,6 +55,11 @@ UNREADABLE = "Cannot read initial file."
 UNWRITABLE = "Cannot write export file."
 UI_THREAD = "UI calls require the main thread."
 UI_CLOSED = "Closed UI."
+UNKNOWN_UI_OPERATION = "Unknown UI operation."
+BAD_LIMITS = "Invalid benchmark limits."
+NO_FRAME = "No completed frame."
+NO_RENDERER = "No native renderer."
+NO_CANVAS = "Cannot create native canvas."
 PARSE_ERROR = "[json.exception.parse_error.101] parse error at line "
 
 
@@ -187,6 +193,114 @@ class Engine:
             path = Path(folder, kind)
             self.export(**{kind: str(path)}, **arguments)
             return path.read_bytes()
+
+
+class View:
+    """One view, for the main thread alone. Every report is held against what a report promises."""
+
+    PATIENCE_SECONDS = 120
+
+    ALWAYS = {
+        "allocated_bytes": int,
+        "backend": str,
+        "color_range": str,
+        "config": dict,
+        "display": str,
+        "effective_reynolds": float,
+        "elapsed_seconds": float,
+        "error_message": (str, type(None)),
+        "exporting": bool,
+        "exposure": float,
+        "flow": bool,
+        "focused": bool,
+        "generation": int,
+        "gpu": str,
+        "history": list,
+        "palette": str,
+        "palinstrophy_control": float,
+        "performance": dict,
+        "presentations": int,
+        "ready": bool,
+        "regulated": bool,
+        "running": bool,
+        "settled": bool,
+        "sigma": float,
+    }
+    PERFORMANCE = {
+        "batch_steps": int,
+        "milliseconds_per_step": float,
+        "simtime_per_s": float,
+        "steps_per_s": float,
+        "turnovers_per_s": float,
+    }
+
+    def __init__(self, library: Library) -> None:
+        self.library = library
+        self.handle: int | None = library.c.zp_ui_create()
+        assert self.handle, "a view is made on the main thread"
+
+    def close(self) -> None:
+        handle, self.handle = self.handle, None
+        self.library.c.zp_ui_destroy(handle)
+
+    def __enter__(self) -> View:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+    def raw(self, request: Any) -> bytes:
+        return self.library.ui_call(self.handle, encode(request))
+
+    def ask(self, request: Any) -> dict[str, Any]:
+        reply = decode(self.raw(request))
+        if "error" in reply:
+            raise Refused(reply["error"])
+        self.check(reply)
+        return reply
+
+    def call(self, op: str, **members: Any) -> dict[str, Any]:
+        return self.ask({"op": op, **members})
+
+    def refusal(self, request: Any) -> str:
+        """The words with which a request is refused."""
+        return error_of(self.raw(request))
+
+    def get(self) -> dict[str, Any]:
+        return self.call("get")
+
+    def wait(self, holds: Callable[[dict[str, Any]], bool]) -> dict[str, Any]:
+        """The first report of which it holds."""
+        end = time.monotonic() + self.PATIENCE_SECONDS
+        while not holds(report := self.get()):
+            assert time.monotonic() < end, f"waited in vain: {report}"
+            time.sleep(0.002)
+        return report
+
+    def settled(self) -> dict[str, Any]:
+        return self.wait(lambda report: report["settled"])
+
+    def steps(self, count: int) -> dict[str, Any]:
+        """The first report of so many steps."""
+        return self.wait(lambda report: report.get("stats", {"steps": -1})["steps"] >= count)
+
+    @classmethod
+    def check(cls, report: dict[str, Any]) -> None:
+        _check_members(report, cls.ALWAYS, {"stats", "frame"})
+        _check_members(report["performance"], cls.PERFORMANCE)
+        assert ("stats" in report) == report["ready"], report
+        assert ("frame" in report) == report["ready"], report
+        assert len(report["history"]) <= 120
+        assert all(type(value) is float for value in report["history"])
+
+
+def _check_members(
+    members: dict[str, Any], types: dict[str, Any], optional: set[str] | None = None
+) -> None:
+    assert set(members) - (optional or set()) == set(types), sorted(members)
+    for key, kind in types.items():
+        value = members[key]
+        assert type(value) in (kind if isinstance(kind, tuple) else (kind,)), (key, value)
 
 
 def encode(request: Any) -> bytes | None:

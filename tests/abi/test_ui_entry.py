@@ -4,7 +4,18 @@ from __future__ import annotations
 
 import pytest
 
-from .harness import UI_CLOSED, UI_THREAD, Library, error_of, in_fresh_process, on_another_thread
+from .harness import (
+    NO_CANVAS,
+    NOT_AN_OBJECT,
+    PARSE_ERROR,
+    UI_CLOSED,
+    UI_THREAD,
+    Library,
+    View,
+    error_of,
+    in_fresh_process,
+    on_another_thread,
+)
 
 
 def test_attaching_a_null_view_says_that_it_is_closed(library):
@@ -22,8 +33,51 @@ def test_another_thread_is_refused_before_a_null_view(library):
     assert error_of(on_another_thread(lambda: library.ui_attach(None, None))) == UI_THREAD
 
 
-def test_a_view_is_not_made_on_another_thread(library):
+def test_a_view_is_made_on_the_main_thread_alone(library):
     assert not on_another_thread(library.c.zp_ui_create)
+    with View(library) as view:
+        assert view.get()["generation"] == 0
+
+
+def test_views_are_independent(make_view):
+    one, other = make_view(), make_view(seed="7")
+    one.call("running", value=False)
+    one.call("start")
+    one.settled()
+    assert one.get()["generation"] == 1 and not one.get()["running"]
+    assert other.get()["generation"] == 0 and other.get()["running"]
+    assert (one.get()["config"]["seed"], other.get()["config"]["seed"]) == ("2", "7")
+
+
+def test_another_thread_is_refused_with_a_view(paused):
+    library, handle = paused.library, paused.handle
+    assert error_of(on_another_thread(lambda: paused.raw({"op": "reset"}))) == UI_THREAD
+    assert error_of(on_another_thread(lambda: paused.raw(None))) == UI_THREAD
+    assert error_of(on_another_thread(lambda: library.ui_attach(handle, None))) == UI_THREAD
+    assert paused.get()["generation"] == 1
+
+
+def test_destroying_on_another_thread_leaves_the_view_as_it_is(paused):
+    on_another_thread(lambda: paused.library.c.zp_ui_destroy(paused.handle))
+    assert paused.get()["settled"]
+    paused.call("step")
+    assert paused.steps(1)["stats"]["steps"] == 1
+
+
+@pytest.mark.parametrize("window", [None, 0xDEAD])
+def test_a_view_that_cannot_have_a_canvas_says_so(paused, window):
+    assert error_of(paused.library.ui_attach(paused.handle, window)) == NO_CANVAS
+    assert "canvas" not in paused.get()
+
+
+@pytest.mark.parametrize("text", [None, b"[]", b"3", b'"get"', b"null", b"true"])
+def test_a_request_to_a_view_that_is_no_object_is_refused(view, text):
+    assert view.refusal(text) == NOT_AN_OBJECT
+
+
+@pytest.mark.parametrize("text", [b"", b"{", b'{"op":"get",}', b'{"op":"get"}/**/', b"{'op':1}"])
+def test_a_request_to_a_view_that_is_no_json_is_refused(view, text):
+    assert view.refusal(text).startswith(PARSE_ERROR)
 
 
 def test_destroying_a_null_view_does_nothing(library):

@@ -3,73 +3,20 @@
 // same flow, so that a finding can be repeated.
 //
 // What would take long, or reach files outside a scratch folder, is left out.
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <sstream>
 #include <string>
 
 #include "boundary/config.h"
 #include "boundary/zephane.h"
+#include "tests/fuzz/fuzzing.h"
 
 namespace {
 
 using zeph::Json;
+using namespace zeph::fuzz;
 
-constexpr int mostLines = 8;
 constexpr int mostSteps = 32;
-constexpr int largestGrid = 32;
-constexpr std::size_t longestName = 2;  // keeps the scratch folder small
-
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "not so: %s\n", what);
-  std::abort();
-}
-
-// While it lives, relative paths lead into the scratch folder.
-class InScratchFolder {
- public:
-  InScratchFolder() : before_(std::filesystem::current_path()) {
-    std::filesystem::current_path(folder());
-  }
-  ~InScratchFolder() { std::filesystem::current_path(before_); }
-  InScratchFolder(const InScratchFolder&) = delete;
-  InScratchFolder& operator=(const InScratchFolder&) = delete;
-
- private:
-  static const std::filesystem::path& folder() {
-    static const Folder made;
-    return made.path;
-  }
-
-  struct Folder {
-    Folder() {
-      std::string pattern = std::filesystem::temp_directory_path() / "zephane-fuzz-XXXXXX";
-      require(mkdtemp(pattern.data()) != nullptr, "there is a scratch folder");
-      path = pattern;
-    }
-    ~Folder() { std::filesystem::remove_all(path); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-    std::filesystem::path path;
-  };
-
-  std::filesystem::path before_;
-};
-
-bool staysInScratchFolder(const Json& object) {
-  for (const char* key : {"initial", "spectrum", "fields", "png"}) {
-    const Json* value = zeph::findValue(object, key);
-    if (!value || !value->is_string()) continue;
-    const auto& name = value->get_ref<const std::string&>();
-    if (name.size() > longestName || name.find('/') != std::string::npos) return false;
-  }
-  return true;
-}
 
 bool isShort(const Json& request) {
   const Json* steps = zeph::findValue(request, "steps");
@@ -83,16 +30,6 @@ bool isSmall(const Json& configuration) {
   } catch (const std::exception&) {
     return true;  // and refused
   }
-}
-
-void expectReply(char* text, bool mayFail = true) {
-  require(text != nullptr, "a call has a reply");
-  const Json reply = Json::parse(text);
-  zp_string_free(text);
-  require(reply.is_object(), "a reply is an object");
-  const bool failed = reply.contains("error");
-  require(mayFail || !failed, "the call succeeds");
-  require(!failed || (reply.size() == 1 && reply["error"].is_string()), "an error stands alone");
 }
 
 zp_engine* longLivedEngine() {

@@ -1,4 +1,4 @@
-#include "boundary/files.h"
+#include "solver/raw_files.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

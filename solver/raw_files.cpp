@@ -1,4 +1,4 @@
-#include "boundary/files.h"
+#include "solver/raw_files.h"
 
 #include <cstdint>
 #include <filesystem>

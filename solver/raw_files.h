@@ -20,4 +20,9 @@ std::vector<float> readSamples(const std::string& path, std::size_t count);
 // Replaces what the file holds. Raises std::runtime_error unless the system has taken every byte.
 void writeRawFile(const std::string& path, std::span<const std::byte> bytes);
 
+template <class Element>
+void writeRawFile(const std::string& path, const std::vector<Element>& elements) {
+  writeRawFile(path, std::as_bytes(std::span(elements)));
+}
+
 }  // namespace zeph

@@ -1,0 +1,65 @@
+#include "boundary/status_report.h"
+
+#include "boundary/config.h"
+#include "boundary/display_settings.h"
+#include "boundary/reports.h"
+#include "boundary/system_description.h"
+#include "device/runtime.h"
+
+namespace zeph {
+namespace {
+
+constexpr double palinstrophyScale = 10000;
+
+Json textOrNull(const std::string& first, const std::string& second) {
+  if (!first.empty()) return first;
+  if (!second.empty()) return second;
+  return nullptr;
+}
+
+Json performanceReport(const Status& status) {
+  return {{"simtime_per_s", status.simtimePerSecond},
+          {"turnovers_per_s", status.turnoversPerSecond},
+          {"steps_per_s", status.stepsPerSecond},
+          {"milliseconds_per_step", status.stepsPerSecond > 0 ? 1000 / status.stepsPerSecond : 0.0},
+          {"batch_steps", status.batchSteps}};
+}
+
+void addFlow(Json& report, const Status& status) {
+  report["config"] = configToJson(status.config);
+  report["ready"] = status.ready;
+  report["running"] = status.running;
+  report["settled"] = status.settled;
+  report["generation"] = status.generation;
+  report["regulated"] = status.regulated;
+  report["effective_reynolds"] =
+      status.stats.reynolds > 0 ? status.stats.reynolds : status.config.reynolds;
+  report["palinstrophy_control"] = status.stats.palinstrophyRatio * palinstrophyScale;
+  report["elapsed_seconds"] = status.elapsedSeconds;
+  report["allocated_bytes"] = status.stats.allocatedBytes;
+  report["history"] = status.history;
+  report["performance"] = performanceReport(status);
+  if (status.ready) report["stats"] = statisticsReport(status.stats);
+  if (status.frame) report["frame"] = snapshotReport(*status.frame);
+}
+
+}  // namespace
+
+Json statusReport(const UIHandle& ui) {
+  const std::lock_guard lock(ui.mutex);
+  const Status status = ui.status();
+  Json report = displaySettingsToJson(ui.run.settings);
+  addFlow(report, status);
+  report["gpu"] = gpuName;
+  report["backend"] = deviceBackend(deviceId);
+  report["error_message"] = textOrNull(ui.error, status.error_message);
+  // Kept apart from the settings of the picture, which hold them in single precision.
+  report["exposure"] = ui.exposure;
+  report["sigma"] = ui.sigma;
+  report["focused"] = ui.focused;
+  report["exporting"] = ui.exporting;
+  report["presentations"] = ui.presentations;
+  return report;
+}
+
+}  // namespace zeph

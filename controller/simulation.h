@@ -1,0 +1,15 @@
+// The simulation thread of a view. It alone creates, uses and destroys the solver. One pass of its
+// loop takes over what is wanted, rebuilds the flow if it is a new one, refreshes the statistics
+// and the frame if they are due, publishes, and then runs one batch of steps or sleeps.
+#pragma once
+
+#include "controller/clock.h"
+
+namespace zeph {
+
+class Controller;
+
+// The thread's whole life. Failures are published as the status's error message.
+void simulate(Controller& controller, int device, const Clock& clock);
+
+}  // namespace zeph

@@ -1,0 +1,58 @@
+// The two blocks in which the threads of a view meet: what is wanted, and what has been achieved.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "controller/run_settings.h"
+#include "solver/statistics.h"
+
+namespace zeph {
+
+// Written by who steers, read by the simulation thread. Epochs count changes, so that a change is
+// seen even if it was undone before anybody looked.
+struct Control {
+  Config config;
+  std::uint64_t generation = 1;  // the number of the current flow
+  std::uint64_t parameterEpoch = 0;
+  std::uint64_t regulationEpoch = 0;
+  std::uint64_t displayEpoch = 0;
+  bool running = true;  // free running is wanted
+  bool visible = true;  // frames are wanted
+  bool velocityNeeded = false;
+  bool regulated = true;
+  bool stopRequested = false;
+  bool stopRulesArmed = true;
+  std::int32_t pendingSteps = 0;  // single steps asked for and not yet begun
+};
+
+// Written by the simulation thread and by who steers, read by everybody.
+struct Status {
+  Config config;
+  Statistics stats;
+  Statistics firstStats;  // of the start of this generation
+  std::shared_ptr<const Frame> frame;
+  std::uint64_t generation = 0;
+  bool ready = false;  // a frame of this generation has been published
+  bool running = true;
+  bool settled = false;  // the thread has reached its idle wait in this generation
+  bool regulated = true;
+  bool finished = false;  // a limit has ended the run
+  double simtimePerSecond = 0;
+  double turnoversPerSecond = 0;
+  double stepsPerSecond = 0;
+  double elapsedSeconds = 0;  // wall time of free running in this generation
+  double gpuSeconds = 0;
+  std::uint32_t batchCount = 0;
+  std::uint32_t frameCount = 0;
+  std::int32_t batchSteps = 1;
+  std::vector<double> history;  // energies, oldest first
+  std::string error_message;
+};
+
+// The status of a flow that has not begun.
+Status freshStatus(const Config& config, std::uint64_t generation, bool running, bool regulated);
+
+}  // namespace zeph

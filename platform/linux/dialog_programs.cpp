@@ -1,0 +1,103 @@
+// The dialog programs that desktops on Linux bring along.
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/linux/child_process.h"
+#include "platform/linux/dialog_ways.h"
+
+namespace zeph::platform {
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr int cancelledCode = 1;
+constexpr int closedCode = 252;  // of yad alone: its window was closed
+
+Words forZenity(const SaveQuestion& question) {
+  return {"--file-selection",
+          "--save",
+          "--confirm-overwrite",
+          "--title=" + question.title,
+          "--filename=" + question.name,
+          "--file-filter=" + question.filterName + " | *." + question.suffix};
+}
+
+Words forYad(const SaveQuestion& question) {
+  Words words = forZenity(question);
+  words.front() = "--file";
+  return words;
+}
+
+// Asks before it replaces a file without being told to. A name without a folder is lost on it.
+Words forKdialog(const SaveQuestion& question) {
+  std::error_code error;
+  const std::filesystem::path path = std::filesystem::absolute(question.name, error);
+  Words words = {"--title", question.title, "--getsavefilename",
+                 error ? question.name : path.string(),
+                 question.filterName + " (*." + question.suffix + ")"};
+  if (question.parent != nullptr) {
+    const std::string window = std::to_string(reinterpret_cast<std::uintptr_t>(question.parent));
+    words.insert(words.begin(), {"--attach", window});
+  }
+  return words;
+}
+
+struct Program {
+  const char* name;
+  Words (*arguments)(const SaveQuestion&);
+};
+
+constexpr std::array programs{Program{"zenity", forZenity}, Program{"kdialog", forKdialog},
+                              Program{"qarma", forZenity}, Program{"yad", forYad}};
+
+bool isSet(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr && *value != '\0';
+}
+
+bool hasDisplay() {
+  return isSet("WAYLAND_DISPLAY") || isSet("DISPLAY");
+}
+
+// The path stands on a line of its own, and may itself hold line ends.
+SaveAnswer chosen(std::string output) {
+  if (!output.empty() && output.back() == '\n') output.pop_back();
+  if (output.empty() || output.front() != '/') return {SaveOutcome::failed, ""};
+  return {SaveOutcome::chosen, output};
+}
+
+std::optional<SaveAnswer> answerOf(const FinishedProgram& finished) {
+  const SaveAnswer cancelled = {SaveOutcome::cancelled, ""};
+  if (finished.crashed) return std::nullopt;
+  if (!finished.exitCode) return finished.output.empty() ? cancelled : chosen(finished.output);
+  if (*finished.exitCode == 0) return chosen(finished.output);
+  if (*finished.exitCode == cancelledCode || *finished.exitCode == closedCode) return cancelled;
+  return std::nullopt;
+}
+
+// The window that the dialog belongs to, for the programs that take it from here.
+Words variablesOf(const SaveQuestion& question) {
+  if (question.parent == nullptr) return {};
+  return {"WINDOWID=" + std::to_string(reinterpret_cast<std::uintptr_t>(question.parent))};
+}
+
+}  // namespace
+
+// Without a display the programs fail, some of them as if the user had cancelled.
+std::optional<SaveAnswer> askDialogProgram(const SaveQuestion& question) {
+  if (!hasDisplay()) return std::nullopt;
+  for (const Program& program : programs) {
+    Words words = program.arguments(question);
+    words.insert(words.begin(), program.name);
+    const auto finished = runProgram(words, variablesOf(question));
+    if (!finished) continue;
+    if (auto answer = answerOf(*finished)) return answer;
+  }
+  return std::nullopt;
+}
+
+}  // namespace zeph::platform

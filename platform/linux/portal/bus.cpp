@@ -1,0 +1,97 @@
+#include "platform/linux/portal/bus.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/library.h"
+
+namespace zeph::platform {
+namespace {
+
+struct Error {
+  Error() { busFunctions()->dbus_error_init(&value); }
+  ~Error() { busFunctions()->dbus_error_free(&value); }
+  Error(const Error&) = delete;
+  Error& operator=(const Error&) = delete;
+  DBusError value{};
+};
+
+template <class Function>
+bool find(void* library, const char* name, Function*& function) {
+  function = reinterpret_cast<Function*>(findFunction(library, name));
+  return function != nullptr;
+}
+
+const BusFunctions* load() {
+  void* library = openLibrary("libdbus-1.so.3");
+  if (library == nullptr) return nullptr;
+  static BusFunctions found{};
+  bool whole = true;
+#define ZEPH_BUS_FIND(name) whole = find(library, #name, found.name) && whole
+  ZEPH_BUS_FUNCTIONS(ZEPH_BUS_FIND);
+#undef ZEPH_BUS_FIND
+  return whole ? &found : nullptr;
+}
+
+// The bus of the user's session. None is started where there is none.
+std::string sessionAddress() {
+  const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+  if (address != nullptr && *address != '\0') {
+    return std::string(address).starts_with("autolaunch:") ? "" : address;
+  }
+  const char* folder = std::getenv("XDG_RUNTIME_DIR");
+  if (folder == nullptr || *folder != '/') return "";
+  const std::filesystem::path socket = std::filesystem::path(folder) / "bus";
+  std::error_code error;
+  return std::filesystem::is_socket(socket, error) ? "unix:path=" + socket.string() : "";
+}
+
+}  // namespace
+
+const BusFunctions* busFunctions() {
+  static const BusFunctions* const functions = load();
+  return functions;
+}
+
+Bus::Bus() {
+  const std::string address = sessionAddress();
+  if (address.empty() || busFunctions() == nullptr) return;
+  const BusFunctions& f = *busFunctions();
+  // The host's signals and its life are its own.
+  f.dbus_connection_set_change_sigpipe(FALSE);
+  Error error;
+  connection_ = f.dbus_connection_open_private(address.c_str(), &error.value);
+  if (connection_ == nullptr) return;
+  f.dbus_connection_set_exit_on_disconnect(connection_, FALSE);
+  if (f.dbus_bus_register(connection_, &error.value) != 0) return;
+  f.dbus_connection_close(connection_);
+  f.dbus_connection_unref(connection_);
+  connection_ = nullptr;
+}
+
+Bus::~Bus() {
+  if (connection_ == nullptr) return;
+  busFunctions()->dbus_connection_close(connection_);
+  busFunctions()->dbus_connection_unref(connection_);
+}
+
+void Bus::listen(const std::string& rule) {
+  Error error;
+  busFunctions()->dbus_bus_add_match(connection_, rule.c_str(), &error.value);
+}
+
+Message Bus::call(const Message& request) {
+  Error error;
+  return Message(busFunctions()->dbus_connection_send_with_reply_and_block(
+      connection_, request.get(), DBUS_TIMEOUT_USE_DEFAULT, &error.value));
+}
+
+Message Bus::receive() {
+  const BusFunctions& f = *busFunctions();
+  for (;;) {
+    if (DBusMessage* message = f.dbus_connection_pop_message(connection_)) return Message(message);
+    if (f.dbus_connection_read_write(connection_, -1) == 0) return nullptr;
+  }
+}
+
+}  // namespace zeph::platform

@@ -1,0 +1,122 @@
+"""The command ``watch``: a running flow on a terminal, or as a line per second elsewhere."""
+
+from __future__ import annotations
+
+import argparse
+import dataclasses
+import os
+import sys
+import time
+
+from ._library import ZephaneError
+from .dashboard import dashboard, is_finished, paint, status_line
+from .records import Config, ViewStatus
+from .terminal import Screen, can_draw, draws_blocks, wants_colors
+from .view import View
+
+FRAME_SECONDS = 0.1
+LINE_SECONDS = 1.0
+
+
+def watch(options: argparse.Namespace) -> int:
+    """Carry out the command; failures are raised."""
+    keys = [field.name for field in dataclasses.fields(Config)]
+    given = {key: getattr(options, key) for key in keys if getattr(options, key) is not None}
+    with View(library=options.library, regulated=options.regulated, **given) as view:
+        view.benchmark(until=options.until, initial=options.initial)
+        if options.paused:
+            view.pause()
+        view.start()
+        watched = Watch(view, options.until)
+        if can_draw(sys.stdout):
+            watched.on_screen()
+        else:
+            watched.in_lines()
+    return 0
+
+
+class Watch:
+    """A view and who looks at it."""
+
+    def __init__(self, view: View, until: float | None) -> None:
+        self._view = view
+        self._until = until
+        self._seen = True
+        self._help = False
+
+    def on_screen(self) -> None:
+        """Until the user quits; the last line stays behind."""
+        status = self._look()
+        try:
+            with Screen(sys.stdout, sys.stdin) as screen:
+                while True:
+                    status = self._look()
+                    screen.show(self._lines(status, screen))
+                    if not all(self._press(key) for key in screen.keys(FRAME_SECONDS)):
+                        break
+        except (KeyboardInterrupt, EOFError):
+            pass
+        print(status_line(status, self._until))
+        _raise_failure(status)
+
+    def in_lines(self) -> None:
+        """Until the limit, or Ctrl-C."""
+        status, due = self._look(), time.monotonic() + LINE_SECONDS
+        try:
+            while status.error_message is None and not is_finished(status, self._until):
+                time.sleep(FRAME_SECONDS)
+                status = self._look()
+                if time.monotonic() >= due:
+                    due += LINE_SECONDS
+                    print(status_line(status, self._until), flush=True)
+        except KeyboardInterrupt:
+            pass
+        except BrokenPipeError:
+            # Nobody reads on. What is left in the stream goes nowhere at exit.
+            os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+            return
+        _raise_failure(status)
+        print(status_line(status, self._until), flush=True)
+
+    def _look(self) -> ViewStatus:
+        """The status; frames are asked for no longer than it takes to have one."""
+        status = self._view.status()
+        if self._seen == status.ready:
+            self._seen = not status.ready
+            status = self._view.visible(self._seen)
+        return status
+
+    def _lines(self, status: ViewStatus, screen: Screen) -> list[str]:
+        width, height = screen.size()
+        lines = dashboard(
+            status,
+            width,
+            height,
+            until=self._until,
+            help_shown=self._help,
+            fine=draws_blocks(sys.stdout),
+        )
+        colored = wants_colors()
+        return [paint(line, colored) for line in lines]
+
+    def _press(self, key: str) -> bool:
+        """Do what a key stands for; False ends the watch."""
+        key = key.lower()
+        if key == "q":
+            return False
+        if key in ("h", "?"):
+            self._help = not self._help
+        operations = {
+            " ": self._view.toggle,
+            "s": self._view.step,
+            "r": self._view.reset,
+            "n": self._view.next_seed,
+        }
+        if key in operations:
+            operations[key]()
+        return True
+
+
+def _raise_failure(status: ViewStatus) -> None:
+    if status.error_message is not None:
+        raise ZephaneError(status.error_message)

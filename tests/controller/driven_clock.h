@@ -1,0 +1,85 @@
+// A clock that a test drives, and through it the thread that reads it.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+#include "controller/clock.h"
+
+namespace zeph::test {
+
+// Time stands still but for a tick with every reading, so that what a thread measures between two
+// readings does not depend on the machine. Outlives its readers.
+class DrivenClock {
+ public:
+  explicit DrivenClock(double tick = 0) : tick_(tick) {}
+
+  Clock clock() {
+    return [this] { return read(); };
+  }
+
+  // Called on the reading thread, before each reading.
+  void onReading(std::function<void()> action) {
+    const std::lock_guard lock(mutex_);
+    action_ = std::move(action);
+  }
+
+  double time() const {
+    const std::lock_guard lock(mutex_);
+    return time_;
+  }
+
+  // While it lives, the reading thread stands still at its next reading.
+  class Hold {
+   public:
+    explicit Hold(DrivenClock& clock) : clock_(clock) {
+      const std::lock_guard lock(clock_.mutex_);
+      clock_.held_ = true;
+    }
+    ~Hold() {
+      const std::lock_guard lock(clock_.mutex_);
+      clock_.held_ = false;
+      clock_.changed_.notify_all();
+    }
+    // Until it does.
+    void awaitReader() {
+      std::unique_lock lock(clock_.mutex_);
+      clock_.changed_.wait(lock, [this] { return clock_.waiting_; });
+    }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+   private:
+    DrivenClock& clock_;
+  };
+
+ private:
+  double read() {
+    std::unique_lock lock(mutex_);
+    if (held_) {
+      waiting_ = true;
+      changed_.notify_all();
+      changed_.wait(lock, [this] { return !held_; });
+      waiting_ = false;
+    }
+    if (action_) {
+      const auto action = action_;
+      lock.unlock();
+      action();
+      lock.lock();
+    }
+    time_ += tick_;
+    return time_;
+  }
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  double tick_;
+  double time_ = 1000;
+  bool held_ = false;
+  bool waiting_ = false;
+  std::function<void()> action_;
+};
+
+}  // namespace zeph::test

@@ -1,0 +1,73 @@
+// Controllers with small flows, and how a test waits for them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "controller/controller.h"
+#include "tests/support/flows.h"
+
+namespace zeph::test {
+
+constexpr int processor = 0;  // or whatever the first device is
+constexpr std::chrono::seconds patience(60);
+
+// Paused, and left alone by the regulator.
+inline RunSettings pausedRun(const Config& config = configOf(16)) {
+  RunSettings run;
+  run.config = config;
+  run.paused = true;
+  run.regulated = false;
+  return run;
+}
+
+inline RunSettings freeRun(const Config& config = configOf(16)) {
+  RunSettings run = pausedRun(config);
+  run.paused = false;
+  return run;
+}
+
+// The first status of which it holds. Fails the test where there is none.
+template <class Predicate>
+Status waitFor(const Controller& controller, Predicate holds) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  for (;;) {
+    Status status = controller.status();
+    if (holds(status)) return status;
+    if (std::chrono::steady_clock::now() > deadline) {
+      ADD_FAILURE() << "waited in vain; steps " << status.stats.steps << ", running "
+                    << status.running << ", settled " << status.settled << ", error \""
+                    << status.error_message << "\"";
+      return status;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+inline Status whenSettled(const Controller& controller) {
+  return waitFor(controller, [](const Status& status) { return status.settled; });
+}
+
+inline Status whenFinished(const Controller& controller) {
+  return waitFor(controller,
+                 [](const Status& status) { return status.finished && status.settled; });
+}
+
+inline Status afterSteps(const Controller& controller, std::uint64_t steps) {
+  return waitFor(controller, [=](const Status& status) { return status.stats.steps >= steps; });
+}
+
+// Until the thread has been through its loop a few times.
+inline void letPass() {
+  std::this_thread::sleep_for(std::chrono::milliseconds(80));
+}
+
+// Whether the solver that has made the frame is still there: it keeps all blocks that it lends.
+inline bool solverLives(const std::shared_ptr<const Frame>& frame) {
+  return frame->block.use_count() > 1;
+}
+
+}  // namespace zeph::test

@@ -1,0 +1,370 @@
+// Runs that limits end, where they begin, and the files that they leave.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include "device/runtime.h"
+#include "solver/endpoint.h"
+#include "tests/controller/driven_clock.h"
+#include "tests/controller/flows.h"
+#include "tests/support/bits.h"
+#include "tests/support/flows.h"
+
+namespace zeph {
+namespace {
+
+using test::DrivenClock;
+
+// A folder of its own for each test.
+class ARun : public testing::Test {
+ protected:
+  ARun() {
+    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+    folder_ = std::filesystem::temp_directory_path() /
+              ("zephane-run-" + std::string(info->name()) + "-" + std::to_string(moment()));
+    std::filesystem::create_directories(folder_);
+  }
+  ~ARun() override { std::filesystem::remove_all(folder_); }
+
+  std::string path(const std::string& name) const { return (folder_ / name).string(); }
+
+  void write(const std::string& name, const std::vector<float>& samples) const {
+    std::ofstream file(path(name), std::ios::binary);
+    file.write(reinterpret_cast<const char*>(samples.data()),
+               static_cast<std::streamsize>(samples.size() * sizeof(float)));
+  }
+
+  template <class Element>
+  std::vector<Element> read(const std::string& name) const {
+    std::vector<Element> elements(std::filesystem::file_size(path(name)) / sizeof(Element));
+    std::ifstream file(path(name), std::ios::binary);
+    file.read(reinterpret_cast<char*>(elements.data()),
+              static_cast<std::streamsize>(elements.size() * sizeof(Element)));
+    return elements;
+  }
+
+ private:
+  static std::size_t moment() {
+    return static_cast<std::size_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+  }
+  std::filesystem::path folder_;
+};
+
+// A flow whose steps can be told from its time.
+Config steady() {
+  Config config = test::configOf(16);
+  config.fixed_dt = 0.0078125f;  // 2^-7
+  return config;
+}
+
+TEST_F(ARun, EndsAtItsTimeAndNoLater) {
+  RunSettings run = test::freeRun();
+  run.until = 0.75;
+  Controller controller(run, test::processor);
+  const Status status = test::whenFinished(controller);
+  EXPECT_GE(status.stats.time, reachedFrom(0.75));
+  EXPECT_FLOAT_EQ(static_cast<float>(status.stats.time), 0.75f);
+  EXPECT_FALSE(status.running);
+  EXPECT_FALSE(controller.control().running);
+  EXPECT_EQ(status.error_message, "");
+  Solver solver(test::configOf(16));
+  EXPECT_EQ(status.stats.steps, solver.advance(100000, 0.75).steps);
+  EXPECT_EQ(status.stats.energy, solver.inspect().energy);
+  EXPECT_EQ(status.frame->sequence, status.stats.steps);
+}
+
+TEST_F(ARun, EndsAtTheVeryTimeOfItsLastStep) {
+  RunSettings run = test::freeRun(steady());
+  run.until = 10 * 0.0078125;
+  Controller controller(run, test::processor);
+  EXPECT_EQ(test::whenFinished(controller).stats.steps, 10u);
+}
+
+TEST_F(ARun, OfNoTimeEndsBeforeItsFirstStep) {
+  RunSettings run = test::freeRun();
+  run.until = 0;
+  Controller controller(run, test::processor);
+  const Status status = test::whenFinished(controller);
+  EXPECT_EQ(status.stats.steps, 0u);
+  EXPECT_EQ(status.batchCount, 1u);
+}
+
+TEST_F(ARun, IsMeasuredInTurnoversOfItsStart) {
+  RunSettings run = test::freeRun();
+  run.until = 0.01;
+  run.untilTurnovers = 0.5;
+  Controller controller(run, test::processor);
+  const Status status = test::whenFinished(controller);
+  EXPECT_GT(status.firstStats.initialTurnoverTime, 0.1);
+  EXPECT_NEAR(status.stats.time, status.firstStats.initialTurnoverTime * 0.5, 1e-6);
+}
+
+TEST_F(ARun, EndsAfterItsWallTimeWhateverTheStepLimitSays) {
+  RunSettings run = test::pausedRun();
+  DrivenClock clock(0.01);
+  Controller controller(run, test::processor, clock.clock());
+  test::whenSettled(controller);
+  run.wallSeconds = 2;
+  run.stepLimited = true;
+  run.stepLimit = 3;
+  controller.setRun(run);
+  controller.reset();
+  controller.setRunning(true);
+  const Status status = test::whenFinished(controller);
+  EXPECT_GE(status.elapsedSeconds, 2);
+  EXPECT_LT(status.elapsedSeconds, 2.1);  // ten readings
+  EXPECT_GT(status.stats.steps, 3u);
+}
+
+TEST_F(ARun, TakesExactlyItsStepsWhereTheLimitComesLater) {
+  RunSettings run = test::pausedRun();
+  Controller controller(run, test::processor);
+  test::whenSettled(controller);
+  run.stepLimited = true;
+  run.stepLimit = 57;
+  controller.setRun(run);
+  controller.reset();
+  controller.setRunning(true);
+  EXPECT_EQ(test::whenFinished(controller).stats.steps, 57u);
+}
+
+TEST_F(ARun, LimitedInStepsFromItsCreationKnowsNoLimit) {
+  RunSettings run = test::freeRun();
+  run.stepLimited = true;
+  run.stepLimit = 5;
+  run.until = 0.01;
+  run.wallSeconds = 0.01;
+  Controller controller(run, test::processor);
+  test::afterSteps(controller, 200);
+  EXPECT_TRUE(controller.status().running);
+  controller.setRun(run);
+  controller.reset();
+  test::afterSteps(controller, 200);
+  EXPECT_FALSE(controller.status().finished);
+}
+
+TEST_F(ARun, EndsAtItsTimeWhateverTheStepLimitSays) {
+  RunSettings run = test::pausedRun(steady());
+  Controller controller(run, test::processor);
+  test::whenSettled(controller);
+  run.stepLimited = true;
+  run.stepLimit = 3;
+  run.until = 0.5;
+  controller.setRun(run);
+  controller.reset();
+  controller.setRunning(true);
+  EXPECT_EQ(test::whenFinished(controller).stats.steps, 64u);
+}
+
+TEST_F(ARun, TakesItsLimitsOverAtTheNextGeneration) {
+  RunSettings run = test::freeRun(steady());
+  Controller controller(run, test::processor);
+  test::afterSteps(controller, 10);
+  run.until = 0.125;
+  controller.setRun(run);
+  test::afterSteps(controller, controller.status().stats.steps + 200);
+  EXPECT_TRUE(controller.status().running);
+  controller.reset();
+  EXPECT_EQ(test::whenFinished(controller).stats.steps, 16u);
+  // And gives them up at another.
+  run.until.reset();
+  controller.setRun(run);
+  controller.reset();
+  controller.setRunning(true);
+  test::afterSteps(controller, 100);
+}
+
+TEST_F(ARun, ThatIsContinuedIsTestedAgainAfterOneBatch) {
+  RunSettings run = test::freeRun(steady());
+  run.until = 0.125;
+  Controller controller(run, test::processor);
+  const Status first = test::whenFinished(controller);
+  controller.setRunning(true);
+  EXPECT_FALSE(controller.status().finished);
+  const Status again = test::whenFinished(controller);
+  EXPECT_EQ(again.batchCount, first.batchCount + 1);
+  EXPECT_EQ(again.stats.steps, first.stats.steps);
+}
+
+TEST_F(ARun, ThatIsFinishedKeepsAStepPendingUntilItRuns) {
+  RunSettings run = test::freeRun(steady());
+  run.until = 0.125;
+  DrivenClock clock(1);  // counts its readings
+  Controller controller(run, test::processor, clock.clock());
+  test::whenFinished(controller);
+  controller.step();
+  const double before = clock.time();
+  test::letPass();
+  EXPECT_LT(clock.time() - before, 60);  // it sleeps between its looks
+  EXPECT_EQ(controller.status().stats.steps, 16u);
+  EXPECT_EQ(controller.control().pendingSteps, 1);
+  controller.setRunning(true);
+  // The single step goes beyond the limit, which the batch behind it finds.
+  EXPECT_EQ(test::whenFinished(controller).stats.steps, 17u);
+  controller.step();
+  controller.setRunning(false);
+  EXPECT_EQ(controller.control().pendingSteps, 0);
+}
+
+TEST_F(ARun, IsNotEndedByASingleStep) {
+  RunSettings run = test::freeRun(steady());
+  run.wallSeconds = 0.1;
+  run.fixedBatch = true;
+  run.batch = 4;
+  Controller controller(run, test::processor);
+  const std::uint64_t steps = test::whenFinished(controller).stats.steps;
+  controller.step();
+  controller.setRunning(true);
+  EXPECT_EQ(test::whenFinished(controller).stats.steps, steps + 1 + 4);
+}
+
+TEST_F(ARun, StepsPastItsLimitWhenSingle) {
+  RunSettings run = test::pausedRun(steady());
+  run.until = 0.0078125 * 2;
+  Controller controller(run, test::processor);
+  for (std::uint64_t k = 1; k <= 4; ++k) {
+    controller.step();
+    test::afterSteps(controller, k);
+  }
+  EXPECT_FALSE(controller.status().finished);
+}
+
+TEST_F(ARun, LeavesItsSpectrumAndItsFields) {
+  RunSettings run = test::freeRun();
+  run.until = 0.5;
+  run.spectrum = path("spectrum");
+  run.field = path("field");
+  Controller controller(run, test::processor);
+  test::whenFinished(controller);
+  Solver solver(test::configOf(16));
+  solver.advance(100000, 0.5);
+  EXPECT_TRUE(test::sameBits(read<V2>("spectrum"), solver.spectrum()));
+  EXPECT_TRUE(test::sameBits(read<float>("field"), solver.copyFields(*solver.snapshot(true))));
+}
+
+TEST_F(ARun, WhoseFileCannotBeWrittenFailsAndCanBeRepeated) {
+  for (const bool spectrum : {true, false}) {
+    RunSettings run = test::freeRun();
+    run.until = 0.1;
+    (spectrum ? run.spectrum : run.field) = path("nowhere/file");
+    Controller controller(run, test::processor);
+    Status status =
+        test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
+    EXPECT_EQ(status.error_message, "Cannot write export file.");
+    EXPECT_FALSE(status.running);
+    EXPECT_TRUE(test::whenSettled(controller).settled);
+    (spectrum ? run.spectrum : run.field) = path("file");
+    controller.setRun(run);
+    controller.reset();
+    controller.setRunning(true);
+    status = test::whenFinished(controller);
+    EXPECT_EQ(status.error_message, "");
+    EXPECT_TRUE(std::filesystem::exists(path("file")));
+  }
+}
+
+TEST_F(ARun, WithoutAFreeBlockCannotLeaveItsFields) {
+  RunSettings run = test::pausedRun(steady());
+  run.until = 0.0078125 * 3;
+  run.field = path("field");
+  Controller controller(run, test::processor);
+  std::vector<std::shared_ptr<const Frame>> held = {test::whenSettled(controller).frame};
+  for (std::uint64_t k = 1; k <= 2; ++k) {
+    controller.step();
+    held.push_back(test::waitFor(controller, [=](const Status& now) {
+                     return now.frame->sequence == k;
+                   }).frame);
+  }
+  controller.setRunning(true);
+  const Status status =
+      test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
+  EXPECT_EQ(status.error_message, "No snapshot slot.");
+}
+
+TEST_F(ARun, BeginsFromItsFileOnceTheFileIsRight) {
+  RunSettings run = test::pausedRun();
+  run.initial = path("start");
+  write("start", std::vector<float>(255));
+  Controller controller(run, test::processor);
+  Status status = test::whenSettled(controller);
+  EXPECT_EQ(status.error_message, "Initial file must contain exactly N² Float32 samples.");
+  EXPECT_FALSE(status.ready);
+  EXPECT_TRUE(status.history.empty());
+
+  const std::vector<float> wave = test::wave(16, 1, 2, 3.0);
+  write("start", wave);
+  test::letPass();
+  EXPECT_FALSE(controller.status().ready);
+  controller.reset();
+  status = test::whenSettled(controller);
+  EXPECT_EQ(status.error_message, "");
+  EXPECT_TRUE(status.ready);
+  EXPECT_EQ(status.stats.energy, Solver(test::configOf(16), wave).inspect().energy);
+
+  std::filesystem::remove(path("start"));
+  controller.reset();
+  status = test::whenSettled(controller);
+  EXPECT_EQ(status.error_message.find("file_size"), 0u);
+  write("start", std::vector<float>(256, std::numeric_limits<float>::infinity()));
+  controller.reset();
+  EXPECT_EQ(test::whenSettled(controller).error_message,
+            "Initial vorticity must contain exactly N² finite Float32 samples.");
+  run.initial.clear();
+  controller.setRun(run);
+  controller.reset();
+  status = test::whenSettled(controller);
+  EXPECT_EQ(status.stats.energy, Solver(test::configOf(16)).inspect().energy);
+}
+
+// Takes the device's memory, but for a little, while it lives.
+class FullDevice {
+ public:
+  explicit FullDevice(std::size_t left) {
+    std::size_t available = 0, total = 0;
+    cudaMemGetInfo(&available, &total);
+    if (available > left) cudaMalloc(&block_, available - left);
+  }
+  ~FullDevice() { cudaFree(block_); }
+  FullDevice(const FullDevice&) = delete;
+  FullDevice& operator=(const FullDevice&) = delete;
+
+ private:
+  void* block_ = nullptr;
+};
+
+TEST_F(ARun, WhoseGridDoesNotFitIsFollowedByOneThatDoes) {
+  constexpr const char* words = "cudaMalloc(&ptr,bytes): out of memory";
+  Controller controller(test::freeRun(), test::processor);
+  const auto frame = test::waitFor(controller, [](const Status& now) { return now.ready; }).frame;
+  {
+    // A grid of 8192 points needs some 7 GB; other programs may come and go.
+    const FullDevice full(std::size_t{1} << 30);
+    controller.applyConfig(test::configOf(8192));
+    const Status status = test::whenSettled(controller);
+    EXPECT_EQ(status.error_message, words);
+    EXPECT_FALSE(status.running);
+    EXPECT_FALSE(status.ready);
+    EXPECT_FALSE(test::solverLives(frame));
+    // Nothing is asked of the solver that is not there.
+    controller.setLive(1.0f, 300);
+    controller.setRegulated(true);
+    controller.setVisible(false);
+    controller.setVisible(true);
+    controller.step();
+    test::letPass();
+    EXPECT_EQ(controller.status().error_message, words);
+    controller.reset();
+    EXPECT_EQ(test::whenSettled(controller).error_message, words);
+  }
+  controller.applyConfig(test::configOf(16));
+  const Status status = test::whenSettled(controller);
+  EXPECT_EQ(status.error_message, "");
+  EXPECT_TRUE(status.ready);
+  EXPECT_EQ(status.generation, 4u);
+}
+
+}  // namespace
+}  // namespace zeph
