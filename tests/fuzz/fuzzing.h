@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -57,13 +59,13 @@ class InScratchFolder {
 };
 
 inline bool staysInScratchFolder(const Json& object) {
-  for (const char* key : {"initial", "spectrum", "fields", "png"}) {
+  constexpr std::array keys = {"initial", "spectrum", "fields", "png"};
+  return std::all_of(keys.begin(), keys.end(), [&](const char* key) {
     const Json* value = findValue(object, key);
-    if (!value || !value->is_string()) continue;
+    if (!value || !value->is_string()) return true;
     const auto& name = value->get_ref<const std::string&>();
-    if (name.size() > longestName || name.find('/') != std::string::npos) return false;
-  }
-  return true;
+    return name.size() <= longestName && name.find('/') == std::string::npos;
+  });
 }
 
 inline void expectReply(char* text, bool mayFail = true) {
