@@ -10,11 +10,11 @@ import threading
 import weakref
 from collections.abc import Mapping
 from pathlib import Path
-from types import TracebackType
 from typing import Any
 
 from ._library import LibraryPath, load
 from ._numpy import numpy
+from ._requests import given
 from .fields import Fields, PathLike, read_floats, write_floats
 from .records import Config, Snapshot, Statistics, SystemInfo
 
@@ -84,7 +84,7 @@ class Engine:
 
     def set(self, reynolds: float | None = None, cfl: float | None = None) -> None:
         """Change the Reynolds number or the Courant number from the next step on."""
-        self._call("set", **_given(reynolds=reynolds, cfl=cfl))
+        self._call("set", **given(reynolds=reynolds, cfl=cfl))
 
     def reset(self, initial: Any = None) -> Statistics:
         """Back to time zero: to the seeded start, or to ``initial`` as for a new engine."""
@@ -115,10 +115,10 @@ class Engine:
         """
         report = self._call(
             "export",
-            **_given(
-                spectrum=_text(spectrum),
-                fields=_text(fields),
-                png=_text(png),
+            **given(
+                spectrum=spectrum,
+                fields=fields,
+                png=png,
                 snapshot=snapshot,
                 include_velocity=include_velocity,
                 pixel_size=pixel_size,
@@ -165,12 +165,7 @@ class Engine:
     def __enter__(self) -> Engine:
         return self
 
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
+    def __exit__(self, *_: object) -> None:
         self.close()
 
     def __repr__(self) -> str:
@@ -204,11 +199,3 @@ class _InitialFile:
     def __exit__(self, *_: object) -> None:
         if self._folder is not None:
             self._folder.cleanup()
-
-
-def _text(path: PathLike | None) -> str | None:
-    return None if path is None else os.fspath(path)
-
-
-def _given(**arguments: str | bool | int | float | None) -> dict[str, Any]:
-    return {key: value for key, value in arguments.items() if value is not None}

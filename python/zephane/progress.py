@@ -6,16 +6,15 @@ import shutil
 import sys
 import time
 from collections import deque
-from types import TracebackType
 from typing import TextIO
 
 from .records import Statistics
+from .terminal import CLEAR_TO_END_OF_LINE, draws_blocks
 
 LOG_SECONDS = 5.0
 # Rates are means over this much of the recent past.
 MEMORY_SECONDS = 3.0
 BAR_CELLS = 16
-CLEAR_TO_END = "\x1b[K"
 
 
 class Progress:
@@ -37,12 +36,7 @@ class Progress:
     def __enter__(self) -> Progress:
         return self
 
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
+    def __exit__(self, *_: object) -> None:
         pass
 
     def _rates(self) -> tuple[float, float]:
@@ -90,8 +84,7 @@ class TerminalLine(Progress):
     ) -> None:
         super().__init__(start, steps, until)
         self._stream = stream
-        fine = (stream.encoding or "").lower().startswith("utf")
-        self._full, self._empty = ("━", "─") if fine else ("#", "-")
+        self._full, self._empty = ("━", "─") if draws_blocks(stream) else ("#", "-")
 
     def update(self, now: Statistics) -> None:
         super().update(now)
@@ -100,16 +93,11 @@ class TerminalLine(Progress):
         bar = self._full * cells + self._empty * (BAR_CELLS - cells)
         line = f"{bar} {100 * done:3.0f} %  {self._figures(now)}"
         width = shutil.get_terminal_size().columns - 1
-        self._stream.write(f"\r{line[:width]}{CLEAR_TO_END}")
+        self._stream.write(f"\r{line[:width]}{CLEAR_TO_END_OF_LINE}")
         self._stream.flush()
 
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
-        self._stream.write(f"\r{CLEAR_TO_END}")
+    def __exit__(self, *_: object) -> None:
+        self._stream.write(f"\r{CLEAR_TO_END_OF_LINE}")
         self._stream.flush()
 
 

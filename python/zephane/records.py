@@ -17,23 +17,24 @@ DISPLAYS = ("vorticity", "speed", "enstrophy")
 PALETTES = ("aurora", "ember", "glacier", "inferno")
 COLOR_RANGES = ("sigma", "exposure")
 
-Record = TypeVar("Record")
+Record = TypeVar("Record", bound="_Record")
 
 
-def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
-    """A record from the keys that it knows; newer libraries may tell more.
+class _Record:
+    """What the library tells as a JSON object; newer libraries may tell more than is known here."""
 
-    JSON has no number that is not finite: the library writes null, which becomes a NaN.
-    """
-    fields = dataclasses.fields(record)  # type: ignore[arg-type]
-    types = {field.name: field.type for field in fields}
-    return record(
-        **{
-            key: math.nan if value is None and types[key] == "float" else value
-            for key, value in values.items()
-            if key in types
-        }
-    )
+    @classmethod
+    def from_json(cls: type[Record], values: Mapping[str, Any]) -> Record:
+        """JSON has no number that is not finite: the library writes null, which becomes a NaN."""
+        fields = dataclasses.fields(cls)  # type: ignore[arg-type]
+        types = {field.name: field.type for field in fields}
+        return cls(
+            **{
+                key: math.nan if value is None and types[key] == "float" else value
+                for key, value in values.items()
+                if key in types
+            }
+        )
 
 
 def default_reynolds(resolution: int, k0: int) -> float:
@@ -43,7 +44,7 @@ def default_reynolds(resolution: int, k0: int) -> float:
 
 
 @dataclass(frozen=True)
-class Config:
+class Config(_Record):
     """What decides a simulation. The library checks the values when an engine is made of them."""
 
     resolution: int = 1024
@@ -82,11 +83,11 @@ class Config:
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Config:
-        return _pick(cls, {**values, "seed": int(values["seed"])})
+        return super().from_json({**values, "seed": int(values["seed"])})
 
 
 @dataclass(frozen=True)
-class Statistics:
+class Statistics(_Record):
     """Figures of a flow. Energies are means over the square, of u²/2, ω²/2 and |∇ω|²/2."""
 
     steps: int
@@ -107,13 +108,9 @@ class Statistics:
     """Device memory of the solver."""
     is_finite: bool
 
-    @classmethod
-    def from_json(cls, values: Mapping[str, Any]) -> Statistics:
-        return _pick(cls, values)
-
 
 @dataclass(frozen=True)
-class Snapshot:
+class Snapshot(_Record):
     """Moments of a field at one time."""
 
     sequence: int
@@ -127,13 +124,9 @@ class Snapshot:
     max_speed: float
     """Largest speed; 0 when the velocity was not asked for."""
 
-    @classmethod
-    def from_json(cls, values: Mapping[str, Any]) -> Snapshot:
-        return _pick(cls, values)
-
 
 @dataclass(frozen=True)
-class SystemInfo:
+class SystemInfo(_Record):
     """What the library runs on, and its default configuration."""
 
     abi_version: int
@@ -155,11 +148,11 @@ class SystemInfo:
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> SystemInfo:
-        return _pick(cls, {**values, "defaults": Config.from_json(values["defaults"])})
+        return super().from_json({**values, "defaults": Config.from_json(values["defaults"])})
 
 
 @dataclass(frozen=True)
-class Performance:
+class Performance(_Record):
     """How fast a view's flow runs."""
 
     simtime_per_s: float
@@ -173,13 +166,9 @@ class Performance:
     batch_steps: int
     """Steps that the device is asked for at once."""
 
-    @classmethod
-    def from_json(cls, values: Mapping[str, Any]) -> Performance:
-        return _pick(cls, values)
-
 
 @dataclass(frozen=True)
-class Canvas:
+class Canvas(_Record):
     """The host's window that a view is drawn into."""
 
     width_points: float
@@ -188,13 +177,9 @@ class Canvas:
     """Pixels per point."""
     visible: bool
 
-    @classmethod
-    def from_json(cls, values: Mapping[str, Any]) -> Canvas:
-        return _pick(cls, values)
-
 
 @dataclass(frozen=True)
-class ViewStatus:
+class ViewStatus(_Record):
     """What a view has come to: the answer to each of its operations."""
 
     config: Config
@@ -249,5 +234,5 @@ class ViewStatus:
         }
         for key, record in (("stats", Statistics), ("frame", Snapshot), ("canvas", Canvas)):
             if key in values:
-                parts[key] = record.from_json(values[key])  # type: ignore[attr-defined]
-        return _pick(cls, {**values, **parts})
+                parts[key] = record.from_json(values[key])
+        return super().from_json({**values, **parts})

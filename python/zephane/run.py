@@ -8,9 +8,10 @@ import json
 import signal
 import time
 from pathlib import Path
-from types import FrameType, TracebackType
+from types import FrameType
 from typing import Any
 
+from ._requests import given
 from .engine import Engine, initialize
 from .picture import LARGEST_SIDE, PictureSettings, render
 from .png import write_png
@@ -58,12 +59,7 @@ class Interruption:
         self._before = signal.signal(signal.SIGINT, self._note)
         return self
 
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
+    def __exit__(self, *_: object) -> None:
         signal.signal(signal.SIGINT, self._before)
 
     def _note(self, number: int, frame: FrameType | None) -> None:
@@ -113,13 +109,17 @@ def _advance(
 
 def _config(options: argparse.Namespace, system: SystemInfo) -> Config:
     """The defaults with what the command line says; unless it names one, Re suits the grid."""
-    keys = [field.name for field in dataclasses.fields(Config)]
-    given = {key: getattr(options, key) for key in keys if getattr(options, key) is not None}
-    config = dataclasses.replace(system.defaults, **given)
+    config = dataclasses.replace(system.defaults, **named_members(options))
     if options.reynolds is None and config.resolution > 0 and config.k0 > 0:
         suited = default_reynolds(config.resolution, config.k0)
         config = dataclasses.replace(config, reynolds=suited)
     return config
+
+
+def named_members(options: argparse.Namespace) -> dict[str, Any]:
+    """The members of a configuration that the command line names."""
+    names = [field.name for field in dataclasses.fields(Config)]
+    return given(**{name: getattr(options, name) for name in names})
 
 
 def _endpoint(options: argparse.Namespace, start: Statistics) -> float | None:

@@ -11,7 +11,7 @@ import select
 import signal
 import sys
 from collections.abc import Sequence
-from types import FrameType, TracebackType
+from types import FrameType
 from typing import Any, TextIO
 
 try:
@@ -44,7 +44,7 @@ def wants_colors() -> bool:
 
 
 def draws_blocks(stream: TextIO) -> bool:
-    return (stream.encoding or "").lower().replace("-", "").startswith("utf")
+    return (stream.encoding or "").lower().startswith("utf")
 
 
 class Screen:
@@ -112,12 +112,7 @@ class Screen:
             raise
         return self
 
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
+    def __exit__(self, *_: object) -> None:
         try:
             self._give_back()
         finally:
@@ -136,7 +131,7 @@ class Screen:
             self._write(LEAVE)
         except OSError:
             pass  # A terminal that is gone.
-        if self._settings is not None:
+        if self._keys is not None and self._settings is not None:
             settings, self._settings = self._settings, None
             try:
                 termios.tcsetattr(self._keys, termios.TCSADRAIN, settings)

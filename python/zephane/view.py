@@ -4,14 +4,13 @@ from __future__ import annotations
 
 import enum
 import math
-import os
 import time
 import weakref
 from collections.abc import Callable
-from types import TracebackType
 from typing import Any
 
 from ._library import LibraryPath, ZephaneError, load
+from ._requests import given, plain
 from .fields import PathLike
 from .records import Config, ViewStatus
 
@@ -141,7 +140,7 @@ class View:
         where the integrator changes to one of the weaker ones.
         """
         Config(**changes)  # Refuses names that are none.
-        return self._call("configure", **changes, **_given(cap_cfl=cap_cfl))
+        return self._call("configure", **changes, **given(cap_cfl=cap_cfl))
 
     def set(
         self,
@@ -164,7 +163,7 @@ class View:
         """
         return self._call(
             "set",
-            **_given(
+            **given(
                 regulated=regulated,
                 cfl=cfl,
                 log_reynolds=log_reynolds,
@@ -201,7 +200,7 @@ class View:
             "spectrum": spectrum,
         }
         kept = {key: value for key, value in limits.items() if value is not KEEP}
-        return self._call("benchmark", **{key: _plain(value) for key, value in kept.items()})
+        return self._call("benchmark", **{key: plain(value) for key, value in kept.items()})
 
     def visible(self, value: bool = True) -> ViewStatus:
         """Whether the view is seen. Unseen, the flow makes no frames and runs a little faster."""
@@ -219,9 +218,7 @@ class View:
         pixel_size: int | None = None,
     ) -> ViewStatus:
         """Write the newest frame as a picture, as raw fields, or as both."""
-        return self._call(
-            "export", **_given(png=_plain(png), fields=_plain(fields), pixel_size=pixel_size)
-        )
+        return self._call("export", **given(png=png, fields=fields, pixel_size=pixel_size))
 
     def save(self) -> ViewStatus:
         """Ask the user for a path, and write a picture there; a cancelled question is a success."""
@@ -242,12 +239,7 @@ class View:
     def __enter__(self) -> View:
         return self
 
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        error: BaseException | None,
-        trace: TracebackType | None,
-    ) -> None:
+    def __exit__(self, *_: object) -> None:
         self.close()
 
     def __repr__(self) -> str:
@@ -256,11 +248,3 @@ class View:
     def _call(self, operation: str, **arguments: Any) -> ViewStatus:
         reply = self._library.call_view(self._handle, {"op": operation, **arguments})
         return ViewStatus.from_json(reply)
-
-
-def _plain(value: Any) -> Any:
-    return os.fspath(value) if isinstance(value, os.PathLike) else value
-
-
-def _given(**arguments: Any) -> dict[str, Any]:
-    return {key: value for key, value in arguments.items() if value is not None}

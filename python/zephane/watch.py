@@ -3,14 +3,14 @@
 from __future__ import annotations
 
 import argparse
-import dataclasses
 import os
 import sys
 import time
 
 from ._library import ZephaneError
 from .dashboard import dashboard, is_finished, paint, status_line
-from .records import Config, ViewStatus
+from .records import ViewStatus
+from .run import named_members
 from .terminal import Screen, can_draw, draws_blocks, wants_colors
 from .view import View
 
@@ -20,9 +20,8 @@ LINE_SECONDS = 1.0
 
 def watch(options: argparse.Namespace) -> int:
     """Carry out the command; failures are raised."""
-    keys = [field.name for field in dataclasses.fields(Config)]
-    given = {key: getattr(options, key) for key in keys if getattr(options, key) is not None}
-    with View(library=options.library, regulated=options.regulated, **given) as view:
+    members = named_members(options)
+    with View(library=options.library, regulated=options.regulated, **members) as view:
         view.benchmark(until=options.until, initial=options.initial)
         if options.paused:
             view.pause()
