@@ -62,6 +62,31 @@ NO_RENDERER = "No native renderer."
 NO_CANVAS = "Cannot create native canvas."
 PARSE_ERROR = "[json.exception.parse_error.101] parse error at line "
 
+# The members of two reports, and their types.
+STATISTICS = {
+    "allocated_bytes": int,
+    "dt": float,
+    "energy": float,
+    "enstrophy": float,
+    "gpu_milliseconds": float,
+    "initial_turnover_time": float,
+    "is_finite": bool,
+    "palinstrophy": float,
+    "palinstrophy_ratio": float,
+    "reynolds": float,
+    "simulation_time": float,
+    "steps": int,
+}
+SNAPSHOT = {
+    "grid_size": int,
+    "max_speed": float,
+    "max_vorticity": float,
+    "mean_vorticity": float,
+    "sequence": int,
+    "std_vorticity": float,
+    "time": float,
+}
+
 
 def type_error(wanted: str, got: str) -> str:
     return f"[json.exception.type_error.302] type must be {wanted}, but is {got}"

@@ -8,26 +8,13 @@ from .harness import (
     BAD_ADVANCE,
     BAD_CFL,
     BAD_REYNOLDS,
+    STATISTICS,
     UNKNOWN_OPERATION,
     single,
     type_error,
     types_of,
 )
 
-STATISTICS = {
-    "allocated_bytes": int,
-    "dt": float,
-    "energy": float,
-    "enstrophy": float,
-    "gpu_milliseconds": float,
-    "initial_turnover_time": float,
-    "is_finite": bool,
-    "palinstrophy": float,
-    "palinstrophy_ratio": float,
-    "reynolds": float,
-    "simulation_time": float,
-    "steps": int,
-}
 NEVER_NUMBERS = [
     ("null", "null"),
     ('"1"', "string"),

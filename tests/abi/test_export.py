@@ -4,17 +4,7 @@ from __future__ import annotations
 
 import pytest
 
-from .harness import UNWRITABLE, type_error, types_of
-
-SNAPSHOT = {
-    "grid_size": int,
-    "max_speed": float,
-    "max_vorticity": float,
-    "mean_vorticity": float,
-    "sequence": int,
-    "std_vorticity": float,
-    "time": float,
-}
+from .harness import SNAPSHOT, UNWRITABLE, type_error, types_of
 
 
 def test_export_of_nothing_replies_with_nothing(engine, tmp_path, monkeypatch):
