@@ -23,7 +23,7 @@ DisplaySettings readDisplaySettings(const Json& object, DisplaySettings present)
   readName(object, "color_range", colorRangeNames, present.colorRange);
   readClamped(object, "exposure", 0.25, 3.0, present.exposure);
   readClamped(object, "sigma", 1.5, 3.5, present.sigma);
-  if (findValue(object, "flow")) present.flow = readBoolean(object, "flow", present.flow);
+  present.flow = findBoolean(object, "flow").value_or(present.flow);
   return present;
 }
 

@@ -43,6 +43,12 @@ bool readBoolean(const Json& object, const char* key, bool absent) {
   return member ? member->get<bool>() : absent;
 }
 
+std::optional<bool> findBoolean(const Json& object, const char* key) {
+  const Json* value = findValue(object, key);
+  if (!value) return std::nullopt;
+  return value->get<bool>();
+}
+
 std::optional<double> readNumber(const Json& object, const char* key) {
   const Json* value = findValue(object, key);
   if (!value) return std::nullopt;

@@ -28,6 +28,9 @@ std::int32_t toInt32(const Json& value);
 std::int32_t readInteger(const Json& object, const char* key, std::int32_t absent);
 bool readBoolean(const Json& object, const char* key, bool absent);
 
+// Null counts as absent.
+std::optional<bool> findBoolean(const Json& object, const char* key);
+
 // Null counts as absent. A result that is not finite raises std::invalid_argument "Non-finite KEY".
 std::optional<double> readNumber(const Json& object, const char* key);
 double readNumber(const Json& object, const char* key, double absent);

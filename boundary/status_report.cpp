@@ -4,12 +4,11 @@
 #include "boundary/display_settings.h"
 #include "boundary/reports.h"
 #include "boundary/system_description.h"
+#include "controller/regulator.h"
 #include "device/runtime.h"
 
 namespace zeph {
 namespace {
-
-constexpr double palinstrophyScale = 10000;
 
 Json textOrNull(const std::string& first, const std::string& second) {
   if (!first.empty()) return first;

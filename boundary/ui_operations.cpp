@@ -72,13 +72,12 @@ void setLive(UIHandle& ui, const Json& request) {
 }
 
 void set(UIHandle& ui, const Json& request) {
-  if (findValue(request, "regulated"))
-    ui.setRegulated(readBoolean(request, "regulated", ui.run.regulated));
+  if (const auto regulated = findBoolean(request, "regulated")) ui.setRegulated(*regulated);
   setLive(ui, request);
   ui.setDisplay(readDisplaySettings(request, ui.run.settings));
   ui.sigma = std::clamp(readNumber(request, "sigma", ui.sigma), 1.5, 3.5);
   ui.exposure = std::clamp(readNumber(request, "exposure", ui.exposure), 0.25, 3.0);
-  if (findValue(request, "focused")) ui.focused = readBoolean(request, "focused", ui.focused);
+  ui.focused = findBoolean(request, "focused").value_or(ui.focused);
 }
 
 void readBatch(const Json& request, RunSettings& run) {

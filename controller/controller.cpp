@@ -15,8 +15,7 @@ Control controlOf(const RunSettings& run) {
   control.config = run.config;
   control.running = !run.paused;
   control.regulated = run.regulated;
-  control.velocityNeeded =
-      run.settings.display == Display::speed || run.settings.flow || !run.velocity.empty();
+  control.velocityNeeded = run.settings.needsVelocity() || !run.velocity.empty();
   // A run that is limited in steps from its very start ignores all limits; a limit counts where it
   // arrives by setRun.
   control.stopRulesArmed = !run.stepLimited;

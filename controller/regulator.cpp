@@ -8,7 +8,6 @@
 namespace zeph {
 namespace {
 
-constexpr double scale = 10000;  // of the controlled quantity
 constexpr double target = 20;
 constexpr double filterDivisor = 6;
 constexpr double deadBand = 0.001;  // of the relative error
@@ -36,7 +35,7 @@ double limited(double candidate, int resolution, int k0) {
 
 std::optional<double> Regulator::sample(double palinstrophyRatio, double reynolds, int resolution,
                                         int k0) {
-  const double palinstrophy = palinstrophyRatio * scale;
+  const double palinstrophy = palinstrophyRatio * palinstrophyScale;
   if (!isPositive(palinstrophy) || !isPositive(reynolds)) return std::nullopt;
   filter(palinstrophy);
   const double error = (slowPalinstrophy_ - target) / target;

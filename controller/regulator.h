@@ -7,6 +7,9 @@
 
 namespace zeph {
 
+// What is controlled: so many times the palinstrophy ratio.
+constexpr double palinstrophyScale = 10000;
+
 class Regulator {
  public:
   // The Reynolds number that a sample of the statistics asks for, or none where the sample is of no

@@ -58,8 +58,7 @@ void UIHandle::setLive(float cfl, double reynolds) {
 
 void UIHandle::setDisplay(const DisplaySettings& settings) {
   run.settings = settings;
-  if (controller)
-    controller->setVelocityNeeded(settings.display == Display::speed || settings.flow);
+  if (controller) controller->setVelocityNeeded(settings.needsVelocity());
 }
 
 void UIHandle::setLimits(const RunSettings& limits) {

@@ -16,6 +16,8 @@ struct DisplaySettings {
   float exposure = 1.2f;  // gain of the compressive curves
   float sigma = 2.5f;     // multiple of the standard deviation that fills the scale
   bool flow = false;      // flow lines
+
+  bool needsVelocity() const { return display == Display::speed || flow; }
 };
 
 }  // namespace zeph

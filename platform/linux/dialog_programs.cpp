@@ -32,6 +32,10 @@ Words forYad(const SaveQuestion& question) {
   return words;
 }
 
+std::string windowNumber(const SaveQuestion& question) {
+  return std::to_string(reinterpret_cast<std::uintptr_t>(question.parent));
+}
+
 // Asks before it replaces a file without being told to. A name without a folder is lost on it.
 Words forKdialog(const SaveQuestion& question) {
   std::error_code error;
@@ -39,10 +43,7 @@ Words forKdialog(const SaveQuestion& question) {
   Words words = {"--title", question.title, "--getsavefilename",
                  error ? question.name : path.string(),
                  question.filterName + " (*." + question.suffix + ")"};
-  if (question.parent != nullptr) {
-    const std::string window = std::to_string(reinterpret_cast<std::uintptr_t>(question.parent));
-    words.insert(words.begin(), {"--attach", window});
-  }
+  if (question.parent != nullptr) words.insert(words.begin(), {"--attach", windowNumber(question)});
   return words;
 }
 
@@ -82,7 +83,7 @@ std::optional<SaveAnswer> answerOf(const FinishedProgram& finished) {
 // The window that the dialog belongs to, for the programs that take it from here.
 Words variablesOf(const SaveQuestion& question) {
   if (question.parent == nullptr) return {};
-  return {"WINDOWID=" + std::to_string(reinterpret_cast<std::uintptr_t>(question.parent))};
+  return {"WINDOWID=" + windowNumber(question)};
 }
 
 }  // namespace

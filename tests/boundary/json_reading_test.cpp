@@ -93,6 +93,17 @@ TEST(JsonBooleans, AreTrueOrFalseIfPresent) {
   EXPECT_EQ(failure(nullptr), "[json.exception.type_error.302] type must be boolean, but is null");
 }
 
+TEST(JsonBooleans, MayBeAbsentOrNullWhereNothingIsAskedFor) {
+  EXPECT_EQ(findBoolean(Json::object(), "b"), std::nullopt);
+  EXPECT_EQ(findBoolean(Json{{"b", nullptr}}, "b"), std::nullopt);
+  EXPECT_EQ(findBoolean(Json{{"b", true}}, "b"), true);
+  EXPECT_EQ(findBoolean(Json{{"b", false}}, "b"), false);
+  EXPECT_EQ(failureText([] {
+              findBoolean(Json{{"b", 0}}, "b");
+            }),
+            "[json.exception.type_error.302] type must be boolean, but is number");
+}
+
 TEST(JsonPaths, AreTextOrAbsent) {
   EXPECT_EQ(readPath(Json::object(), "p"), std::nullopt);
   EXPECT_EQ(readPath(Json{{"p", nullptr}}, "p"), std::nullopt);
