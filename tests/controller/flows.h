@@ -4,8 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <string>
+#include <memory>
 #include <thread>
+#include <vector>
 
 #include "controller/controller.h"
 #include "tests/support/flows.h"
@@ -58,6 +59,27 @@ inline Status whenFinished(const Controller& controller) {
 
 inline Status afterSteps(const Controller& controller, std::uint64_t steps) {
   return waitFor(controller, [=](const Status& status) { return status.stats.steps >= steps; });
+}
+
+// Lets a resting flow run until it holds; the status once it rests again.
+template <class Predicate>
+Status afterRunning(Controller& controller, Predicate holds) {
+  whenSettled(controller);
+  controller.setRunning(true);
+  waitFor(controller, holds);
+  controller.setRunning(false);
+  return whenSettled(controller);
+}
+
+// Frames of a resting flow's start and first two steps, which are all that its solver lends.
+inline std::vector<std::shared_ptr<const Frame>> holdEveryBlock(Controller& controller) {
+  std::vector<std::shared_ptr<const Frame>> held = {whenSettled(controller).frame};
+  for (std::uint64_t k = 1; k <= 2; ++k) {
+    controller.step();
+    held.push_back(
+        waitFor(controller, [=](const Status& now) { return now.frame->sequence == k; }).frame);
+  }
+  return held;
 }
 
 // Until the thread has been through its loop a few times.

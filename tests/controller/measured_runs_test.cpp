@@ -30,11 +30,8 @@ TEST(AMeasuredRun, PacesItsBatchesByItsClock) {
     DrivenClock clock(tick);
     Controller controller(run, test::processor, clock.clock());
     controller.setVisible(false);
-    test::whenSettled(controller);
-    controller.setRunning(true);
-    test::waitFor(controller, [](const Status& now) { return now.batchCount >= 40; });
-    controller.setRunning(false);
-    const Status status = test::whenSettled(controller);
+    const Status status =
+        test::afterRunning(controller, [](const Status& now) { return now.batchCount >= 40; });
     Pace pace;
     std::uint64_t steps = 0;
     for (std::uint32_t k = 0; k < status.batchCount; ++k) {
@@ -51,11 +48,8 @@ TEST(AMeasuredRun, OfAVisibleViewMakesAFrameForEachPointThatItMeets) {
   RunSettings run = test::pausedRun();
   DrivenClock clock(0.05);  // slower than the grid
   Controller controller(run, test::processor, clock.clock());
-  test::whenSettled(controller);
-  controller.setRunning(true);
-  test::waitFor(controller, [](const Status& now) { return now.batchCount >= 50; });
-  controller.setRunning(false);
-  const Status status = test::whenSettled(controller);
+  const Status status =
+      test::afterRunning(controller, [](const Status& now) { return now.batchCount >= 50; });
   // One at the start, at most one more before the first batch, and one after each.
   EXPECT_GE(status.frameCount, status.batchCount + 1);
   EXPECT_LE(status.frameCount, status.batchCount + 2);
@@ -68,11 +62,8 @@ TEST(AMeasuredRun, MakesNoMoreFramesThanTheGridHasPoints) {
   run.batch = 1;
   DrivenClock clock(0.001);
   Controller controller(run, test::processor, clock.clock());
-  test::whenSettled(controller);
-  controller.setRunning(true);
-  test::waitFor(controller, [](const Status& now) { return now.elapsedSeconds >= 3; });
-  controller.setRunning(false);
-  const Status status = test::whenSettled(controller);
+  const Status status =
+      test::afterRunning(controller, [](const Status& now) { return now.elapsedSeconds >= 3; });
   EXPECT_LE(status.frameCount, status.elapsedSeconds * 60 + 3);
   EXPECT_GE(status.frameCount, status.elapsedSeconds * 60 - 3);
 }
@@ -85,11 +76,8 @@ TEST(AMeasuredRun, LooksAtItsFlowFourTimesASecond) {
   run.batch = 1;
   DrivenClock clock(0.001);
   Controller controller(run, test::processor, clock.clock());
-  test::whenSettled(controller);
-  controller.setRunning(true);
-  test::waitFor(controller, [](const Status& now) { return now.elapsedSeconds >= 5; });
-  controller.setRunning(false);
-  const Status status = test::whenSettled(controller);
+  const Status status =
+      test::afterRunning(controller, [](const Status& now) { return now.elapsedSeconds >= 5; });
   const auto samples = static_cast<double>(status.history.size());
   EXPECT_LE(samples, status.elapsedSeconds / 0.25 + 3);
   EXPECT_GE(samples, status.elapsedSeconds / 0.27 - 1);
@@ -102,11 +90,8 @@ TEST(AMeasuredRun, CountsItsStepsASecondOverItsLastWindow) {
   DrivenClock clock(0.01);
   Controller controller(run, test::processor, clock.clock());
   controller.setVisible(false);
-  test::whenSettled(controller);
-  controller.setRunning(true);
-  test::waitFor(controller, [](const Status& now) { return now.elapsedSeconds >= 3; });
-  controller.setRunning(false);
-  const Status status = test::whenSettled(controller);
+  const Status status =
+      test::afterRunning(controller, [](const Status& now) { return now.elapsedSeconds >= 3; });
   // Two steps a pass, and a pass reads the clock three times, with statistics four.
   EXPECT_GE(status.stepsPerSecond, 2 / 0.04);
   EXPECT_LE(status.stepsPerSecond, 2 / 0.03 + 1);
@@ -118,11 +103,8 @@ TEST(AMeasuredRun, APauseAndSingleStepsAreNotMeasured) {
   RunSettings run = test::pausedRun();
   DrivenClock clock(0.01);
   Controller controller(run, test::processor, clock.clock());
-  test::whenSettled(controller);
-  controller.setRunning(true);
-  test::waitFor(controller, [](const Status& now) { return now.elapsedSeconds >= 1; });
-  controller.setRunning(false);
-  const Status stopped = test::whenSettled(controller);
+  const Status stopped =
+      test::afterRunning(controller, [](const Status& now) { return now.elapsedSeconds >= 1; });
   controller.step();
   controller.step();
   const Status stepped = test::whenSettled(controller);
@@ -143,11 +125,8 @@ TEST(AMeasuredRun, LeavesSingleStepsOutOfItsSimulatedTime) {
   Controller controller(run, test::processor, clock.clock());
   for (std::uint64_t k = 1; k <= 400; ++k) controller.step();
   test::afterSteps(controller, 400);
-  test::whenSettled(controller);
-  controller.setRunning(true);
-  test::waitFor(controller, [](const Status& now) { return now.simtimePerSecond > 0; });
-  controller.setRunning(false);
-  const Status status = test::whenSettled(controller);
+  const Status status =
+      test::afterRunning(controller, [](const Status& now) { return now.simtimePerSecond > 0; });
   const double batches = status.batchCount - 400.0;
   EXPECT_LE(status.simtimePerSecond * status.elapsedSeconds, 2 * batches * 0.0078125);
 }

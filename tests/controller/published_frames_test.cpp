@@ -77,13 +77,7 @@ TEST(AFrame, ThatIsHeldWhileOthersAreMadeStaysAsItIs) {
 
 TEST(AFrame, IsMadeAsSoonAsABlockIsFree) {
   Controller controller(test::pausedRun(), test::processor);
-  std::vector<std::shared_ptr<const Frame>> held = {test::whenSettled(controller).frame};
-  for (std::uint64_t k = 1; k <= 2; ++k) {
-    controller.step();
-    held.push_back(test::waitFor(controller, [=](const Status& now) {
-                     return now.frame->sequence == k;
-                   }).frame);
-  }
+  auto held = test::holdEveryBlock(controller);
   controller.step();
   test::afterSteps(controller, 3);
   test::letPass();

@@ -271,13 +271,7 @@ TEST_F(ARun, WithoutAFreeBlockCannotLeaveItsFields) {
   run.until = 0.0078125 * 3;
   run.field = path("field");
   Controller controller(run, test::processor);
-  std::vector<std::shared_ptr<const Frame>> held = {test::whenSettled(controller).frame};
-  for (std::uint64_t k = 1; k <= 2; ++k) {
-    controller.step();
-    held.push_back(test::waitFor(controller, [=](const Status& now) {
-                     return now.frame->sequence == k;
-                   }).frame);
-  }
+  const auto held = test::holdEveryBlock(controller);
   controller.setRunning(true);
   const Status status =
       test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });

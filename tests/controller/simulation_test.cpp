@@ -9,14 +9,13 @@
 #include "solver/raw_files.h"
 #include "tests/controller/driven_clock.h"
 #include "tests/controller/flows.h"
+#include "tests/support/failures.h"
 #include "tests/support/flows.h"
 
 namespace zeph {
 namespace {
 
 using test::DrivenClock;
-
-constexpr const char* exploded = "The solver encountered a non-finite field or timestep.";
 
 TEST(APausedFlow, HasOneFrameOneSampleAndNoTime) {
   Controller controller(test::pausedRun(), test::processor);
@@ -215,7 +214,7 @@ TEST(AFlowThatIsLost, IsToldAndWaitsForANewGeneration) {
   Controller controller(test::freeRun(test::explosive(16)), test::processor);
   Status status =
       test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
-  EXPECT_EQ(status.error_message, exploded);
+  EXPECT_EQ(status.error_message, test::exploded);
   EXPECT_FALSE(status.running);
   status = test::whenSettled(controller);
   EXPECT_TRUE(status.ready);  // the start was fine
@@ -231,7 +230,7 @@ TEST(AFlowThatIsLost, IsToldAndWaitsForANewGeneration) {
   test::letPass();
   status = controller.status();
   EXPECT_TRUE(status.running);
-  EXPECT_EQ(status.error_message, exploded);
+  EXPECT_EQ(status.error_message, test::exploded);
   EXPECT_EQ(status.stats.steps, 0u);
   EXPECT_EQ(status.frameCount, 1u);
   controller.clearError();
@@ -268,7 +267,7 @@ TEST(AFlowThatIsLost, IsLostAgainAfterAReset) {
   EXPECT_TRUE(status.ready);
   controller.step();
   status = test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
-  EXPECT_EQ(status.error_message, exploded);
+  EXPECT_EQ(status.error_message, test::exploded);
   EXPECT_EQ(status.generation, 2u);
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "tests/cuda/cuda_device.h"
+#include "tests/support/failures.h"
 #include "tests/support/flows.h"
 #ifdef ZEPHANE_EMULATED_GPU
 #include "tests/emulation/emulated_gpu.h"

@@ -6,6 +6,7 @@
 
 #include "tests/cuda/cuda_device.h"
 #include "tests/support/bits.h"
+#include "tests/support/failures.h"
 #include "tests/support/flows.h"
 
 namespace zeph {
@@ -14,22 +15,7 @@ namespace {
 // Most steps that are queued before the clock is read.
 constexpr int batch = 256;
 
-constexpr const char* exploded = "The solver encountered a non-finite field or timestep.";
-
 class GpuStepping : public test::CudaDevice {};
-
-// The time that a clock of two floats holds for an endpoint.
-double asPair(double end) {
-  const float high = static_cast<float>(end);
-  const float low = static_cast<float>(end - static_cast<double>(high));
-  return static_cast<double>(low) + static_cast<double>(high);
-}
-
-Config fixed(float step, Integrator integrator = Integrator::etdrk4) {
-  Config config = test::configOf(16, integrator);
-  config.fixed_dt = step;
-  return config;
-}
 
 void expectSameState(Solver& a, Solver& b) {
   EXPECT_TRUE(test::sameBits(a.spectrum(), b.spectrum()));
@@ -40,8 +26,8 @@ void expectSameState(Solver& a, Solver& b) {
 
 TEST_F(GpuStepping, AnEndInsideABatchStopsTheFlowThere) {
   for (const Integrator integrator : test::integrators) {
-    Solver solver(fixed(0.0078125f, integrator));
-    Solver counted(fixed(0.0078125f, integrator));
+    Solver solver(test::fixedStep(0.0078125f, integrator));
+    Solver counted(test::fixedStep(0.0078125f, integrator));
     const Statistics stats = solver.advance(batch, 10 * 0.0078125);
     EXPECT_EQ(stats.steps, 10u);
     EXPECT_EQ(stats.time, 10 * 0.0078125);
@@ -56,9 +42,9 @@ TEST_F(GpuStepping, AnEndInsideABatchStopsTheFlowThere) {
 
 TEST_F(GpuStepping, TheLastStepIsCutToLandOnTheEnd) {
   for (const double end : {0.1, 1.0 / 3.0, 0.0500001}) {
-    Solver solver(fixed(0.03f));
+    Solver solver(test::fixedStep(0.03f));
     const Statistics stats = solver.advance(20, end);
-    EXPECT_EQ(stats.time, asPair(end));
+    EXPECT_EQ(stats.time, test::asPair(end));
     EXPECT_EQ(stats.steps, static_cast<std::uint64_t>(std::ceil(end / 0.03)));
     EXPECT_LT(stats.dt, 0.03f);
   }
@@ -67,29 +53,29 @@ TEST_F(GpuStepping, TheLastStepIsCutToLandOnTheEnd) {
 TEST_F(GpuStepping, AnAdaptiveFlowLandsOnTheEndToo) {
   for (const Integrator integrator : test::integrators) {
     Solver solver(test::configOf(16, integrator));
-    EXPECT_EQ(solver.advance(40, 3.7).time, asPair(3.7));
+    EXPECT_EQ(solver.advance(40, 3.7).time, test::asPair(3.7));
     const float cut = solver.lastStats().dt;
     EXPECT_GT(solver.advance(1).dt, cut);
   }
 }
 
 TEST_F(GpuStepping, OneEndAfterAnotherIsMet) {
-  Solver solver(fixed(0.03f));
+  Solver solver(test::fixedStep(0.03f));
   for (const double end : {0.05, 0.12, 0.2, 0.31}) {
-    EXPECT_EQ(solver.advance(10, end).time, asPair(end));
+    EXPECT_EQ(solver.advance(10, end).time, test::asPair(end));
   }
   EXPECT_EQ(solver.lastStats().steps, 2u + 3u + 3u + 4u);
 }
 
 TEST_F(GpuStepping, AnEndInTheSecondBatchIsMet) {
-  Solver solver(fixed(0.0078125f));
+  Solver solver(test::fixedStep(0.0078125f));
   const Statistics stats = solver.advance(2000, 300 * 0.0078125);
   EXPECT_EQ(stats.steps, 300u);
   EXPECT_EQ(stats.time, 300 * 0.0078125);
 }
 
 TEST_F(GpuStepping, AtTheEndAlreadyNothingIsDone) {
-  Solver solver(fixed(0.03f));
+  Solver solver(test::fixedStep(0.03f));
   const Statistics first = solver.advance(10, 0.1);
   const std::vector<V2> before = solver.spectrum();
   for (const double end : {0.1, 0.05, 0.0}) {
@@ -156,16 +142,7 @@ TEST_F(GpuStepping, ChangesBetweenBatchesAreThoseBetweenSteps) {
   }
 }
 
-class GpuFailure : public test::CudaDevice {
- protected:
-  static void expectLatched(Solver& solver) {
-    EXPECT_EQ(test::runtimeFailure([&] { solver.advance(1); }), test::latched);
-    EXPECT_EQ(test::runtimeFailure([&] { solver.lastStats(); }), test::latched);
-    EXPECT_EQ(test::runtimeFailure([&] { solver.inspect(); }), test::latched);
-    EXPECT_EQ(test::runtimeFailure([&] { solver.snapshot(true); }), test::latched);
-    EXPECT_EQ(test::runtimeFailure([&] { solver.spectrum(); }), test::latched);
-  }
-};
+class GpuFailure : public test::CudaDevice {};
 
 TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
   for (const Integrator integrator : test::integrators) {
@@ -177,8 +154,8 @@ TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
       // Where kernels take their time, one of them has the whole batch behind it.
       const bool isLast = config.integrator == Integrator::etdrk4;
       const int steps = test::isEmulated && !isLast ? 10 : batch;
-      EXPECT_EQ(test::runtimeFailure([&] { solver.advance(steps); }), exploded);
-      expectLatched(solver);
+      EXPECT_EQ(test::runtimeFailure([&] { solver.advance(steps); }), test::exploded);
+      test::expectLatched(solver);
       EXPECT_EQ(test::badArgument([&] { solver.advance(-1); }), "Invalid steps or endpoint.");
       EXPECT_NO_THROW(solver.setReynolds(10.0));
     }
@@ -186,19 +163,7 @@ TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
 }
 
 TEST_F(GpuFailure, IsLeftByAResetAsIfNothingHadHappened) {
-  Config config = fixed(0.01f);
-  Solver fresh(config);
-  Solver failed(config);
-  std::vector<float> huge = test::wave(16, 1, 2, 1e18);
-  for (std::size_t k = 0; k < huge.size(); ++k) huge[k] += 1e18f * static_cast<float>(k % 7);
-  failed.reset(huge);
-  EXPECT_EQ(test::runtimeFailure([&] { failed.advance(batch); }), exploded);
-  expectLatched(failed);
-  failed.reset();
-  fresh.advance(20);
-  failed.advance(20);
-  expectSameState(failed, fresh);
-  EXPECT_NE(failed.snapshot(true), nullptr);
+  test::expectNoTraceOfAFailureAfterAReset(batch);
 }
 
 class GpuEngines : public test::CudaDevice {};

@@ -7,29 +7,17 @@
 #include "tests/cuda/cuda_device.h"
 #include "tests/support/bits.h"
 #include "tests/support/flows.h"
+#include "tests/support/outcome.h"
 
 namespace zeph {
 namespace {
 
-struct Outcome {
-  Statistics statistics;
-  std::vector<V2> spectrum;
-  std::vector<float> fields;
-};
-
-Outcome outcomeOf(Solver& solver, int steps) {
-  solver.advance(steps);
-  Outcome outcome;
-  outcome.statistics = solver.inspect();
-  outcome.spectrum = solver.spectrum();
-  outcome.fields = solver.copyFields(*solver.snapshot(true));
-  return outcome;
-}
+using test::Outcome;
 
 Outcome outcomeOn(int device, const Config& config, const std::vector<float>& samples, int steps) {
   const DeviceScope scope(device);
   Solver solver(config, samples);
-  return outcomeOf(solver, steps);
+  return test::outcomeOf(solver, steps);
 }
 
 double difference(const float* found, const float* expected, std::size_t count) {
@@ -117,11 +105,7 @@ TEST_P(GpuFlows, HaveTheSameBitsEveryTime) {
     const Config config = test::configOf(n(), integrator);
     const Outcome first = outcomeOn(gpu(), config, {}, std::min(steps(), 12));
     const Outcome second = outcomeOn(gpu(), config, {}, std::min(steps(), 12));
-    EXPECT_TRUE(test::sameBits(first.spectrum, second.spectrum));
-    EXPECT_TRUE(test::sameBits(first.fields, second.fields));
-    EXPECT_EQ(first.statistics.time, second.statistics.time);
-    EXPECT_EQ(first.statistics.energy, second.statistics.energy);
-    EXPECT_EQ(first.statistics.palinstrophy, second.statistics.palinstrophy);
+    test::expectSame(first, second);
   }
 }
 

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-namespace zeph::tests {
+namespace zeph::test {
 
 using ExactValues = std::vector<std::complex<double>>;
 
@@ -74,4 +74,4 @@ inline std::vector<float> noise(std::size_t count, unsigned seed) {
   return values;
 }
 
-}  // namespace zeph::tests
+}  // namespace zeph::test

@@ -8,7 +8,7 @@
 #include "device/cpu/transforms/plane_passes.h"
 #include "tests/device/exact_transform.h"
 
-namespace zeph::tests {
+namespace zeph::test {
 namespace {
 
 using cpu::InstructionSet;
@@ -174,4 +174,4 @@ TEST(LineTransforms, PlansOfOneLengthShareTheirTables) {
 }
 
 }  // namespace
-}  // namespace zeph::tests
+}  // namespace zeph::test

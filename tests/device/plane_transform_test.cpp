@@ -9,8 +9,9 @@
 #include "device/cpu/thread_pool.h"
 #include "device/cpu/transforms/transform.h"
 #include "tests/device/exact_transform.h"
+#include "tests/device/requests.h"
 
-namespace zeph::tests {
+namespace zeph::test {
 namespace {
 
 using cpu::InstructionSet;
@@ -35,13 +36,10 @@ struct Planes {
   std::vector<float> memory;
 
   explicit Planes(const TransformRequest& of) : request(of) {
-    memory.assign(planeFloats() * static_cast<std::size_t>(of.batch) + guardFloats, guard);
-  }
-  std::size_t planeFloats() const {
-    return 2 * static_cast<std::size_t>(request.rowStride) * static_cast<std::size_t>(request.size);
+    memory.assign(fieldFloats(of) * static_cast<std::size_t>(of.batch) + guardFloats, guard);
   }
   std::size_t at(int plane, int row, int column) const {  // of a float
-    return planeFloats() * static_cast<std::size_t>(plane) +
+    return fieldFloats(request) * static_cast<std::size_t>(plane) +
            2 * static_cast<std::size_t>(request.rowStride) * static_cast<std::size_t>(row) +
            static_cast<std::size_t>(column);
   }
@@ -74,20 +72,6 @@ struct Planes {
 std::string name(const TransformRequest& request) {
   return "size " + std::to_string(request.size) + " stride " + std::to_string(request.rowStride) +
          " cutoff " + std::to_string(request.cutoff) + " batch " + std::to_string(request.batch);
-}
-
-TransformRequest requestOf(int size, int rowStride, int cutoff, int batch, bool real = true) {
-  TransformRequest request;
-  request.size = size;
-  request.rowStride = rowStride;
-  request.cutoff = cutoff;
-  request.batch = batch;
-  request.realToComplex = real;
-  return request;
-}
-
-int paddedStride(int size) {
-  return (size / 2 + 8) / 8 * 8;
 }
 
 // Row-major n x n planes of real or complex noise.
@@ -343,4 +327,4 @@ TEST(PlaneTransforms, ImpossibleRequestsAreRefused) {
 }
 
 }  // namespace
-}  // namespace zeph::tests
+}  // namespace zeph::test

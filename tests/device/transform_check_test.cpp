@@ -9,33 +9,21 @@
 #include <string>
 #include <vector>
 
+#include "tests/device/requests.h"
+
 namespace zeph {
 namespace {
-
-TransformRequest requestOf(int size, int rowStride, int cutoff, int batch, bool isReal = true) {
-  TransformRequest request;
-  request.size = size;
-  request.rowStride = rowStride;
-  request.cutoff = cutoff;
-  request.batch = batch;
-  request.realToComplex = isReal;
-  return request;
-}
 
 // The shapes that a solver of resolution n has.
 TransformRequest padded(int n, int batch) {
   const int m = 3 * n / 2;
-  return requestOf(m, (m / 2 + 8) / 8 * 8, n / 2, batch);
+  return test::requestOf(m, test::paddedStride(m), n / 2, batch);
 }
 TransformRequest grid(int n, int batch) {
-  return requestOf(n, n / 2 + 1, 0, batch);
+  return test::requestOf(n, n / 2 + 1, 0, batch);
 }
 TransformRequest complex(int n, int batch) {
-  return requestOf(n, n, 0, batch, false);
-}
-
-std::size_t fieldFloats(const TransformRequest& request) {
-  return 2 * static_cast<std::size_t>(request.rowStride) * static_cast<std::size_t>(request.size);
+  return test::requestOf(n, n, 0, batch, false);
 }
 
 struct Owned {
@@ -110,7 +98,8 @@ TEST(TransformCheck, AcceptsATransformThatLeavesNothingOut) {
 
 TEST(TransformCheck, WorksInTheMemoryThatItIsGiven) {
   TransformRequest request = padded(18, 2);
-  std::vector<float> memory(2 * fieldFloats(request) + 1, std::numeric_limits<float>::quiet_NaN());
+  std::vector<float> memory(2 * test::fieldFloats(request) + 1,
+                            std::numeric_limits<float>::quiet_NaN());
   memory.back() = 12345.0f;
   request.scratch = memory.data();
   const void* seen = nullptr;
@@ -132,7 +121,7 @@ TEST(TransformCheck, RejectsTheWrongDirection) {
 
 TEST(TransformCheck, RejectsEitherDirectionIfItScales) {
   forEachRequest(someRequests(), [](const TransformRequest& request) {
-    const std::size_t count = fieldFloats(request) * static_cast<std::size_t>(request.batch);
+    const std::size_t count = test::fieldFloats(request) * static_cast<std::size_t>(request.batch);
     const float samples = static_cast<float>(request.size * request.size);
     for (const bool scalesInverse : {false, true}) {
       for (const float factor : {1 / samples, 1.01f, -1.0f, 0.0f}) {
@@ -152,7 +141,7 @@ TEST(TransformCheck, RejectsEitherDirectionIfItScales) {
 
 TEST(TransformCheck, RejectsAnExchangeOfFields) {
   forEachRequest({padded(16, 2), grid(18, 3), complex(16, 4)}, [](const TransformRequest& request) {
-    const auto field = static_cast<std::ptrdiff_t>(fieldFloats(request));
+    const auto field = static_cast<std::ptrdiff_t>(test::fieldFloats(request));
     const std::ptrdiff_t last = request.batch - 1;
     for (const bool inInverse : {false, true}) {
       EXPECT_FALSE(isRightWith(request, [=](Transform* transform, float* floats, bool isInverse) {

@@ -14,19 +14,6 @@ namespace {
 constexpr const char* refusal = "Invalid steps or endpoint.";
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-Config stepping(float fixedStep) {
-  Config config = test::configOf(16);
-  config.fixed_dt = fixedStep;
-  return config;
-}
-
-// The time that a clock of two floats holds for an endpoint.
-double asPair(double end) {
-  const float high = static_cast<float>(end);
-  const float low = static_cast<float>(end - static_cast<double>(high));
-  return static_cast<double>(low) + static_cast<double>(high);
-}
-
 TEST(Advance, RefusesNegativeCountsAndTimesThatAreNone) {
   Solver solver(test::configOf(16));
   const std::vector<V2> before = solver.spectrum();
@@ -67,7 +54,7 @@ TEST(Advance, CountsStepsAndTime) {
 }
 
 TEST(Advance, AnEndThatIsReachedInsideABatchStopsTheFlow) {
-  Solver solver(stepping(0.0078125f));
+  Solver solver(test::fixedStep(0.0078125f));
   const Statistics stats = solver.advance(1000, 10 * 0.0078125);
   EXPECT_EQ(stats.steps, 10u);
   EXPECT_EQ(stats.time, 10 * 0.0078125);
@@ -76,9 +63,9 @@ TEST(Advance, AnEndThatIsReachedInsideABatchStopsTheFlow) {
 
 TEST(Advance, TheLastStepIsCutToLandOnTheEnd) {
   for (const double end : {0.1, 1.0 / 3.0, 0.0500001}) {
-    Solver solver(stepping(0.03f));
+    Solver solver(test::fixedStep(0.03f));
     const Statistics stats = solver.advance(1000, end);
-    EXPECT_EQ(stats.time, asPair(end));
+    EXPECT_EQ(stats.time, test::asPair(end));
     EXPECT_EQ(stats.steps, static_cast<std::uint64_t>(std::ceil(end / 0.03)));
     EXPECT_LT(stats.dt, 0.03f);
   }
@@ -87,7 +74,7 @@ TEST(Advance, TheLastStepIsCutToLandOnTheEnd) {
 TEST(Advance, AnAdaptiveFlowLandsOnTheEndToo) {
   for (const Integrator integrator : test::integrators) {
     Solver solver(test::configOf(16, integrator));
-    EXPECT_EQ(solver.advance(100000, 3.7).time, asPair(3.7));
+    EXPECT_EQ(solver.advance(100000, 3.7).time, test::asPair(3.7));
     // The cut step leaves no trace in the rule.
     const float cut = solver.lastStats().dt;
     EXPECT_GT(solver.advance(1).dt, cut);
@@ -95,14 +82,14 @@ TEST(Advance, AnAdaptiveFlowLandsOnTheEndToo) {
 }
 
 TEST(Advance, TheStepsMayEndBeforeTheTime) {
-  Solver solver(stepping(0.01f));
+  Solver solver(test::fixedStep(0.01f));
   const Statistics stats = solver.advance(5, 100.0);
   EXPECT_EQ(stats.steps, 5u);
   EXPECT_NEAR(stats.time, 0.05, 1e-8);
 }
 
 TEST(Advance, AtTheEndAlreadyItReturnsAtOnce) {
-  Solver solver(stepping(0.03f));
+  Solver solver(test::fixedStep(0.03f));
   const Statistics first = solver.advance(1000, 0.1);
   const std::vector<V2> before = solver.spectrum();
   for (const double end : {0.1, first.time, 0.05, 0.0}) {
@@ -120,11 +107,11 @@ TEST(Advance, AnEndAtZeroIsReachedFromTheStart) {
 }
 
 TEST(Advance, AnEndJustAheadIsOneShortStep) {
-  Solver solver(stepping(0.0625f));
+  Solver solver(test::fixedStep(0.0625f));
   solver.advance(16);
   const Statistics stats = solver.advance(100, 1.0 + 1e-9);
   EXPECT_EQ(stats.steps, 17u);
-  EXPECT_EQ(stats.time, asPair(1.0 + 1e-9));
+  EXPECT_EQ(stats.time, test::asPair(1.0 + 1e-9));
   EXPECT_NEAR(stats.dt, 1e-9f, 1e-15f);
 }
 
@@ -132,7 +119,7 @@ TEST(Advance, ATinyEndIsReached) {
   Solver solver(test::configOf(16));
   const Statistics stats = solver.advance(10, 1e-30);
   EXPECT_EQ(stats.steps, 1u);
-  EXPECT_EQ(stats.time, asPair(1e-30));
+  EXPECT_EQ(stats.time, test::asPair(1e-30));
 }
 
 TEST(Advance, AnEndBelowTheNumbersOfTheClockTakesNoStepAndNoTime) {
@@ -156,7 +143,7 @@ TEST(Advance, HowStepsAreSharedOutOverCallsDoesNotMatter) {
 }
 
 TEST(Advance, AnEndBeyondTheFirstBatchIsMet) {
-  Solver solver(stepping(0.0078125f));
+  Solver solver(test::fixedStep(0.0078125f));
   const Statistics stats = solver.advance(2000, 600 * 0.0078125);
   EXPECT_EQ(stats.steps, 600u);
   EXPECT_EQ(stats.time, 600 * 0.0078125);

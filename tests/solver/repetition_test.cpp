@@ -6,38 +6,15 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/bits.h"
 #include "tests/support/devices.h"
 #include "tests/support/flows.h"
+#include "tests/support/outcome.h"
 #include "tests/support/processors.h"
 
 namespace zeph {
 namespace {
 
-struct Outcome {
-  std::vector<V2> spectrum;
-  std::vector<float> fields;
-  Statistics statistics;
-};
-
-Outcome outcomeOf(Solver& solver, int steps) {
-  solver.advance(steps);
-  Outcome outcome;
-  outcome.statistics = solver.inspect();
-  outcome.spectrum = solver.spectrum();
-  outcome.fields = solver.copyFields(*solver.snapshot(true));
-  return outcome;
-}
-
-void expectSame(const Outcome& a, const Outcome& b) {
-  EXPECT_TRUE(test::sameBits(a.spectrum, b.spectrum));
-  EXPECT_TRUE(test::sameBits(a.fields, b.fields));
-  EXPECT_EQ(a.statistics.time, b.statistics.time);
-  EXPECT_EQ(a.statistics.dt, b.statistics.dt);
-  EXPECT_EQ(a.statistics.energy, b.statistics.energy);
-  EXPECT_EQ(a.statistics.enstrophy, b.statistics.enstrophy);
-  EXPECT_EQ(a.statistics.palinstrophy, b.statistics.palinstrophy);
-}
+using test::Outcome;
 
 TEST(Repetition, AFlowIsTheSameOnEveryInstructionSetAndThreadCount) {
   for (const int n : {16, 18, 34, 64, 150}) {
@@ -47,10 +24,10 @@ TEST(Repetition, AFlowIsTheSameOnEveryInstructionSetAndThreadCount) {
                                         << ", " << static_cast<int>(operatorKind));
         const Config config = test::configOf(n, integrator, operatorKind);
         Solver usual(config);
-        const Outcome expected = outcomeOf(usual, 6);
+        const Outcome expected = test::outcomeOf(usual, 6);
         test::onEveryProcessor([&] {
           Solver solver(config);
-          expectSame(outcomeOf(solver, 6), expected);
+          test::expectSame(test::outcomeOf(solver, 6), expected);
         });
       }
     }
@@ -60,10 +37,10 @@ TEST(Repetition, AFlowIsTheSameOnEveryInstructionSetAndThreadCount) {
 TEST(Repetition, SamplesStartTheSameFlowEverywhere) {
   const std::vector<float> samples = test::wave(50, 3, 4, 1.5);
   Solver usual(test::configOf(50), samples);
-  const Outcome expected = outcomeOf(usual, 3);
+  const Outcome expected = test::outcomeOf(usual, 3);
   test::onEveryProcessor([&] {
     Solver solver(test::configOf(50), samples);
-    expectSame(outcomeOf(solver, 3), expected);
+    test::expectSame(test::outcomeOf(solver, 3), expected);
   });
 }
 
@@ -82,20 +59,20 @@ TEST(Repetition, FlowsSideBySideOnTheirThreadsDoNotDisturbEachOther) {
       test::selectProcessor();
       Solver solver(configOf(k));
       for (int part = 0; part < 9; ++part) solver.advance(5);
-      together[k] = outcomeOf(solver, 5);
+      together[k] = test::outcomeOf(solver, 5);
     });
   }
   for (std::thread& thread : threads) thread.join();
   for (std::size_t k = 0; k < flows; ++k) {
     Solver solver(configOf(k));
-    expectSame(outcomeOf(solver, 50), together[k]);
+    test::expectSame(test::outcomeOf(solver, 50), together[k]);
   }
 }
 
 TEST(Repetition, ASolverMayMoveFromThreadToThread) {
   const Config config = test::configOf(34);
   Solver still(config);
-  const Outcome expected = outcomeOf(still, 12);
+  const Outcome expected = test::outcomeOf(still, 12);
   std::unique_ptr<Solver> moving;
   std::thread([&] {
     test::selectProcessor();
@@ -104,8 +81,8 @@ TEST(Repetition, ASolverMayMoveFromThreadToThread) {
   for (int k = 0; k < 4; ++k) std::thread([&] { moving->advance(2); }).join();
   moving->advance(2);
   Outcome outcome;
-  std::thread([&] { outcome = outcomeOf(*moving, 2); }).join();
-  expectSame(outcome, expected);
+  std::thread([&] { outcome = test::outcomeOf(*moving, 2); }).join();
+  test::expectSame(outcome, expected);
   std::thread([&] { moving.reset(); }).join();
 }
 

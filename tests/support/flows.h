@@ -43,6 +43,19 @@ inline std::vector<float> still(int n) {
   return std::vector<float>(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 2.5f);
 }
 
+inline Config fixedStep(float step, Integrator integrator = Integrator::etdrk4) {
+  Config config = configOf(16, integrator);
+  config.fixed_dt = step;
+  return config;
+}
+
+// The time that a clock of two floats holds for an endpoint.
+inline double asPair(double end) {
+  const float high = static_cast<float>(end);
+  const float low = static_cast<float>(end - static_cast<double>(high));
+  return static_cast<double>(low) + static_cast<double>(high);
+}
+
 // A flow whose first step throws it out of the range of numbers.
 inline Config explosive(int n) {
   Config config = configOf(n);
@@ -70,8 +83,5 @@ template <class Action>
 std::string badArgument(Action action) {
   return failureOf<std::invalid_argument>(action);
 }
-
-constexpr const char* latched =
-    "The flow became non-finite or a GPU operation failed. Reset to recover.";
 
 }  // namespace zeph::test
