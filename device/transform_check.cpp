@@ -188,13 +188,15 @@ struct Scratch {
 
 }  // namespace
 
-bool transformIsRight(Transform* transform, int (*append)(Transform*, void*, bool),
-                      const TransformRequest& request) {
+TransformTrial tryTransform(Transform* transform, int (*append)(Transform*, void*, bool),
+                            const TransformRequest& request) {
   const Scratch scratch(request);
   Check modes(request, static_cast<Complex*>(scratch.buffer));
   modes.writeModes();
-  if (append(transform, scratch.buffer, true) != 0 || !modes.physicalRowsAreRight()) return false;
-  return append(transform, scratch.buffer, false) == 0 && modes.spectralRowsAreRight();
+  const int inverse = append(transform, scratch.buffer, true);
+  if (inverse != 0 || !modes.physicalRowsAreRight()) return {.code = inverse};
+  const int forward = append(transform, scratch.buffer, false);
+  return {.code = forward, .isRight = forward == 0 && modes.spectralRowsAreRight()};
 }
 
 }  // namespace zeph

@@ -120,18 +120,17 @@ int build(const TransformRequest& request, std::unique_ptr<Application>& applica
 }
 
 // Some releases have wrong results for large lengths where a band is not transformed. Without the
-// band nothing is left out, and the kernels leave zeros there anyway.
+// band nothing is left out, and the kernels leave zeros there anyway. VkFFT's code, 0 for success.
 int buildRight(const TransformRequest& request, std::unique_ptr<Application>& application) {
-  const auto isRight = [&] {
-    return transformIsRight(reinterpret_cast<Transform*>(application.get()), appendTransform,
-                            request);
-  };
-  int code = build(request, application);
-  if (code != VKFFT_SUCCESS || isRight()) return code;
-  TransformRequest whole = request;
-  whole.cutoff = 0;
-  code = build(whole, application);
-  if (code != VKFFT_SUCCESS || isRight()) return code;
+  for (const int cutoff : {request.cutoff, 0}) {
+    TransformRequest candidate = request;
+    candidate.cutoff = cutoff;
+    const int built = build(candidate, application);
+    if (built != VKFFT_SUCCESS) return built;
+    const TransformTrial trial =
+        tryTransform(reinterpret_cast<Transform*>(application.get()), appendTransform, request);
+    if (trial.code != VKFFT_SUCCESS || trial.isRight) return trial.code;
+  }
   throw std::runtime_error("VkFFT CUDA plan N=" + std::to_string(request.size) +
                            " batch=" + std::to_string(request.batch) + " has wrong results.");
 }

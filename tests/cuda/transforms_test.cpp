@@ -184,7 +184,7 @@ TEST_F(GpuPlans, ThatCannotBeMadeSayWhichAndWhy) {
   const CudaQueue queue;
   const emulation::Holdings before = emulation::holdings();
   for (const char* function : {"nvrtcCreateProgram", "nvrtcCompileProgram", "nvrtcGetPTX",
-                               "cuModuleLoadDataEx", "cuModuleGetFunction"}) {
+                               "cuModuleLoadDataEx", "cuModuleGetFunction", "cuLaunchKernel"}) {
     SCOPED_TRACE(function);
     FftPlan plan = grid(18).planOn(queue.value);
     emulation::failNext(function, ::cudaErrorUnknown);
@@ -193,6 +193,34 @@ TEST_F(GpuPlans, ThatCannotBeMadeSayWhichAndWhy) {
     EXPECT_EQ(plan.applicationCount(), 0u);
     EXPECT_EQ(emulation::holdings(), before);
     EXPECT_NE(plan.application(3), nullptr);  // the next one succeeds
+  }
+}
+
+// A failure says nothing against leaving the band out.
+TEST_F(GpuPlans, ThatFailWhileTheyAreTriedAreNotMadeInAnotherWay) {
+  const CudaQueue queue;
+  const auto kernelsMade = [&](const auto& make) {
+    const long before = emulation::callsOf("nvrtcCompileProgram");
+    make();
+    return emulation::callsOf("nvrtcCompileProgram") - before;
+  };
+  FftPlan plan = padded(16).planOn(queue.value);
+  const long usual = kernelsMade([&] { plan.application(1); });
+  const long before = emulation::callsOf("cuLaunchKernel");
+  plan.application(2);
+  const long launches = emulation::callsOf("cuLaunchKernel") - before;
+  ASSERT_GT(launches, 1);
+  for (int passes = 0; passes < launches; ++passes) {
+    SCOPED_TRACE(passes);
+    FftPlan failing = padded(16).planOn(queue.value);
+    emulation::failNext("cuLaunchKernel", ::cudaErrorLaunchOutOfResources, passes);
+    const long made = kernelsMade([&] {
+      EXPECT_EQ(test::runtimeFailure([&] { failing.application(2); }),
+                "VkFFT CUDA plan N=24 batch=2 failed: 4039");
+    });
+    EXPECT_EQ(made, usual);
+    EXPECT_EQ(failing.applicationCount(), 0u);
+    EXPECT_NE(failing.application(2), nullptr);
   }
 }
 

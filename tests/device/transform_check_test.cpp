@@ -37,9 +37,15 @@ struct Owned {
   Transform* transform = nullptr;
 };
 
+bool isRight(Transform* transform, const TransformRequest& request) {
+  const TransformTrial trial = tryTransform(transform, transformAppend, request);
+  EXPECT_EQ(trial.code, 0);
+  return trial.isRight;
+}
+
 bool isRight(const TransformRequest& request) {
   const Owned made(request);
-  return transformIsRight(made.transform, transformAppend, request);
+  return isRight(made.transform, request);
 }
 
 // A transform that goes wrong: what is done in place of the right one, to the floats of the buffer.
@@ -50,10 +56,16 @@ int appendWithFault(Transform* transform, void* buffer, bool isInverse) {
   return fault(transform, static_cast<float*>(buffer), isInverse);
 }
 
-bool isRightWith(const TransformRequest& request, Append append) {
+TransformTrial trialWith(const TransformRequest& request, Append append) {
   const Owned made(request);
   fault = std::move(append);
-  return transformIsRight(made.transform, appendWithFault, request);
+  return tryTransform(made.transform, appendWithFault, request);
+}
+
+bool isRightWith(const TransformRequest& request, Append append) {
+  const TransformTrial trial = trialWith(request, std::move(append));
+  EXPECT_EQ(trial.code, 0);
+  return trial.isRight;
 }
 
 int right(Transform* transform, float* floats, bool isInverse) {
@@ -93,7 +105,7 @@ TEST(TransformCheck, AcceptsATransformThatLeavesNothingOut) {
   TransformRequest whole = request;
   whole.cutoff = 0;
   const Owned made(whole);
-  EXPECT_TRUE(transformIsRight(made.transform, transformAppend, request));
+  EXPECT_TRUE(isRight(made.transform, request));
 }
 
 TEST(TransformCheck, WorksInTheMemoryThatItIsGiven) {
@@ -158,7 +170,7 @@ TEST(TransformCheck, RejectsAFieldThatIsLeftOut) {
     TransformRequest fewer = request;
     fewer.batch = request.batch - 1;
     const Owned made(fewer);
-    EXPECT_FALSE(transformIsRight(made.transform, transformAppend, request));
+    EXPECT_FALSE(isRight(made.transform, request));
   });
 }
 
@@ -168,7 +180,7 @@ TEST(TransformCheck, RejectsABandThatIsCutTooWide) {
     TransformRequest wider = request;
     wider.cutoff = request.cutoff - 1;
     const Owned made(wider);
-    EXPECT_FALSE(transformIsRight(made.transform, transformAppend, request)) << n;
+    EXPECT_FALSE(isRight(made.transform, request)) << n;
   }
 }
 
@@ -211,13 +223,24 @@ TEST(TransformCheck, RejectsWhatIsNoNumber) {
   });
 }
 
-TEST(TransformCheck, RejectsATransformThatDoesNothingOrFails) {
+TEST(TransformCheck, RejectsATransformThatDoesNothing) {
   forEachRequest(someRequests(), [](const TransformRequest& request) {
     EXPECT_FALSE(isRightWith(request, [](Transform*, float*, bool) { return 0; }));
+  });
+}
+
+TEST(TransformCheck, TellsTheCodeOfATransformThatFailsAndTriesNoMore) {
+  forEachRequest(someRequests(), [](const TransformRequest& request) {
     for (const bool inInverse : {false, true}) {
-      EXPECT_FALSE(isRightWith(request, [=](Transform* transform, float* floats, bool isInverse) {
-        return isInverse == inInverse ? 7 : right(transform, floats, isInverse);
-      }));
+      int calls = 0;
+      const TransformTrial trial =
+          trialWith(request, [&](Transform* transform, float* floats, bool isInverse) {
+            ++calls;
+            return isInverse == inInverse ? 7 : right(transform, floats, isInverse);
+          });
+      EXPECT_EQ(trial.code, 7);
+      EXPECT_FALSE(trial.isRight);
+      EXPECT_EQ(calls, inInverse ? 1 : 2);
     }
   });
 }
