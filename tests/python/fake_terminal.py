@@ -7,6 +7,7 @@ import os
 import pty
 import re
 import select
+import signal
 import struct
 import subprocess
 import termios
@@ -113,7 +114,7 @@ class TerminalProcess:
             stdout=self._terminal,
             stderr=self._terminal,
             start_new_session=True,
-            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
+            preexec_fn=_take_terminal,
         )
 
     def resize(self, columns: int, lines: int) -> None:
@@ -156,3 +157,10 @@ class TerminalProcess:
         self.process.wait()
         os.close(self._host)
         os.close(self._terminal)
+
+
+def _take_terminal() -> None:
+    """In the new process: the terminal is its own, and no signal is ignored, as under nohup."""
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM, signal.SIGTSTP):
+        signal.signal(number, signal.SIG_DFL)
