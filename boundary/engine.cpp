@@ -50,8 +50,8 @@ void exportPicture(const std::shared_ptr<const Frame>& frame, const std::string&
                    const Json& request) {
   Renderer renderer(deviceId);
   const std::uint32_t pixels = readPictureSize(request);
-  readBoolean(request, "flow", false);  // an engine's booleans are never null
   const DisplaySettings settings = readDisplaySettings(request, DisplaySettings{});
+  readBoolean(request, "flow", false);  // an engine's booleans are never null
   renderer.renderPng(frame, settings, path, pixels);
 }
 

@@ -17,6 +17,9 @@ DISPLAYS = ("vorticity", "speed", "enstrophy")
 PALETTES = ("aurora", "ember", "glacier", "inferno")
 COLOR_RANGES = ("sigma", "exposure")
 
+PIXEL_SIZES = range(1, 8193)
+DEFAULT_PIXEL_SIZE = 1800
+
 Record = TypeVar("Record")
 
 
@@ -40,6 +43,44 @@ def default_reynolds(resolution: int, k0: int) -> float:
     """A Reynolds number whose smallest eddies a grid of ``resolution`` just resolves."""
     exponent = 1.06624 * math.log10(resolution) - 0.083911 * math.log10(k0) + 1.286396
     return float(10.0**exponent)
+
+
+@dataclass(frozen=True)
+class PictureSettings:
+    """The choice of picture: the members that ``Engine.export`` and ``View.set`` take.
+
+    Names are checked when a record is made, so that a long run does not end at a wrong one. The
+    library brings numbers out of range into it.
+    """
+
+    display: str = "vorticity"
+    """One of ``DISPLAYS``."""
+    palette: str = "ember"
+    """One of ``PALETTES``."""
+    color_range: str = "sigma"
+    """One of ``COLOR_RANGES``; matters to the vorticity only."""
+    exposure: float = 1.2
+    """Gain of the compressive curves, 0.25 to 3."""
+    sigma: float = 2.5
+    """Multiple of the standard deviation that fills the "sigma" range, 1.5 to 3.5."""
+    flow: bool = False
+    """Whether flow lines are drawn over the picture."""
+
+    def __post_init__(self) -> None:
+        for key, names in (
+            ("display", DISPLAYS),
+            ("palette", PALETTES),
+            ("color_range", COLOR_RANGES),
+        ):
+            if getattr(self, key) not in names:
+                raise ValueError(f"Unknown {key}: {getattr(self, key)}")
+        for key in ("exposure", "sigma"):
+            if not math.isfinite(getattr(self, key)):
+                raise ValueError(f"Non-finite {key}")
+
+    @property
+    def needs_velocity(self) -> bool:
+        return self.flow or self.display == "speed"
 
 
 @dataclass(frozen=True)

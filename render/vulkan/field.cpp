@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "device/check.h"
+#include "solver/resources.h"
 
 namespace zeph::vulkan {
 namespace {
@@ -26,36 +27,46 @@ Interop::Interop(int descriptor, std::size_t bytes) {
   zeph::check(result, "cudaImportExternalMemory(&interop,&description)");
 }
 
-Interop::Interop(Interop&& other) noexcept : memory_(std::exchange(other.memory_, nullptr)) {}
+Interop::Interop(Interop&& other) noexcept
+    : memory_(std::exchange(other.memory_, nullptr)),
+      pointer_(std::exchange(other.pointer_, nullptr)) {}
 
 Interop& Interop::operator=(Interop&& other) noexcept {
   std::swap(memory_, other.memory_);
+  std::swap(pointer_, other.pointer_);
   return *this;
 }
 
 Interop::~Interop() {
+  if (pointer_ != nullptr) cudaFree(pointer_);
   if (memory_ != nullptr) cudaDestroyExternalMemory(memory_);
 }
 
-void* Interop::pointer(std::size_t bytes) const {
-  void* pointer = nullptr;
-  zeph::check(cudaExternalMemoryGetMappedBuffer(&pointer, memory_, bytes),
-              "cudaExternalMemoryGetMappedBuffer(&pointer,interop,&range)");
-  return pointer;
+void* Interop::map(std::size_t bytes) {
+  if (pointer_ == nullptr)
+    zeph::check(cudaExternalMemoryGetMappedBuffer(&pointer_, memory_, bytes),
+                "cudaExternalMemoryGetMappedBuffer(&pointer,interop,&range)");
+  return pointer_;
 }
 
-Field::Field(const Device& device) : device_(device), isShared_(!deviceIsSynchronous()) {
+Field::Field(const Device& device)
+    : device_(device), computeDevice_(selectedDevice()), isShared_(!deviceIsSynchronous()) {
   zeph::check(cudaStreamCreateWithFlags(&copyStream_, streamNonBlocking),
               "cudaStreamCreateWithFlags(&copyStream,cudaStreamNonBlocking)");
 }
 
 Field::~Field() {
+  const DeviceScope scope(computeDevice_);
+  cudaStreamSynchronize(copyStream_);  // a copy that failed may have left others under way
+  pieces_.clear();
   cudaStreamDestroy(copyStream_);
 }
 
 void Field::transfer(const std::shared_ptr<const Frame>& frame) {
-  if (frame == currentFrame_) return;
+  if (frame == currentFrame_ && (isWhole_ || !frame)) return;
   if (!frame) throw std::runtime_error("No completed field to render.");
+  const DeviceScope scope(computeDevice_);
+  isWhole_ = false;
   if (frame->gridSize != grid_) {
     recreate(bytesOf(*frame));
     grid_ = frame->gridSize;
@@ -69,6 +80,7 @@ void Field::transfer(const std::shared_ptr<const Frame>& frame) {
   }
   zeph::check(cudaStreamSynchronize(copyStream_), "cudaStreamSynchronize(copyStream)");
   currentFrame_ = frame;
+  isWhole_ = true;
 }
 
 std::vector<VkBuffer> Field::buffers() const {
@@ -103,7 +115,7 @@ Field::Piece Field::makePiece(std::size_t bytes) const {
                                   .step = "Create shared CUDA field"});
   if (isShared_) {
     piece.interop = share(piece.buffer);
-    piece.pointer = piece.interop.pointer(bytes);
+    piece.pointer = piece.interop.map(bytes);
   } else {
     piece.pointer = map(device_, piece.buffer, "Map shared field");
   }

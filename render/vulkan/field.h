@@ -24,10 +24,12 @@ class Interop {
   Interop& operator=(Interop&& other) noexcept;
   ~Interop();
 
-  void* pointer(std::size_t bytes) const;
+  // Where CUDA finds its beginning, from the first call on as long as it lives.
+  void* map(std::size_t bytes);
 
  private:
   cudaExternalMemory_t memory_ = nullptr;
+  void* pointer_ = nullptr;
 };
 
 // The most pieces that the shaders read, and the length of each but the last: no device has less.
@@ -36,14 +38,14 @@ constexpr std::size_t bytesOfPiece = std::size_t{1} << 27;
 
 class Field {
  public:
-  // For the frames of the device that the calling thread has selected.
+  // For the frames of the device that the calling thread has selected; later it may select others.
   explicit Field(const Device& device);
   ~Field();
   Field(const Field&) = delete;
   Field& operator=(const Field&) = delete;
 
   // Waits until the copy is there. Nothing is done for the frame that is there already. Raises
-  // std::runtime_error; the frame before is kept then.
+  // std::runtime_error; the frame before is kept then, and is copied anew when it is asked for.
   void transfer(const std::shared_ptr<const Frame>& frame);
 
   // Whether the planes stand in more than one buffer.
@@ -65,10 +67,12 @@ class Field {
   Interop share(const Buffer& buffer) const;
 
   const Device& device_;
+  int computeDevice_;
   bool isShared_;
   cudaStream_t copyStream_ = nullptr;
   std::vector<Piece> pieces_;
   std::int32_t grid_ = 0;
+  bool isWhole_ = false;  // whether all of the current frame is there
   std::shared_ptr<const Frame> currentFrame_;
 };
 

@@ -1,5 +1,7 @@
 #include "render/vulkan/target.h"
 
+#include <algorithm>
+
 #include "render/vulkan/buffer.h"
 
 namespace zeph::vulkan {
@@ -13,8 +15,18 @@ constexpr VkPipelineStageFlags everything = VK_PIPELINE_STAGE_ALL_COMMANDS_BIT;
 constexpr VkImageSubresourceRange whole = {
     .aspectMask = VK_IMAGE_ASPECT_COLOR_BIT, .levelCount = 1, .layerCount = 1};
 
+// Drivers need not check what they are asked for.
+void checkSize(const Device& device, std::uint32_t width, std::uint32_t height) {
+  const VkPhysicalDeviceLimits& limits = device.limits();
+  const std::uint32_t widest = std::min(limits.maxImageDimension2D, limits.maxFramebufferWidth);
+  const std::uint32_t highest = std::min(limits.maxImageDimension2D, limits.maxFramebufferHeight);
+  if (width == 0 || height == 0 || width > widest || height > highest)
+    check(VK_ERROR_FEATURE_NOT_PRESENT, imageStep);
+}
+
 Owned<VkImage> makeImage(const Device& device, std::uint32_t width, std::uint32_t height,
                          VkFormat format) {
+  checkSize(device, width, height);
   const VkImageCreateInfo info = {
       .sType = VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO,
       .imageType = VK_IMAGE_TYPE_2D,
@@ -105,7 +117,8 @@ Texels Image::read(const Device& device, Commands& commands) const {
   const VkBufferImageCopy region = {
       .imageSubresource = {.aspectMask = VK_IMAGE_ASPECT_COLOR_BIT, .layerCount = 1},
       .imageExtent = {width_, height_, 1}};
-  const VkImageMemoryBarrier toRead = barrier(attachment, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
+  const VkImageMemoryBarrier toRead = barrier(isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED,
+                                              VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
   const VkImageMemoryBarrier toDraw = barrier(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, attachment);
   const VkMemoryBarrier toHost = {.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER,
                                   .srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT,

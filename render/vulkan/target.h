@@ -22,7 +22,7 @@ class Image {
 
   // Makes it the attachment of the pass, before the pass begins.
   void prepare(const Device& device, VkCommandBuffer commands);
-  // Of an image that has been drawn.
+  // Whatever they are, before something is drawn.
   Texels read(const Device& device, Commands& commands) const;
 
  private:
