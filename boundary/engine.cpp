@@ -8,6 +8,8 @@
 #include "boundary/config.h"
 #include "boundary/display_settings.h"
 #include "boundary/reports.h"
+#include "boundary/system_description.h"
+#include "render/renderer.h"
 #include "solver/raw_files.h"
 
 namespace zeph {
@@ -43,13 +45,14 @@ Json reset(Solver& solver, const Json& request) {
   return statisticsReport(solver.inspect());
 }
 
-// The frame and the path await a renderer; what the request says of the picture is checked already.
-void exportPicture(const Frame& /*frame*/, const std::string& /*path*/, const Json& request) {
-  const auto pixels = readInteger(request, "pixel_size", 1800);
-  if (pixels < 1 || pixels > 8192) throw std::invalid_argument("PNG size must be 1 through 8192.");
-  readDisplaySettings(request, DisplaySettings{});
+// Once there is a renderer, what the request says of the picture is read.
+void exportPicture(const std::shared_ptr<const Frame>& frame, const std::string& path,
+                   const Json& request) {
+  Renderer renderer(deviceId);
+  const std::uint32_t pixels = readPictureSize(request);
+  const DisplaySettings settings = readDisplaySettings(request, DisplaySettings{});
   readBoolean(request, "flow", false);  // an engine's booleans are never null
-  throw std::runtime_error("This build cannot draw pictures.");
+  renderer.renderPng(frame, settings, path, pixels);
 }
 
 Json exportFiles(Solver& solver, const Json& request) {
@@ -59,7 +62,7 @@ Json exportFiles(Solver& solver, const Json& request) {
   const auto frame = solver.snapshot(readBoolean(request, "include_velocity", true));
   if (!frame) throw std::runtime_error("No snapshot slot.");
   if (const auto path = readPath(request, "fields")) writeRawFile(*path, solver.copyFields(*frame));
-  if (const auto path = readPath(request, "png")) exportPicture(*frame, *path, request);
+  if (const auto path = readPath(request, "png")) exportPicture(frame, *path, request);
   return snapshotReport(*frame);
 }
 

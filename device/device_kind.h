@@ -26,6 +26,11 @@ struct DeviceKind {
                            cudaStream_t stream);
   cudaError_t (*setAsync)(void* to, int value, std::size_t bytes, cudaStream_t stream);
 
+  cudaError_t (*importMemory)(cudaExternalMemory_t* memory,
+                              const cudaExternalMemoryHandleDesc* description);
+  cudaError_t (*mapMemory)(void** pointer, cudaExternalMemory_t memory, std::size_t bytes);
+  cudaError_t (*releaseMemory)(cudaExternalMemory_t memory);
+
   cudaError_t (*createStream)(cudaStream_t* stream, unsigned flags);
   cudaError_t (*synchronizeStream)(cudaStream_t stream);
   cudaError_t (*destroyStream)(cudaStream_t stream);

@@ -124,6 +124,20 @@ cudaError_t cudaMemsetAsync(void* to, int value, std::size_t bytes, cudaStream_t
   return selectedKind().setAsync(to, value, bytes, stream);
 }
 
+cudaError_t cudaImportExternalMemory(cudaExternalMemory_t* memory,
+                                     const cudaExternalMemoryHandleDesc* description) {
+  return selectedKind().importMemory(memory, description);
+}
+
+cudaError_t cudaExternalMemoryGetMappedBuffer(void** pointer, cudaExternalMemory_t memory,
+                                              std::size_t bytes) {
+  return selectedKind().mapMemory(pointer, memory, bytes);
+}
+
+cudaError_t cudaDestroyExternalMemory(cudaExternalMemory_t memory) {
+  return selectedKind().releaseMemory(memory);
+}
+
 cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned flags) {
   return selectedKind().createStream(stream, flags);
 }

@@ -33,8 +33,13 @@ struct dim3 {
   unsigned x = 1, y = 1, z = 1;
 };
 
+struct cudaUUID_t {
+  char bytes[16] = {};
+};
+
 struct cudaDeviceProp {
   char name[256] = {};
+  cudaUUID_t uuid;                 // zero for the processor
   std::size_t totalGlobalMem = 0;  // bytes
   int major = 0;                   // compute capability
   int minor = 0;
@@ -44,6 +49,14 @@ struct cudaDeviceProp {
 using cudaStream_t = struct DeviceStream*;
 using cudaEvent_t = struct DeviceEvent*;
 using cudaGraphExec_t = struct DeviceGraph*;
+using cudaExternalMemory_t = struct DeviceExternalMemory*;
+
+// Memory that another interface of the same GPU has exported, by a handle of the system (on Linux a
+// file descriptor, which belongs to the device once it has been imported).
+struct cudaExternalMemoryHandleDesc {
+  int fd = -1;
+  std::size_t size = 0;  // bytes
+};
 
 constexpr unsigned streamNonBlocking = 1;  // cudaStreamNonBlocking
 
@@ -70,6 +83,13 @@ cudaError_t cudaMemcpy(void* to, const void* from, std::size_t bytes, cudaMemcpy
 cudaError_t cudaMemcpyAsync(void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind,
                             cudaStream_t stream);
 cudaError_t cudaMemsetAsync(void* to, int value, std::size_t bytes, cudaStream_t stream);
+
+// A synchronous device does not support these: it works on memory where that is.
+cudaError_t cudaImportExternalMemory(cudaExternalMemory_t* memory,
+                                     const cudaExternalMemoryHandleDesc* description);
+cudaError_t cudaExternalMemoryGetMappedBuffer(void** pointer, cudaExternalMemory_t memory,
+                                              std::size_t bytes);
+cudaError_t cudaDestroyExternalMemory(cudaExternalMemory_t memory);
 
 cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned flags);
 cudaError_t cudaStreamSynchronize(cudaStream_t stream);

@@ -11,6 +11,9 @@ namespace zeph::platform {
 // cannot be loaded. Never unloaded.
 void* openLibrary(const std::filesystem::path& library);
 
+// The names under which the system has libraries that are used where they are found.
+const char* pngLibraryName();
+
 // The address of a function of it, or null.
 void* findFunction(void* library, const char* name);
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -27,5 +28,9 @@ void inForkedChildren(void (*action)());
 // A path from UTF-8 text. Text with an embedded NUL gives the empty path, which no file has.
 std::filesystem::path pathFromUtf8(std::string_view text);
 std::string pathToUtf8(const std::filesystem::path& path);
+
+// A new file to write bytes to, in place of one that is there. Null, with errno set, where that
+// cannot be.
+std::FILE* createFile(const std::filesystem::path& path);
 
 }  // namespace zeph::platform

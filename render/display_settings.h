@@ -20,4 +20,9 @@ struct DisplaySettings {
   bool needsVelocity() const { return display == Display::speed || flow; }
 };
 
+// The side of an exported picture in pixels.
+constexpr std::int32_t smallestPicture = 1;
+constexpr std::int32_t usualPicture = 1800;
+constexpr std::int32_t largestPicture = 8192;
+
 }  // namespace zeph

@@ -54,6 +54,8 @@ cudaError_t properties(cudaDeviceProp* properties, int ordinal) {
   *properties = {};
   static_assert(sizeof(properties->name) == sizeof(found.name));
   std::memcpy(properties->name, found.name, sizeof(found.name));
+  static_assert(sizeof(properties->uuid.bytes) == sizeof(found.uuid.bytes));
+  std::memcpy(properties->uuid.bytes, found.uuid.bytes, sizeof(found.uuid.bytes));
   properties->totalGlobalMem = found.totalGlobalMem;
   properties->major = found.major;
   properties->minor = found.minor;
@@ -68,6 +70,28 @@ bool runsKernels(int ordinal) {
          told(::cudaDeviceGetAttribute(&minor, cudaDevAttrComputeCapabilityMinor, ordinal)) ==
              cudaSuccess &&
          10 * major + minor >= oldestCapability;
+}
+
+::cudaExternalMemory_t native(cudaExternalMemory_t memory) {
+  return reinterpret_cast<::cudaExternalMemory_t>(memory);
+}
+
+cudaError_t importMemory(cudaExternalMemory_t* memory,
+                         const cudaExternalMemoryHandleDesc* description) {
+  ::cudaExternalMemoryHandleDesc handle = {};
+  handle.type = cudaExternalMemoryHandleTypeOpaqueFd;
+  handle.handle.fd = description->fd;
+  handle.size = description->size;
+  ::cudaExternalMemory_t imported = nullptr;
+  const cudaError_t result = told(::cudaImportExternalMemory(&imported, &handle));
+  *memory = reinterpret_cast<cudaExternalMemory_t>(imported);
+  return result;
+}
+
+cudaError_t mapMemory(void** pointer, cudaExternalMemory_t memory, std::size_t bytes) {
+  ::cudaExternalMemoryBufferDesc range = {};
+  range.size = bytes;
+  return told(::cudaExternalMemoryGetMappedBuffer(pointer, native(memory), &range));
 }
 
 cudaError_t launch(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
@@ -141,6 +165,12 @@ const DeviceKind deviceKind = {
     .setAsync =
         [](void* to, int value, std::size_t bytes, cudaStream_t stream) {
           return told(::cudaMemsetAsync(to, value, bytes, native(stream)));
+        },
+    .importMemory = importMemory,
+    .mapMemory = mapMemory,
+    .releaseMemory =
+        [](cudaExternalMemory_t memory) {
+          return told(::cudaDestroyExternalMemory(native(memory)));
         },
     .createStream =
         [](cudaStream_t* stream, unsigned flags) {

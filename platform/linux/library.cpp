@@ -9,6 +9,10 @@ void* openLibrary(const std::filesystem::path& library) {
   return dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
+const char* pngLibraryName() {
+  return "libpng16.so.16";
+}
+
 void* findFunction(void* library, const char* name) {
   return dlsym(library, name);
 }

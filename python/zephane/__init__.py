@@ -6,13 +6,14 @@
         figures = engine.advance(steps=1_000_000, until=4.0)
         print(figures.simulation_time, engine.inspect().enstrophy)
         vorticity = engine.fields().vorticity
+        engine.export(png="flow.png", palette="glacier")
 
     with zephane.View(resolution=512) as view:
         view.start()
         print(view.wait(lambda status: status.ready).stats)
 
 The package needs nothing but Python and the library. Where NumPy is installed, fields and spectra
-are NumPy arrays and pictures are drawn faster.
+are NumPy arrays.
 """
 
 from __future__ import annotations
@@ -20,8 +21,6 @@ from __future__ import annotations
 from ._library import ZephaneError
 from .engine import Engine, initialize
 from .fields import Fields
-from .picture import PictureSettings, render
-from .png import write_png
 from .records import (
     COLOR_RANGES,
     DISPLAYS,
@@ -32,6 +31,7 @@ from .records import (
     Canvas,
     Config,
     Performance,
+    PictureSettings,
     Snapshot,
     Statistics,
     SystemInfo,
@@ -66,6 +66,4 @@ __all__ = [
     "default_reynolds",
     "initialize",
     "radial_spectrum",
-    "render",
-    "write_png",
 ]

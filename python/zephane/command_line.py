@@ -16,15 +16,17 @@ from collections.abc import Sequence
 from . import __version__
 from ._library import ZephaneError
 from .engine import initialize
-from .picture import PictureSettings
 from .records import (
     COLOR_RANGES,
+    DEFAULT_PIXEL_SIZE,
     DISPLAYS,
     INTEGRATORS,
     OPERATORS,
     PALETTES,
+    PIXEL_SIZES,
     START_SPECTRA,
     Config,
+    PictureSettings,
 )
 from .report import describe_system
 from .run import TURNOVERS, run
@@ -189,7 +191,7 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
     output.add_argument(
         "--fields", metavar="FILE", help="write raw vorticity, u and v, 3*N*N float32"
     )
-    output.add_argument("--png", metavar="FILE", help="write a picture")
+    output.add_argument("--png", metavar="FILE", help="draw a picture; needs a Vulkan driver")
 
 
 def _add_picture(parser: argparse.ArgumentParser) -> None:
@@ -227,12 +229,13 @@ def _add_picture(parser: argparse.ArgumentParser) -> None:
         default=default.sigma,
         help="standard deviations that fill the range, 1.5 to 3.5 (default: %(default)g)",
     )
+    picture.add_argument("--flow", action="store_true", help="draw flow lines over the picture")
     picture.add_argument(
         "--pixels",
         metavar="P",
         type=int,
-        default=1800,
-        help="side of the picture, 1 to 8192 (default: %(default)d)",
+        default=DEFAULT_PIXEL_SIZE,
+        help=f"side of the picture, {PIXEL_SIZES[0]} to {PIXEL_SIZES[-1]} (default: %(default)d)",
     )
 
 

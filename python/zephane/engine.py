@@ -110,8 +110,10 @@ class Engine:
         """Let the library write files, and report the snapshot if one was taken.
 
         ``spectrum`` and ``fields`` are raw files of N² complex numbers and of 3·N² numbers, in
-        single precision; ``png`` is a picture drawn by the library. What is left out keeps the
-        library's default.
+        single precision. ``png`` is a square picture of ``pixel_size`` pixels a side, 1 to 8192;
+        the arguments after it are those of ``PictureSettings``. Drawing needs a Vulkan driver.
+        Without ``include_velocity`` the fluid counts as being at rest: its speed is dark, and
+        there are no flow lines. What is left out keeps the library's default.
         """
         report = self._call(
             "export",

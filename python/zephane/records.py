@@ -17,24 +17,26 @@ DISPLAYS = ("vorticity", "speed", "enstrophy")
 PALETTES = ("aurora", "ember", "glacier", "inferno")
 COLOR_RANGES = ("sigma", "exposure")
 
-Record = TypeVar("Record", bound="_Record")
+PIXEL_SIZES = range(1, 8193)
+DEFAULT_PIXEL_SIZE = 1800
+
+Record = TypeVar("Record")
 
 
-class _Record:
-    """What the library tells as a JSON object; newer libraries may tell more than is known here."""
+def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
+    """A record from the keys that it knows; newer libraries may tell more.
 
-    @classmethod
-    def from_json(cls: type[Record], values: Mapping[str, Any]) -> Record:
-        """JSON has no number that is not finite: the library writes null, which becomes a NaN."""
-        fields = dataclasses.fields(cls)  # type: ignore[arg-type]
-        types = {field.name: field.type for field in fields}
-        return cls(
-            **{
-                key: math.nan if value is None and types[key] == "float" else value
-                for key, value in values.items()
-                if key in types
-            }
-        )
+    JSON has no number that is not finite: the library writes null, which becomes a NaN.
+    """
+    fields = dataclasses.fields(record)  # type: ignore[arg-type]
+    types = {field.name: field.type for field in fields}
+    return record(
+        **{
+            key: math.nan if value is None and types[key] == "float" else value
+            for key, value in values.items()
+            if key in types
+        }
+    )
 
 
 def default_reynolds(resolution: int, k0: int) -> float:
@@ -44,7 +46,45 @@ def default_reynolds(resolution: int, k0: int) -> float:
 
 
 @dataclass(frozen=True)
-class Config(_Record):
+class PictureSettings:
+    """The choice of picture: the members that ``Engine.export`` and ``View.set`` take.
+
+    Names are checked when a record is made, so that a long run does not end at a wrong one. The
+    library brings numbers out of range into it.
+    """
+
+    display: str = "vorticity"
+    """One of ``DISPLAYS``."""
+    palette: str = "ember"
+    """One of ``PALETTES``."""
+    color_range: str = "sigma"
+    """One of ``COLOR_RANGES``; matters to the vorticity only."""
+    exposure: float = 1.2
+    """Gain of the compressive curves, 0.25 to 3."""
+    sigma: float = 2.5
+    """Multiple of the standard deviation that fills the "sigma" range, 1.5 to 3.5."""
+    flow: bool = False
+    """Whether flow lines are drawn over the picture."""
+
+    def __post_init__(self) -> None:
+        for key, names in (
+            ("display", DISPLAYS),
+            ("palette", PALETTES),
+            ("color_range", COLOR_RANGES),
+        ):
+            if getattr(self, key) not in names:
+                raise ValueError(f"Unknown {key}: {getattr(self, key)}")
+        for key in ("exposure", "sigma"):
+            if not math.isfinite(getattr(self, key)):
+                raise ValueError(f"Non-finite {key}")
+
+    @property
+    def needs_velocity(self) -> bool:
+        return self.flow or self.display == "speed"
+
+
+@dataclass(frozen=True)
+class Config:
     """What decides a simulation. The library checks the values when an engine is made of them."""
 
     resolution: int = 1024
@@ -83,11 +123,11 @@ class Config(_Record):
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Config:
-        return super().from_json({**values, "seed": int(values["seed"])})
+        return _pick(cls, {**values, "seed": int(values["seed"])})
 
 
 @dataclass(frozen=True)
-class Statistics(_Record):
+class Statistics:
     """Figures of a flow. Energies are means over the square, of u²/2, ω²/2 and |∇ω|²/2."""
 
     steps: int
@@ -108,9 +148,11 @@ class Statistics(_Record):
     """Device memory of the solver."""
     is_finite: bool
 
+    from_json = classmethod(_pick)
+
 
 @dataclass(frozen=True)
-class Snapshot(_Record):
+class Snapshot:
     """Moments of a field at one time."""
 
     sequence: int
@@ -124,9 +166,11 @@ class Snapshot(_Record):
     max_speed: float
     """Largest speed; 0 when the velocity was not asked for."""
 
+    from_json = classmethod(_pick)
+
 
 @dataclass(frozen=True)
-class SystemInfo(_Record):
+class SystemInfo:
     """What the library runs on, and its default configuration."""
 
     abi_version: int
@@ -148,11 +192,11 @@ class SystemInfo(_Record):
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> SystemInfo:
-        return super().from_json({**values, "defaults": Config.from_json(values["defaults"])})
+        return _pick(cls, {**values, "defaults": Config.from_json(values["defaults"])})
 
 
 @dataclass(frozen=True)
-class Performance(_Record):
+class Performance:
     """How fast a view's flow runs."""
 
     simtime_per_s: float
@@ -166,9 +210,11 @@ class Performance(_Record):
     batch_steps: int
     """Steps that the device is asked for at once."""
 
+    from_json = classmethod(_pick)
+
 
 @dataclass(frozen=True)
-class Canvas(_Record):
+class Canvas:
     """The host's window that a view is drawn into."""
 
     width_points: float
@@ -177,9 +223,11 @@ class Canvas(_Record):
     """Pixels per point."""
     visible: bool
 
+    from_json = classmethod(_pick)
+
 
 @dataclass(frozen=True)
-class ViewStatus(_Record):
+class ViewStatus:
     """What a view has come to: the answer to each of its operations."""
 
     config: Config
@@ -235,4 +283,4 @@ class ViewStatus(_Record):
         for key, record in (("stats", Statistics), ("frame", Snapshot), ("canvas", Canvas)):
             if key in values:
                 parts[key] = record.from_json(values[key])
-        return super().from_json({**values, **parts})
+        return _pick(cls, {**values, **parts})

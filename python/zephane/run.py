@@ -5,18 +5,27 @@ from __future__ import annotations
 import argparse
 import dataclasses
 import json
+import os
+import re
 import signal
+import sys
 import time
 from pathlib import Path
 from types import FrameType
 from typing import Any
 
+from ._library import ZephaneError
 from ._requests import given
 from .engine import Engine, initialize
-from .picture import LARGEST_SIDE, PictureSettings, render
-from .png import write_png
 from .progress import Progress, shown_progress
-from .records import Config, Statistics, SystemInfo, default_reynolds
+from .records import (
+    PIXEL_SIZES,
+    Config,
+    PictureSettings,
+    Statistics,
+    SystemInfo,
+    default_reynolds,
+)
 from .report import Outcome, describe_run
 
 # Length of a run that is told no other, in turnover times of its start field.
@@ -27,9 +36,19 @@ SLICE_SECONDS = 0.15
 SLICE_GROWTH = 8
 LONGEST_SLICE = 1 << 20
 
+# What helps where the library could not draw.
+HINTS = {
+    "No Vulkan device found.": "Pictures need a Vulkan driver; Debian's package "
+    "mesa-vulkan-drivers has one that draws on the processor.",
+    "No CUDA-compatible Vulkan device found.": "Pictures need the Vulkan driver of the GPU that "
+    "computes the flow.",
+    "libpng 1.6 was not found.": "Debian's package libpng16-16 has it.",
+}
+SYSTEM_ERROR = re.compile(r"(?:Open|Write|Commit) PNG[ a-z]* failed \(0x([1-9a-f]\w*)\)")
+
 
 def run(options: argparse.Namespace) -> int:
-    """Carry out the command; failures are raised."""
+    """Carry out the command; failures are raised, but those of files at the end are told here."""
     settings = _picture_settings(options)
     _check_folders(options)
     system = initialize(options.library)
@@ -40,12 +59,14 @@ def run(options: argparse.Namespace) -> int:
         with Interruption() as interruption:
             progress = shown_progress(options.progress, start, options.steps, until)
             outcome = _advance(engine, start, options.steps, until, progress, interruption)
-        _write_files(engine, options, settings)
+        written, failures = _write_files(engine, options, settings)
     if options.json:
-        print(json.dumps(dataclasses.asdict(outcome.end), indent=2, sort_keys=True))
+        print(json.dumps(dataclasses.asdict(outcome.end), indent=2, sort_keys=True), flush=True)
     else:
-        print(describe_run(system, config, outcome, _files(options)))
-    return 0
+        print(describe_run(system, config, outcome, written), flush=True)
+    for failure in failures:
+        print(f"zephane: {failure}", file=sys.stderr)
+    return 1 if failures else 0
 
 
 class Interruption:
@@ -129,11 +150,10 @@ def _endpoint(options: argparse.Namespace, start: Statistics) -> float | None:
 
 
 def _picture_settings(options: argparse.Namespace) -> PictureSettings:
-    if options.png is not None and not 1 <= options.pixels <= LARGEST_SIDE:
-        raise ValueError(f"PNG size must be 1 through {LARGEST_SIDE}.")
-    return PictureSettings(
-        options.display, options.palette, options.color_range, options.exposure, options.sigma
-    )
+    if options.png is not None and options.pixels not in PIXEL_SIZES:
+        raise ValueError(f"PNG size must be {PIXEL_SIZES[0]} through {PIXEL_SIZES[-1]}.")
+    keys = [field.name for field in dataclasses.fields(PictureSettings)]
+    return PictureSettings(**{key: getattr(options, key) for key in keys})
 
 
 def _files(options: argparse.Namespace) -> dict[str, str]:
@@ -149,10 +169,38 @@ def _check_folders(options: argparse.Namespace) -> None:
             raise ValueError(f"No folder {folder} for {path}.")
 
 
-def _write_files(engine: Engine, options: argparse.Namespace, settings: PictureSettings) -> None:
-    if options.spectrum is not None or options.fields is not None:
-        engine.export(spectrum=options.spectrum, fields=options.fields)
-    if options.png is not None:
-        fields = engine.fields(include_velocity=settings.needs_velocity)
-        pixels = render(fields, settings, options.pixels)
-        write_png(options.png, options.pixels, options.pixels, pixels)
+def _write_files(
+    engine: Engine, options: argparse.Namespace, settings: PictureSettings
+) -> tuple[dict[str, str], list[str]]:
+    """The files that were written, and the words of those that could not be.
+
+    The run is done, and should not be lost for a file.
+    """
+    requests: dict[str, dict[str, Any]] = {
+        "spectrum": {"spectrum": options.spectrum},
+        "fields": {"fields": options.fields},
+        "picture": {
+            "png": options.png,
+            "pixel_size": options.pixels,
+            "include_velocity": settings.needs_velocity,
+            **dataclasses.asdict(settings),
+        },
+    }
+    written: dict[str, str] = {}
+    failures: list[str] = []
+    for kind, path in _files(options).items():
+        try:
+            engine.export(**requests[kind])
+        except ZephaneError as failure:
+            failures.append(f"Could not write {path}: {_explained(str(failure))}")
+        else:
+            written[kind] = path
+    return written, failures
+
+
+def _explained(words: str) -> str:
+    """The library's words, with what helps where that is known."""
+    if words in HINTS:
+        return f"{words} {HINTS[words]}"
+    error = SYSTEM_ERROR.fullmatch(words)
+    return words if error is None else f"{words}: {os.strerror(int(error.group(1), 16))}"

@@ -4,13 +4,14 @@ closed."""
 from __future__ import annotations
 
 import subprocess
+import tempfile
 from collections.abc import Iterator
 from pathlib import Path
 from typing import Any, Callable
 
 import pytest
 
-from .harness import Engine, Library, View, decode
+from .harness import NO_MATCHING_DRIVER, Engine, Library, Refused, View, decode
 
 
 @pytest.fixture(scope="session")
@@ -38,6 +39,18 @@ def make_engine(library: Library) -> Iterator[Callable[..., Engine]]:
 @pytest.fixture
 def engine(make_engine: Callable[..., Engine]) -> Engine:
     return make_engine()
+
+
+@pytest.fixture(scope="session")
+def drawing(library: Library) -> None:
+    """What needs pictures; it is left out where the GPU of the flow has no Vulkan driver."""
+    with Engine(library, {"resolution": 16}) as engine, tempfile.TemporaryDirectory() as folder:
+        try:
+            engine.export(png=f"{folder}/picture", pixel_size=1)
+        except Refused as refused:
+            if refused.text != NO_MATCHING_DRIVER:
+                raise
+            pytest.skip(refused.text)
 
 
 @pytest.fixture

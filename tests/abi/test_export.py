@@ -90,6 +90,7 @@ def test_the_picture_arguments_are_read_only_for_a_picture(engine):
     assert types_of(engine.call({"op": "export", "snapshot": True, **odd})) == SNAPSHOT
 
 
+@pytest.mark.usefixtures("drawing")
 @pytest.mark.parametrize(
     "value", ["0", "-1", "8193", "0.9", "false", "4294967296", "1e10", "-1e10"]
 )
@@ -99,6 +100,7 @@ def test_a_picture_of_no_size_or_a_huge_one_is_refused(engine, tmp_path, value):
     assert not list(tmp_path.iterdir())
 
 
+@pytest.mark.usefixtures("drawing")
 @pytest.mark.parametrize(
     ("value", "name"), [("null", "null"), ('"1"', "string"), ("[]", "array"), ("{}", "object")]
 )
@@ -107,6 +109,7 @@ def test_a_picture_size_that_is_no_number_is_refused(engine, tmp_path, value, na
     assert engine.refusal(text) == type_error("number", name)
 
 
+@pytest.mark.usefixtures("drawing")
 @pytest.mark.parametrize(
     ("arguments", "words"),
     [
@@ -146,6 +149,7 @@ def test_a_spectrum_that_is_refused_keeps_the_fields_from_being_written(engine, 
     assert not path.exists()
 
 
+@pytest.mark.usefixtures("drawing")
 def test_a_fields_file_stands_when_the_picture_is_refused(engine, tmp_path):
     path = tmp_path / "f"
     request = {"op": "export", "fields": str(path), "png": str(tmp_path / "p"), "pixel_size": 0}

@@ -163,6 +163,7 @@ def test_a_view_that_could_not_ask_goes_on(library_path):
         view = library.c.zp_ui_create()
         first = decode(library.ui_call(view, b'{"op":"save"}'))
         second = decode(library.ui_call(view, b'{"op":"get"}'))
+        library.c.zp_ui_destroy(view)
         return [first, second["generation"]]
 
     nowhere = {"PATH": "/nowhere", "DBUS_SESSION_BUS_ADDRESS": None, "XDG_RUNTIME_DIR": None}

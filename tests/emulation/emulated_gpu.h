@@ -14,6 +14,7 @@
 
 #include <cuda_runtime_api.h>
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -25,6 +26,7 @@ struct Gpu {
   int minor = 9;
   std::size_t memory = std::size_t{1} << 30;  // bytes
   std::size_t sharedMemory = 0;  // the most that a block may have; 0 for that of the capability
+  std::array<char, 16> uuid = {};
 };
 
 struct Machine {
@@ -56,13 +58,14 @@ long callsOf(const std::string& function);
 
 // What the process holds on all GPUs together.
 struct Holdings {
-  std::size_t bytes = 0;  // device memory
-  std::size_t allocations = 0;
-  std::size_t hostBlocks = 0;  // page-locked
+  std::size_t bytes = 0;        // device memory
+  std::size_t allocations = 0;  // what must be given to cudaFree, imported memory too
+  std::size_t hostBlocks = 0;   // page-locked
   std::size_t streams = 0;
   std::size_t events = 0;
   std::size_t graphs = 0;
   std::size_t modules = 0;
+  std::size_t imports = 0;  // memory of other interfaces
 
   bool operator==(const Holdings&) const = default;
 };

@@ -29,20 +29,41 @@ std::uintptr_t addressOf(const void* pointer) {
 
 }  // namespace
 
+// Closed pages, with one more on both sides.
+void* Ledger::reserve(std::size_t pages) {
+  void* mapped =
+      mmap(nullptr, pages + 2 * pageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return mapped != MAP_FAILED ? mapped : nullptr;
+}
+
 // A block ends at the end of its last page, as nearly as its alignment lets it.
 void* Ledger::allocate(int gpu, std::size_t bytes) {
   const std::size_t used = roundUp(bytes, alignment);
   const std::size_t pages = roundUp(used, pageBytes);
-  const std::size_t mappedBytes = pages + 2 * pageBytes;
-  void* mapped = mmap(nullptr, mappedBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (mapped == MAP_FAILED) return nullptr;
+  void* mapped = reserve(pages);
+  if (mapped == nullptr) return nullptr;
   auto* first = static_cast<std::byte*>(mapped);
   std::byte* begin = first + pageBytes + pages - used;
-  const Block block = {gpu, bytes, first, mappedBytes};
+  const Block block = {gpu, bytes, first, pages + 2 * pageBytes};
   blocks_.emplace(addressOf(begin), block);
   mprotect(first + pageBytes, pages, PROT_READ | PROT_WRITE);
   std::memset(first + pageBytes, nanByte, pages);
   mprotect(first + pageBytes, pages, PROT_NONE);
+  return begin;
+}
+
+void* Ledger::adopt(int gpu, int file, std::size_t offset, std::size_t bytes) {
+  const std::size_t pages = roundUp(bytes, pageBytes);
+  void* mapped = reserve(pages);
+  if (mapped == nullptr) return nullptr;
+  auto* first = static_cast<std::byte*>(mapped);
+  std::byte* begin = first + pageBytes;
+  if (mmap(begin, pages, PROT_NONE, MAP_SHARED | MAP_FIXED, file, static_cast<off_t>(offset)) ==
+      MAP_FAILED) {
+    munmap(mapped, pages + 2 * pageBytes);
+    return nullptr;
+  }
+  blocks_.emplace(addressOf(begin), Block{gpu, bytes, first, pages + 2 * pageBytes, true});
   return begin;
 }
 
@@ -107,7 +128,7 @@ bool Ledger::isPageLocked(const void* pointer) const {
 std::size_t Ledger::bytesOn(int gpu) const {
   std::size_t sum = 0;
   for (const auto& [begin, block] : blocks_) {
-    if (block.gpu == gpu) sum += block.bytes;
+    if (block.gpu == gpu && !block.isAdopted) sum += block.bytes;
   }
   return sum;
 }
@@ -123,7 +144,7 @@ void Ledger::setOpen(int gpu, bool isOpen) const {
 bool Ledger::isIntact(int gpu) const {
   return std::all_of(blocks_.begin(), blocks_.end(), [gpu](const auto& entry) {
     const Block& block = entry.second;
-    if (block.gpu != gpu) return true;
+    if (block.gpu != gpu || block.isAdopted) return true;
     const auto* begin = reinterpret_cast<const std::byte*>(entry.first);
     return isUntouched(block.mapped + pageBytes, begin) &&
            isUntouched(begin + block.bytes, block.mapped + block.mappedBytes - pageBytes);

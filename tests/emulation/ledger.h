@@ -12,6 +12,9 @@ class Ledger {
   // Both kinds are full of NaN at first. Null where the host has nothing left.
   void* allocate(int gpu, std::size_t bytes);
   void* allocateHost(std::size_t bytes);
+  // A block that is memory of somebody else, the pages of a file from an offset on. Null where that
+  // cannot be.
+  void* adopt(int gpu, int file, std::size_t offset, std::size_t bytes);
 
   // The GPU that a block begins on, or -1 for a pointer that is no block's beginning.
   int gpuOf(const void* block) const;
@@ -33,7 +36,8 @@ class Ledger {
   // Between blocks of work, nobody can touch the memory of GPUs.
   void setOpen(int gpu, bool isOpen) const;
 
-  // Whether nothing has been written beside the blocks of a GPU, whose memory is open.
+  // Whether nothing has been written beside the blocks of a GPU, whose memory is open. Adopted
+  // memory has neighbours that write.
   bool isIntact(int gpu) const;
 
  private:
@@ -42,9 +46,11 @@ class Ledger {
     std::size_t bytes;
     std::byte* mapped;  // pages around the block, the first and the last of which stay closed
     std::size_t mappedBytes;
+    bool isAdopted = false;
   };
   using Address = std::uintptr_t;
 
+  static void* reserve(std::size_t pages);
   const Block* blockAround(const void* pointer, Address& begin) const;
 
   std::map<Address, Block> blocks_;

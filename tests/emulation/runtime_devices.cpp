@@ -72,6 +72,7 @@ cudaError_t cudaGetDeviceProperties(cudaDeviceProp* properties, int ordinal) {
     if (!isGpu(ordinal)) return cudaErrorInvalidDevice;
     *properties = {};
     std::snprintf(properties->name, sizeof(properties->name), "Emulated GPU %d", ordinal);
+    std::memcpy(properties->uuid.bytes, gpu(ordinal).uuid.data(), gpu(ordinal).uuid.size());
     properties->totalGlobalMem = gpu(ordinal).memory;
     properties->major = gpu(ordinal).major;
     properties->minor = gpu(ordinal).minor;

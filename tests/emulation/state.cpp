@@ -55,6 +55,7 @@ void setMachine(const Machine& machine) {
   s.events.clear();
   s.graphs.clear();
   s.graphExecs.clear();
+  s.imports.clear();
   s.ledger.clear();
   s.failures.clear();
   currentGpu() = 0;
@@ -87,6 +88,7 @@ Holdings holdings() {
   held.events = s.events.size();
   held.graphs = s.graphs.size() + s.graphExecs.size();
   held.modules = s.modules;
+  held.imports = s.imports.size();
   return held;
 }
 

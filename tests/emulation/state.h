@@ -46,6 +46,13 @@ struct GraphExec {
   std::vector<Work> work;
 };
 
+// Memory of another interface: a file whose pages both map.
+struct ExternalMemory {
+  int gpu = 0;
+  std::shared_ptr<const int> descriptor;
+  std::size_t bytes = 0;
+};
+
 // Objects that handles stand for.
 template <class T, class Handle>
 class Registry {
@@ -90,6 +97,7 @@ struct State {
   Registry<Event, ::cudaEvent_t> events;
   Registry<Graph, ::cudaGraph_t> graphs;
   Registry<GraphExec, ::cudaGraphExec_t> graphExecs;
+  Registry<ExternalMemory, ::cudaExternalMemory_t> imports;
   std::set<const KernelFunction*> kernels;
   std::size_t modules = 0;
   std::map<std::string, PlannedFailure> failures;

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "tests/platform/linux/fake_programs.h"
@@ -36,8 +37,10 @@ class ChildProcess : public test::FakePrograms {
 };
 
 void collectEverything(int) {
+  const int before = errno;
   while (waitpid(-1, nullptr, WNOHANG) > 0) {
   }
+  errno = before;
 }
 
 TEST_F(ChildProcess, GivesItsOutputAndItsExitCode) {

@@ -1,0 +1,72 @@
+# The renderer. On Linux it needs Vulkan's and libpng's headers, and glslangValidator to compile the
+# shaders; the libraries themselves are looked for while the process runs.
+#
+# ZEPHANE_PICTURES_FOUND tells whether it is built; zephane_pictures(TARGET) adds it to a target, or
+# one in its place that says that there is none.
+
+set(ZEPHANE_PICTURES_FOUND FALSE)
+set(ZEPHANE_PICTURES_LACK "ZEPHANE_PICTURES is off")
+if(ZEPHANE_PICTURES)
+  find_path(ZEPHANE_VULKAN_FOLDER vulkan/vulkan.h)
+  find_path(ZEPHANE_PNG_FOLDER png.h)
+  find_path(ZEPHANE_ZLIB_FOLDER zlib.h)
+  find_program(ZEPHANE_GLSLANG glslangValidator)
+  if(NOT ZEPHANE_VULKAN_FOLDER)
+    set(ZEPHANE_PICTURES_LACK "Vulkan's headers were not found")
+  elseif(NOT ZEPHANE_PNG_FOLDER OR NOT ZEPHANE_ZLIB_FOLDER)
+    set(ZEPHANE_PICTURES_LACK "libpng's headers were not found")
+  elseif(NOT ZEPHANE_GLSLANG)
+    set(ZEPHANE_PICTURES_LACK "glslangValidator was not found")
+  else()
+    set(ZEPHANE_PICTURES_FOUND TRUE)
+  endif()
+endif()
+
+# Compiles a shader to SPIR-V. Registers t0, t1, ... are the bindings from 1 on, b0 is binding 0.
+function(zephane_shader output source stage)
+  set(folder ${PROJECT_SOURCE_DIR}/render/shaders)
+  file(GLOB shared CONFIGURE_DEPENDS ${folder}/*.hlsli)
+  add_custom_command(
+    OUTPUT ${output}
+    COMMAND ${ZEPHANE_GLSLANG} -D -V -DSPECIALIZED ${ARGN} --quiet --target-env vulkan1.1 -S ${stage} -e main
+            --shift-texture-binding ${stage} 1 --shift-ssbo-binding ${stage} 1 -o ${output}
+            ${folder}/${source}
+    DEPENDS ${folder}/${source} ${shared}
+    COMMENT "Compiling ${source} ${ARGN}"
+    VERBATIM)
+endfunction()
+
+function(zephane_shaders folder list)
+  file(MAKE_DIRECTORY ${folder})
+  zephane_shader(${folder}/field_vertex.spv field_vertex.hlsl vert)
+  zephane_shader(${folder}/field_pixel.spv field_pixel.hlsl frag)
+  zephane_shader(${folder}/flow_vertex.spv flow_vertex.hlsl vert)
+  zephane_shader(${folder}/flow_pixel.spv flow_pixel.hlsl frag)
+  zephane_shader(${folder}/field_pixel_of_pieces.spv field_pixel.hlsl frag -DFIELD_PIECES)
+  zephane_shader(${folder}/flow_vertex_of_pieces.spv flow_vertex.hlsl vert -DFIELD_PIECES)
+  set(${list}
+      ${folder}/field_vertex.spv ${folder}/field_pixel.spv ${folder}/flow_vertex.spv
+      ${folder}/flow_pixel.spv ${folder}/field_pixel_of_pieces.spv
+      ${folder}/flow_vertex_of_pieces.spv
+      PARENT_SCOPE)
+endfunction()
+
+function(zephane_pictures target)
+  if(NOT ZEPHANE_PICTURES_FOUND)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/render/none/renderer.cpp)
+    return()
+  endif()
+  set(folder ${PROJECT_BINARY_DIR}/shaders)
+  zephane_shaders(${folder} shaders)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/render/vulkan/*.cpp
+       ${PROJECT_SOURCE_DIR}/render/png/*.cpp)
+  target_sources(${target} PRIVATE ${sources})
+  # Vulkan's records are filled by name, and what is not named is zero.
+  set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS
+                                                    -Wno-missing-field-initializers)
+  set_source_files_properties(
+    ${PROJECT_SOURCE_DIR}/render/vulkan/shader_resources.cpp
+    PROPERTIES COMPILE_DEFINITIONS ZEPHANE_SHADERS="${folder}" OBJECT_DEPENDS "${shaders}")
+  target_include_directories(${target} SYSTEM PRIVATE ${ZEPHANE_VULKAN_FOLDER}
+                                                      ${ZEPHANE_PNG_FOLDER} ${ZEPHANE_ZLIB_FOLDER})
+endfunction()

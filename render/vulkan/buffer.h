@@ -1,0 +1,38 @@
+// A buffer of Vulkan with memory of its own.
+#pragma once
+
+#include <cstddef>
+
+#include "render/vulkan/device.h"
+
+namespace zeph::vulkan {
+
+struct BufferRequest {
+  std::size_t bytes = 0;
+  VkBufferUsageFlags usage = 0;
+  VkMemoryPropertyFlags required = 0;
+  VkMemoryPropertyFlags preferred = 0;
+  bool isExported = false;     // its memory is for another interface too, by a file descriptor
+  const char* step = nullptr;  // the text of what fails
+};
+
+class Buffer {
+ public:
+  Buffer() = default;
+  Buffer(const Device& device, const BufferRequest& request);
+
+  VkBuffer get() const { return buffer_.get(); }
+  VkDeviceMemory memory() const { return memory_.get(); }
+  // Of the memory, which may be more than was asked for.
+  std::size_t allocated() const { return allocated_; }
+
+ private:
+  Owned<VkBuffer> buffer_;
+  Owned<VkDeviceMemory> memory_;
+  std::size_t allocated_ = 0;
+};
+
+// The host's address of memory that it can see, mapped as long as the buffer lives.
+void* map(const Device& device, const Buffer& buffer, const char* step);
+
+}  // namespace zeph::vulkan

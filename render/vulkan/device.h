@@ -1,0 +1,73 @@
+// The device of Vulkan that draws, chosen for the device whose frames it shows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "render/vulkan/owned.h"
+
+namespace zeph::vulkan {
+
+// Destroys in reverse order of their making.
+struct Instance {
+  Instance();
+  ~Instance();
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+
+  InstanceFunctions vk;
+  VkInstance handle = VK_NULL_HANDLE;
+};
+
+class Device {
+ public:
+  // A GPU draws its own frames; the processor's are drawn by any device, a real GPU before the
+  // software one. Raises std::runtime_error.
+  explicit Device(int computeDevice);
+  ~Device();
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
+
+  VkDevice handle() const { return device_; }
+  VkQueue queue() const { return queue_; }
+  std::uint32_t queueFamily() const { return family_; }
+  std::string name() const { return properties_.deviceName; }
+  const VkPhysicalDeviceLimits& limits() const { return properties_.limits; }
+  // Whether lines have soft edges.
+  bool drawsSmoothLines() const { return smoothLines_; }
+
+  // Both take the text of the step that fails.
+  template <class Handle, class Create, class Info>
+  Owned<Handle> make(Create function, const Info& info, typename Owned<Handle>::Destroy destroy,
+                     const char* step) const;
+  Owned<VkDeviceMemory> allocate(const VkMemoryRequirements& needs, VkMemoryPropertyFlags required,
+                                 VkMemoryPropertyFlags preferred, const void* extension,
+                                 const char* step) const;
+
+  DeviceFunctions vk;
+
+ private:
+  void create(bool exportsMemory);
+
+  Instance instance_;
+  VkPhysicalDevice physical_ = VK_NULL_HANDLE;
+  VkPhysicalDeviceProperties properties_ = {};
+  VkPhysicalDeviceMemoryProperties memory_ = {};
+  std::uint32_t family_ = 0;
+  bool smoothLines_ = false;
+  VkDevice device_ = VK_NULL_HANDLE;
+  VkQueue queue_ = VK_NULL_HANDLE;
+};
+
+void check(VkResult result, const char* step);
+
+template <class Handle, class Create, class Info>
+Owned<Handle> Device::make(Create function, const Info& info,
+                           typename Owned<Handle>::Destroy destroy, const char* step) const {
+  Handle handle = VK_NULL_HANDLE;
+  check(function(device_, &info, nullptr, &handle), step);
+  return {device_, handle, destroy};
+}
+
+}  // namespace zeph::vulkan

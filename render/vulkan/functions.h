@@ -1,0 +1,96 @@
+// The functions of Vulkan, found while the process runs, so that the library loads without it.
+#pragma once
+
+#define VK_NO_PROTOTYPES
+#include <vulkan/vulkan.h>
+
+namespace zeph::vulkan {
+
+#define ZEPH_INSTANCE_FUNCTIONS(USE)        \
+  USE(vkCreateDevice)                       \
+  USE(vkDestroyInstance)                    \
+  USE(vkEnumerateDeviceExtensionProperties) \
+  USE(vkEnumeratePhysicalDevices)           \
+  USE(vkGetDeviceProcAddr)                  \
+  USE(vkGetPhysicalDeviceFeatures2)         \
+  USE(vkGetPhysicalDeviceMemoryProperties)  \
+  USE(vkGetPhysicalDeviceProperties2)       \
+  USE(vkGetPhysicalDeviceQueueFamilyProperties)
+
+#define ZEPH_DEVICE_FUNCTIONS(USE)   \
+  USE(vkAllocateCommandBuffers)      \
+  USE(vkAllocateDescriptorSets)      \
+  USE(vkAllocateMemory)              \
+  USE(vkBeginCommandBuffer)          \
+  USE(vkBindBufferMemory)            \
+  USE(vkBindImageMemory)             \
+  USE(vkCmdBeginRenderPass)          \
+  USE(vkCmdBindDescriptorSets)       \
+  USE(vkCmdBindPipeline)             \
+  USE(vkCmdCopyImageToBuffer)        \
+  USE(vkCmdDraw)                     \
+  USE(vkCmdEndRenderPass)            \
+  USE(vkCmdPipelineBarrier)          \
+  USE(vkCmdSetScissor)               \
+  USE(vkCmdSetViewport)              \
+  USE(vkCmdUpdateBuffer)             \
+  USE(vkCreateBuffer)                \
+  USE(vkCreateCommandPool)           \
+  USE(vkCreateDescriptorPool)        \
+  USE(vkCreateDescriptorSetLayout)   \
+  USE(vkCreateFence)                 \
+  USE(vkCreateFramebuffer)           \
+  USE(vkCreateGraphicsPipelines)     \
+  USE(vkCreateImage)                 \
+  USE(vkCreateImageView)             \
+  USE(vkCreatePipelineLayout)        \
+  USE(vkCreateRenderPass)            \
+  USE(vkCreateShaderModule)          \
+  USE(vkDestroyBuffer)               \
+  USE(vkDestroyCommandPool)          \
+  USE(vkDestroyDescriptorPool)       \
+  USE(vkDestroyDescriptorSetLayout)  \
+  USE(vkDestroyDevice)               \
+  USE(vkDestroyFence)                \
+  USE(vkDestroyFramebuffer)          \
+  USE(vkDestroyImage)                \
+  USE(vkDestroyImageView)            \
+  USE(vkDestroyPipeline)             \
+  USE(vkDestroyPipelineLayout)       \
+  USE(vkDestroyRenderPass)           \
+  USE(vkDestroyShaderModule)         \
+  USE(vkDeviceWaitIdle)              \
+  USE(vkEndCommandBuffer)            \
+  USE(vkFreeMemory)                  \
+  USE(vkGetBufferMemoryRequirements) \
+  USE(vkGetDeviceQueue)              \
+  USE(vkGetImageMemoryRequirements)  \
+  USE(vkMapMemory)                   \
+  USE(vkQueueSubmit)                 \
+  USE(vkResetFences)                 \
+  USE(vkUpdateDescriptorSets)        \
+  USE(vkWaitForFences)
+
+#define ZEPH_MEMBER(name) PFN_##name name = nullptr;
+
+// Those that need no instance. All are null where there is no Vulkan 1.1.
+struct GlobalFunctions {
+  ZEPH_MEMBER(vkGetInstanceProcAddr)
+  ZEPH_MEMBER(vkCreateInstance)
+};
+GlobalFunctions globalFunctions();
+
+struct InstanceFunctions {
+  ZEPH_INSTANCE_FUNCTIONS(ZEPH_MEMBER)
+};
+InstanceFunctions instanceFunctions(const GlobalFunctions& global, VkInstance instance);
+
+struct DeviceFunctions {
+  ZEPH_DEVICE_FUNCTIONS(ZEPH_MEMBER)
+  PFN_vkGetMemoryFdKHR vkGetMemoryFdKHR = nullptr;  // null where memory cannot be exported
+};
+DeviceFunctions deviceFunctions(const InstanceFunctions& instance, VkDevice device);
+
+#undef ZEPH_MEMBER
+
+}  // namespace zeph::vulkan

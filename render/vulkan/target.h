@@ -1,0 +1,41 @@
+// A surface to draw into, and how its texels come back.
+#pragma once
+
+#include "render/texels.h"
+#include "render/vulkan/commands.h"
+#include "render/vulkan/device.h"
+
+namespace zeph::vulkan {
+
+VkFormat formatOf(TexelFormat format);
+
+// An image of the device. Its texels are undefined until something is drawn.
+class Image {
+ public:
+  // `pass` is one that the image will be drawn in.
+  Image(const Device& device, std::uint32_t width, std::uint32_t height, TexelFormat format,
+        VkRenderPass pass);
+
+  VkFramebuffer framebuffer() const { return framebuffer_.get(); }
+  VkExtent2D extent() const { return {width_, height_}; }
+  TexelFormat format() const { return format_; }
+
+  // Makes it the attachment of the pass, before the pass begins.
+  void prepare(const Device& device, VkCommandBuffer commands);
+  // Whatever they are, before something is drawn.
+  Texels read(const Device& device, Commands& commands) const;
+
+ private:
+  VkImageMemoryBarrier barrier(VkImageLayout from, VkImageLayout to) const;
+
+  std::uint32_t width_;
+  std::uint32_t height_;
+  TexelFormat format_;
+  Owned<VkImage> image_;
+  Owned<VkDeviceMemory> memory_;
+  Owned<VkImageView> view_;
+  Owned<VkFramebuffer> framebuffer_;
+  bool isDefined_ = false;
+};
+
+}  // namespace zeph::vulkan
