@@ -94,8 +94,9 @@ void Field::recreate(std::size_t bytes) {
   pieces_.clear();
   grid_ = 0;
   const std::size_t length = bytes <= device_.limits().maxStorageBufferRange ? bytes : bytesOfPiece;
-  const std::size_t most =
-      std::min<std::size_t>(mostPieces, device_.limits().maxPerStageDescriptorStorageBuffers);
+  // The shaders of pieces name all that there may be.
+  const bool readsPieces = device_.limits().maxPerStageDescriptorStorageBuffers >= mostPieces;
+  const std::size_t most = readsPieces ? mostPieces : 1;
   if (bytes > length * most) throw std::runtime_error("Shared field buffer too small.");
   for (std::size_t begin = 0; begin < bytes; begin += length)
     pieces_.push_back(makePiece(std::min(length, bytes - begin)));
