@@ -11,6 +11,7 @@
 #include "device/check.h"
 #include "platform/arithmetic.h"
 #include "platform/system.h"
+#include "render/render_thread.h"
 
 struct zp_engine {
   explicit zp_engine(const zeph::Json& configuration) : handle(configuration) {}
@@ -54,9 +55,10 @@ void requireUi(const zp_ui* ui) {
   if (!ui) throw std::invalid_argument("Closed UI.");
 }
 
-Json attachUi(zp_ui* ui) {
+Json attachUi(zp_ui* ui, void* parent) {
   requireUi(ui);
-  throw std::runtime_error("Cannot create native canvas.");
+  zeph::attachCanvas(ui->handle, parent, zeph::deviceId);
+  return Json::object();
 }
 
 Json callUi(zp_ui* ui, const char* request) {
@@ -108,8 +110,8 @@ zp_ui* zp_ui_create(void) {
   }
 }
 
-char* zp_ui_attach(zp_ui* ui, void*) {
-  return zeph::reply([=] { return attachUi(ui); });
+char* zp_ui_attach(zp_ui* ui, void* parent) {
+  return zeph::reply([=] { return attachUi(ui, parent); });
 }
 
 char* zp_ui_call(zp_ui* ui, const char* request) {

@@ -1,11 +1,14 @@
 #include "boundary/status_report.h"
 
+#include <stdexcept>
+
 #include "boundary/config.h"
 #include "boundary/display_settings.h"
 #include "boundary/reports.h"
 #include "boundary/system_description.h"
 #include "controller/regulator.h"
 #include "device/runtime.h"
+#include "render/canvas.h"
 
 namespace zeph {
 namespace {
@@ -22,6 +25,25 @@ Json performanceReport(const Status& status) {
           {"steps_per_s", status.stepsPerSecond},
           {"milliseconds_per_step", status.stepsPerSecond > 0 ? 1000 / status.stepsPerSecond : 0.0},
           {"batch_steps", status.batchSteps}};
+}
+
+// A lost system has no window; the render thread tells of the loss.
+WindowState windowOf(const Canvas& canvas) {
+  try {
+    return canvas.window();
+  } catch (const std::runtime_error&) {
+    return {};
+  }
+}
+
+// In device-independent units.
+Json canvasReport(const UIHandle& ui) {
+  const WindowState window = windowOf(*ui.canvas);
+  const auto scale = static_cast<double>(window.scale);
+  return {{"width_points", window.width / scale},
+          {"height_points", window.height / scale},
+          {"scale", scale},
+          {"visible", ui.visible && window.isVisible}};
 }
 
 void addFlow(Json& report, const Status& status) {
@@ -58,6 +80,7 @@ Json statusReport(const UIHandle& ui) {
   report["focused"] = ui.focused;
   report["exporting"] = ui.exporting;
   report["presentations"] = ui.presentations;
+  if (ui.parent != nullptr) report["canvas"] = canvasReport(ui);
   return report;
 }
 

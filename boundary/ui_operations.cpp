@@ -8,6 +8,7 @@
 
 #include "boundary/config.h"
 #include "boundary/display_settings.h"
+#include "boundary/frame_export.h"
 #include "boundary/status_report.h"
 #include "boundary/system_description.h"
 #include "platform/dialog.h"
@@ -104,8 +105,13 @@ void benchmark(UIHandle& ui, const Json& request) {
   ui.setLimits(run);
 }
 
-void exportFrame(UIHandle& ui, const Json&) {
-  ui.exportFrame();
+// The request outlives the work, which is waited for or never begun; a copy of one that is nested
+// deeply would take more stack than there is.
+void exportFrame(UIHandle& ui, const Json& request) {
+  ui.exportFrame([&request](Renderer& renderer, const std::shared_ptr<const Frame>& frame,
+                            const DisplaySettings& settings) {
+    exportFrame(renderer, frame, settings, request);
+  });
 }
 
 // The user's answer is awaited without a lock: the flow and the picture go on.
@@ -118,7 +124,7 @@ void save(UIHandle& ui, const Json&) {
   const platform::SaveAnswer answer = platform::askSavePath(question);
   if (answer.outcome == platform::SaveOutcome::failed)
     throw std::runtime_error("Could not open Save PNG dialog.");
-  if (answer.outcome == platform::SaveOutcome::chosen) ui.exportFrame();
+  if (answer.outcome == platform::SaveOutcome::chosen) exportFrame(ui, {{"png", answer.path}});
 }
 
 struct Operation {

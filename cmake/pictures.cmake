@@ -10,11 +10,20 @@ if(ZEPHANE_PICTURES)
   find_path(ZEPHANE_VULKAN_FOLDER vulkan/vulkan.h)
   find_path(ZEPHANE_PNG_FOLDER png.h)
   find_path(ZEPHANE_ZLIB_FOLDER zlib.h)
+  find_path(ZEPHANE_XCB_FOLDER xcb/xcb.h)
+  find_package(PkgConfig QUIET)
+  if(PkgConfig_FOUND)
+    pkg_check_modules(ZEPHANE_PANGO QUIET pangocairo)
+  endif()
   find_program(ZEPHANE_GLSLANG glslangValidator)
   if(NOT ZEPHANE_VULKAN_FOLDER)
     set(ZEPHANE_PICTURES_LACK "Vulkan's headers were not found")
   elseif(NOT ZEPHANE_PNG_FOLDER OR NOT ZEPHANE_ZLIB_FOLDER)
     set(ZEPHANE_PICTURES_LACK "libpng's headers were not found")
+  elseif(NOT ZEPHANE_XCB_FOLDER)
+    set(ZEPHANE_PICTURES_LACK "XCB's headers were not found")
+  elseif(NOT ZEPHANE_PANGO_FOUND)
+    set(ZEPHANE_PICTURES_LACK "Pango's headers were not found by pkg-config")
   elseif(NOT ZEPHANE_GLSLANG)
     set(ZEPHANE_PICTURES_LACK "glslangValidator was not found")
   else()
@@ -44,10 +53,13 @@ function(zephane_shaders folder list)
   zephane_shader(${folder}/flow_pixel.spv flow_pixel.hlsl frag)
   zephane_shader(${folder}/field_pixel_of_pieces.spv field_pixel.hlsl frag -DFIELD_PIECES)
   zephane_shader(${folder}/flow_vertex_of_pieces.spv flow_vertex.hlsl vert -DFIELD_PIECES)
+  zephane_shader(${folder}/interface_vertex.spv interface_vertex.hlsl vert)
+  zephane_shader(${folder}/interface_pixel.spv interface_pixel.hlsl frag)
   set(${list}
       ${folder}/field_vertex.spv ${folder}/field_pixel.spv ${folder}/flow_vertex.spv
       ${folder}/flow_pixel.spv ${folder}/field_pixel_of_pieces.spv
-      ${folder}/flow_vertex_of_pieces.spv
+      ${folder}/flow_vertex_of_pieces.spv ${folder}/interface_vertex.spv
+      ${folder}/interface_pixel.spv
       PARENT_SCOPE)
 endfunction()
 
@@ -59,7 +71,8 @@ function(zephane_pictures target)
   set(folder ${PROJECT_BINARY_DIR}/shaders)
   zephane_shaders(${folder} shaders)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/render/vulkan/*.cpp
-       ${PROJECT_SOURCE_DIR}/render/png/*.cpp)
+       ${PROJECT_SOURCE_DIR}/render/png/*.cpp ${PROJECT_SOURCE_DIR}/render/cairo/*.cpp
+       ${PROJECT_SOURCE_DIR}/render/x11/*.cpp)
   target_sources(${target} PRIVATE ${sources})
   # Vulkan's records are filled by name, and what is not named is zero.
   set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS
@@ -67,6 +80,7 @@ function(zephane_pictures target)
   set_source_files_properties(
     ${PROJECT_SOURCE_DIR}/render/vulkan/shader_resources.cpp
     PROPERTIES COMPILE_DEFINITIONS ZEPHANE_SHADERS="${folder}" OBJECT_DEPENDS "${shaders}")
-  target_include_directories(${target} SYSTEM PRIVATE ${ZEPHANE_VULKAN_FOLDER}
-                                                      ${ZEPHANE_PNG_FOLDER} ${ZEPHANE_ZLIB_FOLDER})
+  target_include_directories(
+    ${target} SYSTEM PRIVATE ${ZEPHANE_VULKAN_FOLDER} ${ZEPHANE_PNG_FOLDER} ${ZEPHANE_ZLIB_FOLDER}
+                             ${ZEPHANE_PANGO_INCLUDE_DIRS})
 endfunction()

@@ -1,8 +1,27 @@
 #include "controller/ui_handle.h"
 
+#include <chrono>
+#include <future>
 #include <stdexcept>
+#include <utility>
 
 namespace zeph {
+namespace {
+
+constexpr std::chrono::milliseconds stopCheck(50);  // while an export is awaited
+
+}  // namespace
+
+UIHandle::~UIHandle() {
+  {
+    const std::lock_guard lock(mutex);
+    stopped = true;
+  }
+  wake.notify_all();
+  if (renderThread.joinable()) renderThread.join();
+  controller.reset();
+  canvas.reset();
+}
 
 Status UIHandle::status() const {
   if (controller) return controller->status();
@@ -79,10 +98,35 @@ void UIHandle::applyConfig(Config config) {
   if (controller) controller->applyConfig(config);
 }
 
-void UIHandle::exportFrame() {
-  const std::lock_guard lock(mutex);
-  if (!status().frame) throw std::runtime_error("No completed frame.");
-  throw std::runtime_error(error.empty() ? "No native renderer." : error);
+void UIHandle::exportFrame(FrameExport work) {
+  // Shared with the task: one that is dropped without having run must not break the promise.
+  const auto promise = std::make_shared<std::promise<void>>();
+  std::future<void> done = promise->get_future();
+  {
+    const std::lock_guard lock(mutex);
+    const std::shared_ptr<const Frame> frame = status().frame;
+    if (!frame) throw std::runtime_error("No completed frame.");
+    if (stopped || !canvas) throw std::runtime_error(errorOr("No native renderer."));
+    tasks.emplace_back(
+        [promise, frame, settings = run.settings, work = std::move(work)](Renderer& renderer) {
+          try {
+            work(renderer, frame, settings);
+            promise->set_value();
+          } catch (...) {
+            promise->set_exception(std::current_exception());
+          }
+        });
+    wake.notify_all();
+  }
+  while (done.wait_for(stopCheck) != std::future_status::ready) {
+    const std::lock_guard lock(mutex);
+    if (stopped) throw std::runtime_error(errorOr("Renderer stopped."));
+  }
+  done.get();
+}
+
+std::string UIHandle::errorOr(const char* text) const {
+  return error.empty() ? text : error;
 }
 
 }  // namespace zeph

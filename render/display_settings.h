@@ -18,6 +18,7 @@ struct DisplaySettings {
   bool flow = false;      // flow lines
 
   bool needsVelocity() const { return display == Display::speed || flow; }
+  bool operator==(const DisplaySettings&) const = default;
 };
 
 // The side of an exported picture in pixels.

@@ -13,7 +13,7 @@ void checkResult(std::int32_t result, std::string_view step) {
 
 void failStep(std::uint32_t code, std::string_view step) {
   std::array<char, 8> digits{};
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), code, 16).ptr;
+  char* end = std::to_chars(digits.data(), digits.data() + digits.size(), code, 16).ptr;
   std::string text(step);
   text.append(" failed (0x").append(digits.data(), end).append(")");
   throw std::runtime_error(text);

@@ -14,6 +14,9 @@ enum class ShaderResource {
   // The two that read the field, for a field in pieces.
   fieldPixelOfPieces = 112,
   flowVertexOfPieces = 113,
+  // The interface, where it is drawn into memory.
+  interfaceVertex = 121,
+  interfacePixel = 122,
 };
 
 // Raises std::runtime_error for a number that there is no resource for.

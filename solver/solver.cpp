@@ -166,6 +166,10 @@ std::vector<V2> Solver::spectrum() const {
 
 std::vector<float> Solver::copyFields(const Frame& f) const {
   const DeviceScope scope(impl_->device);
+  return zeph::copyFields(f);
+}
+
+std::vector<float> copyFields(const Frame& f) {
   const std::size_t side = size(f.gridSize);
   std::vector<float> data(3 * side * side);
   check(cudaMemcpy(data.data(), f.data(), data.size() * sizeof(float), cudaMemcpyDeviceToHost),

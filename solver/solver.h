@@ -58,4 +58,7 @@ class Solver {
   std::unique_ptr<Impl> impl_;
 };
 
+// The three planes of a frame of the device that the calling thread has selected.
+std::vector<float> copyFields(const Frame& frame);
+
 }  // namespace zeph

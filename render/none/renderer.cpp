@@ -14,6 +14,36 @@ Renderer::Renderer(int) {
   throw std::runtime_error("This build cannot draw pictures.");
 }
 
+Renderer::Renderer(int, const NativeWindow&) : Renderer(0) {}
+
+struct Canvas::Impl {};
+
+Canvas::Canvas(void*) {
+  throw std::runtime_error("Cannot create native canvas.");
+}
+
+Canvas::~Canvas() = default;
+
+WindowState Canvas::window() const {
+  return {};
+}
+
+NativeWindow Canvas::native() const {
+  return {};
+}
+
+void Canvas::resize(int, int) {}
+
+int Canvas::height() const {
+  return 0;
+}
+
+Canvas::Events Canvas::takeEvents() {
+  return {};
+}
+
+void Canvas::focusParent() {}
+
 void writePng(const std::string&, std::uint32_t, std::uint32_t, std::span<const std::byte>) {
   throw std::runtime_error("This build cannot write PNG files.");
 }
@@ -36,5 +66,13 @@ void Renderer::drawPicture(Target&, const std::shared_ptr<const Frame>&, const D
 Texels Renderer::readTarget(const Target&) {
   return {};
 }
+
+void Renderer::resize(std::uint32_t, std::uint32_t) {}
+
+bool Renderer::present(const Presentation&) {
+  return false;
+}
+
+void Renderer::waitForLatency(double) {}
 
 }  // namespace zeph

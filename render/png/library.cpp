@@ -10,7 +10,7 @@ namespace {
 PngLibrary findLibrary() {
   void* library = platform::openLibrary(platform::pngLibraryName());
   if (library == nullptr) throw std::runtime_error("libpng 1.6 was not found.");
-  PngLibrary functions;
+  PngLibrary functions{};
 #define ZEPH_FIND(name)                                                                         \
   functions.name = reinterpret_cast<decltype(&::name)>(platform::findFunction(library, #name)); \
   if (functions.name == nullptr) throw std::runtime_error("libpng lacks " #name ".");

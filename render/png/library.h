@@ -5,25 +5,25 @@
 
 namespace zeph {
 
-#define ZEPH_PNG_FUNCTIONS(USE)     \
-  USE(png_create_info_struct)       \
-  USE(png_create_write_struct)      \
-  USE(png_destroy_write_struct)     \
-  USE(png_get_error_ptr)            \
-  USE(png_get_io_ptr)               \
-  USE(png_longjmp)                  \
-  USE(png_set_bgr)                  \
-  USE(png_set_compression_level)    \
-  USE(png_set_compression_strategy) \
-  USE(png_set_filter)               \
-  USE(png_set_IHDR)                 \
-  USE(png_set_longjmp_fn)           \
-  USE(png_set_write_fn)             \
-  USE(png_write_end)                \
-  USE(png_write_info)               \
-  USE(png_write_row)
+#define ZEPH_PNG_FUNCTIONS(USE)      \
+  USE(png_create_info_struct);       \
+  USE(png_create_write_struct);      \
+  USE(png_destroy_write_struct);     \
+  USE(png_get_error_ptr);            \
+  USE(png_get_io_ptr);               \
+  USE(png_longjmp);                  \
+  USE(png_set_bgr);                  \
+  USE(png_set_compression_level);    \
+  USE(png_set_compression_strategy); \
+  USE(png_set_filter);               \
+  USE(png_set_IHDR);                 \
+  USE(png_set_longjmp_fn);           \
+  USE(png_set_write_fn);             \
+  USE(png_write_end);                \
+  USE(png_write_info);               \
+  USE(png_write_row);
 
-#define ZEPH_MEMBER(name) decltype(&::name) name = nullptr;
+#define ZEPH_MEMBER(name) decltype(&::name) name
 struct PngLibrary {
   ZEPH_PNG_FUNCTIONS(ZEPH_MEMBER)
 };

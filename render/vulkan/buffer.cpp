@@ -27,6 +27,18 @@ Buffer::Buffer(const Device& device, const BufferRequest& request) {
   check(vk.vkBindBufferMemory(device.handle(), buffer_.get(), memory_.get(), 0), request.step);
 }
 
+void updateConstants(const Device& device, VkCommandBuffer commands, VkBuffer buffer,
+                     const void* values, std::size_t bytes) {
+  device.vk.vkCmdUpdateBuffer(commands, buffer, 0, bytes, values);
+  const VkMemoryBarrier written = {.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER,
+                                   .srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT,
+                                   .dstAccessMask = VK_ACCESS_UNIFORM_READ_BIT};
+  device.vk.vkCmdPipelineBarrier(
+      commands, VK_PIPELINE_STAGE_TRANSFER_BIT,
+      VK_PIPELINE_STAGE_VERTEX_SHADER_BIT | VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT, 0, 1, &written,
+      0, nullptr, 0, nullptr);
+}
+
 void* map(const Device& device, const Buffer& buffer, const char* step) {
   void* pointer = nullptr;
   check(device.vk.vkMapMemory(device.handle(), buffer.memory(), 0, VK_WHOLE_SIZE, 0, &pointer),

@@ -32,6 +32,10 @@ class Buffer {
   std::size_t allocated_ = 0;
 };
 
+// Writes the constants of a draw, before its pass begins.
+void updateConstants(const Device& device, VkCommandBuffer commands, VkBuffer buffer,
+                     const void* values, std::size_t bytes);
+
 // The host's address of memory that it can see, mapped as long as the buffer lives.
 void* map(const Device& device, const Buffer& buffer, const char* step);
 

@@ -1,8 +1,5 @@
 #include "render/vulkan/commands.h"
 
-#include <cstdint>
-#include <limits>
-
 namespace zeph::vulkan {
 namespace {
 
@@ -27,23 +24,43 @@ Commands::Commands(const Device& device) : device_(device) {
   done_ = device_.make<VkFence>(vk.vkCreateFence, fence, vk.vkDestroyFence, "Create fence");
 }
 
+Commands::~Commands() {
+  const VkFence done = done_.get();
+  if (isUnderWay_) device_.vk.vkWaitForFences(device_.handle(), 1, &done, VK_TRUE, UINT64_MAX);
+}
+
 void Commands::begin() {
+  wait();
   const VkCommandBufferBeginInfo info = {.sType = VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO,
                                          .flags = VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT};
   check(device_.vk.vkBeginCommandBuffer(buffer_, &info), step);
 }
 
-void Commands::finish() {
+void Commands::submit(VkSemaphore awaited, VkSemaphore signalled) {
   const DeviceFunctions& vk = device_.vk;
   check(vk.vkEndCommandBuffer(buffer_), step);
-  const VkSubmitInfo info = {
-      .sType = VK_STRUCTURE_TYPE_SUBMIT_INFO, .commandBufferCount = 1, .pCommandBuffers = &buffer_};
+  const VkPipelineStageFlags drawing = VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT;
+  const VkSubmitInfo info = {.sType = VK_STRUCTURE_TYPE_SUBMIT_INFO,
+                             .waitSemaphoreCount = awaited != VK_NULL_HANDLE ? 1u : 0u,
+                             .pWaitSemaphores = &awaited,
+                             .pWaitDstStageMask = &drawing,
+                             .commandBufferCount = 1,
+                             .pCommandBuffers = &buffer_,
+                             .signalSemaphoreCount = signalled != VK_NULL_HANDLE ? 1u : 0u,
+                             .pSignalSemaphores = &signalled};
   const VkFence done = done_.get();
   check(vk.vkResetFences(device_.handle(), 1, &done), step);
   check(vk.vkQueueSubmit(device_.queue(), 1, &info, done), step);
-  check(vk.vkWaitForFences(device_.handle(), 1, &done, VK_TRUE,
-                           std::numeric_limits<std::uint64_t>::max()),
-        step);
+  isUnderWay_ = true;
+}
+
+void Commands::wait(std::uint64_t nanoseconds) {
+  if (!isUnderWay_) return;
+  const VkFence done = done_.get();
+  const VkResult result =
+      device_.vk.vkWaitForFences(device_.handle(), 1, &done, VK_TRUE, nanoseconds);
+  check(result, step);
+  isUnderWay_ = result == VK_TIMEOUT;
 }
 
 }  // namespace zeph::vulkan

@@ -1,7 +1,7 @@
-// Work for the device, recorded and waited for.
+// Work for the device, recorded and handed over. One piece of work is under way at a time.
 #pragma once
 
-#include <utility>
+#include <cstdint>
 
 #include "render/vulkan/device.h"
 
@@ -10,23 +10,40 @@ namespace zeph::vulkan {
 class Commands {
  public:
   explicit Commands(const Device& device);
+  // Waits for what is under way.
+  ~Commands();
+  Commands(const Commands&) = delete;
+  Commands& operator=(const Commands&) = delete;
 
   // record(VkCommandBuffer) fills the buffer; returns when the device has done it all.
   template <class Record>
   void run(Record record) {
     begin();
-    std::move(record)(buffer_);
-    finish();
+    record(buffer_);
+    submit(VK_NULL_HANDLE, VK_NULL_HANDLE);
+    wait();
   }
+
+  // The same, but returns at once. The drawing waits for one semaphore and signals the other.
+  template <class Record>
+  void start(Record record, VkSemaphore awaited, VkSemaphore signalled) {
+    begin();
+    record(buffer_);
+    submit(awaited, signalled);
+  }
+
+  // Until the device is done, or for so many nanoseconds.
+  void wait(std::uint64_t nanoseconds = UINT64_MAX);
 
  private:
   void begin();
-  void finish();
+  void submit(VkSemaphore awaited, VkSemaphore signalled);
 
   const Device& device_;
   Owned<VkCommandPool> pool_;
   VkCommandBuffer buffer_ = VK_NULL_HANDLE;
   Owned<VkFence> done_;
+  bool isUnderWay_ = false;
 };
 
 }  // namespace zeph::vulkan

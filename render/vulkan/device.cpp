@@ -74,6 +74,15 @@ Candidate describe(const InstanceFunctions& vk, VkPhysicalDevice device) {
   return candidate;
 }
 
+bool canPresent(const Instance& instance, const Candidate& candidate) {
+  if (instance.surface == VK_NULL_HANDLE) return true;
+  VkBool32 supported = VK_FALSE;
+  check(instance.vk.vkGetPhysicalDeviceSurfaceSupportKHR(candidate.device, *candidate.queueFamily,
+                                                         instance.surface, &supported),
+        "Ask for presentation");
+  return supported == VK_TRUE;
+}
+
 std::vector<Candidate> candidatesOf(const Instance& instance) {
   std::vector<Candidate> candidates;
   const auto devices = listOf<VkPhysicalDevice>([&](std::uint32_t* count, VkPhysicalDevice* items) {
@@ -81,7 +90,8 @@ std::vector<Candidate> candidatesOf(const Instance& instance) {
   });
   for (VkPhysicalDevice device : devices) {
     const Candidate candidate = describe(instance.vk, device);
-    if (candidate.properties.apiVersion >= VK_API_VERSION_1_1 && candidate.queueFamily)
+    if (candidate.properties.apiVersion >= VK_API_VERSION_1_1 && candidate.queueFamily &&
+        canPresent(instance, candidate))
       candidates.push_back(candidate);
   }
   return candidates;
@@ -122,6 +132,20 @@ const Candidate& matchOf(const std::vector<Candidate>& candidates, int computeDe
   throw std::runtime_error(noMatchingDevice);
 }
 
+// What a window needs, and more colours where the system knows them.
+std::vector<const char*> surfaceExtensions(const GlobalFunctions& vk) {
+  std::vector<const char*> names = {VK_KHR_SURFACE_EXTENSION_NAME,
+                                    VK_KHR_XCB_SURFACE_EXTENSION_NAME};
+  const auto known =
+      listOf<VkExtensionProperties>([&](std::uint32_t* count, VkExtensionProperties* items) {
+        vk.vkEnumerateInstanceExtensionProperties(nullptr, count, items);
+      });
+  for (const VkExtensionProperties& extension : known)
+    if (std::string_view(extension.extensionName) == VK_EXT_SWAPCHAIN_COLOR_SPACE_EXTENSION_NAME)
+      names.push_back(VK_EXT_SWAPCHAIN_COLOR_SPACE_EXTENSION_NAME);
+  return names;
+}
+
 bool canSmoothLines(const InstanceFunctions& vk, VkPhysicalDevice device) {
   VkPhysicalDeviceLineRasterizationFeaturesEXT lines = {
       .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_LINE_RASTERIZATION_FEATURES_EXT};
@@ -137,26 +161,40 @@ void check(VkResult result, const char* step) {
   checkResult(result, step);
 }
 
-Instance::Instance() {
+Instance::Instance(const NativeWindow* window) {
   const GlobalFunctions global = globalFunctions();
   if (global.vkCreateInstance == nullptr) throw std::runtime_error(noDevice);
   const VkApplicationInfo application = {.sType = VK_STRUCTURE_TYPE_APPLICATION_INFO,
                                          .pApplicationName = "zephane",
                                          .apiVersion = VK_API_VERSION_1_1};
-  const VkInstanceCreateInfo info = {.sType = VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO,
-                                     .pApplicationInfo = &application};
+  const std::vector<const char*> extensions =
+      window != nullptr ? surfaceExtensions(global) : std::vector<const char*>();
+  const VkInstanceCreateInfo info = {
+      .sType = VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO,
+      .pApplicationInfo = &application,
+      .enabledExtensionCount = static_cast<std::uint32_t>(extensions.size()),
+      .ppEnabledExtensionNames = extensions.data()};
   const VkResult result = global.vkCreateInstance(&info, nullptr, &handle);
   // The loader is there, but no driver.
   if (result == VK_ERROR_INCOMPATIBLE_DRIVER) throw std::runtime_error(noDevice);
   check(result, "Create Vulkan instance");
   vk = instanceFunctions(global, handle);
+  if (window == nullptr) return;
+  const VkXcbSurfaceCreateInfoKHR target = {
+      .sType = VK_STRUCTURE_TYPE_XCB_SURFACE_CREATE_INFO_KHR,
+      .connection = static_cast<xcb_connection_t*>(window->connection),
+      .window = static_cast<xcb_window_t>(window->window)};
+  const VkResult made = vk.vkCreateXcbSurfaceKHR(handle, &target, nullptr, &surface);
+  if (made < 0) vk.vkDestroyInstance(handle, nullptr);
+  check(made, "Create window surface");
 }
 
 Instance::~Instance() {
+  if (surface != VK_NULL_HANDLE) vk.vkDestroySurfaceKHR(handle, surface, nullptr);
   vk.vkDestroyInstance(handle, nullptr);
 }
 
-Device::Device(int computeDevice) {
+Device::Device(int computeDevice, const NativeWindow* window) : instance_(window) {
   const std::vector<Candidate> candidates = candidatesOf(instance_);
   const bool shares = !deviceIsSynchronous();
   const Candidate& chosen = shares ? matchOf(candidates, computeDevice) : bestOf(candidates);
@@ -180,6 +218,7 @@ void Device::create(bool exportsMemory) {
                                          .queueCount = 1,
                                          .pQueuePriorities = &priority};
   std::vector<const char*> extensions;
+  if (surface() != VK_NULL_HANDLE) extensions.push_back(VK_KHR_SWAPCHAIN_EXTENSION_NAME);
   if (exportsMemory) extensions.push_back(exportExtension);
   if (smoothLines_) extensions.push_back(linesExtension);
   const VkPhysicalDeviceLineRasterizationFeaturesEXT lines = {
@@ -195,6 +234,19 @@ void Device::create(bool exportsMemory) {
   check(instance_.vk.vkCreateDevice(physical_, &info, nullptr, &device_), "Create Vulkan device");
   vk = deviceFunctions(instance_.vk, device_);
   vk.vkGetDeviceQueue(device_, family_, 0, &queue_);
+}
+
+VkSurfaceCapabilitiesKHR Device::surfaceCapabilities() const {
+  VkSurfaceCapabilitiesKHR capabilities = {};
+  check(instance_.vk.vkGetPhysicalDeviceSurfaceCapabilitiesKHR(physical_, surface(), &capabilities),
+        "Ask window surface");
+  return capabilities;
+}
+
+std::vector<VkSurfaceFormatKHR> Device::surfaceFormats() const {
+  return listOf<VkSurfaceFormatKHR>([this](std::uint32_t* count, VkSurfaceFormatKHR* items) {
+    instance_.vk.vkGetPhysicalDeviceSurfaceFormatsKHR(physical_, surface(), count, items);
+  });
 }
 
 Owned<VkDeviceMemory> Device::allocate(const VkMemoryRequirements& needs,

@@ -4,27 +4,30 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "render/canvas.h"
 #include "render/vulkan/owned.h"
 
 namespace zeph::vulkan {
 
-// Destroys in reverse order of their making.
+// With the surface of a window, where there is one to draw into.
 struct Instance {
-  Instance();
+  explicit Instance(const NativeWindow* window);
   ~Instance();
   Instance(const Instance&) = delete;
   Instance& operator=(const Instance&) = delete;
 
   InstanceFunctions vk;
   VkInstance handle = VK_NULL_HANDLE;
+  VkSurfaceKHR surface = VK_NULL_HANDLE;
 };
 
 class Device {
  public:
   // A GPU draws its own frames; the processor's are drawn by any device, a real GPU before the
-  // software one. Raises std::runtime_error.
-  explicit Device(int computeDevice);
+  // software one. With a window, it is one that can present there. Raises std::runtime_error.
+  explicit Device(int computeDevice, const NativeWindow* window = nullptr);
   ~Device();
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
@@ -33,6 +36,11 @@ class Device {
   VkQueue queue() const { return queue_; }
   std::uint32_t queueFamily() const { return family_; }
   std::string name() const { return properties_.deviceName; }
+  // Waits until it has nothing to do.
+  void rest() const { vk.vkDeviceWaitIdle(device_); }
+  VkSurfaceKHR surface() const { return instance_.surface; }
+  VkSurfaceCapabilitiesKHR surfaceCapabilities() const;
+  std::vector<VkSurfaceFormatKHR> surfaceFormats() const;
   const VkPhysicalDeviceLimits& limits() const { return properties_.limits; }
   // Whether lines have soft edges.
   bool drawsSmoothLines() const { return smoothLines_; }

@@ -15,6 +15,9 @@ GlobalFunctions globalFunctions() {
   functions.vkGetInstanceProcAddr = find;
   functions.vkCreateInstance =
       reinterpret_cast<PFN_vkCreateInstance>(find(nullptr, "vkCreateInstance"));
+  functions.vkEnumerateInstanceExtensionProperties =
+      reinterpret_cast<PFN_vkEnumerateInstanceExtensionProperties>(
+          find(nullptr, "vkEnumerateInstanceExtensionProperties"));
   return functions;
 }
 
@@ -24,6 +27,7 @@ InstanceFunctions instanceFunctions(const GlobalFunctions& global, VkInstance in
   const auto find = [&](const char* name) { return global.vkGetInstanceProcAddr(instance, name); };
   InstanceFunctions functions;
   ZEPH_INSTANCE_FUNCTIONS(ZEPH_FIND)
+  ZEPH_SURFACE_FUNCTIONS(ZEPH_FIND)
   return functions;
 }
 
@@ -31,6 +35,7 @@ DeviceFunctions deviceFunctions(const InstanceFunctions& instance, VkDevice devi
   const auto find = [&](const char* name) { return instance.vkGetDeviceProcAddr(device, name); };
   DeviceFunctions functions;
   ZEPH_DEVICE_FUNCTIONS(ZEPH_FIND)
+  ZEPH_SWAP_CHAIN_FUNCTIONS(ZEPH_FIND)
   ZEPH_FIND(vkGetMemoryFdKHR)
   return functions;
 }

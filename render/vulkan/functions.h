@@ -3,6 +3,9 @@
 
 #define VK_NO_PROTOTYPES
 #include <vulkan/vulkan.h>
+#include <xcb/xcb.h>
+// The declarations for XCB come after XCB's own.
+#include <vulkan/vulkan_xcb.h>
 
 namespace zeph::vulkan {
 
@@ -17,6 +20,14 @@ namespace zeph::vulkan {
   USE(vkGetPhysicalDeviceProperties2)       \
   USE(vkGetPhysicalDeviceQueueFamilyProperties)
 
+// For a surface; null where no window is drawn into.
+#define ZEPH_SURFACE_FUNCTIONS(USE)              \
+  USE(vkCreateXcbSurfaceKHR)                     \
+  USE(vkDestroySurfaceKHR)                       \
+  USE(vkGetPhysicalDeviceSurfaceCapabilitiesKHR) \
+  USE(vkGetPhysicalDeviceSurfaceFormatsKHR)      \
+  USE(vkGetPhysicalDeviceSurfaceSupportKHR)
+
 #define ZEPH_DEVICE_FUNCTIONS(USE)   \
   USE(vkAllocateCommandBuffers)      \
   USE(vkAllocateDescriptorSets)      \
@@ -27,6 +38,7 @@ namespace zeph::vulkan {
   USE(vkCmdBeginRenderPass)          \
   USE(vkCmdBindDescriptorSets)       \
   USE(vkCmdBindPipeline)             \
+  USE(vkCmdClearAttachments)         \
   USE(vkCmdCopyImageToBuffer)        \
   USE(vkCmdDraw)                     \
   USE(vkCmdEndRenderPass)            \
@@ -45,6 +57,7 @@ namespace zeph::vulkan {
   USE(vkCreateImageView)             \
   USE(vkCreatePipelineLayout)        \
   USE(vkCreateRenderPass)            \
+  USE(vkCreateSemaphore)             \
   USE(vkCreateShaderModule)          \
   USE(vkDestroyBuffer)               \
   USE(vkDestroyCommandPool)          \
@@ -58,6 +71,7 @@ namespace zeph::vulkan {
   USE(vkDestroyPipeline)             \
   USE(vkDestroyPipelineLayout)       \
   USE(vkDestroyRenderPass)           \
+  USE(vkDestroySemaphore)            \
   USE(vkDestroyShaderModule)         \
   USE(vkDeviceWaitIdle)              \
   USE(vkEndCommandBuffer)            \
@@ -71,22 +85,32 @@ namespace zeph::vulkan {
   USE(vkUpdateDescriptorSets)        \
   USE(vkWaitForFences)
 
+#define ZEPH_SWAP_CHAIN_FUNCTIONS(USE) \
+  USE(vkAcquireNextImageKHR)           \
+  USE(vkCreateSwapchainKHR)            \
+  USE(vkDestroySwapchainKHR)           \
+  USE(vkGetSwapchainImagesKHR)         \
+  USE(vkQueuePresentKHR)
+
 #define ZEPH_MEMBER(name) PFN_##name name = nullptr;
 
 // Those that need no instance. All are null where there is no Vulkan 1.1.
 struct GlobalFunctions {
   ZEPH_MEMBER(vkGetInstanceProcAddr)
   ZEPH_MEMBER(vkCreateInstance)
+  ZEPH_MEMBER(vkEnumerateInstanceExtensionProperties)
 };
 GlobalFunctions globalFunctions();
 
 struct InstanceFunctions {
   ZEPH_INSTANCE_FUNCTIONS(ZEPH_MEMBER)
+  ZEPH_SURFACE_FUNCTIONS(ZEPH_MEMBER)
 };
 InstanceFunctions instanceFunctions(const GlobalFunctions& global, VkInstance instance);
 
 struct DeviceFunctions {
   ZEPH_DEVICE_FUNCTIONS(ZEPH_MEMBER)
+  ZEPH_SWAP_CHAIN_FUNCTIONS(ZEPH_MEMBER)
   PFN_vkGetMemoryFdKHR vkGetMemoryFdKHR = nullptr;  // null where memory cannot be exported
 };
 DeviceFunctions deviceFunctions(const InstanceFunctions& instance, VkDevice device);

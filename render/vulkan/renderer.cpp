@@ -3,11 +3,15 @@
 
 #include <array>
 #include <optional>
+#include <stdexcept>
 
 #include "device/check.h"
 #include "render/vulkan/commands.h"
 #include "render/vulkan/field.h"
-#include "render/vulkan/pipelines.h"
+#include "render/vulkan/graphics_pipeline.h"
+#include "render/vulkan/interface.h"
+#include "render/vulkan/picture_pipelines.h"
+#include "render/vulkan/swap_chain.h"
 #include "render/vulkan/target.h"
 
 namespace zeph {
@@ -33,7 +37,7 @@ int selected(int device) {
 // What is drawn with for targets of one format; the pipelines come with the first field.
 struct Drawing {
   Owned<VkRenderPass> pass;
-  std::optional<Pipelines> pipelines;
+  std::optional<PicturePipelines> pipelines;
   bool isInPieces = false;
 };
 
@@ -45,15 +49,33 @@ Buffer makeUniforms(const Device& device) {
                  .step = "Create field uniforms"});
 }
 
+// A picture that is about to be drawn.
+struct Picture {
+  Uniforms uniforms;
+  PicturePlace place;
+  VkDescriptorSet inputs = VK_NULL_HANDLE;
+  VkPipelineLayout layout = VK_NULL_HANDLE;
+  VkPipeline field = VK_NULL_HANDLE;
+  VkPipeline flow = VK_NULL_HANDLE;  // null where there are no lines
+};
+
 }  // namespace
 
 struct Renderer::Impl {
-  explicit Impl(int computeDevice);
+  Impl(int computeDevice, const NativeWindow* window);
 
   Drawing& drawingFor(TexelFormat format);
-  Pipelines& pipelinesFor(TexelFormat format);
-  void updateUniforms(VkCommandBuffer commands, const Uniforms& values) const;
-  void acquireField(VkCommandBuffer commands) const;
+  PicturePipelines& pipelinesFor(TexelFormat format);
+  Picture preparePicture(TexelFormat format, const Frame& frame, const DisplaySettings& settings,
+                         const PicturePlace& place);
+  void acquireField(VkCommandBuffer buffer) const;
+  void beginPass(VkCommandBuffer buffer, VkRenderPass pass, VkFramebuffer framebuffer,
+                 VkExtent2D extent) const;
+  void recordPicture(VkCommandBuffer buffer, const Picture& picture) const;
+  void recordClear(VkCommandBuffer buffer) const;
+  void recordInterface(VkCommandBuffer buffer) const;
+  void recordTurn(VkCommandBuffer buffer, const SwapChain::Turn& turn,
+                  const std::optional<Picture>& picture);
 
   int cudaDevice;
   Device device;
@@ -61,14 +83,21 @@ struct Renderer::Impl {
   Buffer uniforms;
   Field field;
   std::array<Drawing, 2> drawings;
+  std::optional<SwapChain> chain;  // of a window
+  std::optional<Interface> interface;
+  VkExtent2D windowSize = {};
 };
 
-Renderer::Impl::Impl(int computeDevice)
+Renderer::Impl::Impl(int computeDevice, const NativeWindow* window)
     : cudaDevice(selected(computeDevice)),
-      device(computeDevice),
+      device(computeDevice, window),
       commands(device),
       uniforms(makeUniforms(device)),
-      field(device) {}
+      field(device) {
+  if (window == nullptr) return;
+  chain.emplace(device);
+  interface.emplace(device, drawingFor(chain->format()).pass.get(), chain->format());
+}
 
 Drawing& Renderer::Impl::drawingFor(TexelFormat format) {
   Drawing& drawing = drawings[format == TexelFormat::bgra8 ? 0 : 1];
@@ -76,7 +105,7 @@ Drawing& Renderer::Impl::drawingFor(TexelFormat format) {
   return drawing;
 }
 
-Pipelines& Renderer::Impl::pipelinesFor(TexelFormat format) {
+PicturePipelines& Renderer::Impl::pipelinesFor(TexelFormat format) {
   Drawing& drawing = drawingFor(format);
   if (!drawing.pipelines || drawing.isInPieces != field.isInPieces()) {
     drawing.isInPieces = field.isInPieces();
@@ -85,15 +114,18 @@ Pipelines& Renderer::Impl::pipelinesFor(TexelFormat format) {
   return *drawing.pipelines;
 }
 
-void Renderer::Impl::updateUniforms(VkCommandBuffer buffer, const Uniforms& values) const {
-  device.vk.vkCmdUpdateBuffer(buffer, uniforms.get(), 0, sizeof(values), &values);
-  const VkMemoryBarrier written = {.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER,
-                                   .srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT,
-                                   .dstAccessMask = VK_ACCESS_UNIFORM_READ_BIT};
-  device.vk.vkCmdPipelineBarrier(
-      buffer, VK_PIPELINE_STAGE_TRANSFER_BIT,
-      VK_PIPELINE_STAGE_VERTEX_SHADER_BIT | VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT, 0, 1, &written,
-      0, nullptr, 0, nullptr);
+Picture Renderer::Impl::preparePicture(TexelFormat format, const Frame& frame,
+                                       const DisplaySettings& settings, const PicturePlace& place) {
+  PicturePipelines& pipelines = pipelinesFor(format);
+  Picture picture;
+  picture.uniforms = uniformsOf(frame, settings, place, format == TexelFormat::rgba16);
+  picture.place = place;
+  picture.inputs =
+      pipelines.inputs().bind(uniforms.get(), sizeof(picture.uniforms), field.buffers());
+  picture.layout = pipelines.inputs().layout();
+  picture.field = pipelines.field(picture.uniforms);
+  if (settings.flow && frame.hasVelocity) picture.flow = pipelines.flow(picture.uniforms);
+  return picture;
 }
 
 // What another interface has written becomes visible here. The host's own writes are when work is
@@ -114,7 +146,69 @@ void Renderer::Impl::acquireField(VkCommandBuffer buffer) const {
   }
 }
 
-Renderer::Renderer(int device) : impl_(std::make_unique<Impl>(device)) {}
+void Renderer::Impl::beginPass(VkCommandBuffer buffer, VkRenderPass pass, VkFramebuffer framebuffer,
+                               VkExtent2D extent) const {
+  const VkRect2D whole = {.extent = extent};
+  const VkRenderPassBeginInfo begin = {.sType = VK_STRUCTURE_TYPE_RENDER_PASS_BEGIN_INFO,
+                                       .renderPass = pass,
+                                       .framebuffer = framebuffer,
+                                       .renderArea = whole};
+  device.vk.vkCmdBeginRenderPass(buffer, &begin, VK_SUBPASS_CONTENTS_INLINE);
+  device.vk.vkCmdSetScissor(buffer, 0, 1, &whole);
+}
+
+void Renderer::Impl::recordPicture(VkCommandBuffer buffer, const Picture& picture) const {
+  const DeviceFunctions& vk = device.vk;
+  setViewport(device, buffer, picture.place.x, picture.place.y, picture.place.size,
+              picture.place.size);
+  vk.vkCmdBindDescriptorSets(buffer, VK_PIPELINE_BIND_POINT_GRAPHICS, picture.layout, 0, 1,
+                             &picture.inputs, 0, nullptr);
+  vk.vkCmdBindPipeline(buffer, VK_PIPELINE_BIND_POINT_GRAPHICS, picture.field);
+  vk.vkCmdDraw(buffer, fieldVertices, 1, 0, 0);
+  if (picture.flow == VK_NULL_HANDLE) return;
+  vk.vkCmdBindPipeline(buffer, VK_PIPELINE_BIND_POINT_GRAPHICS, picture.flow);
+  vk.vkCmdDraw(buffer, flowVertices, 1, 0, 0);
+}
+
+void Renderer::Impl::recordClear(VkCommandBuffer buffer) const {
+  const Color color =
+      chain->format() == TexelFormat::rgba16 ? linearized(clearColour) : clearColour;
+  const VkClearAttachment clear = {
+      .aspectMask = VK_IMAGE_ASPECT_COLOR_BIT,
+      .clearValue = {.color = {.float32 = {color.red, color.green, color.blue, color.alpha}}}};
+  const VkClearRect whole = {.rect = {.extent = chain->extent()}, .layerCount = 1};
+  device.vk.vkCmdClearAttachments(buffer, 1, &clear, 1, &whole);
+}
+
+void Renderer::Impl::recordInterface(VkCommandBuffer buffer) const {
+  const VkExtent2D extent = chain->extent();
+  setViewport(device, buffer, 0, 0, static_cast<float>(extent.width),
+              static_cast<float>(extent.height));
+  interface->draw(buffer);
+}
+
+void Renderer::Impl::recordTurn(VkCommandBuffer buffer, const SwapChain::Turn& turn,
+                                const std::optional<Picture>& picture) {
+  if (picture) {
+    updateConstants(device, buffer, uniforms.get(), &picture->uniforms, sizeof(Uniforms));
+    acquireField(buffer);
+  }
+  interface->prepare(buffer);
+  moveImage(device, buffer, turn.image, VK_IMAGE_LAYOUT_UNDEFINED,
+            VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL);
+  beginPass(buffer, drawingFor(chain->format()).pass.get(), turn.framebuffer, chain->extent());
+  recordClear(buffer);
+  if (picture) recordPicture(buffer, *picture);
+  recordInterface(buffer);
+  device.vk.vkCmdEndRenderPass(buffer);
+  moveImage(device, buffer, turn.image, VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL,
+            VK_IMAGE_LAYOUT_PRESENT_SRC_KHR);
+}
+
+Renderer::Renderer(int device) : impl_(std::make_unique<Impl>(device, nullptr)) {}
+
+Renderer::Renderer(int device, const NativeWindow& window)
+    : impl_(std::make_unique<Impl>(device, &window)) {}
 
 Renderer::~Renderer() = default;
 
@@ -122,7 +216,9 @@ std::string Renderer::deviceName() const {
   return impl_->device.name();
 }
 
+// Nobody may be drawing what is about to be overwritten.
 void Renderer::transferField(const std::shared_ptr<const Frame>& frame) {
+  impl_->commands.wait();
   impl_->field.transfer(frame);
 }
 
@@ -137,47 +233,57 @@ void Renderer::drawPicture(Target& target, const std::shared_ptr<const Frame>& f
   transferField(frame);
   if (!frame) return;
   Image& image = target.image;
-  Pipelines& pipelines = impl_->pipelinesFor(image.format());
-  const Uniforms uniforms =
-      uniformsOf(*frame, settings, place, image.format() == TexelFormat::rgba16);
-  const VkDescriptorSet set = pipelines.bind(impl_->uniforms.get(), impl_->field.buffers());
-  const VkPipeline fieldPipeline = pipelines.field(uniforms);
-  const bool hasLines = settings.flow && frame->hasVelocity;
-  const VkPipeline flowPipeline = hasLines ? pipelines.flow(uniforms) : VK_NULL_HANDLE;
-  const DeviceFunctions& vk = impl_->device.vk;
-  // Up is positive in the shaders and down in Vulkan.
-  const VkViewport viewport = {.x = place.x,
-                               .y = place.y + place.size,
-                               .width = place.size,
-                               .height = -place.size,
-                               .minDepth = 0,
-                               .maxDepth = 1};
-  const VkRect2D whole = {.extent = image.extent()};
-  const VkRenderPassBeginInfo begin = {.sType = VK_STRUCTURE_TYPE_RENDER_PASS_BEGIN_INFO,
-                                       .renderPass = impl_->drawingFor(image.format()).pass.get(),
-                                       .framebuffer = image.framebuffer(),
-                                       .renderArea = whole};
+  const Picture picture = impl_->preparePicture(image.format(), *frame, settings, place);
   impl_->commands.run([&](VkCommandBuffer buffer) {
-    impl_->updateUniforms(buffer, uniforms);
+    updateConstants(impl_->device, buffer, impl_->uniforms.get(), &picture.uniforms,
+                    sizeof(Uniforms));
     impl_->acquireField(buffer);
     image.prepare(impl_->device, buffer);
-    vk.vkCmdBeginRenderPass(buffer, &begin, VK_SUBPASS_CONTENTS_INLINE);
-    vk.vkCmdSetViewport(buffer, 0, 1, &viewport);
-    vk.vkCmdSetScissor(buffer, 0, 1, &whole);
-    vk.vkCmdBindDescriptorSets(buffer, VK_PIPELINE_BIND_POINT_GRAPHICS, pipelines.layout(), 0, 1,
-                               &set, 0, nullptr);
-    vk.vkCmdBindPipeline(buffer, VK_PIPELINE_BIND_POINT_GRAPHICS, fieldPipeline);
-    vk.vkCmdDraw(buffer, fieldVertices, 1, 0, 0);
-    if (hasLines) {
-      vk.vkCmdBindPipeline(buffer, VK_PIPELINE_BIND_POINT_GRAPHICS, flowPipeline);
-      vk.vkCmdDraw(buffer, flowVertices, 1, 0, 0);
-    }
-    vk.vkCmdEndRenderPass(buffer);
+    impl_->beginPass(buffer, impl_->drawingFor(image.format()).pass.get(), image.framebuffer(),
+                     image.extent());
+    impl_->recordPicture(buffer, picture);
+    impl_->device.vk.vkCmdEndRenderPass(buffer);
   });
 }
 
 Texels Renderer::readTarget(const Target& target) {
   return target.image.read(impl_->device, impl_->commands);
+}
+
+void Renderer::resize(std::uint32_t width, std::uint32_t height) {
+  const VkExtent2D size = impl_->windowSize;
+  if (width == 0 || height == 0 || (width == size.width && height == size.height)) return;
+  impl_->commands.wait();
+  impl_->device.rest();
+  impl_->chain->resize(width, height, impl_->drawingFor(impl_->chain->format()).pass.get());
+  impl_->windowSize = {width, height};
+}
+
+bool Renderer::present(const Presentation& presentation) {
+  Impl& i = *impl_;
+  i.commands.wait();
+  SwapChain::Turn turn;
+  if (!i.chain->begin(turn)) {
+    // The next resize makes new images, of whatever size.
+    i.windowSize = {};
+    return false;
+  }
+  std::optional<Picture> picture;
+  if (presentation.frame) {
+    i.field.transfer(presentation.frame);
+    picture = i.preparePicture(i.chain->format(), *presentation.frame, presentation.settings,
+                               {.size = presentation.side * presentation.scale,
+                                .rounded = cornerRadius * presentation.scale});
+  }
+  i.interface->update(presentation.overlay, i.chain->extent(), presentation.scale);
+  i.commands.start([&](VkCommandBuffer buffer) { i.recordTurn(buffer, turn, picture); },
+                   turn.acquired, turn.drawn);
+  i.chain->show(turn);
+  return true;
+}
+
+void Renderer::waitForLatency(double seconds) {
+  impl_->commands.wait(static_cast<std::uint64_t>(seconds * 1e9));
 }
 
 }  // namespace zeph

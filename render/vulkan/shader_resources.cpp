@@ -22,6 +22,8 @@ EMBED(flow_vertex)
 EMBED(flow_pixel)
 EMBED(field_pixel_of_pieces)
 EMBED(flow_vertex_of_pieces)
+EMBED(interface_vertex)
+EMBED(interface_pixel)
 
 namespace zeph {
 
@@ -41,6 +43,10 @@ std::span<const std::byte> shaderResource(ShaderResource resource) {
       return RESOURCE(field_pixel_of_pieces);
     case ShaderResource::flowVertexOfPieces:
       return RESOURCE(flow_vertex_of_pieces);
+    case ShaderResource::interfaceVertex:
+      return RESOURCE(interface_vertex);
+    case ShaderResource::interfacePixel:
+      return RESOURCE(interface_pixel);
   }
   throw std::runtime_error("Missing embedded application resource.");
 }

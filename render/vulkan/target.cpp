@@ -11,7 +11,6 @@ constexpr const char* imageStep = "Create PNG render target";
 constexpr const char* viewStep = "PNG target view";
 
 constexpr VkImageLayout attachment = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
-constexpr VkPipelineStageFlags everything = VK_PIPELINE_STAGE_ALL_COMMANDS_BIT;
 constexpr VkImageSubresourceRange whole = {
     .aspectMask = VK_IMAGE_ASPECT_COLOR_BIT, .levelCount = 1, .layerCount = 1};
 
@@ -41,30 +40,48 @@ Owned<VkImage> makeImage(const Device& device, std::uint32_t width, std::uint32_
   return device.make<VkImage>(device.vk.vkCreateImage, info, device.vk.vkDestroyImage, imageStep);
 }
 
-Owned<VkImageView> makeView(const Device& device, VkImage image, VkFormat format) {
+}  // namespace
+
+Owned<VkImageView> makeView(const Device& device, VkImage image, VkFormat format,
+                            const char* step) {
   const VkImageViewCreateInfo info = {.sType = VK_STRUCTURE_TYPE_IMAGE_VIEW_CREATE_INFO,
                                       .image = image,
                                       .viewType = VK_IMAGE_VIEW_TYPE_2D,
                                       .format = format,
                                       .subresourceRange = whole};
   return device.make<VkImageView>(device.vk.vkCreateImageView, info, device.vk.vkDestroyImageView,
-                                  viewStep);
+                                  step);
 }
 
 Owned<VkFramebuffer> makeFramebuffer(const Device& device, VkRenderPass pass, VkImageView view,
-                                     std::uint32_t width, std::uint32_t height) {
+                                     VkExtent2D extent, const char* step) {
   const VkFramebufferCreateInfo info = {.sType = VK_STRUCTURE_TYPE_FRAMEBUFFER_CREATE_INFO,
                                         .renderPass = pass,
                                         .attachmentCount = 1,
                                         .pAttachments = &view,
-                                        .width = width,
-                                        .height = height,
+                                        .width = extent.width,
+                                        .height = extent.height,
                                         .layers = 1};
   return device.make<VkFramebuffer>(device.vk.vkCreateFramebuffer, info,
-                                    device.vk.vkDestroyFramebuffer, viewStep);
+                                    device.vk.vkDestroyFramebuffer, step);
 }
 
-}  // namespace
+void moveImage(const Device& device, VkCommandBuffer commands, VkImage image, VkImageLayout from,
+               VkImageLayout to) {
+  constexpr VkPipelineStageFlags everything = VK_PIPELINE_STAGE_ALL_COMMANDS_BIT;
+  const VkImageMemoryBarrier moved = {
+      .sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER,
+      .srcAccessMask = VK_ACCESS_MEMORY_WRITE_BIT,
+      .dstAccessMask = VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT,
+      .oldLayout = from,
+      .newLayout = to,
+      .srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED,
+      .dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED,
+      .image = image,
+      .subresourceRange = whole};
+  device.vk.vkCmdPipelineBarrier(commands, everything, everything, 0, 0, nullptr, 0, nullptr, 1,
+                                 &moved);
+}
 
 VkFormat formatOf(TexelFormat format) {
   return format == TexelFormat::bgra8 ? VK_FORMAT_B8G8R8A8_UNORM : VK_FORMAT_R16G16B16A16_SFLOAT;
@@ -80,28 +97,13 @@ Image::Image(const Device& device, std::uint32_t width, std::uint32_t height, Te
   device.vk.vkGetImageMemoryRequirements(device.handle(), image_.get(), &needs);
   memory_ = device.allocate(needs, 0, VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT, nullptr, imageStep);
   check(device.vk.vkBindImageMemory(device.handle(), image_.get(), memory_.get(), 0), imageStep);
-  view_ = makeView(device, image_.get(), formatOf(format));
-  framebuffer_ = makeFramebuffer(device, pass, view_.get(), width, height);
-}
-
-// Everything before is over, and nothing after has begun: an image is moved between draws, seldom.
-VkImageMemoryBarrier Image::barrier(VkImageLayout from, VkImageLayout to) const {
-  return {.sType = VK_STRUCTURE_TYPE_IMAGE_MEMORY_BARRIER,
-          .srcAccessMask = VK_ACCESS_MEMORY_WRITE_BIT,
-          .dstAccessMask = VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT,
-          .oldLayout = from,
-          .newLayout = to,
-          .srcQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED,
-          .dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED,
-          .image = image_.get(),
-          .subresourceRange = whole};
+  view_ = makeView(device, image_.get(), formatOf(format), viewStep);
+  framebuffer_ = makeFramebuffer(device, pass, view_.get(), extent(), viewStep);
 }
 
 void Image::prepare(const Device& device, VkCommandBuffer commands) {
-  const VkImageMemoryBarrier ready =
-      barrier(isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED, attachment);
-  device.vk.vkCmdPipelineBarrier(commands, everything, everything, 0, 0, nullptr, 0, nullptr, 1,
-                                 &ready);
+  moveImage(device, commands, image_.get(), isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED,
+            attachment);
   isDefined_ = true;
 }
 
@@ -117,18 +119,16 @@ Texels Image::read(const Device& device, Commands& commands) const {
   const VkBufferImageCopy region = {
       .imageSubresource = {.aspectMask = VK_IMAGE_ASPECT_COLOR_BIT, .layerCount = 1},
       .imageExtent = {width_, height_, 1}};
-  const VkImageMemoryBarrier toRead = barrier(isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED,
-                                              VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
-  const VkImageMemoryBarrier toDraw = barrier(VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, attachment);
   const VkMemoryBarrier toHost = {.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER,
                                   .srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT,
                                   .dstAccessMask = VK_ACCESS_HOST_READ_BIT};
   commands.run([&](VkCommandBuffer buffer) {
     const DeviceFunctions& vk = device.vk;
-    vk.vkCmdPipelineBarrier(buffer, everything, everything, 0, 0, nullptr, 0, nullptr, 1, &toRead);
+    moveImage(device, buffer, image_.get(), isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED,
+              VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
     vk.vkCmdCopyImageToBuffer(buffer, image_.get(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL,
                               readback.get(), 1, &region);
-    vk.vkCmdPipelineBarrier(buffer, everything, everything, 0, 0, nullptr, 0, nullptr, 1, &toDraw);
+    moveImage(device, buffer, image_.get(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, attachment);
     vk.vkCmdPipelineBarrier(buffer, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0,
                             1, &toHost, 0, nullptr, 0, nullptr);
   });

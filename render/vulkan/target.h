@@ -9,6 +9,15 @@ namespace zeph::vulkan {
 
 VkFormat formatOf(TexelFormat format);
 
+// What is drawn into: a view of an image, and a frame around it for a pass.
+Owned<VkImageView> makeView(const Device& device, VkImage image, VkFormat format, const char* step);
+Owned<VkFramebuffer> makeFramebuffer(const Device& device, VkRenderPass pass, VkImageView view,
+                                     VkExtent2D extent, const char* step);
+
+// Moves an image to another layout. Everything before is over then, and nothing after has begun.
+void moveImage(const Device& device, VkCommandBuffer commands, VkImage image, VkImageLayout from,
+               VkImageLayout to);
+
 // An image of the device. Its texels are undefined until something is drawn.
 class Image {
  public:
@@ -26,8 +35,6 @@ class Image {
   Texels read(const Device& device, Commands& commands) const;
 
  private:
-  VkImageMemoryBarrier barrier(VkImageLayout from, VkImageLayout to) const;
-
   std::uint32_t width_;
   std::uint32_t height_;
   TexelFormat format_;

@@ -1,14 +1,13 @@
-// What is drawn and how: the shaders, what they read, and the two pipelines of a picture.
+// The two pipelines of a picture, the field and the flow lines.
 #pragma once
 
 #include <compare>
 #include <cstdint>
 #include <map>
-#include <span>
 
-#include "render/texels.h"
 #include "render/uniforms.h"
 #include "render/vulkan/device.h"
+#include "render/vulkan/shader_inputs.h"
 
 namespace zeph::vulkan {
 
@@ -19,41 +18,30 @@ struct Choices {
   std::uint32_t colorRange = 0;
   std::uint32_t output = 0;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the check takes the comparison for a pointer's
   auto operator<=>(const Choices&) const = default;
 };
 
 // For targets of one format, and for a field in one buffer or in pieces. Pipelines are made when
 // they are first asked for.
-class Pipelines {
+class PicturePipelines {
  public:
-  Pipelines(const Device& device, VkRenderPass pass, bool isInPieces);
+  PicturePipelines(const Device& device, VkRenderPass pass, bool isInPieces);
 
   VkPipeline field(const Uniforms& uniforms);
   VkPipeline flow(const Uniforms& uniforms);
-  VkPipelineLayout layout() const { return layout_.get(); }
-
-  // Lets the shaders read these.
-  VkDescriptorSet bind(VkBuffer uniforms, std::span<const VkBuffer> field) const;
+  const ShaderInputs& inputs() const { return inputs_; }
 
  private:
-  void makeLayout();
-  void makePool();
   Owned<VkPipeline> makeField(const Choices& choices) const;
   Owned<VkPipeline> makeFlow(const Choices& choices) const;
 
   const Device& device_;
   VkRenderPass pass_;
   bool isInPieces_;
-  std::uint32_t buffers_;  // of the field, as the shaders count them
-  Owned<VkDescriptorSetLayout> setLayout_;
-  Owned<VkPipelineLayout> layout_;
-  Owned<VkDescriptorPool> pool_;
-  VkDescriptorSet set_ = VK_NULL_HANDLE;
+  ShaderInputs inputs_;
   std::map<Choices, Owned<VkPipeline>> fields_;
   std::map<Choices, Owned<VkPipeline>> flows_;
 };
-
-// Keeps what the target holds, and leaves it a colour attachment.
-Owned<VkRenderPass> makePass(const Device& device, TexelFormat format);
 
 }  // namespace zeph::vulkan

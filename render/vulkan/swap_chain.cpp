@@ -1,0 +1,135 @@
+#include "render/vulkan/swap_chain.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "render/vulkan/target.h"
+
+namespace zeph::vulkan {
+namespace {
+
+constexpr const char* chainStep = "Create swap chain";
+constexpr const char* resizeStep = "Resize swap chain";
+constexpr std::uint32_t wantedImages = 2;
+constexpr std::uint64_t patience = 100'000'000;  // nanoseconds for an image
+
+constexpr VkSurfaceFormatKHR standardRange = {VK_FORMAT_B8G8R8A8_UNORM,
+                                              VK_COLOR_SPACE_SRGB_NONLINEAR_KHR};
+constexpr VkSurfaceFormatKHR highRange = {VK_FORMAT_R16G16B16A16_SFLOAT,
+                                          VK_COLOR_SPACE_EXTENDED_SRGB_LINEAR_EXT};
+
+bool same(const VkSurfaceFormatKHR& a, const VkSurfaceFormatKHR& b) {
+  return a.format == b.format && a.colorSpace == b.colorSpace;
+}
+
+Owned<VkSemaphore> makeSemaphore(const Device& device) {
+  const VkSemaphoreCreateInfo info = {.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO};
+  return device.make<VkSemaphore>(device.vk.vkCreateSemaphore, info, device.vk.vkDestroySemaphore,
+                                  "No frame pacing signal");
+}
+
+// A system that dictates no size leaves it to us.
+VkExtent2D sizeWithin(const VkSurfaceCapabilitiesKHR& surface, VkExtent2D wanted) {
+  if (surface.currentExtent.width != 0xffffffffu) return surface.currentExtent;
+  return {std::clamp(wanted.width, surface.minImageExtent.width, surface.maxImageExtent.width),
+          std::clamp(wanted.height, surface.minImageExtent.height, surface.maxImageExtent.height)};
+}
+
+}  // namespace
+
+SwapChain::SwapChain(const Device& device) : device_(device), acquired_(makeSemaphore(device)) {
+  const std::vector<VkSurfaceFormatKHR> offered = device_.surfaceFormats();
+  const auto offers = [&](const VkSurfaceFormatKHR& wanted) {
+    return std::ranges::any_of(offered, [&](const auto& one) { return same(one, wanted); });
+  };
+  if (offers(highRange)) {
+    surfaceFormat_ = highRange;
+    format_ = TexelFormat::rgba16;
+  } else if (offers(standardRange)) {
+    surfaceFormat_ = standardRange;
+  } else {
+    check(VK_ERROR_FORMAT_NOT_SUPPORTED, chainStep);
+  }
+}
+
+void SwapChain::resize(std::uint32_t width, std::uint32_t height, VkRenderPass pass) {
+  const VkSurfaceCapabilitiesKHR surface = device_.surfaceCapabilities();
+  const VkExtent2D size = sizeWithin(surface, {width, height});
+  images_.clear();
+  // A window without a size has no images.
+  if (size.width == 0 || size.height == 0) {
+    chain_ = {};
+    extent_ = {};
+    return;
+  }
+  const std::uint32_t most = surface.maxImageCount != 0 ? surface.maxImageCount : wantedImages;
+  const Owned<VkSwapchainKHR> old = std::move(chain_);
+  const VkSwapchainCreateInfoKHR info = {
+      .sType = VK_STRUCTURE_TYPE_SWAPCHAIN_CREATE_INFO_KHR,
+      .surface = device_.surface(),
+      .minImageCount = std::min(std::max(wantedImages, surface.minImageCount),
+                                std::max(most, surface.minImageCount)),
+      .imageFormat = surfaceFormat_.format,
+      .imageColorSpace = surfaceFormat_.colorSpace,
+      .imageExtent = size,
+      .imageArrayLayers = 1,
+      .imageUsage = VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT,
+      .preTransform = surface.currentTransform,
+      .compositeAlpha = VK_COMPOSITE_ALPHA_OPAQUE_BIT_KHR,
+      .presentMode = VK_PRESENT_MODE_FIFO_KHR,
+      .clipped = VK_TRUE,
+      .oldSwapchain = old.get()};
+  const DeviceFunctions& vk = device_.vk;
+  const char* step = old ? resizeStep : chainStep;
+  chain_ =
+      device_.make<VkSwapchainKHR>(vk.vkCreateSwapchainKHR, info, vk.vkDestroySwapchainKHR, step);
+  std::uint32_t count = 0;
+  check(vk.vkGetSwapchainImagesKHR(device_.handle(), chain_.get(), &count, nullptr),
+        "Get swap buffer");
+  std::vector<VkImage> images(count);
+  check(vk.vkGetSwapchainImagesKHR(device_.handle(), chain_.get(), &count, images.data()),
+        "Get swap buffer");
+  extent_ = size;
+  for (VkImage image : images) images_.push_back(makeImage(image, pass));
+}
+
+SwapChain::Image SwapChain::makeImage(VkImage image, VkRenderPass pass) const {
+  Image made;
+  made.image = image;
+  made.view = makeView(device_, image, surfaceFormat_.format, "Create backbuffer target");
+  made.framebuffer =
+      makeFramebuffer(device_, pass, made.view.get(), extent_, "Create backbuffer target");
+  made.drawn = makeSemaphore(device_);
+  return made;
+}
+
+bool SwapChain::begin(Turn& turn) {
+  if (!chain_) return false;
+  const VkResult result = device_.vk.vkAcquireNextImageKHR(
+      device_.handle(), chain_.get(), patience, acquired_.get(), VK_NULL_HANDLE, &turn.index);
+  // The window has changed its size, or nothing is shown that would free an image.
+  if (result == VK_ERROR_OUT_OF_DATE_KHR || result == VK_TIMEOUT || result == VK_NOT_READY)
+    return false;
+  check(result, "Get swap buffer");
+  const Image& image = images_[turn.index];
+  turn.image = image.image;
+  turn.framebuffer = image.framebuffer.get();
+  turn.acquired = acquired_.get();
+  turn.drawn = image.drawn.get();
+  return true;
+}
+
+void SwapChain::show(const Turn& turn) {
+  const VkSwapchainKHR chain = chain_.get();
+  const VkPresentInfoKHR info = {.sType = VK_STRUCTURE_TYPE_PRESENT_INFO_KHR,
+                                 .waitSemaphoreCount = 1,
+                                 .pWaitSemaphores = &turn.drawn,
+                                 .swapchainCount = 1,
+                                 .pSwapchains = &chain,
+                                 .pImageIndices = &turn.index};
+  const VkResult result = device_.vk.vkQueuePresentKHR(device_.queue(), &info);
+  if (result != VK_ERROR_OUT_OF_DATE_KHR) check(result, "Present frame");
+}
+
+}  // namespace zeph::vulkan

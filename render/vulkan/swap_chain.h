@@ -1,0 +1,53 @@
+// The images of a window, and the taking of turns between drawing and showing.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "render/texels.h"
+#include "render/vulkan/device.h"
+
+namespace zeph::vulkan {
+
+class SwapChain {
+ public:
+  // For the surface of the device. It has no images before the first resize.
+  explicit SwapChain(const Device& device);
+
+  TexelFormat format() const { return format_; }
+  VkExtent2D extent() const { return extent_; }
+
+  // Images of that size, or of the one that the window dictates. Nobody may be drawing.
+  void resize(std::uint32_t width, std::uint32_t height, VkRenderPass pass);
+
+  struct Turn {
+    VkImage image = VK_NULL_HANDLE;
+    VkFramebuffer framebuffer = VK_NULL_HANDLE;
+    VkSemaphore acquired = VK_NULL_HANDLE;  // the drawing waits for it
+    VkSemaphore drawn = VK_NULL_HANDLE;     // the showing waits for it
+    std::uint32_t index = 0;
+  };
+  // False where there is no image to draw into now.
+  bool begin(Turn& turn);
+  void show(const Turn& turn);
+
+ private:
+  struct Image {
+    VkImage image = VK_NULL_HANDLE;
+    Owned<VkImageView> view;
+    Owned<VkFramebuffer> framebuffer;
+    Owned<VkSemaphore> drawn;
+  };
+
+  Image makeImage(VkImage image, VkRenderPass pass) const;
+
+  const Device& device_;
+  VkSurfaceFormatKHR surfaceFormat_ = {};
+  TexelFormat format_ = TexelFormat::bgra8;
+  VkExtent2D extent_ = {};
+  Owned<VkSemaphore> acquired_;
+  Owned<VkSwapchainKHR> chain_;
+  std::vector<Image> images_;
+};
+
+}  // namespace zeph::vulkan

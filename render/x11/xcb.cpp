@@ -1,0 +1,29 @@
+#include "render/x11/xcb.h"
+
+#include <optional>
+
+#include "platform/library.h"
+
+namespace zeph::x11 {
+namespace {
+
+std::optional<Xcb> findXcb() {
+  void* library = platform::openLibrary("libxcb.so.1");
+  if (library == nullptr) return std::nullopt;
+  Xcb functions{};
+#define ZEPH_FIND(name)                                                                         \
+  functions.name = reinterpret_cast<decltype(&::name)>(platform::findFunction(library, #name)); \
+  if (functions.name == nullptr) return std::nullopt;
+  ZEPH_XCB_FUNCTIONS(ZEPH_FIND)
+#undef ZEPH_FIND
+  return functions;
+}
+
+}  // namespace
+
+const Xcb* xcb() {
+  static const std::optional<Xcb> found = findXcb();
+  return found ? &*found : nullptr;
+}
+
+}  // namespace zeph::x11
