@@ -1,5 +1,5 @@
-"""The command line: ``run`` computes a flow, ``watch`` shows a running one, ``info`` describes the
-machine.
+"""The command line: ``run`` computes a flow, ``view`` and ``watch`` show a running one in a window
+and on a terminal, ``info`` describes the machine.
 
 Exit codes: 0 for success, 1 for a failure, told on the standard error stream in the words of the
 library or the system, and 2 for a command line that cannot be understood.
@@ -16,23 +16,11 @@ from collections.abc import Sequence
 from . import __version__
 from ._library import ZephaneError
 from .engine import initialize
-from .records import (
-    COLOR_RANGES,
-    DEFAULT_PIXEL_SIZE,
-    DISPLAYS,
-    INTEGRATORS,
-    OPERATORS,
-    PALETTES,
-    PIXEL_SIZES,
-    START_SPECTRA,
-    Config,
-    PictureSettings,
-)
+from .options import LIBRARY_HELP, add_course, add_flow, add_picture
+from .records import DEFAULT_PIXEL_SIZE, PIXEL_SIZES
 from .report import describe_system
 from .run import TURNOVERS, run
 from .watch import watch
-
-LIBRARY_HELP = "path of the library (default: look for it)"
 
 
 def main(arguments: Sequence[str] | None = None) -> int:
@@ -63,6 +51,7 @@ def _parser() -> argparse.ArgumentParser:
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     _add_run(commands)
     _add_watch(commands)
+    _add_view(commands)
     info = commands.add_parser("info", help="describe the library and the device")
     info.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
     info.add_argument("--json", action="store_true", help="as JSON")
@@ -77,7 +66,7 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
         description="Compute a flow, show how it goes on, and report its figures at the end. "
         "Ctrl-C ends the run early; the report and the files are then of the flow so far.",
     )
-    _add_flow(parser)
+    add_flow(parser)
     _add_length(parser)
     _add_output(parser)
     _add_picture(parser)
@@ -92,74 +81,42 @@ def _add_watch(commands: argparse._SubParsersAction[argparse.ArgumentParser]) ->
         "and lets it run, s takes one step, r starts it again, n starts the next seed, h tells "
         "the keys, q quits. Where the output is no terminal, a line per second tells the figures.",
     )
-    _add_flow(parser)
-    run = parser.add_argument_group("course")
-    run.add_argument(
-        "--regulated",
-        action=argparse.BooleanOptionalAction,
-        default=True,
-        help="let the Reynolds number follow the flow, so that the grid is well used "
-        "(default: regulated)",
-    )
-    run.add_argument(
-        "--until",
-        metavar="T",
-        type=float,
-        help="stop at this time exactly (default: never)",
-    )
-    run.add_argument("--paused", action="store_true", help="begin with a pause")
+    add_flow(parser)
+    add_course(parser)
     parser.set_defaults(command=watch)
 
 
-def _add_flow(parser: argparse.ArgumentParser) -> None:
-    default = Config()
-    flow = parser.add_argument_group("flow")
-    flow.add_argument(
-        "--resolution",
-        metavar="N",
+def _add_view(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+    parser = commands.add_parser(
+        "view",
+        help="show a running flow in a window",
+        description="Let a flow run and show its picture in a window, with a panel that steers it. "
+        "The key h tells the keys.",
+    )
+    add_flow(parser)
+    add_course(parser)
+    picture = parser.add_argument_group("picture")
+    add_picture(picture)
+    picture.add_argument(
+        "--size",
+        metavar="S",
         type=int,
-        help=f"grid points per side, even, 16 to 16384 (default: {default.resolution})",
+        default=800,
+        help="side of the picture at first, in units of 1/96 inch, if the screen has the room "
+        "(default: %(default)d)",
     )
-    flow.add_argument(
-        "--k0",
-        metavar="K",
-        type=int,
-        help=f"peak wavenumber of the start spectrum (default: {default.k0})",
-    )
-    flow.add_argument(
-        "--seed", metavar="SEED", help=f"seed of the start field (default: {default.seed})"
-    )
-    flow.add_argument(
-        "--reynolds",
-        metavar="RE",
-        type=float,
-        help="Reynolds number (default: what the grid resolves, "
-        f"{default.reynolds:.5g} at the default resolution and k0)",
-    )
-    flow.add_argument(
-        "--cfl",
-        metavar="C",
-        type=float,
-        help=f"Courant number of the adaptive time step (default: {default.cfl:g})",
-    )
-    flow.add_argument(
-        "--fixed-dt",
-        metavar="DT",
-        type=float,
-        help="a fixed time step (default: the adaptive one)",
-    )
-    flow.add_argument("--integrator", metavar="NAME", help=_names(INTEGRATORS, default.integrator))
-    flow.add_argument("--operator", metavar="NAME", help=_names(OPERATORS, default.operator))
-    flow.add_argument(
-        "--start-spectrum", metavar="NAME", help=_names(START_SPECTRA, default.start_spectrum)
-    )
-    flow.add_argument(
-        "--initial",
-        metavar="FILE",
-        help="start from this raw file of N*N float32 samples of the vorticity, row by row "
-        "(default: the seeded start field)",
-    )
-    flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
+    parser.set_defaults(command=_view)
+
+
+def _view(options: argparse.Namespace) -> int:
+    """Tk, that the window is made of, need not be there for anything else."""
+    try:
+        from .viewer import view
+    except ImportError as failure:
+        raise ZephaneError(
+            f"The viewer needs tkinter, which Debian has as python3-tk: {failure}"
+        ) from None
+    return view(options)
 
 
 def _add_length(parser: argparse.ArgumentParser) -> None:
@@ -195,41 +152,8 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
 
 
 def _add_picture(parser: argparse.ArgumentParser) -> None:
-    default = PictureSettings()
     picture = parser.add_argument_group("picture, with --png")
-    picture.add_argument(
-        "--display",
-        metavar="NAME",
-        default=default.display,
-        help=_names(DISPLAYS, default.display),
-    )
-    picture.add_argument(
-        "--palette",
-        metavar="NAME",
-        default=default.palette,
-        help=_names(PALETTES, default.palette),
-    )
-    picture.add_argument(
-        "--color-range",
-        metavar="NAME",
-        default=default.color_range,
-        help=_names(COLOR_RANGES, default.color_range),
-    )
-    picture.add_argument(
-        "--exposure",
-        metavar="GAIN",
-        type=float,
-        default=default.exposure,
-        help="gain of the compressive curves, 0.25 to 3 (default: %(default)g)",
-    )
-    picture.add_argument(
-        "--sigma",
-        metavar="S",
-        type=float,
-        default=default.sigma,
-        help="standard deviations that fill the range, 1.5 to 3.5 (default: %(default)g)",
-    )
-    picture.add_argument("--flow", action="store_true", help="draw flow lines over the picture")
+    add_picture(picture)
     picture.add_argument(
         "--pixels",
         metavar="P",
@@ -237,7 +161,3 @@ def _add_picture(parser: argparse.ArgumentParser) -> None:
         default=DEFAULT_PIXEL_SIZE,
         help=f"side of the picture, {PIXEL_SIZES[0]} to {PIXEL_SIZES[-1]} (default: %(default)d)",
     )
-
-
-def _names(names: Sequence[str], default: str) -> str:
-    return f"{', '.join(names[:-1])} or {names[-1]} (default: {default})"

@@ -10,13 +10,22 @@ from __future__ import annotations
 import math
 from collections.abc import Iterable, Sequence
 
-from .progress import clock
+from .figures import (
+    CONTROL_TARGET,
+    Fact,
+    Span,
+    config_facts,
+    device_facts,
+    energy_facts,
+    regulator_facts,
+    reynolds_facts,
+    speed_facts,
+    state,
+    state_style,
+    time_facts,
+)
+from .keys import FLOW_KEYS
 from .records import ViewStatus
-from .report import memory
-
-# What the regulator holds the palinstrophy control at, and how near is as good as there.
-CONTROL_TARGET = 20.0
-CONTROL_BAND = 0.001
 
 LABEL_CELLS = 12
 BETWEEN = "   "
@@ -28,7 +37,6 @@ SCALED_CHART = 24
 BLOCKS = " ▁▂▃▄▅▆▇█"
 ASCII_BLOCKS = " .-=#"
 
-Span = tuple[str, str]
 Line = list[Span]
 
 SGR = {
@@ -42,10 +50,7 @@ SGR = {
 }
 
 KEYS = (
-    ("space", "pause the flow, or let it run"),
-    ("s", "take one step and pause"),
-    ("r", "the same flow again from its start"),
-    ("n", "a new flow, from the seed that follows"),
+    *FLOW_KEYS,
     ("h", "this help"),
     ("q", "quit, as does Ctrl-C"),
 )
@@ -99,26 +104,6 @@ def status_line(status: ViewStatus, until: float | None = None) -> str:
     return "  ".join(words)
 
 
-def state(status: ViewStatus, until: float | None = None) -> str:
-    """What the flow is doing, in a word or two."""
-    if status.error_message is not None:
-        return "failed"
-    if not status.ready:
-        return "preparing the flow"
-    if status.running:
-        return "running"
-    if is_finished(status, until):
-        return "finished"
-    return "paused" if status.settled else "pausing"
-
-
-def is_finished(status: ViewStatus, until: float | None) -> bool:
-    """Whether the limit has ended the flow. Its last step may miss the time by a rounding."""
-    if until is None or status.stats is None or status.running or not status.settled:
-        return False
-    return status.stats.simulation_time >= until - 1e-6 * abs(until)
-
-
 def chart_rows(
     values: Sequence[float], width: int, rows: int, levels: str = BLOCKS
 ) -> list[str]:
@@ -154,87 +139,20 @@ def paint(line: Line, colored: bool) -> str:
 
 def _head(status: ViewStatus, until: float | None) -> Line:
     word = state(status, until)
-    style = {"running": "good", "finished": "good", "failed": "bad"}.get(word, "waiting")
-    config = status.config
-    facts = [
-        f"{config.resolution} x {config.resolution}",
-        f"k0 {config.k0}",
-        f"seed {config.seed}",
-        config.integrator,
-        config.operator,
-        config.start_spectrum,
-    ]
-    line: Line = [("Zephane", "title"), ("  ", ""), (word, style)]
-    for n, fact in enumerate(facts):
+    line: Line = [("Zephane", "title"), ("  ", ""), (word, state_style(word))]
+    for n, fact in enumerate(config_facts(status.config)):
         line.append((f", {fact}" if n else f"  {fact}", ""))
     return line
 
 
 def _figures(status: ViewStatus, until: float | None) -> list[tuple[int, Line]]:
     return [
-        (2, _row("time", _time(status, until))),
-        (4, _row("speed", _speed(status))),
-        (6, _row("Reynolds", _reynolds(status))),
-        (7, _row("regulator", _regulator(status))),
-        (8, _row("memory", [f"{memory(status.allocated_bytes)} on {status.gpu}", status.backend])),
-        (5, _row("energy", _energy(status))),
-    ]
-
-
-def _time(status: ViewStatus, until: float | None) -> list[str]:
-    stats = status.stats
-    if stats is None:
-        return []
-    end = f" of {until:g}" if until else ""
-    facts = [f"{stats.simulation_time:.4f}{end}"]
-    if stats.initial_turnover_time > 0.0:
-        facts.append(f"{stats.simulation_time / stats.initial_turnover_time:.2f} turnovers")
-    elapsed = f"{clock(status.elapsed_seconds)} elapsed"
-    return [*facts, f"step {stats.steps}", f"dt {stats.dt:.4g}", elapsed]
-
-
-def _speed(status: ViewStatus) -> list[str]:
-    pace = status.performance
-    if not pace.steps_per_s > 0.0:
-        return ["no rate yet"]
-    return [
-        f"{pace.steps_per_s:.{1 if pace.steps_per_s < 100 else 0}f} steps/s",
-        f"{pace.milliseconds_per_step:.3g} ms a step",
-        f"{pace.simtime_per_s:.3g} time/s",
-        f"batch {pace.batch_steps}",
-        f"{pace.turnovers_per_s:.3g} turnovers/s",
-    ]
-
-
-def _reynolds(status: ViewStatus) -> list[str]:
-    now, configured = status.effective_reynolds, status.config.reynolds
-    facts = [f"{now:.6g} effective", f"{configured:.6g} configured"]
-    if configured > 0.0:
-        facts.append(f"{100.0 * (now / configured - 1.0):+.1f} %")
-    return facts
-
-
-def _regulator(status: ViewStatus) -> list[Span | str]:
-    control = status.palinstrophy_control
-    if not status.regulated:
-        return ["off", f"palinstrophy {control:.2f}"]
-    facts: list[Span | str] = [f"palinstrophy {control:.2f}", f"target {CONTROL_TARGET:g}"]
-    error = control / CONTROL_TARGET - 1.0
-    if status.stats is None or not math.isfinite(error):
-        return facts
-    if abs(error) < CONTROL_BAND:
-        return [*facts, ("on target", "good")]
-    return [*facts, f"{100.0 * error:+.1f} %"]
-
-
-def _energy(status: ViewStatus) -> list[str]:
-    stats = status.stats
-    if stats is None:
-        return []
-    return [
-        f"{stats.energy:.6g}",
-        f"enstrophy {stats.enstrophy:.5g}",
-        f"palinstrophy {stats.palinstrophy:.5g}",
+        (2, _row("time", time_facts(status, until))),
+        (4, _row("speed", speed_facts(status))),
+        (6, _row("Reynolds", reynolds_facts(status))),
+        (7, _row("regulator", regulator_facts(status))),
+        (8, _row("memory", device_facts(status))),
+        (5, _row("energy", energy_facts(status))),
     ]
 
 
@@ -281,7 +199,7 @@ def _help() -> list[tuple[int, Line]]:
     return [(4, _row(key, [words])) for key, words in KEYS]
 
 
-def _row(label: str, facts: Iterable[Span | str]) -> Line:
+def _row(label: str, facts: Iterable[Fact]) -> Line:
     line: Line = [(f"{label:<{LABEL_CELLS}}", "label")]
     for n, fact in enumerate(facts):
         text, style = fact if isinstance(fact, tuple) else (fact, "")

@@ -19,6 +19,8 @@ COLOR_RANGES = ("sigma", "exposure")
 
 PIXEL_SIZES = range(1, 8193)
 DEFAULT_PIXEL_SIZE = 1800
+EXPOSURE_LIMITS = (0.25, 3.0)
+SIGMA_LIMITS = (1.5, 3.5)
 
 Record = TypeVar("Record")
 
@@ -77,6 +79,15 @@ class PictureSettings:
         for key in ("exposure", "sigma"):
             if not math.isfinite(getattr(self, key)):
                 raise ValueError(f"Non-finite {key}")
+
+    @property
+    def signed(self) -> bool:
+        """Whether the colours run from -1 to 1, and not from 0."""
+        return self.display == "vorticity"
+
+    @property
+    def linear(self) -> bool:
+        return self.signed and self.color_range == "sigma"
 
     @property
     def needs_velocity(self) -> bool:

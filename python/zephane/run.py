@@ -15,8 +15,8 @@ from types import FrameType
 from typing import Any
 
 from ._library import ZephaneError
-from ._requests import given
 from .engine import Engine, initialize
+from .options import chosen_config, chosen_picture
 from .progress import Progress, shown_progress
 from .records import (
     PIXEL_SIZES,
@@ -130,17 +130,11 @@ def _advance(
 
 def _config(options: argparse.Namespace, system: SystemInfo) -> Config:
     """The defaults with what the command line says; unless it names one, Re suits the grid."""
-    config = dataclasses.replace(system.defaults, **named_members(options))
+    config = dataclasses.replace(system.defaults, **chosen_config(options))
     if options.reynolds is None and config.resolution > 0 and config.k0 > 0:
         suited = default_reynolds(config.resolution, config.k0)
         config = dataclasses.replace(config, reynolds=suited)
     return config
-
-
-def named_members(options: argparse.Namespace) -> dict[str, Any]:
-    """The members of a configuration that the command line names."""
-    names = [field.name for field in dataclasses.fields(Config)]
-    return given(**{name: getattr(options, name) for name in names})
 
 
 def _endpoint(options: argparse.Namespace, start: Statistics) -> float | None:
@@ -152,8 +146,7 @@ def _endpoint(options: argparse.Namespace, start: Statistics) -> float | None:
 def _picture_settings(options: argparse.Namespace) -> PictureSettings:
     if options.png is not None and options.pixels not in PIXEL_SIZES:
         raise ValueError(f"PNG size must be {PIXEL_SIZES[0]} through {PIXEL_SIZES[-1]}.")
-    keys = [field.name for field in dataclasses.fields(PictureSettings)]
-    return PictureSettings(**{key: getattr(options, key) for key in keys})
+    return chosen_picture(options)
 
 
 def _files(options: argparse.Namespace) -> dict[str, str]:

@@ -8,9 +8,11 @@ import sys
 import time
 
 from ._library import ZephaneError
-from .dashboard import dashboard, is_finished, paint, status_line
+from .dashboard import dashboard, paint, status_line
+from .figures import is_finished
+from .keys import FLOW_OPERATIONS
+from .options import open_view
 from .records import ViewStatus
-from .run import named_members
 from .terminal import Screen, can_draw, draws_blocks, wants_colors
 from .view import View
 
@@ -20,11 +22,7 @@ LINE_SECONDS = 1.0
 
 def watch(options: argparse.Namespace) -> int:
     """Carry out the command; failures are raised."""
-    members = named_members(options)
-    with View(library=options.library, regulated=options.regulated, **members) as view:
-        view.benchmark(until=options.until, initial=options.initial)
-        if options.paused:
-            view.pause()
+    with open_view(options) as view:
         view.start()
         watched = Watch(view, options.until)
         if can_draw(sys.stdout):
@@ -105,14 +103,9 @@ class Watch:
             return False
         if key in ("h", "?"):
             self._help = not self._help
-        operations = {
-            " ": self._view.toggle,
-            "s": self._view.step,
-            "r": self._view.reset,
-            "n": self._view.next_seed,
-        }
-        if key in operations:
-            operations[key]()
+        operation = FLOW_OPERATIONS.get("space" if key == " " else key)
+        if operation is not None:
+            operation(self._view)
         return True
 
 

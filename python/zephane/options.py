@@ -1,0 +1,160 @@
+"""Options that several commands have, and what is made of them."""
+
+from __future__ import annotations
+
+import argparse
+import dataclasses
+from collections.abc import Sequence
+from typing import Any
+
+from ._requests import given
+from .records import (
+    COLOR_RANGES,
+    DISPLAYS,
+    INTEGRATORS,
+    OPERATORS,
+    PALETTES,
+    START_SPECTRA,
+    Config,
+    PictureSettings,
+)
+from .view import View
+
+LIBRARY_HELP = "path of the library (default: look for it)"
+
+
+def chosen_config(options: argparse.Namespace) -> dict[str, Any]:
+    """The members of a configuration that the options name."""
+    return given(**_members(options, Config))
+
+
+def chosen_picture(options: argparse.Namespace) -> PictureSettings:
+    return PictureSettings(**_members(options, PictureSettings))
+
+
+def _members(options: argparse.Namespace, record: type) -> dict[str, Any]:
+    names = [field.name for field in dataclasses.fields(record)]
+    return {name: getattr(options, name) for name in names}
+
+
+def open_view(options: argparse.Namespace) -> View:
+    """A view of the flow and the course that the options tell, not yet started."""
+    view = View(library=options.library, regulated=options.regulated, **chosen_config(options))
+    try:
+        view.benchmark(until=options.until, initial=options.initial)
+        if options.paused:
+            view.pause()
+    except BaseException:
+        view.close()
+        raise
+    return view
+
+
+def add_flow(parser: argparse.ArgumentParser) -> None:
+    default = Config()
+    flow = parser.add_argument_group("flow")
+    flow.add_argument(
+        "--resolution",
+        metavar="N",
+        type=int,
+        help=f"grid points per side, even, 16 to 16384 (default: {default.resolution})",
+    )
+    flow.add_argument(
+        "--k0",
+        metavar="K",
+        type=int,
+        help=f"peak wavenumber of the start spectrum (default: {default.k0})",
+    )
+    flow.add_argument(
+        "--seed", metavar="SEED", help=f"seed of the start field (default: {default.seed})"
+    )
+    flow.add_argument(
+        "--reynolds",
+        metavar="RE",
+        type=float,
+        help="Reynolds number (default: what the grid resolves, "
+        f"{default.reynolds:.5g} at the default resolution and k0)",
+    )
+    flow.add_argument(
+        "--cfl",
+        metavar="C",
+        type=float,
+        help=f"Courant number of the adaptive time step (default: {default.cfl:g})",
+    )
+    flow.add_argument(
+        "--fixed-dt",
+        metavar="DT",
+        type=float,
+        help="a fixed time step (default: the adaptive one)",
+    )
+    flow.add_argument("--integrator", metavar="NAME", help=_names(INTEGRATORS, default.integrator))
+    flow.add_argument("--operator", metavar="NAME", help=_names(OPERATORS, default.operator))
+    flow.add_argument(
+        "--start-spectrum", metavar="NAME", help=_names(START_SPECTRA, default.start_spectrum)
+    )
+    flow.add_argument(
+        "--initial",
+        metavar="FILE",
+        help="start from this raw file of N*N float32 samples of the vorticity, row by row "
+        "(default: the seeded start field)",
+    )
+    flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
+
+
+def add_course(parser: argparse.ArgumentParser) -> None:
+    course = parser.add_argument_group("course")
+    course.add_argument(
+        "--regulated",
+        action=argparse.BooleanOptionalAction,
+        default=True,
+        help="let the Reynolds number follow the flow, so that the grid is well used "
+        "(default: regulated)",
+    )
+    course.add_argument(
+        "--until",
+        metavar="T",
+        type=float,
+        help="stop at this time exactly (default: never)",
+    )
+    course.add_argument("--paused", action="store_true", help="begin with a pause")
+
+
+def add_picture(group: argparse._ArgumentGroup) -> None:
+    default = PictureSettings()
+    group.add_argument(
+        "--display",
+        metavar="NAME",
+        default=default.display,
+        help=_names(DISPLAYS, default.display),
+    )
+    group.add_argument(
+        "--palette",
+        metavar="NAME",
+        default=default.palette,
+        help=_names(PALETTES, default.palette),
+    )
+    group.add_argument(
+        "--color-range",
+        metavar="NAME",
+        default=default.color_range,
+        help=_names(COLOR_RANGES, default.color_range),
+    )
+    group.add_argument(
+        "--exposure",
+        metavar="GAIN",
+        type=float,
+        default=default.exposure,
+        help="gain of the compressive curves, 0.25 to 3 (default: %(default)g)",
+    )
+    group.add_argument(
+        "--sigma",
+        metavar="S",
+        type=float,
+        default=default.sigma,
+        help="standard deviations that fill the range, 1.5 to 3.5 (default: %(default)g)",
+    )
+    group.add_argument("--flow", action="store_true", help="draw flow lines over the picture")
+
+
+def _names(names: Sequence[str], default: str) -> str:
+    return f"{', '.join(names[:-1])} or {names[-1]} (default: {default})"

@@ -1,0 +1,376 @@
+"""The panel beside the picture: state, buttons, settings, configuration, figures and plots."""
+
+from __future__ import annotations
+
+import math
+import tkinter as tk
+from tkinter import ttk
+from typing import Any, Callable
+
+from .figures import (
+    config_facts,
+    device_facts,
+    speed_facts,
+    state,
+    state_style,
+    time_facts,
+)
+from .records import (
+    COLOR_RANGES,
+    DISPLAYS,
+    EXPOSURE_LIMITS,
+    INTEGRATORS,
+    OPERATORS,
+    PALETTES,
+    SIGMA_LIMITS,
+    START_SPECTRA,
+    ViewStatus,
+)
+from .view import View
+from .viewer_plots import ColorScale, Plots
+from .viewer_style import NEWS, Style, accent
+from .viewer_widgets import Choice, Field, Slider, Switch
+
+# What "set" cuts these numbers to.
+CFL_LIMITS = (1.0, 3.0)
+LOG_REYNOLDS_LIMITS = (3.0, 6.0)
+
+LEAST_WIDTH = 360
+LARGEST_WIDTH = 520
+MARGIN = 14
+ROW_GAP = 5
+ERROR_LINES = 3
+ERROR_MARGIN = 24
+# What a notebook keeps between its edge and a page, in pixels at any scale.
+TAB_INSET = 2
+# Beside each other in a row of figures.
+FIGURE_COLUMNS = 2
+
+RESOLUTIONS = ("128", "256", "512", "1024", "2048", "4096")
+
+# Carries out something on the view, and shows what comes of it.
+Do = Callable[[Callable[[View], ViewStatus]], None]
+
+
+class Panel(ttk.Frame):
+    """Everything but the picture. ``save`` and ``dismiss`` are the window's to do."""
+
+    def __init__(
+        self,
+        parent: tk.Misc,
+        style: Style,
+        do: Do,
+        save: Callable[[], None],
+        dismiss: Callable[[], None],
+    ) -> None:
+        super().__init__(parent, padding=(style.px(MARGIN), style.px(10)))
+        self._style = style
+        self._accent = ""
+        self.head = Head(self, style)
+        self.error = ErrorLine(self, style, dismiss)
+        self.buttons = Buttons(self, style, do, save)
+        self.tabs = ttk.Notebook(self)
+        self.live = LiveSettings(self.tabs, style, do)
+        self.configuration = Configuration(self.tabs, style, do)
+        self.tabs.add(self.live, text="Picture and flow")
+        self.tabs.add(self.configuration, text="New flow")
+        self.figures = Figures(self, style)
+        self.plots = Plots(self, style)
+        self.columnconfigure(0, weight=1)
+        for row, part in enumerate(
+            (self.head, self.error, self.buttons, self.tabs, self.figures, self.plots)
+        ):
+            inset = 0 if part is self.tabs else TAB_INSET
+            part.grid(row=row, column=0, sticky="nsew", padx=inset, pady=(0, style.px(8)))
+        self.plots.grid_configure(pady=0)
+        self.rowconfigure(5, weight=1)
+        self.error.grid_remove()
+
+    def needed_width(self) -> int:
+        """What the controls need; texts are cut into lines instead."""
+        parts = (self.buttons, self.live, self.configuration)
+        needed = max(part.winfo_reqwidth() for part in parts)
+        return needed + 2 * (self._style.px(MARGIN) + TAB_INSET)
+
+    def needed_height(self) -> int:
+        """What everything but the plots needs, with a failure of a few lines."""
+        lines = ERROR_LINES * self._style.text.metrics("linespace")
+        return self.winfo_reqheight() + lines + self._style.px(ERROR_MARGIN)
+
+    def show(
+        self, status: ViewStatus, until: float | None, message: str | None, pictures: float
+    ) -> None:
+        if status.palette != self._accent:
+            self._accent = status.palette
+            self._style.set_accent(accent(status.palette))
+        self.head.show(status, until)
+        self.error.show(message)
+        self.buttons.show(status)
+        self.live.show(status)
+        self.configuration.show(status)
+        self.figures.show(status, until, pictures)
+        self.plots.show(status)
+
+
+class Head(ttk.Frame):
+    """What the flow is, and what it is doing."""
+
+    def __init__(self, parent: tk.Misc, style: Style) -> None:
+        super().__init__(parent)
+        self.word = ttk.Label(self, style="Title.TLabel")
+        self._config = _wrapped(ttk.Label(self, style="Dim.TLabel"))
+        self.columnconfigure(0, weight=1)
+        self.word.grid(row=0, column=0, sticky="w")
+        self._config.grid(row=1, column=0, sticky="ew", pady=(style.px(2), 0))
+
+    def show(self, status: ViewStatus, until: float | None) -> None:
+        word = state(status, until)
+        _update(self.word, word.capitalize(), NEWS[state_style(word)])
+        _update(self._config, ", ".join(config_facts(status.config)))
+
+
+class ErrorLine(ttk.Frame):
+    """What went wrong, until it is dismissed."""
+
+    def __init__(self, parent: tk.Misc, style: Style, dismiss: Callable[[], None]) -> None:
+        super().__init__(parent, style="Error.TFrame", padding=style.px(7))
+        self.text = _wrapped(ttk.Label(self, style="Error.TLabel"))
+        self.button = ttk.Button(self, text="Dismiss", command=dismiss, takefocus=False)
+        self.columnconfigure(0, weight=1)
+        self.text.grid(row=0, column=0, sticky="ew", padx=(0, style.px(8)))
+        self.button.grid(row=0, column=1, sticky="e")
+
+    @property
+    def shown(self) -> bool:
+        return bool(self.winfo_manager())
+
+    def show(self, message: str | None) -> None:
+        if message is None:
+            if self.shown:
+                self.grid_remove()
+            return
+        _update(self.text, message)
+        if not self.shown:
+            self.grid()
+
+
+class Buttons(ttk.Frame):
+    """What is done to the flow as a whole."""
+
+    def __init__(self, parent: tk.Misc, style: Style, do: Do, save: Callable[[], None]) -> None:
+        super().__init__(parent)
+        self.by_name: dict[str, ttk.Button] = {}
+        commands: dict[str, tuple[str, Callable[[], None]]] = {
+            "toggle": ("Pause", lambda: do(View.toggle)),
+            "step": ("Step", lambda: do(View.step)),
+            "reset": ("Reset", lambda: do(View.reset)),
+            "seed": ("New seed", lambda: do(View.next_seed)),
+            "save": ("Save", save),
+        }
+        for column, (name, (text, command)) in enumerate(commands.items()):
+            button = ttk.Button(self, text=text, command=command, takefocus=False)
+            self.by_name[name] = button
+            self.columnconfigure(column, weight=1)
+            gap = style.px(5) if column else 0
+            button.grid(row=0, column=column, sticky="ew", padx=(gap, 0))
+        self.by_name["toggle"].configure(style="Main.TButton", width=6)
+
+    def show(self, status: ViewStatus) -> None:
+        _update(self.by_name["toggle"], "Pause" if status.running else "Run")
+
+
+class LiveSettings(ttk.Frame):
+    """What changes while the flow goes on: the keys of "set"."""
+
+    def __init__(self, parent: tk.Misc, style: Style, do: Do) -> None:
+        super().__init__(parent, padding=(0, style.px(8), 0, 0))
+
+        def change(key: str) -> Callable[[Any], None]:
+            return lambda value: do(lambda view: view.set(**{key: value}))
+
+        def slider(key: str, limits: tuple[float, float], text: Callable[[float], str]) -> Slider:
+            return Slider(self, style, limits, text, change(key))
+
+        self.controls: dict[str, Choice | Switch | Slider] = {
+            "display": Choice(self, style, DISPLAYS, change("display")),
+            "palette": Choice(self, style, PALETTES, change("palette")),
+            "color_range": Choice(self, style, COLOR_RANGES, change("color_range")),
+            "sigma": slider("sigma", SIGMA_LIMITS, "{:.2f}".format),
+            "exposure": slider("exposure", EXPOSURE_LIMITS, "{:.2f}".format),
+            "flow": Switch(self, "draw flow lines", change("flow")),
+            "regulated": Switch(self, "follows the flow", change("regulated")),
+            "log_reynolds": slider("log_reynolds", LOG_REYNOLDS_LIMITS, _power),
+            "cfl": slider("cfl", CFL_LIMITS, "{:.2f}".format),
+        }
+        picture = ("Display", "Palette", "Range", "Sigma", "Exposure", "Flow")
+        captions = (*picture, "Reynolds", "", "CFL")
+        self.scale = ColorScale(self, style)
+        self.columnconfigure(0, minsize=style.caption)
+        self.columnconfigure(1, weight=1)
+        gap = (0, style.px(ROW_GAP))
+        for row, (caption, control) in enumerate(zip(captions, self.controls.values())):
+            label = ttk.Label(self, text=caption, style="Dim.TLabel")
+            label.grid(row=row, column=0, sticky="w", pady=gap)
+            control.grid(row=row, column=1, sticky="ew", pady=gap)
+        below = (style.px(2), 0)
+        self.scale.grid(row=len(captions), column=0, columnspan=2, sticky="ew", pady=below)
+
+    def show(self, status: ViewStatus) -> None:
+        reynolds = max(status.effective_reynolds, 1e-30)
+        shown = {
+            "display": status.display,
+            "palette": status.palette,
+            "color_range": status.color_range,
+            "sigma": status.sigma,
+            "exposure": status.exposure,
+            "flow": status.flow,
+            "regulated": status.regulated,
+            "cfl": status.config.cfl,
+        }
+        for key, value in shown.items():
+            self.controls[key].show(value)  # type: ignore[arg-type]
+        slider = self.controls["log_reynolds"]
+        assert isinstance(slider, Slider)
+        slider.show(math.log10(reynolds), enabled=not status.regulated)
+        self.scale.show(status)
+
+
+class Configuration(ttk.Frame):
+    """What makes a new flow: the keys of "configure", sent together."""
+
+    def __init__(self, parent: tk.Misc, style: Style, do: Do) -> None:
+        super().__init__(parent, padding=(0, style.px(8), 0, 0))
+        self._do = do
+        self._status: ViewStatus | None = None
+        self.fields = {
+            field.key: field
+            for field in (
+                Field(self, "resolution", "Points", int, examples=RESOLUTIONS),
+                Field(self, "k0", "k0", int),
+                Field(self, "seed", "Seed", int),
+                Field(self, "reynolds", "Reynolds", float),
+                Field(self, "cfl", "CFL", float),
+                Field(self, "fixed_dt", "Fixed step", float, optional=True),
+                Field(self, "integrator", "Integrator", str, names=INTEGRATORS),
+                Field(self, "operator", "Operator", str, names=OPERATORS),
+                Field(self, "start_spectrum", "Spectrum", str, names=START_SPECTRA),
+            )
+        }
+        gap = (0, style.px(ROW_GAP))
+        for n, field in enumerate(self.fields.values()):
+            row, column = n // 2, 2 * (n % 2)
+            before = style.px(12) if column else 0
+            field.caption.grid(
+                row=row, column=column, sticky="w", padx=(before, style.px(8)), pady=gap
+            )
+            field.widget.grid(row=row, column=column + 1, sticky="ew", pady=gap)
+            field.text.trace_add("write", lambda *names: self._offer())
+        self.columnconfigure((1, 3), weight=1, uniform="field")
+        self.cap_cfl = Switch(self, "CFL 1.5 at most with a weaker integrator")
+        self.cap_cfl.show(True)
+        self.cap_cfl.grid(row=5, column=0, columnspan=4, sticky="w", pady=gap)
+        buttons = ttk.Frame(self)
+        buttons.grid(row=6, column=0, columnspan=4, sticky="ew")
+        buttons.columnconfigure((0, 1), weight=1, uniform="button")
+        self.apply_button = ttk.Button(
+            buttons, text="Apply", style="Main.TButton", command=self.apply, takefocus=False
+        )
+        self.revert_button = ttk.Button(
+            buttons, text="Revert", command=self.revert, takefocus=False
+        )
+        self.apply_button.grid(row=0, column=0, sticky="ew")
+        self.revert_button.grid(row=0, column=1, sticky="ew", padx=(style.px(5), 0))
+
+    def show(self, status: ViewStatus) -> None:
+        self._status = status
+        for key, field in self.fields.items():
+            field.show(getattr(status.config, key))
+        self._offer()
+
+    def apply(self) -> None:
+        """A new flow of what the fields say; they are left alone where it is refused."""
+        self._do(self._configure)
+
+    def revert(self) -> None:
+        """The fields as the view has them."""
+        if self._status is not None:
+            for key, field in self.fields.items():
+                field.show(getattr(self._status.config, key), force=True)
+
+    def _configure(self, view: View) -> ViewStatus:
+        changes = {key: field.value() for key, field in self.fields.items() if field.edited}
+        self._status = view.configure(cap_cfl=self.cap_cfl.value, **changes)
+        self.revert()
+        return self._status
+
+    def _offer(self) -> None:
+        edited = any(field.edited for field in self.fields.values())
+        for button in (self.apply_button, self.revert_button):
+            if button.instate(("disabled",)) == edited:
+                button.state(("!disabled" if edited else "disabled",))
+
+
+class Figures(ttk.Frame):
+    """Figures in rows, each with a few facts in columns."""
+
+    ROWS = {"time": 3, "speed": 3, "memory": 2}
+
+    def __init__(self, parent: tk.Misc, style: Style) -> None:
+        super().__init__(parent)
+        self._labels: dict[str, list[ttk.Label]] = {}
+        self.columnconfigure(0, minsize=style.caption)
+        for column in range(1, FIGURE_COLUMNS + 1):
+            self.columnconfigure(column, weight=1, uniform="fact")
+        row = 0
+        for name, rows in self.ROWS.items():
+            caption = ttk.Label(self, text=name.capitalize(), style="Dim.TLabel")
+            caption.grid(row=row, column=0, sticky="w", pady=(0, style.px(2)))
+            self._labels[name] = []
+            columns = 1 if name == "memory" else FIGURE_COLUMNS
+            for n in range(rows * columns):
+                label = _wrapped(ttk.Label(self))
+                label.grid(
+                    row=row + n // columns,
+                    column=1 + n % columns,
+                    columnspan=FIGURE_COLUMNS // columns,
+                    sticky="ew",
+                    pady=(0, style.px(2)),
+                )
+                self._labels[name].append(label)
+            row += rows
+
+    def show(self, status: ViewStatus, until: float | None, pictures: float) -> None:
+        speed = [*speed_facts(status), f"{pictures:.0f} pictures/s"]
+        rows: dict[str, list[str]] = {
+            "time": time_facts(status, until),
+            "speed": speed,
+            "memory": device_facts(status),
+        }
+        for name, facts in rows.items():
+            labels = self._labels[name]
+            for label, fact in zip(labels, [*facts, *[""] * len(labels)]):
+                _update(label, fact)
+
+
+def _wrapped(label: ttk.Label) -> ttk.Label:
+    """A label that asks for no width, and cuts its text into lines of the width that it gets."""
+
+    def wrap(event: tk.Event[tk.Misc]) -> None:
+        if str(label["wraplength"]) != str(event.width):
+            label["wraplength"] = event.width
+
+    label.configure(width=1)
+    label.bind("<Configure>", wrap)
+    return label
+
+
+def _update(label: ttk.Label | ttk.Button, text: str, color: str | None = None) -> None:
+    """Nothing is laid out and drawn anew that has not changed."""
+    if str(label["text"]) != text:
+        label["text"] = text
+    if color is not None and str(label["foreground"]) != color:
+        label["foreground"] = color
+
+
+def _power(exponent: float) -> str:
+    return f"{10.0**exponent:,.0f}"

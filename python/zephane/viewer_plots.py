@@ -1,0 +1,285 @@
+"""What the viewer draws beside the picture: plots over the time of the flow, and the colour scale
+of the picture."""
+
+from __future__ import annotations
+
+import math
+import tkinter as tk
+from collections.abc import Sequence
+from dataclasses import dataclass
+from tkinter import font
+from typing import Any
+
+from .colors import color_table
+from .figures import CONTROL_TARGET, Fact, energy_facts, regulator_facts, reynolds_facts
+from .records import PictureSettings, Snapshot, ViewStatus
+from .viewer_style import DIM, INK, NEWS, OUTLINE, SURFACE, Style, accent, blend
+
+LEAST_CHART = 26
+GAP = 8
+FACT_GAP = 10
+
+Point = tuple[float, ...]
+
+
+class Trace:
+    """What one flow has come to over its time, from its start to now.
+
+    When there are too many points every second one goes, so that those that stay are evenly
+    spread, and points that follow too close upon the last are not kept.
+    """
+
+    def __init__(self, limit: int = 480) -> None:
+        self._limit = limit
+        self._flow: int | None = None
+        self._kept: list[Point] = []
+        self._newest: Point | None = None
+        self._spacing = 0.0
+
+    def follow(self, status: ViewStatus) -> bool:
+        """Whether there is anything new in the status."""
+        if status.generation != self._flow:
+            self._flow, self._kept, self._newest, self._spacing = status.generation, [], None, 0.0
+        if status.stats is None:
+            return False
+        stats = status.stats
+        # Energies are computed a few times a second, more rarely than the time moves on.
+        if self._newest is not None and stats.energy == self._newest[1]:
+            return False
+        values = (stats.energy, status.effective_reynolds, status.palinstrophy_control)
+        return self.add((stats.simulation_time, *values))
+
+    def add(self, point: Point) -> bool:
+        if point == self._newest or not all(map(math.isfinite, point)):
+            return False
+        self._newest = point
+        if not self._kept or point[0] - self._kept[-1][0] > self._spacing:
+            self._kept.append(point)
+        if len(self._kept) > self._limit:
+            del self._kept[1::2]
+            self._spacing = (self._kept[-1][0] - self._kept[0][0]) / len(self._kept)
+        return True
+
+    def points(self) -> list[Point]:
+        if self._newest is None or self._kept[-1] == self._newest:
+            return list(self._kept)
+        return [*self._kept, self._newest]
+
+
+@dataclass(frozen=True)
+class Box:
+    """A place on a canvas, in pixels."""
+
+    left: int
+    top: int
+    right: int
+    bottom: int
+
+
+@dataclass(frozen=True)
+class Curve:
+    """One plot: its heading, and its values in the order of time."""
+
+    title: str
+    facts: Sequence[Fact]
+    values: Sequence[float]
+    target: float | None = None
+
+
+class Plots(tk.Canvas):
+    """Energy, Reynolds number and regulator, as many of the three as there is room for."""
+
+    def __init__(self, parent: tk.Misc, style: Style) -> None:
+        super().__init__(parent, background=SURFACE, highlightthickness=0, borderwidth=0, height=1)
+        self._style = style
+        self.trace = Trace()
+        self._status: ViewStatus | None = None
+        self.shown: list[str] = []
+        self.bind("<Configure>", lambda event: self._draw())
+
+    def show(self, status: ViewStatus) -> None:
+        new = self.trace.follow(status)
+        seen, self._status = self._status, status
+        if new or seen is None or _heads(seen) != _heads(status):
+            self._draw()
+
+    def _draw(self) -> None:
+        self.delete("all")
+        self.shown = []
+        if self._status is None or self.winfo_width() <= 1:
+            return
+        points = self.trace.points()
+        times = [point[0] for point in points]
+        line = self._style.small.metrics("linespace")
+        head, gap = self._style.text.metrics("linespace") + self._style.px(3), self._style.px(GAP)
+        left = self.winfo_height() - line
+        curves = self._curves(points)
+        count = min(left // (head + gap + self._style.px(LEAST_CHART)), len(curves))
+        for n, curve in enumerate(curves[:count]):
+            top, bottom = n * left // count + gap, (n + 1) * left // count
+            self._draw_curve(curve, times, Box(0, top, self.winfo_width(), bottom), head)
+            self.shown.append(curve.title)
+        if count and times:
+            self._draw_axis(times, line)
+
+    def _curves(self, points: Sequence[Point]) -> list[Curve]:
+        status = self._status
+        assert status is not None
+        _, energy, reynolds, control = zip(*points) if points else ((), (), (), ())
+        target = CONTROL_TARGET if status.regulated else None
+        return [
+            Curve("Energy", energy_facts(status), energy),
+            Curve("Regulator", regulator_facts(status), control, target),
+            Curve("Reynolds", reynolds_facts(status), reynolds),
+        ]
+
+    def _draw_curve(self, curve: Curve, times: Sequence[float], box: Box, head: int) -> None:
+        self._draw_heading(curve, box)
+        scale = self._scale_cells()
+        chart = Box(box.left, box.top + head, box.right - scale, box.bottom)
+        self.create_line(chart.left, chart.bottom - 1, chart.right, chart.bottom - 1, fill=OUTLINE)
+        known = [*curve.values, *([] if curve.target is None else [curve.target])]
+        if not curve.values:
+            return
+        low, high = min(known), max(known)
+        self._draw_scale(chart, low, high)
+        rows = _places(curve.values, low, high, chart.bottom - 1, chart.top)
+        columns = _places(times, 0.0, max(times[-1], 1e-30), chart.left, chart.right - 1)
+        self._draw_line(list(zip(columns, rows)), chart)
+        if curve.target is not None:
+            (row,) = _places([curve.target], low, high, chart.bottom - 1, chart.top)
+            dash = (self._style.px(3), self._style.px(3))
+            self.create_line(chart.left, row, chart.right, row, fill=DIM, dash=dash)
+
+    def _draw_line(self, places: list[tuple[float, float]], chart: Box) -> None:
+        assert self._status is not None
+        ink = accent(self._status.palette)
+        width = max(1.0, 1.4 * self._style.scale)
+        if len(places) == 1:
+            (x, y), r = places[0], width
+            self.create_oval(x - r, y - r, x + r, y + r, fill=ink, outline="")
+            return
+        floor = chart.bottom - 1
+        area = [(places[0][0], floor), *places, (places[-1][0], floor)]
+        self.create_polygon(_flat(area), fill=blend(ink, SURFACE, 0.13), outline="")
+        self.create_line(_flat(places), fill=ink, width=width, joinstyle="round")
+
+    def _draw_heading(self, curve: Curve, box: Box) -> None:
+        style = self._style
+        x: float = box.left
+        self.create_text(x, box.top, text=curve.title, anchor="nw", fill=DIM, font=style.text)
+        x += style.caption
+        for fact in curve.facts:
+            text, news = fact if isinstance(fact, tuple) else (fact, "")
+            if x + style.text.measure(text) > box.right:
+                break
+            ink = NEWS.get(news, INK)
+            self.create_text(x, box.top, text=text, anchor="nw", fill=ink, font=style.text)
+            x += style.text.measure(text) + style.px(FACT_GAP)
+
+    def _draw_scale(self, chart: Box, low: float, high: float) -> None:
+        x, small = chart.right + self._style.px(6), self._style.small
+        high_text, low_text = _short(high), _short(low)
+        self.create_text(x, chart.bottom, text=low_text, anchor="sw", fill=DIM, font=small)
+        if high_text != low_text:
+            self.create_text(x, chart.top, text=high_text, anchor="nw", fill=DIM, font=small)
+
+    def _scale_cells(self) -> int:
+        return self._style.small.measure("0000000") + self._style.px(6)
+
+    def _draw_axis(self, times: Sequence[float], line: int) -> None:
+        bottom, right = self.winfo_height(), self.winfo_width() - self._scale_cells()
+        font_, end = self._style.small, _short(times[-1])
+        y = bottom - line // 2
+        self.create_text(0, y, text="time 0", anchor="w", fill=DIM, font=font_)
+        self.create_text(right, y, text=end, anchor="e", fill=DIM, font=font_)
+
+
+class ColorScale(tk.Canvas):
+    """The colours of the picture with the values that they stand for."""
+
+    def __init__(self, parent: tk.Misc, style: Style) -> None:
+        self._font: font.Font = style.small
+        self._bar = style.px(9)
+        height = self._bar + style.px(2) + self._font.metrics("linespace")
+        super().__init__(
+            parent, background=SURFACE, highlightthickness=0, borderwidth=0, height=height, width=1
+        )
+        self._drawn: tuple[object, ...] = ()
+        self._image: tk.PhotoImage | None = None
+        self._settings = PictureSettings()
+        self._texts = ("", "", "")
+        self.bind("<Configure>", lambda event: self._draw())
+
+    def show(self, status: ViewStatus) -> None:
+        self._settings = PictureSettings(
+            status.display, status.palette, status.color_range, status.exposure, status.sigma
+        )
+        self._texts = scale_texts(self._settings, status.frame)
+        self._draw()
+
+    def _draw(self) -> None:
+        width = self.winfo_width()
+        asked = (width, self._settings.palette, self._settings.signed, self._texts)
+        if width <= 1 or asked == self._drawn:
+            return
+        if asked[:3] != self._drawn[:3]:
+            self._image = self._colors(width)
+        self._drawn = asked
+        self.delete("all")
+        self.create_image(0, 0, image=self._image, anchor="nw")
+        low, middle, high = self._texts
+        look: dict[str, Any] = {"fill": DIM, "font": self._font}
+        y = self.winfo_height()
+        self.create_text(0, y, text=low, anchor="sw", **look)
+        self.create_text(width // 2, y, text=middle, anchor="s", **look)
+        self.create_text(width, y, text=high, anchor="se", **look)
+
+    def _colors(self, width: int) -> tk.PhotoImage:
+        table = color_table(self._settings.palette, self._settings.signed, width - 1)
+        image = tk.PhotoImage(master=self, width=width, height=self._bar)
+        image.put("{" + " ".join(f"#{rgb.hex()}" for rgb in table) + "}", (0, 0, width, self._bar))
+        return image
+
+
+def scale_texts(settings: PictureSettings, frame: Snapshot | None) -> tuple[str, str, str]:
+    """What stands at the left end, the middle and the right end of the colours."""
+    if frame is None:
+        return ("", settings.display, "")
+    if settings.linear:
+        reach = settings.sigma * frame.std_vorticity
+        low, high = frame.mean_vorticity - reach, frame.mean_vorticity + reach
+        return (f"{low:.3g}", "vorticity", f"{high:.3g}")
+    # A compressive curve comes near its end only.
+    largest = frame.max_speed if settings.display == "speed" else frame.max_vorticity
+    if settings.display == "enstrophy":
+        largest = 0.5 * largest * largest
+    low_text = f"-{largest:.3g}" if settings.signed else "0"
+    return (low_text, settings.display, f"{largest:.3g}")
+
+
+def _heads(status: ViewStatus) -> tuple[object, ...]:
+    return (
+        energy_facts(status),
+        reynolds_facts(status),
+        regulator_facts(status),
+        status.palette,
+        status.generation,
+    )
+
+
+def _places(
+    values: Sequence[float], low: float, high: float, first: float, last: float
+) -> list[float]:
+    """Where on the way from ``first`` to ``last`` the values stand between low and high."""
+    if not high > low:
+        return [0.5 * (first + last)] * len(values)
+    return [first + (value - low) / (high - low) * (last - first) for value in values]
+
+
+def _short(value: float) -> str:
+    return f"{value:.0f}" if 1e4 <= abs(value) < 1e7 else f"{value:.4g}"
+
+
+def _flat(places: Sequence[tuple[float, float]]) -> list[float]:
+    return [number for place in places for number in place]
