@@ -8,9 +8,11 @@ from __future__ import annotations
 
 import os
 import sys
+from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
+from xserver import XServer
 
 ROOT = Path(__file__).resolve().parent.parent
 PYTHON = ROOT / "python"
@@ -44,3 +46,16 @@ def library_path(request: pytest.FixtureRequest) -> Path:
 def python_path() -> Path:
     """The folder that holds the package, for PYTHONPATH of a subprocess."""
     return PYTHON
+
+
+@pytest.fixture(scope="session")
+def x_server() -> Iterator[XServer]:
+    with XServer() as server:
+        yield server
+
+
+@pytest.fixture
+def display(x_server: XServer, monkeypatch: pytest.MonkeyPatch) -> str:
+    """The name of a display, which this process and its children find while the test runs."""
+    monkeypatch.setenv("DISPLAY", x_server.name)
+    return x_server.name

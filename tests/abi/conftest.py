@@ -7,11 +7,14 @@ import subprocess
 import tempfile
 from collections.abc import Iterator
 from pathlib import Path
-from typing import Any, Callable
+from typing import TYPE_CHECKING, Any, Callable
 
 import pytest
 
 from .harness import NO_MATCHING_DRIVER, Engine, Library, Refused, View, decode
+
+if TYPE_CHECKING:  # They need python-xlib, which the other tests do without.
+    from xwindow import Host, Window
 
 
 @pytest.fixture(scope="session")
@@ -83,6 +86,21 @@ def paused(view: View) -> View:
     view.call("start")
     view.settled()
     return view
+
+
+@pytest.fixture
+def host(display: str) -> Iterator[Host]:
+    from xwindow import Host
+
+    connected = Host(display)
+    yield connected
+    connected.close()
+
+
+@pytest.fixture
+def window(host: Host) -> Window:
+    """A window of 300 by 300 pixels that is shown."""
+    return host.window()
 
 
 @pytest.fixture(scope="session")

@@ -63,6 +63,9 @@ NO_DRIVER = "No Vulkan device found."
 NO_MATCHING_DRIVER = "No CUDA-compatible Vulkan device found."
 BAD_PICTURE_SIZE = "PNG size must be 1 through 8192."
 NO_CANVAS = "Cannot create native canvas."
+BAD_PARENT = "Invalid parent HWND."
+HAS_CANVAS = "Canvas is already attached."
+BAD_PICTURE_SIZE = "PNG size must be 1 through 8192."
 PARSE_ERROR = "[json.exception.parse_error.101] parse error at line "
 
 # The members of two reports, and their types.
@@ -254,6 +257,7 @@ class View:
         "settled": bool,
         "sigma": float,
     }
+    CANVAS = {"height_points": float, "scale": float, "visible": bool, "width_points": float}
     PERFORMANCE = {
         "batch_steps": int,
         "milliseconds_per_step": float,
@@ -294,6 +298,13 @@ class View:
         """The words with which a request is refused."""
         return error_of(self.raw(request))
 
+    def attach(self, window: int) -> None:
+        """Lays the view's canvas into a window."""
+        reply = decode(self.library.ui_attach(self.handle, window))
+        if "error" in reply:
+            raise Refused(reply["error"])
+        assert reply == {}
+
     def get(self) -> dict[str, Any]:
         return self.call("get")
 
@@ -314,10 +325,12 @@ class View:
 
     @classmethod
     def check(cls, report: dict[str, Any]) -> None:
-        _check_members(report, cls.ALWAYS, {"stats", "frame"})
+        _check_members(report, cls.ALWAYS, {"stats", "frame", "canvas"})
         _check_members(report["performance"], cls.PERFORMANCE)
         assert ("stats" in report) == report["ready"], report
         assert ("frame" in report) == report["ready"], report
+        if "canvas" in report:
+            _check_members(report["canvas"], cls.CANVAS)
         assert len(report["history"]) <= 120
         assert all(type(value) is float for value in report["history"])
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 import pytest
 
 from .harness import (
+    BAD_PARENT,
     NO_CANVAS,
     NOT_AN_OBJECT,
     PARSE_ERROR,
@@ -64,9 +65,10 @@ def test_destroying_on_another_thread_leaves_the_view_as_it_is(paused):
     assert paused.steps(1)["stats"]["steps"] == 1
 
 
-@pytest.mark.parametrize("window", [None, 0xDEAD])
-def test_a_view_that_cannot_have_a_canvas_says_so(paused, window):
-    assert error_of(paused.library.ui_attach(paused.handle, window)) == NO_CANVAS
+@pytest.mark.parametrize("window, words", [(None, BAD_PARENT), (0xDEAD, NO_CANVAS)])
+def test_a_view_that_cannot_have_a_canvas_says_so(paused, monkeypatch, window, words):
+    monkeypatch.delenv("DISPLAY", raising=False)
+    assert error_of(paused.library.ui_attach(paused.handle, window)) == words
     assert "canvas" not in paused.get()
 
 

@@ -1,16 +1,21 @@
-"""Small engines on the library under test, and a Python that has no NumPy."""
+"""Small engines and viewers on the library under test, and a Python that has no NumPy."""
 
 from __future__ import annotations
 
 import sys
 from collections.abc import Iterator
 from pathlib import Path
-from typing import Any, Callable
+from typing import TYPE_CHECKING, Any, Callable
 
 import pytest
 
 import zephane
 from zephane._numpy import numpy
+
+if TYPE_CHECKING:  # They need tkinter and python-xlib, which the other tests do without.
+    from xwindow import Host
+
+    from zephane.viewer import Viewer
 
 
 @pytest.fixture(scope="session")
@@ -44,3 +49,55 @@ def without_numpy(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
     numpy.cache_clear()
     yield
     numpy.cache_clear()
+
+
+@pytest.fixture
+def host(display: str) -> Iterator[Host]:
+    from xwindow import Host
+
+    connected = Host(display)
+    yield connected
+    connected.close()
+
+
+@pytest.fixture
+def open_viewer(
+    library_path: Path,
+    system: zephane.SystemInfo,
+    display: str,
+    monkeypatch: pytest.MonkeyPatch,
+) -> Iterator[Callable[..., Viewer]]:
+    """Opens viewers of flows of 32 x 32 points that are paused at their start, and closes them.
+
+    Nothing may have been raised out of an event meanwhile.
+    """
+    from viewer_driver import wait
+
+    from zephane.viewer import Viewer, open_root
+
+    opened: list[Viewer] = []
+    raised: list[BaseException] = []
+    monkeypatch.setattr(sys, "excepthook", lambda kind, error, trace: raised.append(error))
+
+    def make(*, paused: bool = True, until: float | None = None, **changes: Any) -> Viewer:
+        settings = {"resolution": 32, "fixed_dt": 1e-3, **changes}
+        view = zephane.View(library=library_path, **settings)
+        if paused:
+            view.pause()
+        if until is not None:
+            view.benchmark(until=until)
+        opened.append(Viewer(open_root(), view, until=until, side=400))
+        opened[-1].start()
+        opened[-1].root.focus_force()
+        wait(opened[-1], lambda status: status.ready and status.presentations > 0)
+        return opened[-1]
+
+    yield make
+    for viewer in opened:
+        viewer.close()
+    assert raised == []
+
+
+@pytest.fixture
+def viewer(open_viewer: Callable[..., Viewer]) -> Viewer:
+    return open_viewer()

@@ -209,7 +209,10 @@ def test_an_unseen_view_makes_no_frames(view: zephane.View) -> None:
     assert view.wait(lambda status: status.ready, SECONDS).frame is not None
 
 
-def test_what_needs_a_canvas_is_refused_in_the_words_of_the_library(view: zephane.View) -> None:
+def test_what_needs_a_canvas_is_refused_in_the_words_of_the_library(
+    view: zephane.View, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.delenv("DISPLAY", raising=False)
     with pytest.raises(ZephaneError, match="^Cannot create native canvas.$"):
         view.attach(1)
     with pytest.raises(ZephaneError, match="^No completed frame.$"):

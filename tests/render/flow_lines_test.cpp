@@ -62,7 +62,7 @@ class FlowLines : public test::OnRenderer {
   static constexpr TexelFormat format = TexelFormat::rgba16;
 
   static std::shared_ptr<Frame> uniform(double u, double v, float fastest) {
-    const auto frame = test::frameOf(
+    auto frame = test::frameOf(
         16, test::zero, [=](double, double) { return u; }, [=](double, double) { return v; });
     frame->maxSpeed = fastest;
     return frame;

@@ -87,7 +87,7 @@ TEST_F(Renderers, WriteAPictureWhateverElseTheyHaveDrawn) {
   draw(test::noise(34), {}, 77, TexelFormat::rgba16);
   EXPECT_EQ(written(), first);
   encodePng(renderer().readTarget(*[&] {
-    const auto target = renderer().makeTarget(120, 120, TexelFormat::bgra8);
+    auto target = renderer().makeTarget(120, 120, TexelFormat::bgra8);
     renderer().drawPicture(*target, frame, settings, {.size = 120});
     return target;
   }()),

@@ -1,0 +1,240 @@
+"""The canvas: how it comes into the host's window, follows it, and goes."""
+
+from __future__ import annotations
+
+import pytest
+from xwindow import Host, Window, until
+
+from .harness import (
+    BAD_PARENT,
+    HAS_CANVAS,
+    NO_CANVAS,
+    UI_CLOSED,
+    UI_THREAD,
+    Refused,
+    View,
+    error_of,
+    on_another_thread,
+)
+
+
+def refusal_of(view: View, window: int | None) -> str:
+    with pytest.raises(Refused) as refused:
+        view.attach(window)
+    return refused.value.text
+
+
+def test_attaching_is_answered_with_an_empty_object(view, window):
+    assert view.library.ui_attach(view.handle, window.id) == b"{}"
+
+
+def test_a_second_canvas_is_refused_and_the_first_stays(view, host, window):
+    view.attach(window.id)
+    for second in (window.id, host.window(200, 200).id, 0, 0xDEAD):
+        assert refusal_of(view, second) == HAS_CANVAS
+    assert window.children() == [(0, 0, 300, 300)]
+    assert view.get()["canvas"]["width_points"] == 300
+
+
+@pytest.mark.parametrize("number", [None, 0, 0xDEAD, 1, 2**32 - 1, 2**32, 2**63, 2**64 - 1])
+def test_a_number_that_is_no_window_is_refused_and_a_window_is_taken_after_it(
+    view, window, number
+):
+    assert refusal_of(view, number) == BAD_PARENT
+    assert "canvas" not in view.get()
+    view.attach(window.id)
+    assert window.children() == [(0, 0, 300, 300)]
+
+
+def test_a_window_that_is_gone_is_refused(view, host):
+    gone = host.window()
+    gone.destroy()
+    assert refusal_of(view, gone.id) == BAD_PARENT
+
+
+@pytest.mark.parametrize("name", [None, "", ":54321", "no.such.host:0", "nonsense"])
+def test_without_a_display_there_is_no_canvas_and_the_view_goes_on(
+    paused, window, monkeypatch, x_server, name
+):
+    if name is None:
+        monkeypatch.delenv("DISPLAY")
+    else:
+        monkeypatch.setenv("DISPLAY", name)
+    assert refusal_of(paused, window.id) == NO_CANVAS
+    report = paused.get()
+    assert "canvas" not in report and report["error_message"] is None
+    paused.call("step")
+    paused.steps(1)
+    monkeypatch.setenv("DISPLAY", x_server.name)
+    paused.attach(window.id)
+
+
+def test_another_thread_is_refused_before_a_closed_view_and_that_before_a_bad_window(
+    view, library, window
+):
+    assert error_of(on_another_thread(lambda: library.ui_attach(None, 0))) == UI_THREAD
+    assert error_of(on_another_thread(lambda: library.ui_attach(view.handle, window.id))) == (
+        UI_THREAD
+    )
+    assert error_of(library.ui_attach(None, 0)) == UI_CLOSED
+    assert error_of(library.ui_attach(None, window.id)) == UI_CLOSED
+    assert window.children() == []
+
+
+def test_the_canvas_fills_the_window_and_follows_its_size(view, host):
+    window = host.window(321, 123)
+    view.attach(window.id)
+    assert window.children() == [(0, 0, 321, 123)]
+    for size in [(640, 480), (100, 500), (7, 3), (1, 1), (300, 300)]:
+        window.resize(*size)
+        until(lambda size=size: window.children() == [(0, 0, *size)], f"a canvas of {size}")
+        canvas = view.get()["canvas"]
+        assert (canvas["width_points"], canvas["height_points"]) == size
+    assert view.get()["error_message"] is None
+
+
+def test_a_canvas_in_a_hidden_window_follows_once_it_is_shown(view, host):
+    window = host.window(300, 200, shown=False)
+    view.attach(window.id)
+    window.resize(400, 250)
+    assert not view.get()["canvas"]["visible"]
+    window.show()
+    until(lambda: window.children() == [(0, 0, 400, 250)], "the size")
+    assert view.get()["canvas"]["visible"]
+
+
+@pytest.mark.parametrize("resolution, scale", [(None, 1), (96, 1), (144, 1.5), (192, 2)])
+def test_the_canvas_is_reported_in_device_independent_units(view, host, resolution, scale):
+    host.set_resolution(resolution)
+    window = host.window(600, 300)
+    view.attach(window.id)
+    assert view.get()["canvas"] == {
+        "width_points": 600 / scale,
+        "height_points": 300 / scale,
+        "scale": scale,
+        "visible": True,
+    }
+
+
+def test_a_resolution_that_changes_is_followed(view, host, window):
+    view.attach(window.id)
+    assert view.get()["canvas"]["scale"] == 1
+    host.set_resolution(144)
+    canvas = view.get()["canvas"]
+    assert canvas["scale"] == 1.5 and canvas["width_points"] == 200
+
+
+def test_what_is_seen_of_the_canvas_is_reported(view, host, window):
+    view.attach(window.id)
+
+    def seen() -> bool:
+        return view.get()["canvas"]["visible"]
+
+    assert seen()
+    window.hide()
+    assert not seen()
+    window.show()
+    assert seen()
+    window.set_state(3)
+    assert not seen()
+    window.set_state(1)
+    assert seen()
+    assert not view.call("visible", value=False)["canvas"]["visible"]
+    assert view.call("visible", value=True)["canvas"]["visible"]
+
+
+def test_a_canvas_deep_in_a_minimised_window_is_not_seen(view, host, window):
+    inner = host.window(200, 200, shown=False)
+    inner.handle.reparent(window.handle, 10, 10)
+    inner.show()
+    view.attach(inner.id)
+    assert view.get()["canvas"]["visible"]
+    window.set_state(3)
+    assert not view.get()["canvas"]["visible"]
+    window.set_state(1)
+    assert view.get()["canvas"]["visible"]
+    window.hide()
+    assert not view.get()["canvas"]["visible"]
+
+
+@pytest.mark.parametrize("state", ["new", "running", "paused", "hidden", "lost"])
+def test_a_view_is_destroyed_with_its_canvas_in_every_state(make_view, host, window, state):
+    view = make_view(resolution=128)
+    view.attach(window.id)
+    if state == "lost":
+        view.call("configure", fixed_dt=1e30)
+    if state != "new":
+        view.call("start")
+        view.wait(lambda now: now["ready"] or now["error_message"])
+    if state == "paused":
+        view.call("running", value=False)
+        view.settled()
+    if state == "lost":
+        view.wait(lambda now: now["error_message"])
+    if state == "hidden":
+        window.hide()
+    view.close()
+    until(lambda: window.children() == [], "the canvas to go")
+    assert window.size() == (300, 300)
+
+
+def test_a_window_may_get_a_canvas_again_once_the_first_is_gone(make_view, window):
+    for _ in range(3):
+        view = make_view()
+        view.attach(window.id)
+        assert len(window.children()) == 1
+        view.close()
+        until(lambda: window.children() == [], "the canvas to go")
+
+
+def test_a_window_that_goes_before_its_view_harms_nothing(make_view, host):
+    view = make_view(resolution=128)
+    window = host.window()
+    view.attach(window.id)
+    view.call("start")
+    view.wait(lambda now: now["presentations"] > 0)
+    window.destroy()
+    canvas = view.wait(lambda now: not now["canvas"]["visible"])["canvas"]
+    assert (canvas["width_points"], canvas["height_points"]) == (0, 0)
+    steps = view.get()["stats"]["steps"]
+    assert view.steps(steps + 5)["error_message"] is None
+    view.close()
+
+
+def test_a_storm_of_sizes_leaves_the_last(make_view, host, window):
+    view = make_view(resolution=64)
+    view.attach(window.id)
+    view.call("start")
+    view.wait(lambda now: now["presentations"] > 0)
+    for k in range(300):
+        window.resize(1 + 37 * k % 500, 1 + 53 * k % 400)
+        if k % 50 == 0:
+            window.hide()
+            window.show()
+    window.resize(256, 256)
+    until(lambda: window.children() == [(0, 0, 256, 256)], "the last size")
+    before = view.get()["presentations"]
+    assert view.wait(lambda now: now["presentations"] > before + 5)["error_message"] is None
+
+
+def test_two_views_show_in_two_windows_at_once(make_view, host):
+    windows = [host.window(200, 200), host.window(150, 250)]
+    views = [make_view(resolution=64, seed=seed) for seed in (1, 2)]
+    for view, window in zip(views, windows):
+        view.attach(window.id)
+        view.call("start")
+    for view in views:
+        report = view.wait(lambda now: now["presentations"] > 10)
+        assert report["error_message"] is None
+    views[0].close()
+    before = views[1].get()["presentations"]
+    views[1].wait(lambda now: now["presentations"] > before + 10)
+
+
+def test_two_views_may_lie_in_one_window(make_view, window):
+    for seed in (1, 2):
+        view = make_view(resolution=64, seed=seed)
+        view.attach(window.id)
+        view.call("start")
+        assert view.wait(lambda now: now["presentations"] > 5)["error_message"] is None
+    assert window.children() == [(0, 0, 300, 300)] * 2

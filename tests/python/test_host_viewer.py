@@ -1,0 +1,260 @@
+"""The viewer: its window on an X server without a screen, operated by keys, mouse and controls."""
+
+from __future__ import annotations
+
+import inspect
+import math
+from pathlib import Path
+from typing import Any
+
+import pytest
+
+tk = pytest.importorskip("tkinter")
+pytest.importorskip("Xlib")
+
+from png_reader import read_png
+from viewer_driver import (
+    Maker,
+    click,
+    click_on,
+    close_by_events,
+    live_on,
+    press,
+    texts_of,
+    wait,
+    wait_for_steps,
+)
+from Xlib import X
+from xwindow import Host
+
+from zephane import View, viewer_help
+from zephane.viewer import Viewer
+from zephane.viewer_widgets import Choice, Slider, Switch
+
+
+def test_every_live_setting_has_a_control(viewer: Viewer) -> None:
+    settings = set(inspect.signature(View.set).parameters) - {"self", "focused"}
+    assert set(viewer.panel.live.controls) == settings
+
+
+def test_the_picture_is_drawn_in_the_window(viewer: Viewer) -> None:
+    status = wait(viewer, lambda status: status.presentations > 3)
+    assert status.canvas is not None and status.canvas.visible
+    assert status.canvas.width_points == viewer.picture.winfo_width()
+
+
+def test_space_pauses_and_runs(viewer: Viewer, host: Host) -> None:
+    for running in (True, False):
+        press(viewer, host, "space")
+        wait(viewer, lambda status, running=running: status.running is running)
+
+
+def test_s_takes_a_step(viewer: Viewer, host: Host) -> None:
+    for count in (1, 2):
+        press(viewer, host, "s")
+        wait_for_steps(viewer, count)
+
+
+def test_r_starts_the_flow_again(viewer: Viewer, host: Host) -> None:
+    press(viewer, host, "r")
+    status = wait(viewer, lambda status: status.generation == 2)
+    assert status.config.seed == 2
+
+
+def test_n_starts_the_next_seed(viewer: Viewer, host: Host) -> None:
+    press(viewer, host, "n")
+    status = wait(viewer, lambda status: status.generation == 2)
+    assert status.config.seed == 3
+
+
+@pytest.mark.parametrize(
+    ("key", "setting", "values"),
+    [
+        ("d", "display", ["speed", "enstrophy", "vorticity"]),
+        ("c", "palette", ["glacier", "inferno", "aurora", "ember"]),
+        ("f", "flow", [True, False]),
+    ],
+)
+def test_keys_cycle_the_picture(
+    viewer: Viewer, host: Host, key: str, setting: str, values: list[Any]
+) -> None:
+    for value in values:
+        press(viewer, host, key)
+        wait(viewer, lambda status, value=value: getattr(status, setting) == value)
+
+
+def test_b_hides_the_panel_and_leaves_its_room_to_the_picture(viewer: Viewer, host: Host) -> None:
+    viewer.root.geometry("900x600")
+    live_on(viewer)
+    width = viewer.picture.winfo_width()
+    press(viewer, host, "b")
+    live_on(viewer)
+    assert not viewer.panel.winfo_ismapped()
+    assert viewer.picture.winfo_width() == 600 > width
+    press(viewer, host, "b")
+    live_on(viewer)
+    assert viewer.panel.winfo_ismapped() and viewer.picture.winfo_width() == width
+
+
+def test_h_tells_the_keys(viewer: Viewer, host: Host) -> None:
+    press(viewer, host, "h")
+    wait(viewer, lambda status: viewer.help.shown)
+    texts = texts_of(viewer.help)
+    assert {key for key, _ in viewer_help.KEYS} < set(texts)
+    press(viewer, host, "h")
+    wait(viewer, lambda status: not viewer.help.shown)
+
+
+def test_the_help_tells_every_key(viewer: Viewer) -> None:
+    told = {{"Esc": "escape"}.get(key, key.lower()) for key, _ in viewer_help.KEYS}
+    assert told == set(viewer.keys) - {"question"}
+
+
+def test_escape_leaves_the_help_and_then_the_viewer(viewer: Viewer, host: Host) -> None:
+    viewer.help.toggle()
+    press(viewer, host, "Escape")
+    wait(viewer, lambda status: not viewer.help.shown)
+    assert not viewer.view.closed
+    press(viewer, host, "Escape")
+    close_by_events(viewer)
+
+
+def test_the_window_managers_button_closes_the_view(viewer: Viewer) -> None:
+    viewer.root.tk.call(viewer.root.protocol("WM_DELETE_WINDOW"))
+    assert viewer.view.closed
+    with pytest.raises(tk.TclError):
+        viewer.root.winfo_width()
+    viewer.close()
+
+
+def test_a_click_on_the_picture_steers_the_flow_and_leaves_the_keys(
+    viewer: Viewer, host: Host
+) -> None:
+    picture = viewer.picture
+    left, bottom = picture.winfo_rootx(), picture.winfo_rooty() + picture.winfo_height()
+    click(host, left + 71, bottom - 31)
+    wait_for_steps(viewer, 1)
+    press(viewer, host, "s")
+    wait_for_steps(viewer, 2)
+
+
+def test_the_buttons_do_what_they_say(viewer: Viewer, host: Host) -> None:
+    buttons = viewer.panel.buttons.by_name
+    click_on(viewer, host, buttons["step"])
+    wait_for_steps(viewer, 1)
+    assert buttons["toggle"]["text"] == "Run"
+    click_on(viewer, host, buttons["toggle"])
+    wait(viewer, lambda status: status.running)
+    assert buttons["toggle"]["text"] == "Pause"
+    click_on(viewer, host, buttons["toggle"])
+    wait(viewer, lambda status: not status.running)
+    click_on(viewer, host, buttons["reset"])
+    wait(viewer, lambda status: status.generation == 2)
+    click_on(viewer, host, buttons["seed"])
+    assert wait(viewer, lambda status: status.generation == 3).config.seed == 3
+
+
+def test_space_pauses_also_after_a_button_was_clicked(viewer: Viewer, host: Host) -> None:
+    click_on(viewer, host, viewer.panel.live.controls["flow"])
+    wait(viewer, lambda status: status.flow)
+    press(viewer, host, "space")
+    assert wait(viewer, lambda status: status.running).flow
+
+
+@pytest.mark.parametrize("key", ["display", "palette", "color_range"])
+def test_choices_are_sent_as_they_are_made(viewer: Viewer, host: Host, key: str) -> None:
+    control = viewer.panel.live.controls[key]
+    assert isinstance(control, Choice)
+    for name, button in control.buttons.items():
+        click_on(viewer, host, button)
+        wait(viewer, lambda status, name=name: getattr(status, key) == name)
+
+
+@pytest.mark.parametrize("key", ["flow", "regulated"])
+def test_switches_are_sent_as_they_change(viewer: Viewer, host: Host, key: str) -> None:
+    control = viewer.panel.live.controls[key]
+    assert isinstance(control, Switch)
+    for _ in range(2):
+        before = getattr(viewer.status, key)
+        assert control.value is before
+        click_on(viewer, host, control)
+        wait(viewer, lambda status, before=before: getattr(status, key) is not before)
+
+
+@pytest.mark.parametrize(
+    ("key", "value"), [("sigma", 3.0), ("exposure", 0.5), ("cfl", 1.25), ("log_reynolds", 4.5)]
+)
+def test_sliders_are_sent_as_they_move(open_viewer: Maker, key: str, value: float) -> None:
+    viewer = open_viewer(regulated=False)
+    control = viewer.panel.live.controls[key]
+    assert isinstance(control, Slider) and control.enabled
+    control.scale.set(value)
+    status, generation = viewer.status, viewer.status.generation
+    sent = {
+        "sigma": status.sigma,
+        "exposure": status.exposure,
+        "cfl": status.config.cfl,
+        "log_reynolds": math.log10(status.effective_reynolds),
+    }
+    assert sent[key] == pytest.approx(value) == control.value
+    assert generation == 1
+
+
+def test_sliders_follow_the_mouse_and_the_arrow_keys(viewer: Viewer, host: Host) -> None:
+    slider = viewer.panel.live.controls["sigma"]
+    assert isinstance(slider, Slider)
+    click_on(viewer, host, slider.scale)
+    wait(viewer, lambda status: abs(status.sigma - 2.5) < 0.05)
+    scale = slider.scale
+    x = scale.winfo_rootx() + scale.winfo_width() - 10
+    click(host, x, scale.winfo_rooty() + scale.winfo_height() // 2)
+    wait(viewer, lambda status: status.sigma > 3.3)
+    scale.focus_force()
+    before = viewer.status.sigma
+    press(viewer, host, "Left")
+    wait(viewer, lambda status: status.sigma == pytest.approx(before - 0.04))
+
+
+def test_the_reynolds_number_is_for_the_regulator_while_it_works(viewer: Viewer) -> None:
+    slider = viewer.panel.live.controls["log_reynolds"]
+    assert isinstance(slider, Slider) and not slider.enabled
+    assert slider.value == pytest.approx(math.log10(viewer.status.effective_reynolds))
+    viewer.do(lambda view: view.set(regulated=False))
+    assert slider.enabled
+    viewer.do(lambda view: view.set(regulated=True))
+    assert not slider.enabled
+
+
+def test_p_saves_where_the_desktop_says(
+    viewer: Viewer, host: Host, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    program = tmp_path / "zenity"
+    program.write_text(f"#!/bin/sh\necho {tmp_path / 'asked.png'}\n")
+    program.chmod(0o755)
+    monkeypatch.setenv("PATH", str(tmp_path))
+    monkeypatch.setenv("DBUS_SESSION_BUS_ADDRESS", f"unix:path={tmp_path / 'none'}")
+    press(viewer, host, "p")
+    wait(viewer, lambda status: (tmp_path / "asked.png").exists())
+    live_on(viewer)
+    assert read_png(tmp_path / "asked.png").shape == (1800, 1800, 4)
+    assert not viewer.panel.error.shown
+
+
+def test_where_the_desktop_cannot_ask_the_window_does(
+    viewer: Viewer, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    answers = [str(tmp_path / "asked.png"), ""]
+    monkeypatch.setenv("PATH", str(tmp_path))
+    monkeypatch.setenv("DBUS_SESSION_BUS_ADDRESS", f"unix:path={tmp_path / 'none'}")
+    monkeypatch.setattr("tkinter.filedialog.asksaveasfilename", lambda **given: answers.pop(0))
+    viewer.panel.buttons.by_name["save"].invoke()
+    assert read_png(tmp_path / "asked.png").shape == (1800, 1800, 4)
+    viewer.save()
+    assert not answers and not viewer.panel.error.shown
+
+
+def test_the_focus_is_told(viewer: Viewer, host: Host) -> None:
+    wait(viewer, lambda status: status.focused)
+    host.root.set_input_focus(X.RevertToPointerRoot, X.CurrentTime)
+    host.display.sync()
+    wait(viewer, lambda status: not status.focused)

@@ -1,0 +1,146 @@
+"""The viewer's page of a new flow, and the line that tells what went wrong."""
+
+from __future__ import annotations
+
+import dataclasses
+
+import pytest
+
+pytest.importorskip("tkinter")
+pytest.importorskip("Xlib")
+
+from viewer_driver import Maker, click_on, edit, live_on, press, texts_of, wait, wait_for_steps
+from xwindow import Host
+
+from zephane import Config, View
+from zephane.viewer import Viewer
+
+
+def test_every_member_of_the_configuration_has_a_field(viewer: Viewer) -> None:
+    members = [field.name for field in dataclasses.fields(Config)]
+    assert list(viewer.panel.configuration.fields) == members
+
+
+def test_apply_sends_the_whole_configuration(open_viewer: Maker) -> None:
+    viewer = open_viewer(regulated=False)
+    configuration = viewer.panel.configuration
+    assert configuration.apply_button.instate(("disabled",))
+    wanted = Config(64, 3, 2**64 - 1, 777.5, 1.25, 0.002, "ifHeunRK3", "advective", "KM3")
+    texts = {key: str(value) for key, value in dataclasses.asdict(wanted).items()}
+    edit(viewer, **texts)
+    assert configuration.apply_button.instate(("!disabled",))
+    configuration.apply_button.invoke()
+    config = viewer.status.config
+    for key, value in dataclasses.asdict(wanted).items():
+        expected = pytest.approx(value) if isinstance(value, float) else value
+        assert getattr(config, key) == expected
+    assert viewer.status.generation == 2
+    assert configuration.apply_button.instate(("disabled",))
+    assert not viewer.panel.error.shown
+
+
+def test_each_field_is_sent_alone(open_viewer: Maker) -> None:
+    viewer = open_viewer(regulated=False)
+    changes = {
+        "resolution": 48,
+        "k0": 5,
+        "seed": 9,
+        "reynolds": 321.5,
+        "cfl": 1.5,
+        "fixed_dt": 0.25,
+        "integrator": "imexRK3",
+        "operator": "advective",
+        "start_spectrum": "KM3",
+    }
+    assert set(changes) == set(viewer.panel.configuration.fields)
+    for key, value in changes.items():
+        before = dataclasses.asdict(viewer.status.config)
+        edit(viewer, **{key: str(value)})
+        viewer.panel.configuration.apply()
+        after = dataclasses.asdict(viewer.status.config)
+        assert after[key] == value != before[key]
+        changed = {name for name in after if after[name] != before[name]}
+        # Another grid has a Reynolds number of its own.
+        assert changed - {"reynolds"} == {key} - {"reynolds"}
+
+
+def test_the_cfl_is_lowered_for_weaker_integrators_if_so_wished(viewer: Viewer) -> None:
+    configuration = viewer.panel.configuration
+    edit(viewer, integrator="imexRK3")
+    configuration.apply()
+    assert viewer.status.config.cfl == 1.5
+    edit(viewer, integrator="etdrk4", cfl="2.5")
+    configuration.apply()
+    configuration.cap_cfl.invoke()
+    edit(viewer, integrator="ifHeunRK3")
+    configuration.apply()
+    assert viewer.status.config.cfl == 2.5
+
+
+@pytest.mark.parametrize("text", ["", "adaptive"])
+def test_a_fixed_step_is_taken_away(viewer: Viewer, text: str) -> None:
+    assert viewer.status.config.fixed_dt is not None
+    edit(viewer, fixed_dt=text)
+    viewer.panel.configuration.apply()
+    assert viewer.status.config.fixed_dt is None
+    assert viewer.panel.configuration.fields["fixed_dt"].text.get() == "adaptive"
+
+
+def test_what_is_no_number_is_told_and_stays(viewer: Viewer) -> None:
+    edit(viewer, resolution="12e3", k0="2")
+    viewer.panel.configuration.apply()
+    live_on(viewer)
+    assert viewer.panel.error.text["text"] == "Points: '12e3' is not a whole number."
+    assert viewer.panel.error.shown
+    assert viewer.panel.configuration.fields["k0"].text.get() == "2"
+    assert viewer.status.generation == 1
+    viewer.panel.configuration.revert()
+    assert viewer.panel.configuration.fields["resolution"].text.get() == "32"
+
+
+def test_a_refusal_is_told_until_it_is_dismissed(viewer: Viewer, host: Host) -> None:
+    edit(viewer, resolution="33")
+    viewer.panel.configuration.apply()
+    live_on(viewer)
+    assert viewer.panel.error.shown and viewer.status.generation == 1
+    assert str(viewer.panel.error.text["text"]).startswith("Invalid resolution")
+    click_on(viewer, host, viewer.panel.error.button)
+    wait(viewer, lambda status: not viewer.panel.error.shown)
+
+
+def test_a_failure_of_the_flow_is_told_until_it_is_dismissed(open_viewer: Maker) -> None:
+    viewer = open_viewer(fixed_dt=1e6, regulated=False, reynolds=1e6)
+    viewer.do(View.run)
+    status = wait(viewer, lambda status: status.error_message is not None)
+    assert viewer.panel.error.text["text"] == status.error_message
+    assert "Failed" in texts_of(viewer.panel.head)
+    viewer.panel.error.button.invoke()
+    assert viewer.status.error_message is None and not viewer.panel.error.shown
+
+
+def test_letters_are_keys_also_where_numbers_are_written(viewer: Viewer, host: Host) -> None:
+    viewer.panel.tabs.select(viewer.panel.configuration)
+    field = viewer.panel.configuration.fields["k0"]
+    field.widget.focus_force()
+    live_on(viewer)
+    press(viewer, host, "7")
+    wait(viewer, lambda status: field.text.get() == "7")
+    press(viewer, host, "s")
+    wait_for_steps(viewer, 1)
+    assert field.text.get() == "7"
+    press(viewer, host, "Return")
+    assert wait(viewer, lambda status: status.generation == 2).config.k0 == 7
+    press(viewer, host, "n")
+    wait(viewer, lambda status: status.config.seed == 3)
+
+
+def test_escape_in_a_field_takes_the_edits_back(viewer: Viewer, host: Host) -> None:
+    viewer.panel.tabs.select(viewer.panel.configuration)
+    field = viewer.panel.configuration.fields["seed"]
+    field.widget.focus_force()
+    live_on(viewer)
+    press(viewer, host, "7")
+    wait(viewer, lambda status: field.text.get() == "7")
+    press(viewer, host, "Escape")
+    wait(viewer, lambda status: field.text.get() == "2")
+    assert not viewer.view.closed

@@ -1,0 +1,76 @@
+"""What a user does to a viewer, for tests: keys, clicks, edits, and time that passes."""
+
+from __future__ import annotations
+
+import time
+from typing import Any, Callable
+
+from xwindow import Host
+from Xlib import XK, X
+from Xlib.ext import xtest
+
+from zephane import ViewStatus
+from zephane.viewer import Viewer
+
+Maker = Callable[..., Viewer]
+
+SECONDS = 60.0
+
+
+def wait(viewer: Viewer, holds: Callable[[ViewStatus], object]) -> ViewStatus:
+    """Let the window live until something holds of what it shows."""
+    end = time.monotonic() + SECONDS
+    while not holds(viewer.status):
+        assert time.monotonic() < end, f"waited in vain at {viewer.status}"
+        viewer.root.update()
+        time.sleep(0.01)
+    return viewer.status
+
+
+def wait_for_steps(viewer: Viewer, count: int) -> None:
+    wait(viewer, lambda status: status.stats is not None and status.stats.steps == count)
+
+
+def live_on(viewer: Viewer, seconds: float = 0.3) -> None:
+    end = time.monotonic() + seconds
+    wait(viewer, lambda status: time.monotonic() > end)
+
+
+def close_by_events(viewer: Viewer) -> None:
+    """Handle events until one of them has closed the viewer."""
+    end = time.monotonic() + SECONDS
+    while not viewer.view.closed:
+        assert time.monotonic() < end
+        viewer.root.update()
+        time.sleep(0.01)
+
+
+def press(viewer: Viewer, host: Host, key: str) -> None:
+    """A key of the keyboard, as the server tells it to who has the focus."""
+    viewer.root.update()
+    host.press_key(host.display.keysym_to_keycode(XK.string_to_keysym(key)))
+
+
+def click(host: Host, x: int, y: int) -> None:
+    xtest.fake_input(host.display, X.MotionNotify, x=x, y=y)
+    xtest.fake_input(host.display, X.ButtonPress, 1)
+    xtest.fake_input(host.display, X.ButtonRelease, 1)
+    host.display.sync()
+
+
+def click_on(viewer: Viewer, host: Host, widget: Any) -> None:
+    viewer.root.update()
+    x = widget.winfo_rootx() + widget.winfo_width() // 2
+    y = widget.winfo_rooty() + widget.winfo_height() // 2
+    click(host, x, y)
+
+
+def edit(viewer: Viewer, **texts: str) -> None:
+    for key, text in texts.items():
+        viewer.panel.configuration.fields[key].text.set(text)
+
+
+def texts_of(widget: Any) -> list[str]:
+    """What all the labels and buttons inside say."""
+    own = [str(widget["text"])] if "text" in widget.keys() else []
+    return own + [text for child in widget.winfo_children() for text in texts_of(child)]

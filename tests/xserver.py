@@ -1,0 +1,70 @@
+"""An X server without a screen, for tests of what has a window.
+
+The fixtures stand in conftest.py: ``x_server``, one for all tests, and ``display``, which lets the
+process of the tests find it while a test runs. Child processes are given its ``name`` as DISPLAY.
+"""
+
+from __future__ import annotations
+
+import os
+import select
+import subprocess
+from types import TracebackType
+
+START_SECONDS = 60
+
+
+class XServer:
+    """A server of its own, with a free number, that ends with the ``with`` block."""
+
+    def __init__(self, width: int = 1600, height: int = 1400) -> None:
+        reader, writer = os.pipe()
+        try:
+            self._process = subprocess.Popen(
+                [
+                    "Xvfb",
+                    "-displayfd",
+                    str(writer),
+                    "-screen",
+                    "0",
+                    f"{width}x{height}x24",
+                    # Stays as it is when its last client leaves.
+                    "-noreset",
+                    "-nolisten",
+                    "tcp",
+                ],
+                pass_fds=[writer],
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL,
+                # No sanitizer that the tests run under is for the server.
+                env={key: value for key, value in os.environ.items() if key != "LD_PRELOAD"},
+            )
+        finally:
+            os.close(writer)
+        with open(reader, "rb") as numbers:
+            ready, _, _ = select.select([numbers], [], [], START_SECONDS)
+            number = numbers.readline().strip().decode() if ready else ""
+        if not number:
+            self.close()
+            raise RuntimeError("Xvfb did not start.")
+        self.name = f":{number}"
+
+    def close(self) -> None:
+        self._process.terminate()
+        self._process.wait()
+
+    def kill(self) -> None:
+        self._process.kill()
+        self._process.wait()
+
+    def __enter__(self) -> XServer:
+        return self
+
+    def __exit__(
+        self,
+        kind: type[BaseException] | None,
+        error: BaseException | None,
+        trace: TracebackType | None,
+    ) -> None:
+        self.close()
