@@ -7,6 +7,7 @@ The library is named by ``--library PATH``, else by the environment variable ``Z
 from __future__ import annotations
 
 import os
+import signal
 import sys
 from collections.abc import Iterator
 from pathlib import Path
@@ -18,6 +19,9 @@ ROOT = Path(__file__).resolve().parent.parent
 PYTHON = ROOT / "python"
 
 sys.path.insert(0, str(PYTHON))
+
+# A shell lets what it runs in the background, and all that comes of that, ignore Ctrl-C.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
