@@ -19,7 +19,6 @@ namespace {
 
 using emulation::callsOf;
 using emulation::failNext;
-using emulation::Gpu;
 using emulation::Holdings;
 using emulation::holdings;
 using emulation::Machine;
