@@ -1,6 +1,7 @@
 // The colour of the field at a pixel.
 #include "picture.hlsli"
 #include "palettes.hlsli"
+#include "light.hlsli"
 
 static const float leastExposure = 0.02;
 
@@ -36,13 +37,9 @@ float enstrophyScalar(float2 at) {
   return 1.0 - expOf(-8.0 * max(exposure, leastExposure) * q * q);
 }
 
-float linearized(float c) {
-  return c <= 0.04045 ? c / 12.92 : pow((c + 0.055) / 1.055, 2.4);
-}
-
 // Linear scRGB: dark colours pass, the brightest reach twice reference white.
 float3 highDynamicRange(float3 color) {
-  const float3 light = float3(linearized(color.r), linearized(color.g), linearized(color.b));
+  const float3 light = linearized(color);
   const float brightest = max(light.r, max(light.g, light.b));
   return light * (1.0 + smooth(saturate((brightest - 0.25) * 1.3333334)));
 }

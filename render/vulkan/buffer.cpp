@@ -27,6 +27,14 @@ Buffer::Buffer(const Device& device, const BufferRequest& request) {
   check(vk.vkBindBufferMemory(device.handle(), buffer_.get(), memory_.get(), 0), request.step);
 }
 
+Buffer makeConstants(const Device& device, std::size_t bytes, const char* step) {
+  return Buffer(device,
+                {.bytes = bytes,
+                 .usage = VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT | VK_BUFFER_USAGE_TRANSFER_DST_BIT,
+                 .preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT,
+                 .step = step});
+}
+
 void updateConstants(const Device& device, VkCommandBuffer commands, VkBuffer buffer,
                      const void* values, std::size_t bytes) {
   device.vk.vkCmdUpdateBuffer(commands, buffer, 0, bytes, values);

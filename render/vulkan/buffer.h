@@ -32,6 +32,9 @@ class Buffer {
   std::size_t allocated_ = 0;
 };
 
+// For the constants of a draw.
+Buffer makeConstants(const Device& device, std::size_t bytes, const char* step);
+
 // Writes the constants of a draw, before its pass begins.
 void updateConstants(const Device& device, VkCommandBuffer commands, VkBuffer buffer,
                      const void* values, std::size_t bytes);

@@ -27,11 +27,7 @@ Interface::Interface(const Device& device, VkRenderPass pass, TexelFormat format
     : device_(device),
       inputs_(device, 1),
       pipeline_(makeInterfacePipeline(device, inputs_.layout(), pass)),
-      constantsBuffer_(
-          device, {.bytes = sizeof(Constants),
-                   .usage = VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT | VK_BUFFER_USAGE_TRANSFER_DST_BIT,
-                   .preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT,
-                   .step = step}) {
+      constantsBuffer_(makeConstants(device, sizeof(Constants), step)) {
   constants_.output = format == TexelFormat::rgba16 ? 1 : 0;
 }
 

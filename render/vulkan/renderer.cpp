@@ -41,14 +41,6 @@ struct Drawing {
   bool isInPieces = false;
 };
 
-Buffer makeUniforms(const Device& device) {
-  return Buffer(device,
-                {.bytes = sizeof(Uniforms),
-                 .usage = VK_BUFFER_USAGE_UNIFORM_BUFFER_BIT | VK_BUFFER_USAGE_TRANSFER_DST_BIT,
-                 .preferred = VK_MEMORY_PROPERTY_DEVICE_LOCAL_BIT,
-                 .step = "Create field uniforms"});
-}
-
 // A picture that is about to be drawn.
 struct Picture {
   Uniforms uniforms;
@@ -77,7 +69,6 @@ struct Renderer::Impl {
   void recordTurn(VkCommandBuffer buffer, const SwapChain::Turn& turn,
                   const std::optional<Picture>& picture);
 
-  int cudaDevice;
   Device device;
   Commands commands;
   Buffer uniforms;
@@ -89,10 +80,9 @@ struct Renderer::Impl {
 };
 
 Renderer::Impl::Impl(int computeDevice, const NativeWindow* window)
-    : cudaDevice(selected(computeDevice)),
-      device(computeDevice, window),
+    : device(selected(computeDevice), window),
       commands(device),
-      uniforms(makeUniforms(device)),
+      uniforms(makeConstants(device, sizeof(Uniforms), "Create field uniforms")),
       field(device) {
   if (window == nullptr) return;
   chain.emplace(device);

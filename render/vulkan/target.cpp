@@ -102,9 +102,8 @@ Image::Image(const Device& device, std::uint32_t width, std::uint32_t height, Te
 }
 
 void Image::prepare(const Device& device, VkCommandBuffer commands) {
-  moveImage(device, commands, image_.get(), isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED,
-            attachment);
-  isDefined_ = true;
+  moveImage(device, commands, image_.get(), layout_, attachment);
+  layout_ = attachment;
 }
 
 Texels Image::read(const Device& device, Commands& commands) const {
@@ -124,8 +123,7 @@ Texels Image::read(const Device& device, Commands& commands) const {
                                   .dstAccessMask = VK_ACCESS_HOST_READ_BIT};
   commands.run([&](VkCommandBuffer buffer) {
     const DeviceFunctions& vk = device.vk;
-    moveImage(device, buffer, image_.get(), isDefined_ ? attachment : VK_IMAGE_LAYOUT_UNDEFINED,
-              VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
+    moveImage(device, buffer, image_.get(), layout_, VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL);
     vk.vkCmdCopyImageToBuffer(buffer, image_.get(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL,
                               readback.get(), 1, &region);
     moveImage(device, buffer, image_.get(), VK_IMAGE_LAYOUT_TRANSFER_SRC_OPTIMAL, attachment);

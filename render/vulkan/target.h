@@ -42,7 +42,7 @@ class Image {
   Owned<VkDeviceMemory> memory_;
   Owned<VkImageView> view_;
   Owned<VkFramebuffer> framebuffer_;
-  bool isDefined_ = false;
+  VkImageLayout layout_ = VK_IMAGE_LAYOUT_UNDEFINED;
 };
 
 }  // namespace zeph::vulkan
