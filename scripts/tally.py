@@ -1,14 +1,17 @@
-"""Sums up the results in a folder: NAME.xml (JUnit) beside NAME.status (the exit status).
+"""Sums up the results in folders: NAME.xml (JUnit) beside NAME.status (the exit status).
 
-The closing line is "N passed, N failed", with ", N skipped" where any were. A command without a
-file is one test of its own. One that failed without saying in its file what failed counts as one
-failure, and so does one that passed no test.
+Of each failure it tells where it was, and the end of what was said of it. The closing line is
+"N passed, N failed", with ", N skipped" where any were. A command without a file is one test of its
+own. One that failed without saying in its file what failed counts as one failure, and so does one
+that passed no test.
 """
 
 import sys
 import xml.etree.ElementTree as xml
 from collections import Counter
 from pathlib import Path
+
+LINES_TOLD = 40
 
 
 def outcome(case: xml.Element) -> str:
@@ -19,15 +22,27 @@ def outcome(case: xml.Element) -> str:
     return "passed"
 
 
+def tell(place: str, case: xml.Element) -> None:
+    print(f"{place}: {case.get('classname', '')}.{case.get('name')}")
+    said = [node for tag in ("failure", "error", "system-out") for node in case.findall(tag)]
+    words = "\n".join(filter(None, (node.text or node.get("message") for node in said)))
+    for line in words.strip().splitlines()[-LINES_TOLD:]:
+        print(f"    {line}")
+
+
 def count(status_file: Path) -> Counter:
     succeeded = int(status_file.read_text()) == 0
     listing = status_file.with_suffix(".xml")
     if not listing.exists():
         return Counter(passed=int(succeeded), failed=int(not succeeded))
     try:
-        counts = Counter(outcome(case) for case in xml.parse(listing).iter("testcase"))
+        cases = list(xml.parse(listing).iter("testcase"))
     except xml.ParseError:
-        counts = Counter()
+        cases = []
+    for case in cases:
+        if outcome(case) == "failed":
+            tell(f"{status_file.parent.name}/{status_file.stem}", case)
+    counts = Counter(map(outcome, cases))
     if counts["failed"] == 0 and not (succeeded and counts["passed"]):
         counts["failed"] = 1
     return counts
@@ -35,10 +50,11 @@ def count(status_file: Path) -> Counter:
 
 def main() -> int:
     total: Counter = Counter()
-    for status_file in sorted(Path(sys.argv[1]).glob("*.status")):
+    folders = [Path(name) for name in sys.argv[1:]]
+    for status_file in [file for folder in folders for file in sorted(folder.glob("*.status"))]:
         counts = count(status_file)
         if counts["failed"]:
-            print(f"{status_file.stem}: {counts['failed']} failed")
+            print(f"{status_file.parent.name}/{status_file.stem}: {counts['failed']} failed")
         total += counts
     line = f"{total['passed']} passed, {total['failed']} failed"
     print(line + (f", {total['skipped']} skipped" if total["skipped"] else ""))

@@ -17,10 +17,15 @@ SKIP = '<testcase name="d"><skipped/></testcase>'
 NOT_RUN = '<testcase name="e" status="notrun"/>'
 
 
-def tally(folder: Path) -> tuple[int, str]:
-    command = [sys.executable, str(TALLY), str(folder)]
+def told(*folders: Path) -> tuple[int, list[str]]:
+    command = [sys.executable, str(TALLY), *map(str, folders)]
     done = subprocess.run(command, capture_output=True, text=True)
-    return done.returncode, done.stdout.splitlines()[-1]
+    return done.returncode, done.stdout.splitlines()
+
+
+def tally(*folders: Path) -> tuple[int, str]:
+    status, lines = told(*folders)
+    return status, lines[-1]
 
 
 @pytest.fixture
@@ -37,6 +42,28 @@ def test_outcomes_are_summed_over_all_files(record, tmp_path: Path) -> None:
     record("one", 0, PASS + PASS + SKIP)
     record("two", 1, PASS + FAIL + ERROR + NOT_RUN)
     assert tally(tmp_path) == (1, "3 passed, 2 failed, 2 skipped")
+
+
+def test_what_failed_is_told_with_the_end_of_its_words(record, tmp_path: Path) -> None:
+    long = "\n".join(f"line {number}" for number in range(1000))
+    record("two", 1, PASS + f'<testcase classname="x" name="y"><failure>{long}</failure></testcase>')
+    lines = told(tmp_path)[1]
+    assert lines[0] == f"{tmp_path.name}/two: x.y"
+    assert lines[1].strip() != "line 0"
+    assert lines[-3:] == ["    line 999", f"{tmp_path.name}/two: 1 failed", "1 passed, 1 failed"]
+
+
+def test_what_a_program_printed_is_told_where_its_failure_is_silent(record, tmp_path: Path) -> None:
+    printed = '<failure message=""/><system-out>it broke</system-out>'
+    record("one", 1, f'<testcase name="y">{printed}</testcase>')
+    assert "    it broke" in told(tmp_path)[1]
+
+
+def test_several_folders_are_summed(tmp_path: Path) -> None:
+    for name in ("first", "second"):
+        (tmp_path / name).mkdir()
+        (tmp_path / name / "one.status").write_text("0\n")
+    assert tally(tmp_path / "first", tmp_path / "second") == (0, "2 passed, 0 failed")
 
 
 def test_success_needs_every_command_to_have_succeeded(record, tmp_path: Path) -> None:
