@@ -103,10 +103,10 @@ def test_an_engine_draws_while_another_runs(make_engine, tmp_path):
 
 
 def left_by_pictures(library: Library, folder: str, count: int):
+    from process import open_files, resident_bytes, threads
+
     def held():
-        with open("/proc/self/statm") as file:
-            resident = int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
-        return len(os.listdir("/proc/self/fd")), len(os.listdir("/proc/self/task")), resident
+        return open_files(), threads(), resident_bytes()
 
     with Engine(library, {"resolution": 32}) as engine:
 

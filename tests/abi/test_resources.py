@@ -10,9 +10,7 @@ SANITIZER_SLACK = 320 << 20  # Freed memory that a sanitizer keeps aside.
 
 
 def growth_over_lives(library: Library, lives: int):
-    def resident():
-        with open("/proc/self/statm") as file:
-            return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+    from process import resident_bytes
 
     def live(number):
         with Engine(library, {"resolution": 128, "seed": number}) as engine:
@@ -24,10 +22,10 @@ def growth_over_lives(library: Library, lives: int):
 
     for number in range(20):
         live(number)
-    before = resident()
+    before = resident_bytes()
     for number in range(lives):
         live(number)
-    return resident() - before
+    return resident_bytes() - before
 
 
 def test_engines_come_and_go_without_memory_growing(library_path, sanitized):
@@ -37,9 +35,7 @@ def test_engines_come_and_go_without_memory_growing(library_path, sanitized):
 
 
 def growth_over_calls(library: Library, calls: int):
-    def resident():
-        with open("/proc/self/statm") as file:
-            return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+    from process import resident_bytes
 
     words = "x" * 20000
     with Engine(library, {"resolution": 16}) as engine:
@@ -52,10 +48,10 @@ def growth_over_calls(library: Library, calls: int):
 
         for _ in range(50):
             call()
-        before = resident()
+        before = resident_bytes()
         for _ in range(calls):
             call()
-        return resident() - before
+        return resident_bytes() - before
 
 
 def test_calls_leave_nothing_behind(library_path, sanitized):
@@ -65,8 +61,7 @@ def test_calls_leave_nothing_behind(library_path, sanitized):
 
 
 def open_files_and_threads(library: Library, folder: str):
-    def count():
-        return [len(os.listdir("/proc/self/fd")), len(os.listdir("/proc/self/task"))]
+    from process import open_files, threads
 
     def live():
         with Engine(library, {"resolution": 64}) as engine:
@@ -78,10 +73,10 @@ def open_files_and_threads(library: Library, folder: str):
             engine.refusal({"op": "reset", "initial": folder + "/s"})
 
     live()
-    before = count()
+    before = [open_files(), threads()]
     for _ in range(30):
         live()
-    return [before, count()]
+    return [before, [open_files(), threads()]]
 
 
 def test_no_file_and_no_thread_stays_behind(library_path, tmp_path):
@@ -90,8 +85,7 @@ def test_no_file_and_no_thread_stays_behind(library_path, tmp_path):
 
 
 def threads_of_many_engines(library: Library, count: int):
-    def threads():
-        return len(os.listdir("/proc/self/task"))
+    from process import threads
 
     engines = []
     counts = []

@@ -109,23 +109,14 @@ def test_the_hosts_handlers_of_errors_are_left_alone(library_path, display):
 
 
 def growth_over_attachments(library: Library, display: str, rounds: int):
-    import gc
-
+    from process import open_files, resident_bytes, threads
     from xwindow import Host
 
     library.initialize()
     window = Host(display).window()
 
     def counts():
-        gc.collect()
-        with open("/proc/self/statm") as file:
-            resident = int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
-        # A thread that has been joined may be listed for a moment still.
-        threads = []
-        for _ in range(20):
-            threads.append(len(os.listdir("/proc/self/task")))
-            time.sleep(0.01)
-        return [resident, len(os.listdir("/proc/self/fd")), min(threads)]
+        return [resident_bytes(), open_files(), threads()]
 
     def live(number):
         with View(library) as view:
@@ -199,14 +190,18 @@ def picture_in_tk(library: Library, display: str):
         answers["colours"] = len({image[k : k + 3] for k in range(0, len(image), 4)})
         answers["red"] = sum(image[k : k + 3] == b"\0\0\xff" for k in range(0, len(image), 4))
         root.focus_force()
-        root.update()
-        host.press_key(65)
-        turn(lambda now: pressed)
+
+        def key_arrives(now):
+            host.press_key(65)
+            root.update()
+            return pressed
+
+        turn(key_arrives)
         frame.configure(width=200, height=250)
         turn(lambda now: now["canvas"]["width_points"] == 200)
     root.update()
     root.destroy()
-    return {**answers, "keys": pressed}
+    return {**answers, "keys": sorted(set(pressed))}
 
 
 def test_a_host_with_tk_shows_the_flow_and_keeps_its_keys(library_path, display):

@@ -241,9 +241,9 @@ def test_the_first_glyph_tells_whether_the_flow_runs(make_view, window):
         return (part(window.shot(), glyph(300, 0)).min(axis=2) > 150).tobytes()
 
     view.call("running", value=False)
+    count = view.settled()["presentations"]
+    view.wait(lambda now: now["presentations"] > count + 5)
     until(lambda: any(marks()), "the first glyph")
-    view.settled()
-    time.sleep(0.1)
     paused = marks()
     view.call("running", value=True)
     until(lambda: marks() != paused, "pause")

@@ -133,13 +133,13 @@ def test_the_effective_reynolds_number_moves_by_a_sample_at_a_time(make_view):
     view = make_view(**SLOW)
     view.call("start")
     view.wait(lambda now: now["ready"])
+    asked = time.monotonic()
     first = before = view.get()["effective_reynolds"]
-    moment = time.monotonic()
     for _ in range(150):
         time.sleep(0.01)
-        now, then = view.get()["effective_reynolds"], moment
-        moment = time.monotonic()
-        samples = math.floor((moment - then) / 0.25) + 1
+        then, asked = asked, time.monotonic()
+        now = view.get()["effective_reynolds"]
+        samples = math.floor((time.monotonic() - then) / 0.25) + 1
         assert abs(math.log(now / before)) <= 0.01 * samples + 1e-9
         before = now
     assert before != first

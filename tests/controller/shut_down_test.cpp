@@ -12,7 +12,8 @@ namespace zeph {
 namespace {
 
 // A batch is near 8 milliseconds; the rest is for machines that are busy or watched by a sanitizer.
-constexpr double prompt = 1;
+// Whatever is left to be done when a controller ends would take much longer.
+constexpr double prompt = 5;
 
 double secondsToEnd(const RunSettings& run, const std::function<void(Controller&)>& prepare) {
   auto controller = std::make_unique<Controller>(run, test::processor);

@@ -207,7 +207,7 @@ TEST(ANewGeneration, SeveralResetsInOneBatchMakeOneFlow) {
   // Where in its pass the thread stands is by chance; a rebuild more would be some readings more.
   const int one = readingsOfResets(1);
   EXPECT_GT(one, 2);
-  EXPECT_LT(readingsOfResets(50), one + 20);
+  EXPECT_LT(readingsOfResets(50), one + 100);
 }
 
 TEST(AFlowThatIsLost, IsToldAndWaitsForANewGeneration) {

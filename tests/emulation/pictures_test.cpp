@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "tests/boundary/failure_text.h"
 #include "tests/emulation/emulated_gpu.h"
 #include "tests/render/scene.h"
+#include "tests/support/process.h"
 
 namespace zeph {
 namespace {
@@ -67,11 +67,6 @@ std::vector<std::byte> picture(Renderer& renderer, const std::shared_ptr<const F
   const auto target = renderer.makeTarget(pixels, pixels, TexelFormat::bgra8);
   renderer.drawPicture(*target, frame, settings, {.size = static_cast<float>(pixels)});
   return renderer.readTarget(*target).data;
-}
-
-std::ptrdiff_t openFiles() {
-  namespace fs = std::filesystem;
-  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
 // The first GPU is the one that the driver draws for.
@@ -155,12 +150,12 @@ TEST_F(GpuPictures, NeedADeviceOfVulkanWithTheirNumber) {
   Uuid nearly = uuid();
   nearly.back() = static_cast<char>(nearly.back() ^ 1);
   const MachineScope scope(machineOf(nearly, {}));
-  const std::ptrdiff_t before = openFiles();
+  const std::ptrdiff_t before = test::openFiles();
   for (const int device : {gpu, otherGpu})
     EXPECT_EQ(failureText<std::runtime_error>([=] { Renderer renderer(device); }),
               "No CUDA-compatible Vulkan device found.");
   EXPECT_EQ(holdings(), Holdings());
-  EXPECT_EQ(openFiles(), before);
+  EXPECT_EQ(test::openFiles(), before);
 }
 
 TEST_F(GpuPictures, TheSameFrameAgainCallsNothing) {
@@ -211,9 +206,9 @@ TEST_F(GpuPictures, LeaveNothingBehind) {
     picture(renderer, noiseOn(gpu, 18), {}, 90);
   };
   live();
-  const std::ptrdiff_t before = openFiles();
+  const std::ptrdiff_t before = test::openFiles();
   for (int round = 0; round < 5; ++round) live();
-  EXPECT_EQ(openFiles(), before);
+  EXPECT_EQ(test::openFiles(), before);
   EXPECT_EQ(holdings(), Holdings());
 }
 
@@ -228,7 +223,7 @@ class GpuPicturesWithAFailure : public GpuPictures,
 // A grid of another size, so that each step is taken.
 TEST_P(GpuPicturesWithAFailure, TellTheCallAndThenGoOn) {
   const auto [function, text] = GetParam();
-  const std::ptrdiff_t before = openFiles();
+  const std::ptrdiff_t before = test::openFiles();
   {
     const auto first = noiseOn(gpu, 16);
     const auto second = noiseOn(gpu, 18, 2);
@@ -249,7 +244,7 @@ TEST_P(GpuPicturesWithAFailure, TellTheCallAndThenGoOn) {
     EXPECT_EQ(failureText<std::runtime_error>([&] { renderer.transferField(first); }), text);
   }
   EXPECT_EQ(holdings(), Holdings());
-  EXPECT_EQ(openFiles(), before);
+  EXPECT_EQ(test::openFiles(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -266,12 +261,12 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.function); });
 
 TEST_F(GpuPictures, AreNotBegunWhereNoStreamCanBeMade) {
-  const std::ptrdiff_t before = openFiles();
+  const std::ptrdiff_t before = test::openFiles();
   failNext("cudaStreamCreateWithFlags", ::cudaErrorMemoryAllocation);
   EXPECT_EQ(failureText<std::runtime_error>([] { Renderer renderer(gpu); }),
             "cudaStreamCreateWithFlags(&copyStream,cudaStreamNonBlocking): out of memory");
   EXPECT_EQ(holdings(), Holdings());
-  EXPECT_EQ(openFiles(), before);
+  EXPECT_EQ(test::openFiles(), before);
 }
 
 }  // namespace

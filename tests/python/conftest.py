@@ -89,7 +89,7 @@ def open_viewer(
         opened.append(Viewer(open_root(), view, until=until, side=400))
         opened[-1].start()
         opened[-1].root.focus_force()
-        wait(opened[-1], lambda status: status.ready and status.presentations > 0)
+        wait(opened[-1], lambda now: now.ready and now.presentations > 0 and now.focused)
         return opened[-1]
 
     yield make

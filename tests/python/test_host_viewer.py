@@ -23,6 +23,7 @@ from viewer_driver import (
     texts_of,
     wait,
     wait_for_steps,
+    wait_until,
 )
 from Xlib import X
 from xwindow import Host
@@ -84,16 +85,16 @@ def test_keys_cycle_the_picture(
 
 
 def test_b_hides_the_panel_and_leaves_its_room_to_the_picture(viewer: Viewer, host: Host) -> None:
+    picture, panel = viewer.picture, viewer.panel
     viewer.root.geometry("900x600")
+    wait_until(viewer, lambda: panel.winfo_height() == 600)
     live_on(viewer)
-    width = viewer.picture.winfo_width()
+    width = picture.winfo_width()
+    assert width < 600
     press(viewer, host, "b")
-    live_on(viewer)
-    assert not viewer.panel.winfo_ismapped()
-    assert viewer.picture.winfo_width() == 600 > width
+    wait_until(viewer, lambda: not panel.winfo_ismapped() and picture.winfo_width() == 600)
     press(viewer, host, "b")
-    live_on(viewer)
-    assert viewer.panel.winfo_ismapped() and viewer.picture.winfo_width() == width
+    wait_until(viewer, lambda: panel.winfo_ismapped() and picture.winfo_width() == width)
 
 
 def test_h_tells_the_keys(viewer: Viewer, host: Host) -> None:
@@ -235,7 +236,7 @@ def test_p_saves_where_the_desktop_says(
     monkeypatch.setenv("DBUS_SESSION_BUS_ADDRESS", f"unix:path={tmp_path / 'none'}")
     press(viewer, host, "p")
     wait(viewer, lambda status: (tmp_path / "asked.png").exists())
-    live_on(viewer)
+    wait(viewer, lambda status: not status.exporting)
     assert read_png(tmp_path / "asked.png").shape == (1800, 1800, 4)
     assert not viewer.panel.error.shown
 

@@ -31,6 +31,11 @@ def wait_for_steps(viewer: Viewer, count: int) -> None:
     wait(viewer, lambda status: status.stats is not None and status.stats.steps == count)
 
 
+def wait_until(viewer: Viewer, holds: Callable[[], object]) -> None:
+    """Let the window live until something holds of the window itself."""
+    wait(viewer, lambda status: holds())
+
+
 def live_on(viewer: Viewer, seconds: float = 0.3) -> None:
     end = time.monotonic() + seconds
     wait(viewer, lambda status: time.monotonic() > end)

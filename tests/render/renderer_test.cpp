@@ -13,6 +13,7 @@
 
 #include "tests/boundary/failure_text.h"
 #include "tests/render/reference.h"
+#include "tests/support/process.h"
 
 namespace zeph {
 namespace {
@@ -132,10 +133,6 @@ TEST_F(Renderers, OfSeveralThreadsDoNotDisturbOneAnother) {
   for (std::thread& thread : running) thread.join();
 }
 
-std::ptrdiff_t entriesOf(const char* folder) {
-  return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
-}
-
 TEST_F(Renderers, LeaveNothingOpenAndNoThreadBehind) {
   endRenderer();
   const auto frame = test::noise(18);
@@ -146,11 +143,11 @@ TEST_F(Renderers, LeaveNothingOpenAndNoThreadBehind) {
     passing.readTarget(*target);
   };
   live();
-  const std::ptrdiff_t descriptors = entriesOf("/proc/self/fd");
-  const std::ptrdiff_t threads = entriesOf("/proc/self/task");
+  const std::ptrdiff_t descriptors = test::openFiles();
+  const std::ptrdiff_t threads = test::threads();
   for (int round = 0; round < 30; ++round) live();
-  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-  EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+  EXPECT_EQ(test::openFiles(), descriptors);
+  EXPECT_EQ(test::threads(), threads);
   EXPECT_EQ(frame.use_count(), 1);
 }
 
