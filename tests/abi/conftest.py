@@ -11,7 +11,9 @@ from typing import TYPE_CHECKING, Any, Callable
 
 import pytest
 
-from .harness import NO_MATCHING_DRIVER, Engine, Library, Refused, View, decode
+from .harness import Engine, Library, Refused, decode
+from .view import View
+from .words import NO_MATCHING_DRIVER
 
 if TYPE_CHECKING:  # They need python-xlib, which the other tests do without.
     from xwindow import Host, Window

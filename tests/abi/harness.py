@@ -7,22 +7,13 @@ neither against the other.
 from __future__ import annotations
 
 import ctypes
-import inspect
 import json
 import os
 import re
-import signal
 import struct
-import subprocess
-import sys
 import tempfile
-import textwrap
-import threading
-import time
 from pathlib import Path
-from typing import Any, Callable
-
-TESTS = Path(__file__).resolve().parent.parent
+from typing import Any
 
 FUNCTIONS = (
     "zp_initialize",
@@ -37,36 +28,6 @@ FUNCTIONS = (
 )
 INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
 OPERATORS = ("stress", "advective")
-
-NOT_AN_OBJECT = "Expected a JSON object."
-BAD_CONFIGURATION = (
-    "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum."
-)
-BAD_SEED = "Seed must be UInt64."
-BAD_ADVANCE = "Invalid steps or endpoint."
-BAD_REYNOLDS = "Re must be finite and positive."
-BAD_CFL = "CFL must be finite and positive."
-UNKNOWN_OPERATION = "Unknown engine operation."
-FLOW_LOST = "The flow became non-finite or a GPU operation failed. Reset to recover."
-UNHEALTHY = "The solver encountered a non-finite field or timestep."
-BAD_SAMPLES = "Initial vorticity must contain exactly N² finite Float32 samples."
-BAD_SIZE = "Initial file must contain exactly N² Float32 samples."
-UNREADABLE = "Cannot read initial file."
-UNWRITABLE = "Cannot write export file."
-UI_THREAD = "UI calls require the main thread."
-UI_CLOSED = "Closed UI."
-UNKNOWN_UI_OPERATION = "Unknown UI operation."
-BAD_LIMITS = "Invalid benchmark limits."
-NO_FRAME = "No completed frame."
-NO_RENDERER = "No native renderer."
-NO_DRIVER = "No Vulkan device found."
-NO_MATCHING_DRIVER = "No CUDA-compatible Vulkan device found."
-BAD_PICTURE_SIZE = "PNG size must be 1 through 8192."
-NO_CANVAS = "Cannot create native canvas."
-BAD_PARENT = "Invalid parent HWND."
-HAS_CANVAS = "Canvas is already attached."
-BAD_PICTURE_SIZE = "PNG size must be 1 through 8192."
-PARSE_ERROR = "[json.exception.parse_error.101] parse error at line "
 
 # The members of two reports, and their types.
 STATISTICS = {
@@ -92,10 +53,6 @@ SNAPSHOT = {
     "std_vorticity": float,
     "time": float,
 }
-
-
-def type_error(wanted: str, got: str) -> str:
-    return f"[json.exception.type_error.302] type must be {wanted}, but is {got}"
 
 
 class Refused(Exception):
@@ -226,124 +183,6 @@ class Engine:
             return path.read_bytes()
 
 
-class View:
-    """One view, for the main thread alone. Every report is held against what a report promises."""
-
-    PATIENCE_SECONDS = 120
-
-    ALWAYS = {
-        "allocated_bytes": int,
-        "backend": str,
-        "color_range": str,
-        "config": dict,
-        "display": str,
-        "effective_reynolds": float,
-        "elapsed_seconds": float,
-        "error_message": (str, type(None)),
-        "exporting": bool,
-        "exposure": float,
-        "flow": bool,
-        "focused": bool,
-        "generation": int,
-        "gpu": str,
-        "history": list,
-        "palette": str,
-        "palinstrophy_control": float,
-        "performance": dict,
-        "presentations": int,
-        "ready": bool,
-        "regulated": bool,
-        "running": bool,
-        "settled": bool,
-        "sigma": float,
-    }
-    CANVAS = {"height_points": float, "scale": float, "visible": bool, "width_points": float}
-    PERFORMANCE = {
-        "batch_steps": int,
-        "milliseconds_per_step": float,
-        "simtime_per_s": float,
-        "steps_per_s": float,
-        "turnovers_per_s": float,
-    }
-
-    def __init__(self, library: Library) -> None:
-        self.library = library
-        self.handle: int | None = library.c.zp_ui_create()
-        assert self.handle, "a view is made on the main thread"
-
-    def close(self) -> None:
-        handle, self.handle = self.handle, None
-        self.library.c.zp_ui_destroy(handle)
-
-    def __enter__(self) -> View:
-        return self
-
-    def __exit__(self, *_: object) -> None:
-        self.close()
-
-    def raw(self, request: Any) -> bytes:
-        return self.library.ui_call(self.handle, encode(request))
-
-    def ask(self, request: Any) -> dict[str, Any]:
-        reply = decode(self.raw(request))
-        if "error" in reply:
-            raise Refused(reply["error"])
-        self.check(reply)
-        return reply
-
-    def call(self, op: str, **members: Any) -> dict[str, Any]:
-        return self.ask({"op": op, **members})
-
-    def refusal(self, request: Any) -> str:
-        """The words with which a request is refused."""
-        return error_of(self.raw(request))
-
-    def attach(self, window: int) -> None:
-        """Lays the view's canvas into a window."""
-        reply = decode(self.library.ui_attach(self.handle, window))
-        if "error" in reply:
-            raise Refused(reply["error"])
-        assert reply == {}
-
-    def get(self) -> dict[str, Any]:
-        return self.call("get")
-
-    def wait(self, holds: Callable[[dict[str, Any]], bool]) -> dict[str, Any]:
-        """The first report of which it holds."""
-        end = time.monotonic() + self.PATIENCE_SECONDS
-        while not holds(report := self.get()):
-            assert time.monotonic() < end, f"waited in vain: {report}"
-            time.sleep(0.002)
-        return report
-
-    def settled(self) -> dict[str, Any]:
-        return self.wait(lambda report: report["settled"])
-
-    def steps(self, count: int) -> dict[str, Any]:
-        """The first report of so many steps."""
-        return self.wait(lambda report: report.get("stats", {"steps": -1})["steps"] >= count)
-
-    @classmethod
-    def check(cls, report: dict[str, Any]) -> None:
-        _check_members(report, cls.ALWAYS, {"stats", "frame", "canvas"})
-        _check_members(report["performance"], cls.PERFORMANCE)
-        assert ("stats" in report) == report["ready"], report
-        assert ("frame" in report) == report["ready"], report
-        if "canvas" in report:
-            _check_members(report["canvas"], cls.CANVAS)
-        assert len(report["history"]) <= 120
-        assert all(type(value) is float for value in report["history"])
-
-
-def _check_members(
-    members: dict[str, Any], types: dict[str, Any], optional: set[str] | None = None
-) -> None:
-    assert set(members) - (optional or set()) == set(types), sorted(members)
-    for key, kind in types.items():
-        value = members[key]
-        assert type(value) in (kind if isinstance(kind, tuple) else (kind,)), (key, value)
-
-
 def encode(request: Any) -> bytes | None:
     if request is None or isinstance(request, bytes):
         return request
@@ -386,58 +225,3 @@ def _refuse_constant(name: str) -> None:
 def single(value: float) -> float:
     """The value rounded to 32 bits."""
     return struct.unpack("<f", struct.pack("<f", value))[0]
-
-
-def in_fresh_process(
-    library_path: os.PathLike[str] | str,
-    body: Callable[..., Any],
-    *arguments: Any,
-    environment: dict[str, str | None] | None = None,
-    limit_seconds: float = 120,
-) -> Any:
-    """What ``body(library, *arguments)`` returns in a new interpreter, where nothing has called
-    zp_initialize yet. The body sees the names of this module and its own source alone."""
-    source = textwrap.dedent(inspect.getsource(body))
-    script = (
-        "from __future__ import annotations\n"
-        "from abi.harness import *\n"
-        f"{source}\n"
-        f"answer = {body.__name__}(Library(sys.argv[1]), *json.loads(sys.argv[2]))\n"
-        "print(json.dumps(answer))\n"
-    )
-    variables = {**os.environ, "PYTHONPATH": str(TESTS), "PYTHONIOENCODING": "utf-8"}
-    for name, value in (environment or {}).items():
-        variables.pop(name, None)
-        if value is not None:
-            variables[name] = value
-    done = subprocess.run(
-        [sys.executable, "-c", script, os.fspath(library_path), json.dumps(arguments)],
-        env=variables,
-        capture_output=True,
-        timeout=limit_seconds,
-    )
-    words = done.stderr.decode("utf-8", "replace")
-    if done.returncode < 0:
-        raise AssertionError(f"died of {signal.Signals(-done.returncode).name}\n{words}")
-    assert done.returncode == 0, words
-    assert not words, f"the library writes nothing to the console, but: {words}"
-    return json.loads(done.stdout)
-
-
-def on_another_thread(work: Callable[[], Any]) -> Any:
-    """What ``work()`` returns, or raises, on a thread of its own."""
-    outcome: list[Any] = []
-    failure: list[BaseException] = []
-
-    def run() -> None:
-        try:
-            outcome.append(work())
-        except BaseException as error:  # Handed on to the caller.
-            failure.append(error)
-
-    thread = threading.Thread(target=run)
-    thread.start()
-    thread.join()
-    if failure:
-        raise failure[0]
-    return outcome[0]

@@ -8,20 +8,9 @@ import threading
 
 import pytest
 
-from .harness import (
-    BAD_CONFIGURATION,
-    FUNCTIONS,
-    NOT_AN_OBJECT,
-    PARSE_ERROR,
-    UNKNOWN_OPERATION,
-    Engine,
-    Library,
-    decode,
-    error_of,
-    in_fresh_process,
-    on_another_thread,
-    type_error,
-)
+from .fresh_process import in_fresh_process, on_another_thread
+from .harness import FUNCTIONS, Engine, Library, decode, error_of
+from .words import BAD_CONFIGURATION, NOT_AN_OBJECT, PARSE_ERROR, UNKNOWN_OPERATION, type_error
 
 NOT_OBJECTS = ["[]", "[1]", "7", "-1.5", '"inspect"', "true", "null"]
 

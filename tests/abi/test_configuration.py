@@ -10,19 +10,9 @@ import math
 
 import pytest
 
-from .harness import (
-    BAD_CONFIGURATION,
-    BAD_SEED,
-    INTEGRATORS,
-    OPERATORS,
-    PARSE_ERROR,
-    UNHEALTHY,
-    Engine,
-    Library,
-    in_fresh_process,
-    single,
-    type_error,
-)
+from .fresh_process import in_fresh_process
+from .harness import INTEGRATORS, OPERATORS, Engine, Library, single
+from .words import BAD_CONFIGURATION, BAD_SEED, PARSE_ERROR, UNHEALTHY, type_error
 
 DEFAULT_REYNOLDS = 27898.36614974335
 OVERFLOW = "[json.exception.out_of_range.406] number overflow parsing '1e400'"

@@ -8,7 +8,8 @@ import threading
 
 import pytest
 
-from .harness import INTEGRATORS, OPERATORS, Engine, Library, in_fresh_process
+from .fresh_process import in_fresh_process
+from .harness import INTEGRATORS, OPERATORS, Engine, Library
 
 FLOWS = [
     {"resolution": n, "integrator": integrator, "operator": operator}

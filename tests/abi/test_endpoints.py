@@ -7,7 +7,8 @@ import struct
 
 import pytest
 
-from .harness import BAD_ADVANCE, INTEGRATORS, OPERATORS, decode, single
+from .harness import INTEGRATORS, OPERATORS, decode, single
+from .words import BAD_ADVANCE
 
 MAX_SINGLE = 3.4028234663852886e38
 

@@ -4,16 +4,8 @@ from __future__ import annotations
 
 import pytest
 
-from .harness import (
-    BAD_ADVANCE,
-    BAD_CFL,
-    BAD_REYNOLDS,
-    STATISTICS,
-    UNKNOWN_OPERATION,
-    single,
-    type_error,
-    types_of,
-)
+from .harness import STATISTICS, single, types_of
+from .words import BAD_ADVANCE, BAD_CFL, BAD_REYNOLDS, UNKNOWN_OPERATION, type_error
 
 NEVER_NUMBERS = [
     ("null", "null"),

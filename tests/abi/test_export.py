@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import pytest
 
-from .harness import SNAPSHOT, UNWRITABLE, type_error, types_of
+from .harness import SNAPSHOT, types_of
+from .words import UNWRITABLE, type_error
 
 
 def test_export_of_nothing_replies_with_nothing(engine, tmp_path, monkeypatch):

@@ -8,15 +8,14 @@ from array import array
 
 import pytest
 
-from .harness import (
+from .harness import INTEGRATORS, OPERATORS
+from .words import (
     BAD_ADVANCE,
     BAD_CFL,
     BAD_REYNOLDS,
     BAD_SAMPLES,
     BAD_SIZE,
     FLOW_LOST,
-    INTEGRATORS,
-    OPERATORS,
     UNHEALTHY,
     UNKNOWN_OPERATION,
 )

@@ -12,16 +12,9 @@ from pathlib import Path
 
 import pytest
 
-from .harness import (
-    BAD_SAMPLES,
-    BAD_SIZE,
-    UNREADABLE,
-    UNWRITABLE,
-    Engine,
-    Library,
-    decode,
-    in_fresh_process,
-)
+from .fresh_process import in_fresh_process
+from .harness import Engine, Library, decode
+from .words import BAD_SAMPLES, BAD_SIZE, UNREADABLE, UNWRITABLE
 
 N = 16
 SAMPLES = N * N

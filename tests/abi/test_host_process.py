@@ -13,7 +13,9 @@ import threading
 
 import pytest
 
-from .harness import UNHEALTHY, Engine, Library, decode, in_fresh_process, single
+from .fresh_process import in_fresh_process
+from .harness import Engine, Library, decode, single
+from .words import UNHEALTHY
 
 on_x86_64_linux = pytest.mark.skipif(
     not (sys.platform == "linux" and platform.machine() == "x86_64"),

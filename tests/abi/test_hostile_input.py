@@ -8,19 +8,15 @@ import threading
 
 import pytest
 
-from .harness import (
+from .fresh_process import in_fresh_process, on_another_thread
+from .harness import Engine, Library, decode, error_of
+from .words import (
     BAD_SEED,
     FLOW_LOST,
     NOT_AN_OBJECT,
     PARSE_ERROR,
     UNKNOWN_OPERATION,
     UNWRITABLE,
-    Engine,
-    Library,
-    decode,
-    error_of,
-    in_fresh_process,
-    on_another_thread,
     type_error,
 )
 

@@ -8,15 +8,8 @@ import sys
 
 import pytest
 
-from .harness import (
-    Engine,
-    Library,
-    Refused,
-    decode,
-    in_fresh_process,
-    on_another_thread,
-    single,
-)
+from .fresh_process import in_fresh_process, on_another_thread
+from .harness import Engine, Library, Refused, decode, single
 
 ALWAYS = {
     "abi_version",

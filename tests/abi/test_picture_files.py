@@ -9,8 +9,8 @@ import numpy as np
 import pytest
 from png_reader import read_png
 
-from .harness import BAD_PICTURE_SIZE, UNWRITABLE, type_error
 from .picture_reference import Scene, Settings, drawn
+from .words import BAD_PICTURE_SIZE, UNWRITABLE, type_error
 
 pytestmark = pytest.mark.usefixtures("drawing")
 

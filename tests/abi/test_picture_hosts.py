@@ -11,9 +11,11 @@ import time
 
 import pytest
 
-from .harness import NO_DRIVER, Engine, Library, in_fresh_process, on_another_thread
+from .fresh_process import in_fresh_process, on_another_thread
+from .harness import Engine, Library
 from .picture_reference import drawn
 from .test_host_process import UPWARD, on_x86_64_linux
+from .words import NO_DRIVER
 
 pytestmark = pytest.mark.usefixtures("drawing")
 

@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import os
 
-from .harness import Engine, Library, in_fresh_process
+from .fresh_process import in_fresh_process
+from .harness import Engine, Library
 
 SANITIZER_SLACK = 320 << 20  # Freed memory that a sanitizer keeps aside.
 

@@ -12,7 +12,8 @@ from typing import Any, Callable
 
 import pytest
 
-from .harness import Library, decode, in_fresh_process
+from .fresh_process import in_fresh_process
+from .harness import Library, decode
 
 NO_DIALOG = "Could not open Save PNG dialog."
 NO_FRAME = "No completed frame."

@@ -3,19 +3,12 @@
 from __future__ import annotations
 
 import pytest
-from xwindow import Host, Window, until
+from xwindow import until
 
-from .harness import (
-    BAD_PARENT,
-    HAS_CANVAS,
-    NO_CANVAS,
-    UI_CLOSED,
-    UI_THREAD,
-    Refused,
-    View,
-    error_of,
-    on_another_thread,
-)
+from .fresh_process import on_another_thread
+from .harness import Refused, error_of
+from .view import View
+from .words import BAD_PARENT, HAS_CANVAS, NO_CANVAS, UI_CLOSED, UI_THREAD
 
 
 def refusal_of(view: View, window: int | None) -> str:

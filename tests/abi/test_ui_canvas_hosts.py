@@ -8,9 +8,12 @@ import time
 
 import pytest
 
-from .harness import HAS_CANVAS, Library, View, error_of, in_fresh_process
+from .fresh_process import in_fresh_process
+from .harness import Library, error_of
 from .test_host_process import LEAVING
 from .test_resources import SANITIZER_SLACK
+from .view import View
+from .words import HAS_CANVAS
 
 ROUNDS = int(os.environ.get("ZEPHANE_ATTACH_ROUNDS", "100"))
 

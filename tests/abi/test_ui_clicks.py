@@ -7,7 +7,7 @@ from xwindow import Host, Window, until
 from Xlib import X
 from Xlib.ext import xtest
 
-from .harness import View
+from .view import View
 
 SIDE = 300
 TOGGLE, STEP, RESET = (33, 71, 109)  # the middle of each button, from the left

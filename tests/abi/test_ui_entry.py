@@ -4,19 +4,10 @@ from __future__ import annotations
 
 import pytest
 
-from .harness import (
-    BAD_PARENT,
-    NO_CANVAS,
-    NOT_AN_OBJECT,
-    PARSE_ERROR,
-    UI_CLOSED,
-    UI_THREAD,
-    Library,
-    View,
-    error_of,
-    in_fresh_process,
-    on_another_thread,
-)
+from .fresh_process import in_fresh_process, on_another_thread
+from .harness import Library, error_of
+from .view import View
+from .words import BAD_PARENT, NOT_AN_OBJECT, NO_CANVAS, PARSE_ERROR, UI_CLOSED, UI_THREAD
 
 
 def test_attaching_a_null_view_says_that_it_is_closed(library):

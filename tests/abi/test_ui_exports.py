@@ -9,8 +9,10 @@ import numpy as np
 import pytest
 from png_reader import read_png
 
-from .harness import BAD_PICTURE_SIZE, NO_FRAME, UNWRITABLE, Refused, View, type_error
+from .harness import Refused
 from .test_ui_pictures import expect_picture
+from .view import View
+from .words import BAD_PICTURE_SIZE, NO_FRAME, UNWRITABLE, type_error
 
 
 @pytest.fixture

@@ -7,19 +7,11 @@ import random
 
 import pytest
 
-from .harness import (
-    BAD_SEED,
-    NOT_AN_OBJECT,
-    PARSE_ERROR,
-    UNKNOWN_UI_OPERATION,
-    Library,
-    View,
-    decode,
-    error_of,
-    in_fresh_process,
-    type_error,
-)
+from .fresh_process import in_fresh_process
+from .harness import Library, decode, error_of
 from .test_hostile_input import DEPTH, ILL_FORMED, LONE_SURROGATES, MEGABYTE, mangled
+from .view import View
+from .words import BAD_SEED, NOT_AN_OBJECT, PARSE_ERROR, UNKNOWN_UI_OPERATION, type_error
 
 
 @pytest.fixture(autouse=True)

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import pytest
 
-from .harness import NO_FRAME, NO_RENDERER, UNKNOWN_UI_OPERATION, type_error
+from .words import NO_FRAME, NO_RENDERER, UNKNOWN_UI_OPERATION, type_error
 
 # What every operation but those that ask for a file can be asked at any time.
 PLAIN = ["get", "flush", "start", "toggle", "running", "step", "reset", "seed", "visible",

@@ -10,9 +10,9 @@ from typing import Callable
 import numpy as np
 import pytest
 from png_reader import read_png
-from xwindow import PATIENCE_SECONDS, Host, Shot, Window, until
+from xwindow import PATIENCE_SECONDS, Shot, Window, until
 
-from .harness import View
+from .view import View
 
 CLEAR = (9, 12, 19)
 CORNER = 15  # the radius of the picture's lower corners

@@ -5,8 +5,8 @@ from __future__ import annotations
 import pytest
 from xwindow import until
 
-from .harness import View
 from .test_ui_pictures import ink, message
+from .view import View
 
 
 @pytest.fixture

@@ -7,7 +7,8 @@ import time
 
 import pytest
 
-from .harness import SNAPSHOT, STATISTICS, View, decode, single, types_of
+from .harness import SNAPSHOT, STATISTICS, decode, single, types_of
+from .view import View
 
 PERFORMANCE_OF_NOTHING = {
     "batch_steps": 1,

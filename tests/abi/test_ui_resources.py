@@ -7,9 +7,11 @@ import sys
 
 import pytest
 
-from .harness import Library, View, in_fresh_process
+from .fresh_process import in_fresh_process
+from .harness import Library
 from .test_host_process import LEAVING
 from .test_resources import SANITIZER_SLACK
+from .view import View
 
 # A batch is near 8 milliseconds; the rest is for machines that are busy or watched by a sanitizer.
 # Whatever is left to be done when a view ends would take much longer.

@@ -8,15 +8,10 @@ from array import array
 
 import pytest
 
-from .harness import (
-    BAD_LIMITS,
-    BAD_SIZE,
-    UNWRITABLE,
-    Library,
-    View,
-    in_fresh_process,
-    type_error,
-)
+from .fresh_process import in_fresh_process
+from .harness import Library
+from .view import View
+from .words import BAD_LIMITS, BAD_SIZE, UNWRITABLE, type_error
 
 STEP = 2.0**-7
 

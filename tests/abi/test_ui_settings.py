@@ -6,7 +6,8 @@ import math
 
 import pytest
 
-from .harness import BAD_CONFIGURATION, BAD_SEED, single, type_error
+from .harness import single
+from .words import BAD_CONFIGURATION, BAD_SEED, type_error
 
 # configure
 

@@ -10,7 +10,8 @@ import os
 import random
 import time
 
-from .harness import Refused, View
+from .harness import Refused
+from .view import View
 
 SECONDS = float(os.environ.get("ZEPHANE_STORM_SECONDS", "4"))
 
