@@ -46,8 +46,10 @@ class RenderLoop {
  private:
   std::optional<Turn> take();
   void abandon();
+  bool isWindowGone() const { return canvas_.window().width == 0; }
   bool isShown(const Turn& turn, const WindowState& window) const;
   void show(const Turn& turn, const WindowState& window);
+  void present(Presentation next);
   void rest();
   void hear(const WindowState& window);
   void click(const Click& click, const WindowState& window);
@@ -67,7 +69,12 @@ class RenderLoop {
 RenderLoop::RenderLoop(UIHandle& ui, int device) : ui_(ui), canvas_(*ui.canvas) {
   const GraphicsUse use;
   if (!use) return;
-  renderer_ = std::make_unique<Renderer>(device, canvas_.native());
+  try {
+    renderer_ = std::make_unique<Renderer>(device, canvas_.native());
+  } catch (const std::exception&) {
+    if (isWindowGone()) throw std::runtime_error("Invalid parent HWND.");
+    throw;
+  }
   guard_.emplace();
 }
 
@@ -130,17 +137,18 @@ void RenderLoop::show(const Turn& turn, const WindowState& window) {
     height_ = window.height;
     shown_.reset();
   }
-  renderer_->resize(static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
   const float side = static_cast<float>(std::min(width_, height_)) / window.scale;
   Presentation next = {.frame = turn.status.frame,
                        .settings = turn.settings,
                        .overlay = overlayOf(turn.status, side),
                        .side = side,
                        .scale = window.scale};
-  // What is on the screen already need not be drawn again to be shown.
-  if (!shown_ || !(*shown_ == next)) {
-    shown_.reset();
-    if (renderer_->present(next)) shown_ = std::move(next);
+  try {
+    present(std::move(next));
+  } catch (const std::exception&) {
+    // The host may destroy its window in the middle of a frame, which is no failure of the view.
+    if (!isWindowGone()) throw;
+    return;
   }
   grid_.presented(now());
   if (turn.status.frame && shown_) {
@@ -150,6 +158,14 @@ void RenderLoop::show(const Turn& turn, const WindowState& window) {
   renderer_->waitForLatency(latencySeconds);
   // By now all of the graphics system that is loaded late has been.
   if (turn.status.frame && !lateGuard_) lateGuard_.emplace();
+}
+
+// What is on the screen already need not be drawn again to be shown.
+void RenderLoop::present(Presentation next) {
+  renderer_->resize(static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
+  if (shown_ && *shown_ == next) return;
+  shown_.reset();
+  if (renderer_->present(next)) shown_ = std::move(next);
 }
 
 void RenderLoop::rest() {

@@ -174,8 +174,11 @@ def test_the_library_may_be_unloaded_right_after_use(library_path):
         assert in_fresh_process(library_path, unloaded_after_use) == "alive"
 
 
-# What a host leaves to the end of its process is no leak.
-LEAVING = {"ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"}
+# What a host leaves to the end of its process is no leak, be it memory or a thread.
+LEAVING = {
+    "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0",
+    "TSAN_OPTIONS": os.environ.get("TSAN_OPTIONS", "") + ":report_thread_leaks=0",
+}
 
 
 def left_open(library: Library):

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import time
+
 import pytest
 from xwindow import until
 
@@ -192,6 +194,34 @@ def test_a_window_that_goes_before_its_view_harms_nothing(make_view, host):
     steps = view.get()["stats"]["steps"]
     assert view.steps(steps + 5)["error_message"] is None
     view.close()
+
+
+def test_a_window_that_goes_in_the_middle_of_a_frame_harms_nothing(make_view, host):
+    for number in range(20):
+        view = make_view(resolution=64)
+        window = host.window()
+        view.attach(window.id)
+        view.call("start")
+        view.wait(lambda now: now["presentations"] > 1)
+        time.sleep(0.0011 * number)
+        window.destroy()
+        view.wait(lambda now: not now["canvas"]["visible"])
+        steps = view.get()["stats"]["steps"]
+        assert view.steps(steps + 5)["error_message"] is None
+        view.close()
+
+
+def test_a_window_that_goes_before_it_can_be_drawn_in_is_told(make_view, host):
+    for number in range(10):
+        view = make_view(resolution=64)
+        window = host.window()
+        view.attach(window.id)
+        time.sleep(0.002 * number)
+        window.destroy()
+        view.call("start")
+        view.steps(5)
+        assert view.get()["error_message"] in (None, BAD_PARENT)
+        view.close()
 
 
 def test_a_storm_of_sizes_leaves_the_last(make_view, host, window):
