@@ -1,8 +1,8 @@
-"""Sums up the results in folders: NAME.xml (JUnit) beside NAME.status (the exit status).
+"""Sums up the results in folders: NAME.status (the exit status), NAME.log and NAME.xml (JUnit).
 
 Of each failure it tells where it was, and the end of what was said of it. The closing line is
-"N passed, N failed", with ", N skipped" where any were. A command without a file is one test of its
-own. One that failed without saying in its file what failed counts as one failure, and so does one
+"N passed, N failed", with ", N skipped" where any were. A command without JUnit's file is one test
+of its own. One that failed without saying there what failed counts as one failure, and so does one
 that passed no test.
 """
 
@@ -22,29 +22,35 @@ def outcome(case: xml.Element) -> str:
     return "passed"
 
 
-def tell(place: str, case: xml.Element) -> None:
-    print(f"{place}: {case.get('classname', '')}.{case.get('name')}")
+def words_of(case: xml.Element) -> str:
     said = [node for tag in ("failure", "error", "system-out") for node in case.findall(tag)]
-    words = "\n".join(filter(None, (node.text or node.get("message") for node in said)))
+    return "\n".join(filter(None, (node.text or node.get("message") for node in said)))
+
+
+def tell(place: str, words: str) -> None:
+    print(place)
     for line in words.strip().splitlines()[-LINES_TOLD:]:
         print(f"    {line}")
 
 
 def count(status_file: Path) -> Counter:
+    place = f"{status_file.parent.name}/{status_file.stem}"
     succeeded = int(status_file.read_text()) == 0
-    listing = status_file.with_suffix(".xml")
-    if not listing.exists():
-        return Counter(passed=int(succeeded), failed=int(not succeeded))
-    try:
-        cases = list(xml.parse(listing).iter("testcase"))
-    except xml.ParseError:
-        cases = []
-    for case in cases:
-        if outcome(case) == "failed":
-            tell(f"{status_file.parent.name}/{status_file.stem}", case)
-    counts = Counter(map(outcome, cases))
+    listing, log = status_file.with_suffix(".xml"), status_file.with_suffix(".log")
+    if listing.exists():
+        try:
+            cases = list(xml.parse(listing).iter("testcase"))
+        except xml.ParseError:
+            cases = []
+        for case in cases:
+            if outcome(case) == "failed":
+                tell(f"{place}: {case.get('classname', '')}.{case.get('name')}", words_of(case))
+        counts = Counter(map(outcome, cases))
+    else:
+        counts = Counter(passed=int(succeeded))
     if counts["failed"] == 0 and not (succeeded and counts["passed"]):
         counts["failed"] = 1
+        tell(place, log.read_text(errors="replace") if log.exists() else "")
     return counts
 
 

@@ -59,6 +59,15 @@ def test_what_a_program_printed_is_told_where_its_failure_is_silent(record, tmp_
     assert "    it broke" in told(tmp_path)[1]
 
 
+def test_a_command_that_is_one_test_is_told_with_the_end_of_its_words(
+    record, tmp_path: Path
+) -> None:
+    record("one", 1)
+    (tmp_path / "one.log").write_text("it began\nit broke\n")
+    lines = told(tmp_path)[1]
+    assert lines[:3] == [f"{tmp_path.name}/one", "    it began", "    it broke"]
+
+
 def test_several_folders_are_summed(tmp_path: Path) -> None:
     for name in ("first", "second"):
         (tmp_path / name).mkdir()
