@@ -67,7 +67,8 @@ def test_a_paused_flow_reports_its_start(paused, make_engine):
     assert report["elapsed_seconds"] == 0
 
 
-def test_a_running_flow_reports_its_rates(view):
+def test_a_running_flow_reports_its_rates(make_view):
+    view = make_view(fixed_dt=1e-4)
     view.call("start")
     report = view.wait(lambda now: now["performance"]["steps_per_s"] > 0)
     assert report["running"] and not report["settled"]
@@ -84,7 +85,7 @@ def test_a_running_flow_reports_its_rates(view):
 def test_a_report_right_after_a_reset_has_nothing_of_the_old_flow(paused):
     paused.call("step")
     paused.steps(1)
-    report = paused.call("configure", resolution=256)
+    report = paused.call("configure", resolution=512)
     assert report["generation"] == 2
     assert not report["ready"] and not report["settled"] and not report["running"]
     assert "stats" not in report and "frame" not in report
@@ -92,7 +93,7 @@ def test_a_report_right_after_a_reset_has_nothing_of_the_old_flow(paused):
     assert report["palinstrophy_control"] == 0
     assert report["effective_reynolds"] == report["config"]["reynolds"]
     report = paused.settled()
-    assert report["frame"]["grid_size"] == 256 and report["stats"]["steps"] == 0
+    assert report["frame"]["grid_size"] == 512 and report["stats"]["steps"] == 0
 
 
 def test_a_lost_flow_reports_its_failure_and_its_last_figures(paused):
@@ -148,8 +149,8 @@ def test_the_effective_reynolds_number_moves_by_a_sample_at_a_time(make_view):
 
 def test_the_history_grows_by_a_sample_every_quarter_of_a_second(make_view):
     view = make_view(fixed_dt=1e-4)
-    view.call("start")
     begin = time.monotonic()
+    view.call("start")
     report = view.wait(lambda now: len(now["history"]) >= 5)
     seconds = time.monotonic() - begin
     assert seconds > 0.9
