@@ -17,6 +17,13 @@ const char* pngLibraryName();
 // The address of a function of it, or null.
 void* findFunction(void* library, const char* name);
 
+// The same as a function of its type. False where there is none.
+template <class Function>
+bool find(void* library, const char* name, Function*& function) {
+  function = reinterpret_cast<Function*>(findFunction(library, name));
+  return function != nullptr;
+}
+
 // The files of this process's code: the program and the libraries loaded so far.
 std::vector<std::filesystem::path> loadedFiles();
 

@@ -29,10 +29,13 @@ struct NativeWindow {
   std::uintptr_t window = 0;
 };
 
+// Of a host's window that is none, or none any more.
+constexpr const char* invalidParent = "Invalid parent HWND.";
+
 class Canvas {
  public:
-  // In the window whose handle or id the host has. Raises std::runtime_error, with "Invalid parent
-  // HWND." where there is no such window and "Cannot create native canvas." else.
+  // In the window whose handle or id the host has. Raises std::runtime_error, with `invalidParent`
+  // where there is no such window and "Cannot create native canvas." else.
   explicit Canvas(void* parent);
   ~Canvas();
   Canvas(const Canvas&) = delete;

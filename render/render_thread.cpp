@@ -72,7 +72,7 @@ RenderLoop::RenderLoop(UIHandle& ui, int device) : ui_(ui), canvas_(*ui.canvas) 
   try {
     renderer_ = std::make_unique<Renderer>(device, canvas_.native());
   } catch (const std::exception&) {
-    if (isWindowGone()) throw std::runtime_error("Invalid parent HWND.");
+    if (isWindowGone()) throw std::runtime_error(invalidParent);
     throw;
   }
   guard_.emplace();

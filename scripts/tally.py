@@ -33,8 +33,12 @@ def tell(place: str, words: str) -> None:
         print(f"    {line}")
 
 
+def place_of(status_file: Path) -> str:
+    return f"{status_file.parent.name}/{status_file.stem}"
+
+
 def count(status_file: Path) -> Counter:
-    place = f"{status_file.parent.name}/{status_file.stem}"
+    place = place_of(status_file)
     succeeded = int(status_file.read_text()) == 0
     listing, log = status_file.with_suffix(".xml"), status_file.with_suffix(".log")
     if listing.exists():
@@ -60,7 +64,7 @@ def main() -> int:
     for status_file in [file for folder in folders for file in sorted(folder.glob("*.status"))]:
         counts = count(status_file)
         if counts["failed"]:
-            print(f"{status_file.parent.name}/{status_file.stem}: {counts['failed']} failed")
+            print(f"{place_of(status_file)}: {counts['failed']} failed")
         total += counts
     line = f"{total['passed']} passed, {total['failed']} failed"
     print(line + (f", {total['skipped']} skipped" if total["skipped"] else ""))

@@ -16,8 +16,7 @@ class Source {
 
   template <class Function>
   void find(Function& function, const char* symbol) const {
-    function = reinterpret_cast<Function>(platform::findFunction(handle_, symbol));
-    if (function == nullptr)
+    if (!platform::find(handle_, symbol, function))
       throw std::runtime_error(std::string(name_) + " lacks " + symbol + ".");
   }
 

@@ -11,9 +11,9 @@ PngLibrary findLibrary() {
   void* library = platform::openLibrary(platform::pngLibraryName());
   if (library == nullptr) throw std::runtime_error("libpng 1.6 was not found.");
   PngLibrary functions{};
-#define ZEPH_FIND(name)                                                                         \
-  functions.name = reinterpret_cast<decltype(&::name)>(platform::findFunction(library, #name)); \
-  if (functions.name == nullptr) throw std::runtime_error("libpng lacks " #name ".");
+#define ZEPH_FIND(name)                                \
+  if (!platform::find(library, #name, functions.name)) \
+    throw std::runtime_error("libpng lacks " #name ".");
   ZEPH_PNG_FUNCTIONS(ZEPH_FIND)
 #undef ZEPH_FIND
   return functions;

@@ -60,6 +60,7 @@ struct Renderer::Impl {
   PicturePipelines& pipelinesFor(TexelFormat format);
   Picture preparePicture(TexelFormat format, const Frame& frame, const DisplaySettings& settings,
                          const PicturePlace& place);
+  void bringInputs(VkCommandBuffer buffer, const Picture& picture) const;
   void acquireField(VkCommandBuffer buffer) const;
   void beginPass(VkCommandBuffer buffer, VkRenderPass pass, VkFramebuffer framebuffer,
                  VkExtent2D extent) const;
@@ -116,6 +117,11 @@ Picture Renderer::Impl::preparePicture(TexelFormat format, const Frame& frame,
   picture.field = pipelines.field(picture.uniforms);
   if (settings.flow && frame.hasVelocity) picture.flow = pipelines.flow(picture.uniforms);
   return picture;
+}
+
+void Renderer::Impl::bringInputs(VkCommandBuffer buffer, const Picture& picture) const {
+  updateConstants(device, buffer, uniforms.get(), &picture.uniforms, sizeof(Uniforms));
+  acquireField(buffer);
 }
 
 // What another interface has written becomes visible here. The host's own writes are when work is
@@ -179,10 +185,7 @@ void Renderer::Impl::recordInterface(VkCommandBuffer buffer) const {
 
 void Renderer::Impl::recordTurn(VkCommandBuffer buffer, const SwapChain::Turn& turn,
                                 const std::optional<Picture>& picture) {
-  if (picture) {
-    updateConstants(device, buffer, uniforms.get(), &picture->uniforms, sizeof(Uniforms));
-    acquireField(buffer);
-  }
+  if (picture) bringInputs(buffer, *picture);
   interface->prepare(buffer);
   moveImage(device, buffer, turn.image, VK_IMAGE_LAYOUT_UNDEFINED,
             VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL);
@@ -225,9 +228,7 @@ void Renderer::drawPicture(Target& target, const std::shared_ptr<const Frame>& f
   Image& image = target.image;
   const Picture picture = impl_->preparePicture(image.format(), *frame, settings, place);
   impl_->commands.run([&](VkCommandBuffer buffer) {
-    updateConstants(impl_->device, buffer, impl_->uniforms.get(), &picture.uniforms,
-                    sizeof(Uniforms));
-    impl_->acquireField(buffer);
+    impl_->bringInputs(buffer, picture);
     image.prepare(impl_->device, buffer);
     impl_->beginPass(buffer, impl_->drawingFor(image.format()).pass.get(), image.framebuffer(),
                      image.extent());

@@ -17,7 +17,6 @@ using namespace x11;
 
 namespace {
 
-constexpr const char* invalidParent = "Invalid parent HWND.";
 constexpr const char* noCanvas = "Cannot create native canvas.";
 constexpr const char* lostServer = "Lost the X server.";
 

@@ -11,9 +11,8 @@ std::optional<Xcb> findXcb() {
   void* library = platform::openLibrary("libxcb.so.1");
   if (library == nullptr) return std::nullopt;
   Xcb functions{};
-#define ZEPH_FIND(name)                                                                         \
-  functions.name = reinterpret_cast<decltype(&::name)>(platform::findFunction(library, #name)); \
-  if (functions.name == nullptr) return std::nullopt;
+#define ZEPH_FIND(name) \
+  if (!platform::find(library, #name, functions.name)) return std::nullopt;
   ZEPH_XCB_FUNCTIONS(ZEPH_FIND)
 #undef ZEPH_FIND
   return functions;

@@ -16,12 +16,6 @@ struct Error {
   DBusError value{};
 };
 
-template <class Function>
-bool find(void* library, const char* name, Function*& function) {
-  function = reinterpret_cast<Function*>(findFunction(library, name));
-  return function != nullptr;
-}
-
 const BusFunctions* load() {
   void* library = openLibrary("libdbus-1.so.3");
   if (library == nullptr) return nullptr;
