@@ -11,9 +11,13 @@ import signal
 import sys
 from collections.abc import Iterator
 from pathlib import Path
+from typing import TYPE_CHECKING
 
 import pytest
 from xserver import XServer
+
+if TYPE_CHECKING:  # It needs python-xlib, which most of the tests do without.
+    from xwindow import Host
 
 ROOT = Path(__file__).resolve().parent.parent
 PYTHON = ROOT / "python"
@@ -63,3 +67,13 @@ def display(x_server: XServer, monkeypatch: pytest.MonkeyPatch) -> str:
     """The name of a display, which this process and its children find while the test runs."""
     monkeypatch.setenv("DISPLAY", x_server.name)
     return x_server.name
+
+
+@pytest.fixture
+def host(display: str) -> Iterator[Host]:
+    """A connection to that display, and the windows that a test makes through it."""
+    from xwindow import Host
+
+    connected = Host(display)
+    yield connected
+    connected.close()

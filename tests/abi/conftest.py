@@ -91,18 +91,17 @@ def paused(view: View) -> View:
 
 
 @pytest.fixture
-def host(display: str) -> Iterator[Host]:
-    from xwindow import Host
-
-    connected = Host(display)
-    yield connected
-    connected.close()
-
-
-@pytest.fixture
 def window(host: Host) -> Window:
     """A window of 300 by 300 pixels that is shown."""
     return host.window()
+
+
+@pytest.fixture
+def attached(paused: View, window: Window) -> View:
+    """A paused view whose first frame can be seen."""
+    paused.attach(window.id)
+    paused.wait(lambda now: now["presentations"] > 0)
+    return paused
 
 
 @pytest.fixture(scope="session")

@@ -185,9 +185,7 @@ def test_a_window_may_get_a_canvas_again_once_the_first_is_gone(make_view, windo
 def test_a_window_that_goes_before_its_view_harms_nothing(make_view, host):
     view = make_view(resolution=128)
     window = host.window()
-    view.attach(window.id)
-    view.call("start")
-    view.wait(lambda now: now["presentations"] > 0)
+    view.show(window.id)
     window.destroy()
     canvas = view.wait(lambda now: not now["canvas"]["visible"])["canvas"]
     assert (canvas["width_points"], canvas["height_points"]) == (0, 0)
@@ -200,9 +198,7 @@ def test_a_window_that_goes_in_the_middle_of_a_frame_harms_nothing(make_view, ho
     for number in range(20):
         view = make_view(resolution=64)
         window = host.window()
-        view.attach(window.id)
-        view.call("start")
-        view.wait(lambda now: now["presentations"] > 1)
+        view.show(window.id, 2)
         time.sleep(0.0011 * number)
         window.destroy()
         view.wait(lambda now: not now["canvas"]["visible"])
@@ -226,9 +222,7 @@ def test_a_window_that_goes_before_it_can_be_drawn_in_is_told(make_view, host):
 
 def test_a_storm_of_sizes_leaves_the_last(make_view, host, window):
     view = make_view(resolution=64)
-    view.attach(window.id)
-    view.call("start")
-    view.wait(lambda now: now["presentations"] > 0)
+    view.show(window.id)
     for k in range(300):
         window.resize(1 + 37 * k % 500, 1 + 53 * k % 400)
         if k % 50 == 0:
@@ -257,7 +251,5 @@ def test_two_views_show_in_two_windows_at_once(make_view, host):
 def test_two_views_may_lie_in_one_window(make_view, window):
     for seed in (1, 2):
         view = make_view(resolution=64, seed=seed)
-        view.attach(window.id)
-        view.call("start")
-        assert view.wait(lambda now: now["presentations"] > 5)["error_message"] is None
+        assert view.show(window.id, 6)["error_message"] is None
     assert window.children() == [(0, 0, 300, 300)] * 2

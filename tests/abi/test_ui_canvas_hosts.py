@@ -54,9 +54,7 @@ def view_of_a_server_that_dies(library: Library, state: str):
         os.environ["DISPLAY"] = other.name
         window = Host(other.name).window()
         view.call("configure", resolution=64)
-        view.attach(window.id)
-        view.call("start")
-        view.wait(lambda now: now["presentations"] > 3)
+        view.show(window.id, 4)
     return answers
 
 
@@ -96,9 +94,7 @@ def handlers_after_a_canvas(library: Library, display: str):
     host = Host(display)
     window = host.window()
     with View(library) as view:
-        view.attach(window.id)
-        view.call("start")
-        view.wait(lambda now: now["presentations"] > 3)
+        view.show(window.id, 4)
         assert error_of(library.ui_attach(view.handle, 0xDEAD))
         window.destroy()
         view.wait(lambda now: not now["canvas"]["visible"])
@@ -225,9 +221,7 @@ def canvas_left_open(library: Library, display: str):
     view = View(library)
     view.call("configure", resolution=64)
     window = Host(display).window()
-    view.attach(window.id)
-    view.call("start")
-    view.wait(lambda now: now["presentations"] > 3)
+    view.show(window.id, 4)
     sys.modules["open view"] = view  # Lives as long as the interpreter.
     time.sleep(0.05)
     return view.get()["running"]
@@ -248,9 +242,7 @@ def validated_run(library: Library, display: str):
     window = host.window()
     with View(library) as view:
         view.call("configure", resolution=64)
-        view.attach(window.id)
-        view.call("start")
-        view.wait(lambda now: now["presentations"] > 3)
+        view.show(window.id, 4)
         for size in [(200, 300), (301, 97), (1, 1), (256, 256)]:
             window.resize(*size)
             before = view.get()["presentations"]

@@ -15,14 +15,6 @@ ROW = SIDE - 31
 SHIFT = 50  # its key's code
 
 
-@pytest.fixture
-def attached(paused: View, window: Window) -> View:
-    """A paused view whose first frame can be seen."""
-    paused.attach(window.id)
-    paused.wait(lambda now: now["presentations"] > 0)
-    return paused
-
-
 def expect_nothing(view: View, window: Window, step: tuple[int, int] = (STEP, ROW)) -> None:
     """Clicks are answered in their order: a step that is taken comes after all of those before."""
     before = view.get()["stats"]["steps"]

@@ -15,14 +15,6 @@ from .view import View
 from .words import BAD_PICTURE_SIZE, NO_FRAME, UNWRITABLE, type_error
 
 
-@pytest.fixture
-def attached(paused: View, window) -> View:
-    """A paused view whose first frame can be seen."""
-    paused.attach(window.id)
-    paused.wait(lambda now: now["presentations"] > 0)
-    return paused
-
-
 def size_of(path: Path) -> tuple[int, int]:
     return struct.unpack(">II", path.read_bytes()[16:24])
 
@@ -96,9 +88,7 @@ def test_a_view_exports_the_picture_that_an_engine_exports(
 
 def test_a_running_flow_goes_on_through_exports(make_view, window, tmp_path):
     view = make_view(resolution=128)
-    view.attach(window.id)
-    view.call("start")
-    view.wait(lambda now: now["presentations"] > 0)
+    view.show(window.id)
     for number in range(5):
         path, fields = tmp_path / f"{number}.png", tmp_path / f"{number}"
         before = view.get()

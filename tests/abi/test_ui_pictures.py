@@ -10,7 +10,7 @@ from typing import Callable
 import numpy as np
 import pytest
 from png_reader import read_png
-from xwindow import PATIENCE_SECONDS, Shot, Window, until
+from xwindow import PATIENCE_SECONDS, Host, Shot, Window, until
 
 from .view import View
 
@@ -199,14 +199,19 @@ def test_only_the_lower_corners_of_the_picture_are_round(still, window, tmp_path
     assert not is_clear(centre).any()
 
 
-@pytest.mark.parametrize("scale", [1, 1.5, 2])
-def test_panels_darken_the_picture_where_they_have_no_text(still, host, tmp_path, scale):
+def shown_at(view: View, host: Host, folder: Path, scale: float) -> tuple[Shot, Shot]:
+    """A window of 300 units with the view's picture, and the picture alone."""
     host.set_resolution(96 * scale)
     pixels = round(300 * scale)
     window = host.window(pixels, pixels)
-    still.attach(window.id)
-    wanted = expect_picture(still, window, tmp_path, scale)
-    shot = window.shot()
+    view.attach(window.id)
+    wanted = expect_picture(view, window, folder, scale)
+    return window.shot(), wanted
+
+
+@pytest.mark.parametrize("scale", [1, 1.5, 2])
+def test_panels_darken_the_picture_where_they_have_no_text(still, host, tmp_path, scale):
+    shot, wanted = shown_at(still, host, tmp_path, scale)
     # The right end of the badge, and the left ends of the bar and of the clock's panel.
     for place in [(160, 20, 196, 34), (19, 260, 24, 276), (190, 262, 194, 276)]:
         seen, beneath = part(shot, place, scale), part(wanted, place, scale)
@@ -216,12 +221,7 @@ def test_panels_darken_the_picture_where_they_have_no_text(still, host, tmp_path
 
 @pytest.mark.parametrize("scale", [1, 1.5, 2])
 def test_texts_stand_at_their_places(still, host, tmp_path, scale):
-    host.set_resolution(96 * scale)
-    pixels = round(300 * scale)
-    window = host.window(pixels, pixels)
-    still.attach(window.id)
-    expect_picture(still, window, tmp_path, scale)
-    shot = window.shot()
+    shot, _ = shown_at(still, host, tmp_path, scale)
     left, *_, right = np.flatnonzero(ink(shot, BADGE_TEXT, scale)) / scale
     assert left < 4 and 60 < right < 130
     for number in range(3):
@@ -233,9 +233,7 @@ def test_texts_stand_at_their_places(still, host, tmp_path, scale):
 
 def test_the_first_glyph_tells_whether_the_flow_runs(make_view, window):
     view = make_view(resolution=64, fixed_dt=1e-4)
-    view.attach(window.id)
-    view.call("start")
-    view.wait(lambda now: now["presentations"] > 0)
+    view.show(window.id)
 
     def marks() -> bytes:
         return (part(window.shot(), glyph(300, 0)).min(axis=2) > 150).tobytes()

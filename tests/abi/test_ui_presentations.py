@@ -9,14 +9,6 @@ from .test_ui_pictures import ink, message
 from .view import View
 
 
-@pytest.fixture
-def attached(paused: View, window) -> View:
-    """A paused view whose first frame can be seen."""
-    paused.attach(window.id)
-    paused.wait(lambda now: now["presentations"] > 0)
-    return paused
-
-
 def after_turns(view: View, turns: int = 1) -> int:
     """Presentations after the render thread has been through so many turns."""
     for _ in range(turns):
@@ -32,9 +24,7 @@ def test_what_is_shown_without_a_frame_is_not_counted(view, window):
 
 def test_presentations_are_counted_while_the_flow_runs(make_view, window):
     view = make_view(resolution=128)
-    view.attach(window.id)
-    view.call("start")
-    first = view.wait(lambda now: now["presentations"] > 0)
+    first = view.show(window.id)
     later = view.wait(lambda now: now["presentations"] > first["presentations"] + 20)
     assert later["stats"]["steps"] > first["stats"]["steps"]
 

@@ -87,6 +87,12 @@ class View:
             raise Refused(reply["error"])
         assert reply == {}
 
+    def show(self, window: int, pictures: int = 1) -> dict[str, Any]:
+        """Lets the flow run in a window until so many pictures of it have been shown."""
+        self.attach(window)
+        self.call("start")
+        return self.wait(lambda report: report["presentations"] >= pictures)
+
     def get(self) -> dict[str, Any]:
         return self.call("get")
 

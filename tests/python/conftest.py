@@ -12,9 +12,7 @@ import pytest
 import zephane
 from zephane._numpy import numpy
 
-if TYPE_CHECKING:  # They need tkinter and python-xlib, which the other tests do without.
-    from xwindow import Host
-
+if TYPE_CHECKING:  # It needs tkinter, which the other tests do without.
     from zephane.viewer import Viewer
 
 
@@ -49,15 +47,6 @@ def without_numpy(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
     numpy.cache_clear()
     yield
     numpy.cache_clear()
-
-
-@pytest.fixture
-def host(display: str) -> Iterator[Host]:
-    from xwindow import Host
-
-    connected = Host(display)
-    yield connected
-    connected.close()
 
 
 @pytest.fixture

@@ -14,6 +14,7 @@ from xwindow import Host
 
 from zephane import Config, View
 from zephane.viewer import Viewer
+from zephane.viewer_widgets import Field
 
 
 def test_every_member_of_the_configuration_has_a_field(viewer: Viewer) -> None:
@@ -118,13 +119,19 @@ def test_a_failure_of_the_flow_is_told_until_it_is_dismissed(open_viewer: Maker)
     assert viewer.status.error_message is None and not viewer.panel.error.shown
 
 
-def test_letters_are_keys_also_where_numbers_are_written(viewer: Viewer, host: Host) -> None:
+def field_with_a_seven(viewer: Viewer, host: Host, key: str) -> Field:
+    """The field, into which a 7 has been typed."""
     viewer.panel.tabs.select(viewer.panel.configuration)
-    field = viewer.panel.configuration.fields["k0"]
+    field = viewer.panel.configuration.fields[key]
     field.widget.focus_force()
     live_on(viewer)
     press(viewer, host, "7")
     wait(viewer, lambda status: field.text.get() == "7")
+    return field
+
+
+def test_letters_are_keys_also_where_numbers_are_written(viewer: Viewer, host: Host) -> None:
+    field = field_with_a_seven(viewer, host, "k0")
     press(viewer, host, "s")
     wait_for_steps(viewer, 1)
     assert field.text.get() == "7"
@@ -135,12 +142,7 @@ def test_letters_are_keys_also_where_numbers_are_written(viewer: Viewer, host: H
 
 
 def test_escape_in_a_field_takes_the_edits_back(viewer: Viewer, host: Host) -> None:
-    viewer.panel.tabs.select(viewer.panel.configuration)
-    field = viewer.panel.configuration.fields["seed"]
-    field.widget.focus_force()
-    live_on(viewer)
-    press(viewer, host, "7")
-    wait(viewer, lambda status: field.text.get() == "7")
+    field = field_with_a_seven(viewer, host, "seed")
     press(viewer, host, "Escape")
     wait(viewer, lambda status: field.text.get() == "2")
     assert not viewer.view.closed

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/render/overlay_items.h"
+
 namespace zeph {
 namespace {
 
@@ -38,37 +40,21 @@ std::string timeOf(double time) {
   return textsOf(status).back();
 }
 
-OverlayItem panelAt(const Rectangle& place, float radius) {
-  OverlayItem item;
-  item.place = place;
-  item.radius = radius;
-  return item;
-}
-
-OverlayItem textAt(const Rectangle& place, const char* text, float size, bool monospaced) {
-  OverlayItem item;
-  item.place = place;
-  item.text = text;
-  item.size = size;
-  item.monospaced = monospaced;
-  return item;
-}
-
 TEST(Overlay, HasItsItemsAtTheirPlacesInTheirOrder) {
   Status status = statusOf(false);
   status.config.seed = 42;
   status.stats.time = 1.5;
   const std::vector<OverlayItem> items = overlayOf(status, 600);
   const std::vector<OverlayItem> wanted = {
-      textAt({20, 285, 580, 330}, preparing, 12, false),
-      panelAt({14, 14, 204, 40}, 13),
-      textAt({24, 14, 204, 40}, "UNFORCED · SEED 42", 8, true),
-      panelAt({14, 551, 128, 586}, 18),
-      textAt({26, 551, 52, 586}, "Ⅱ", 14, false),
-      textAt({64, 551, 90, 586}, "▸Ⅰ", 14, false),
-      textAt({102, 551, 128, 586}, "↶", 14, false),
-      panelAt({486, 554, 586, 583}, 15),
-      textAt({496, 554, 576, 583}, "t  1.500", 10, true),
+      test::textAt({20, 285, 580, 330}, preparing, 12, false),
+      test::panelAt({14, 14, 204, 40}, 13),
+      test::textAt({24, 14, 204, 40}, "UNFORCED · SEED 42", 8, true),
+      test::panelAt({14, 551, 128, 586}, 18),
+      test::textAt({26, 551, 52, 586}, "Ⅱ", 14, false),
+      test::textAt({64, 551, 90, 586}, "▸Ⅰ", 14, false),
+      test::textAt({102, 551, 128, 586}, "↶", 14, false),
+      test::panelAt({486, 554, 586, 583}, 15),
+      test::textAt({496, 554, 576, 583}, "t  1.500", 10, true),
   };
   ASSERT_EQ(items.size(), wanted.size());
   for (std::size_t k = 0; k < wanted.size(); ++k) EXPECT_TRUE(items[k] == wanted[k]) << k;

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/render/overlay_items.h"
+
 namespace zeph::cairo {
 namespace {
 
@@ -58,23 +60,6 @@ class Canvas {
   std::vector<std::uint32_t> memory_;
 };
 
-OverlayItem panelAt(const Rectangle& place, float radius = 0) {
-  OverlayItem item;
-  item.place = place;
-  item.radius = radius;
-  return item;
-}
-
-OverlayItem textAt(const Rectangle& place, const char* text, float size = 12,
-                   bool monospaced = false) {
-  OverlayItem item;
-  item.place = place;
-  item.text = text;
-  item.size = size;
-  item.monospaced = monospaced;
-  return item;
-}
-
 std::uint32_t alphaOf(std::uint32_t texel) {
   return texel >> 24;
 }
@@ -113,7 +98,7 @@ TEST_F(PainterTest, ClearsTheSurface) {
 
 TEST_F(PainterTest, FillsAPanelWithItsColourTimesItsAlpha) {
   Canvas canvas(100, 60);
-  paint(canvas, {panelAt({10, 10, 90, 50}, 13)});
+  paint(canvas, {test::panelAt({10, 10, 90, 50}, 13)});
   EXPECT_EQ(canvas.at(50, 30), 0x59000000u);
   EXPECT_EQ(canvas.at(10, 30), 0x59000000u);
   EXPECT_EQ(canvas.at(89, 30), 0x59000000u);
@@ -133,18 +118,18 @@ TEST_F(PainterTest, RoundsThePanelsCornersByItsRadius) {
     return corners(outer) == std::vector<std::uint32_t>(4, 0) &&
            corners(inner) == std::vector<std::uint32_t>(4, 0x59000000);
   };
-  paint(canvas, {panelAt({10, 10, 90, 50}, 15)});
+  paint(canvas, {test::panelAt({10, 10, 90, 50}, 15)});
   EXPECT_TRUE(isRound(15));
-  paint(canvas, {panelAt({10, 10, 90, 50}, 20)});
+  paint(canvas, {test::panelAt({10, 10, 90, 50}, 20)});
   EXPECT_TRUE(isRound(20));
-  paint(canvas, {panelAt({10, 10, 90, 50}, 0)});
+  paint(canvas, {test::panelAt({10, 10, 90, 50}, 0)});
   EXPECT_EQ(canvas.at(10, 10), 0x59000000u);
   EXPECT_EQ(canvas.at(89, 49), 0x59000000u);
 }
 
 TEST_F(PainterTest, DrawsTextInInkInsideItsRectangle) {
   Canvas canvas(200, 60);
-  paint(canvas, {textAt({20, 10, 180, 50}, "Preparing the flow")});
+  paint(canvas, {test::textAt({20, 10, 180, 50}, "Preparing the flow")});
   const auto ink = canvas.ink();
   ASSERT_TRUE(ink);
   EXPECT_GE(ink->left, 20);
@@ -162,7 +147,7 @@ TEST_F(PainterTest, DrawsTextInInkInsideItsRectangle) {
 
 TEST_F(PainterTest, MultipliesTheColourOfThinInkByItsAlpha) {
   Canvas canvas(200, 60);
-  paint(canvas, {textAt({20, 10, 180, 50}, "Preparing the flow")});
+  paint(canvas, {test::textAt({20, 10, 180, 50}, "Preparing the flow")});
   int thin = 0;
   for (const std::uint32_t texel : canvas.texels()) {
     const std::uint32_t alpha = alphaOf(texel);
@@ -175,7 +160,7 @@ TEST_F(PainterTest, MultipliesTheColourOfThinInkByItsAlpha) {
 
 TEST_F(PainterTest, CutsTextOffAtItsRectangle) {
   Canvas canvas(200, 60);
-  paint(canvas, {textAt({20, 26, 70, 31}, "MMMMMMMMMMMMMMMMMMMMMMMM", 14)});
+  paint(canvas, {test::textAt({20, 26, 70, 31}, "MMMMMMMMMMMMMMMMMMMMMMMM", 14)});
   EXPECT_EQ(canvas.ink()->right, 70);
   EXPECT_EQ(canvas.ink()->top, 26);
   EXPECT_EQ(canvas.ink()->bottom, 31);
@@ -183,20 +168,21 @@ TEST_F(PainterTest, CutsTextOffAtItsRectangle) {
 
 TEST_F(PainterTest, KeepsTextInOneLine) {
   Canvas canvas(300, 100);
-  paint(canvas, {textAt({10, 10, 290, 90}, "one")});
+  paint(canvas, {test::textAt({10, 10, 290, 90}, "one")});
   const Box one = *canvas.ink();
-  paint(canvas, {textAt({10, 10, 290, 90}, "one two three one two three one two three one two")});
+  paint(canvas,
+        {test::textAt({10, 10, 290, 90}, "one two three one two three one two three one two")});
   const Box many = *canvas.ink();
   EXPECT_LT(many.bottom - many.top, 2 * (one.bottom - one.top));
   EXPECT_EQ(many.right, 290);
-  paint(canvas, {textAt({10, 10, 290, 90}, "one\none")});
+  paint(canvas, {test::textAt({10, 10, 290, 90}, "one\none")});
   const Box broken = *canvas.ink();
   EXPECT_LT(broken.bottom - broken.top, 2 * (one.bottom - one.top));
 }
 
 TEST_F(PainterTest, DrawsItemsInTheirOrderOverEachOther) {
   Canvas canvas(100, 60);
-  paint(canvas, {panelAt({10, 10, 60, 50}), panelAt({40, 10, 90, 50})});
+  paint(canvas, {test::panelAt({10, 10, 60, 50}), test::panelAt({40, 10, 90, 50})});
   EXPECT_EQ(canvas.at(20, 30), 0x59000000u);
   EXPECT_EQ(canvas.at(80, 30), 0x59000000u);
   EXPECT_NEAR(alphaOf(canvas.at(50, 30)), 255 * (1 - 0.65 * 0.65), 1);
@@ -204,11 +190,11 @@ TEST_F(PainterTest, DrawsItemsInTheirOrderOverEachOther) {
 
 TEST_F(PainterTest, DrawsAtTheScaleAsked) {
   Canvas canvas(300, 200);
-  paint(canvas, {panelAt({14, 14, 100, 40})}, 1.5f);
+  paint(canvas, {test::panelAt({14, 14, 100, 40})}, 1.5f);
   EXPECT_EQ(canvas.ink(), (Box{21, 21, 150, 60}));
-  paint(canvas, {textAt({10, 10, 140, 90}, "zephyr")}, 1);
+  paint(canvas, {test::textAt({10, 10, 140, 90}, "zephyr")}, 1);
   const Box small = *canvas.ink();
-  paint(canvas, {textAt({10, 10, 140, 90}, "zephyr")}, 2);
+  paint(canvas, {test::textAt({10, 10, 140, 90}, "zephyr")}, 2);
   const Box large = *canvas.ink();
   EXPECT_NEAR(large.right - large.left, 2 * (small.right - small.left), 6);
   EXPECT_NEAR(large.bottom - large.top, 2 * (small.bottom - small.top), 4);
@@ -222,23 +208,26 @@ TEST_F(PainterTest, TellsWhatTheItemsCoverApartFromEachOther) {
     std::ranges::sort(boxes, std::less(), [](const Box& box) { return box.left; });
     return boxes;
   };
-  EXPECT_EQ(covered({panelAt({14, 14, 50, 40})}), (std::vector<Box>{{14, 14, 50, 40}}));
-  EXPECT_EQ(covered({panelAt({14, 14, 50, 40}), panelAt({50, 14, 90, 40})}),
+  EXPECT_EQ(covered({test::panelAt({14, 14, 50, 40})}), (std::vector<Box>{{14, 14, 50, 40}}));
+  EXPECT_EQ(covered({test::panelAt({14, 14, 50, 40}), test::panelAt({50, 14, 90, 40})}),
             (std::vector<Box>{{14, 14, 50, 40}, {50, 14, 90, 40}}));
-  EXPECT_EQ(covered({panelAt({14, 14, 50, 40}), textAt({24, 14, 50, 40}, "a")}),
+  EXPECT_EQ(covered({test::panelAt({14, 14, 50, 40}), test::textAt({24, 14, 50, 40}, "a")}),
             (std::vector<Box>{{14, 14, 50, 40}}));
-  EXPECT_EQ(
-      covered({panelAt({10, 10, 30, 30}), panelAt({60, 60, 80, 80}), panelAt({20, 20, 70, 70})}),
-      (std::vector<Box>{{10, 10, 80, 80}}));
-  EXPECT_EQ(covered({panelAt({14.5f, 14.25f, 50.1f, 40})}), (std::vector<Box>{{14, 14, 51, 40}}));
-  EXPECT_EQ(covered({panelAt({15, 15, 51, 41})}, 1.5f), (std::vector<Box>{{22, 22, 77, 62}}));
-  EXPECT_EQ(covered({panelAt({-20, 290, 30, 400})}), (std::vector<Box>{{0, 290, 30, 300}}));
-  EXPECT_EQ(covered({panelAt({500, 20, 600, 40}), panelAt({50, 20, 30, 40})}), std::vector<Box>());
+  EXPECT_EQ(covered({test::panelAt({10, 10, 30, 30}), test::panelAt({60, 60, 80, 80}),
+                     test::panelAt({20, 20, 70, 70})}),
+            (std::vector<Box>{{10, 10, 80, 80}}));
+  EXPECT_EQ(covered({test::panelAt({14.5f, 14.25f, 50.1f, 40})}),
+            (std::vector<Box>{{14, 14, 51, 40}}));
+  EXPECT_EQ(covered({test::panelAt({15, 15, 51, 41})}, 1.5f), (std::vector<Box>{{22, 22, 77, 62}}));
+  EXPECT_EQ(covered({test::panelAt({-20, 290, 30, 400})}), (std::vector<Box>{{0, 290, 30, 300}}));
+  EXPECT_EQ(covered({test::panelAt({500, 20, 600, 40}), test::panelAt({50, 20, 30, 40})}),
+            std::vector<Box>());
 }
 
 TEST_F(PainterTest, TouchesNothingWhereNothingHasChanged) {
   Canvas canvas(100, 60);
-  const std::vector<OverlayItem> items = {panelAt({10, 10, 30, 30}), textAt({50, 10, 90, 30}, "a")};
+  const std::vector<OverlayItem> items = {test::panelAt({10, 10, 30, 30}),
+                                          test::textAt({50, 10, 90, 30}, "a")};
   paint(canvas, items);
   for (int x = 0; x < 100; ++x) canvas.at(x, 20) = marker;
   paint(canvas, items);
@@ -247,12 +236,12 @@ TEST_F(PainterTest, TouchesNothingWhereNothingHasChanged) {
 
 TEST_F(PainterTest, DrawsAgainOnlyWhatHasChanged) {
   Canvas canvas(200, 60);
-  paint(canvas, {panelAt({10, 10, 30, 30}), textAt({50, 10, 90, 30}, "1.000")});
+  paint(canvas, {test::panelAt({10, 10, 30, 30}), test::textAt({50, 10, 90, 30}, "1.000")});
   canvas.at(20, 20) = marker;  // in what stays
   canvas.at(5, 5) = marker;    // in nothing
   canvas.at(51, 11) = marker;  // in what changes
   const std::vector<std::uint32_t> before = canvas.texels();
-  paint(canvas, {panelAt({10, 10, 30, 30}), textAt({50, 10, 90, 30}, "2.375")});
+  paint(canvas, {test::panelAt({10, 10, 30, 30}), test::textAt({50, 10, 90, 30}, "2.375")});
   EXPECT_EQ(canvas.at(20, 20), marker);
   EXPECT_EQ(canvas.at(5, 5), marker);
   EXPECT_EQ(canvas.at(51, 11), 0u);
@@ -262,22 +251,23 @@ TEST_F(PainterTest, DrawsAgainOnlyWhatHasChanged) {
 TEST_F(PainterTest, DrawsAgainWhatLiesUnderAChange) {
   Canvas canvas(200, 60);
   Canvas other(200, 60);
-  paint(canvas, {panelAt({10, 10, 100, 40}, 13), textAt({20, 10, 90, 40}, "1.000")});
-  paint(canvas, {panelAt({10, 10, 100, 40}, 13), textAt({20, 10, 90, 40}, "2.375")});
-  paint(other, {panelAt({10, 10, 100, 40}, 13), textAt({20, 10, 90, 40}, "2.375")});
+  paint(canvas, {test::panelAt({10, 10, 100, 40}, 13), test::textAt({20, 10, 90, 40}, "1.000")});
+  paint(canvas, {test::panelAt({10, 10, 100, 40}, 13), test::textAt({20, 10, 90, 40}, "2.375")});
+  paint(other, {test::panelAt({10, 10, 100, 40}, 13), test::textAt({20, 10, 90, 40}, "2.375")});
   EXPECT_EQ(canvas.texels(), other.texels());
 }
 
 TEST_F(PainterTest, WipesWhatIsGone) {
   Canvas canvas(200, 60);
-  paint(canvas, {textAt({20, 10, 180, 50}, "Preparing the flow"), panelAt({150, 40, 190, 55})});
-  paint(canvas, {panelAt({150, 40, 190, 55})});
+  paint(canvas,
+        {test::textAt({20, 10, 180, 50}, "Preparing the flow"), test::panelAt({150, 40, 190, 55})});
+  paint(canvas, {test::panelAt({150, 40, 190, 55})});
   EXPECT_EQ(canvas.ink(), (Box{150, 40, 190, 55}));
   EXPECT_EQ(canvas.at(160, 45), 0x59000000u);
 }
 
 TEST_F(PainterTest, DrawsEverythingAtAnotherScaleOrInOtherMemory) {
-  const std::vector<OverlayItem> items = {panelAt({10, 10, 30, 30})};
+  const std::vector<OverlayItem> items = {test::panelAt({10, 10, 30, 30})};
   Canvas canvas(100, 60);
   paint(canvas, items);
   canvas.at(5, 5) = marker;
@@ -309,15 +299,15 @@ TEST_F(PainterTest, DrawsAWholeOverlayOnSurfacesOfAnySize) {
 }
 
 TEST_F(PainterTest, DrawsNothingOnAnEmptySurface) {
-  painter_->paint({}, std::vector{panelAt({0, 0, 30, 30})}, 1);
+  painter_->paint({}, std::vector{test::panelAt({0, 0, 30, 30})}, 1);
   EXPECT_TRUE(painter_->covered().empty());
 }
 
 TEST_F(PainterTest, SharesAFontAmongSizesOfTheSameTenth) {
   const float scale = 12;
-  const OverlayItem text = textAt({1, 1, 50, 15}, "zephyr", 8.0f);
-  const OverlayItem near = textAt({1, 1, 50, 15}, "zephyr", 8.09f);
-  const OverlayItem far = textAt({1, 1, 50, 15}, "zephyr", 8.11f);
+  const OverlayItem text = test::textAt({1, 1, 50, 15}, "zephyr", 8.0f);
+  const OverlayItem near = test::textAt({1, 1, 50, 15}, "zephyr", 8.09f);
+  const OverlayItem far = test::textAt({1, 1, 50, 15}, "zephyr", 8.11f);
   ASSERT_NE(freshly(text, scale), freshly(near, scale));
   Canvas canvas(600, 200);
   paint(canvas, {text}, scale);
@@ -329,9 +319,10 @@ TEST_F(PainterTest, SharesAFontAmongSizesOfTheSameTenth) {
 
 TEST_F(PainterTest, HasFontsOfTwoKindsForOneSize) {
   Canvas canvas(200, 120);
-  paint(canvas, {textAt({10, 10, 190, 30}, "iiiiiiiiii"), textAt({10, 40, 190, 60}, "MMMMMMMMMM")});
+  paint(canvas, {test::textAt({10, 10, 190, 30}, "iiiiiiiiii"),
+                 test::textAt({10, 40, 190, 60}, "MMMMMMMMMM")});
   const auto widthOf = [&](const char* text, bool monospaced) {
-    paint(canvas, {textAt({10, 10, 190, 30}, text, 12, monospaced)});
+    paint(canvas, {test::textAt({10, 10, 190, 30}, text, 12, monospaced)});
     return canvas.ink()->right - canvas.ink()->left;
   };
   EXPECT_NEAR(widthOf("iiiiiiiiii", true), widthOf("MMMMMMMMMM", true), 8);
@@ -343,7 +334,7 @@ TEST_F(PainterTest, FindsAGlyphForEachButton) {
   std::vector<std::vector<std::uint32_t>> seen;
   // The last has no meaning anywhere: what is drawn for it stands for what has no glyph.
   for (const char* glyph : {"\u2161", "\u25b6", "\u25b8\u2160", "\u21b6", "\U000e0fff"}) {
-    paint(canvas, {textAt({10, 10, 90, 50}, glyph, 14)});
+    paint(canvas, {test::textAt({10, 10, 90, 50}, glyph, 14)});
     const auto texels = canvas.texels();
     EXPECT_EQ(std::ranges::find(seen, texels), seen.end()) << glyph;
     seen.push_back(texels);
