@@ -18,7 +18,7 @@
 #include <cstdint>
 
 #include "kernels/params.h"
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 namespace zeph::bench {
 

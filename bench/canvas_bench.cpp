@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "render/render_thread.h"
-#include "render/x11/xcb.h"
+#include "render/x11/xcb_functions.h"
 
 namespace zeph::bench {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 
 namespace zeph::bench {
 

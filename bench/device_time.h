@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "device/check.h"
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 
 namespace zeph::bench {
 

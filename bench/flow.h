@@ -6,8 +6,8 @@
 
 #include "device/check.h"
 #include "kernels/kernels.h"
-#include "solver/config.h"
-#include "solver/resources.h"
+#include "solver/config_record.h"
+#include "solver/device_resources.h"
 #include "solver/start_spectra.h"
 
 namespace zeph::bench {

@@ -11,7 +11,7 @@
 #include <exception>
 #include <limits>
 
-#include "boundary/decimal.h"
+#include "boundary/config.h"
 #include "boundary/system_description.h"
 #include "device/check.h"
 #include "device/runtime.h"

@@ -3,8 +3,11 @@
 // engine and its operations. This header is the form in which a simulation's configuration crosses.
 #pragma once
 
+#include <cstdint>
+#include <string_view>
+
 #include "boundary/json_reading.h"
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 namespace zeph {
 
@@ -14,5 +17,11 @@ namespace zeph {
 Config parseConfig(const Json& object, const Config& base);
 
 Json configToJson(const Config& config);
+
+// Unsigned decimal numbers, as a seed or a device's index is given. `isDecimal` holds for one or
+// more of the characters 0 to 9 and nothing else; `decimalValue` takes such a text and raises
+// std::out_of_range with the text `overflow` above `limit`.
+bool isDecimal(std::string_view text);
+std::uint64_t decimalValue(std::string_view digits, std::uint64_t limit, const char* overflow);
 
 }  // namespace zeph

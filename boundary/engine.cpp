@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "boundary/config.h"
-#include "boundary/display_settings.h"
+#include "boundary/display_settings_json.h"
 #include "boundary/reports.h"
 #include "boundary/system_description.h"
 #include "render/renderer.h"

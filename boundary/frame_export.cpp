@@ -1,6 +1,6 @@
 #include "boundary/frame_export.h"
 
-#include "boundary/display_settings.h"
+#include "boundary/display_settings_json.h"
 #include "solver/raw_files.h"
 #include "solver/solver.h"
 

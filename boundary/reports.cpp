@@ -1,8 +1,70 @@
 #include "boundary/reports.h"
 
 #include <cmath>
+#include <stdexcept>
+
+#include "boundary/config.h"
+#include "boundary/display_settings_json.h"
+#include "boundary/system_description.h"
+#include "controller/regulator.h"
+#include "device/runtime.h"
+#include "render/canvas.h"
 
 namespace zeph {
+namespace {
+
+Json textOrNull(const std::string& first, const std::string& second) {
+  if (!first.empty()) return first;
+  if (!second.empty()) return second;
+  return nullptr;
+}
+
+Json performanceReport(const Status& status) {
+  return {{"simtime_per_s", status.simtimePerSecond},
+          {"turnovers_per_s", status.turnoversPerSecond},
+          {"steps_per_s", status.stepsPerSecond},
+          {"milliseconds_per_step", status.stepsPerSecond > 0 ? 1000 / status.stepsPerSecond : 0.0},
+          {"batch_steps", status.batchSteps}};
+}
+
+// A lost system has no window; the render thread tells of the loss.
+WindowState windowOf(const Canvas& canvas) {
+  try {
+    return canvas.window();
+  } catch (const std::runtime_error&) {
+    return {};
+  }
+}
+
+// In device-independent units.
+Json canvasReport(const UIHandle& ui) {
+  const WindowState window = windowOf(*ui.canvas);
+  const auto scale = static_cast<double>(window.scale);
+  return {{"width_points", window.width / scale},
+          {"height_points", window.height / scale},
+          {"scale", scale},
+          {"visible", ui.visible && window.isVisible}};
+}
+
+void addFlow(Json& report, const Status& status) {
+  report["config"] = configToJson(status.config);
+  report["ready"] = status.ready;
+  report["running"] = status.running;
+  report["settled"] = status.settled;
+  report["generation"] = status.generation;
+  report["regulated"] = status.regulated;
+  report["effective_reynolds"] =
+      status.stats.reynolds > 0 ? status.stats.reynolds : status.config.reynolds;
+  report["palinstrophy_control"] = status.stats.palinstrophyRatio * palinstrophyScale;
+  report["elapsed_seconds"] = status.elapsedSeconds;
+  report["allocated_bytes"] = status.stats.allocatedBytes;
+  report["history"] = status.history;
+  report["performance"] = performanceReport(status);
+  if (status.ready) report["stats"] = statisticsReport(status.stats);
+  if (status.frame) report["frame"] = snapshotReport(*status.frame);
+}
+
+}  // namespace
 
 Json statisticsReport(const Statistics& statistics) {
   Json report;
@@ -32,6 +94,24 @@ Json snapshotReport(const Frame& frame) {
   report["mean_vorticity"] = static_cast<double>(frame.meanVorticity);
   report["std_vorticity"] = static_cast<double>(frame.stdVorticity);
   report["max_speed"] = static_cast<double>(frame.maxSpeed);
+  return report;
+}
+
+Json statusReport(const UIHandle& ui) {
+  const std::lock_guard lock(ui.mutex);
+  const Status status = ui.status();
+  Json report = displaySettingsToJson(ui.run.settings);
+  addFlow(report, status);
+  report["gpu"] = gpuName;
+  report["backend"] = deviceBackend(deviceId);
+  report["error_message"] = textOrNull(ui.error, status.error_message);
+  // Kept apart from the settings of the picture, which hold them in single precision.
+  report["exposure"] = ui.exposure;
+  report["sigma"] = ui.sigma;
+  report["focused"] = ui.focused;
+  report["exporting"] = ui.exporting;
+  report["presentations"] = ui.presentations;
+  if (ui.parent != nullptr) report["canvas"] = canvasReport(ui);
   return report;
 }
 

@@ -1,12 +1,16 @@
-// What a host is told of a flow.
+// What a host is told of a flow and of a view.
 #pragma once
 
 #include "boundary/json_reading.h"
+#include "controller/ui_handle.h"
 #include "solver/statistics.h"
 
 namespace zeph {
 
 Json statisticsReport(const Statistics& statistics);
 Json snapshotReport(const Frame& frame);
+
+// The reply to every operation of a view. Takes the handle's mutex.
+Json statusReport(const UIHandle& ui);
 
 }  // namespace zeph

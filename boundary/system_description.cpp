@@ -7,11 +7,10 @@
 #include <string>
 
 #include "boundary/config.h"
-#include "boundary/decimal.h"
 #include "device/check.h"
 #include "device/runtime.h"
-#include "platform/memory.h"
 #include "platform/system.h"
+#include "platform/system_memory.h"
 
 namespace zeph {
 

@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "boundary/config.h"
-#include "boundary/display_settings.h"
+#include "boundary/display_settings_json.h"
 #include "boundary/frame_export.h"
-#include "boundary/status_report.h"
+#include "boundary/reports.h"
 #include "boundary/system_description.h"
 #include "platform/dialog.h"
 

@@ -24,14 +24,15 @@ set(ZEPHANE_NVCC_FLAGS -std=c++20 --fmad=false --expt-relaxed-constexpr --no-com
 
 # Compiles the kernels to one file of all architectures, and to PTX for who wants to read it.
 function(zephane_kernel_image image)
-  set(source ${PROJECT_SOURCE_DIR}/kernels/kernels.cu)
+  set(source ${PROJECT_SOURCE_DIR}/kernels/cuda/kernels.cu)
   set(codes "")
   list(GET ZEPHANE_CUDA_ARCHITECTURES 0 oldest)
   list(APPEND codes -gencode arch=compute_${oldest},code=compute_${oldest})
   foreach(architecture IN LISTS ZEPHANE_CUDA_ARCHITECTURES)
     list(APPEND codes -gencode arch=compute_${architecture},code=sm_${architecture})
   endforeach()
-  file(GLOB bodies CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/kernels/*.h)
+  file(GLOB bodies CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/kernels/params.h
+       ${PROJECT_SOURCE_DIR}/kernels/bodies/*.h)
   add_custom_command(
     OUTPUT ${image}
     COMMAND ${CUDAToolkit_NVCC_EXECUTABLE} ${ZEPHANE_NVCC_FLAGS} ${codes} -fatbin ${source} -o
@@ -64,7 +65,7 @@ function(zephane_cuda target)
   target_sources(${target} PRIVATE ${sources})
   target_include_directories(${target} SYSTEM PRIVATE ${ZEPHANE_VKFFT_FOLDER}
                                                       ${CUDAToolkit_INCLUDE_DIRS})
-  set_source_files_properties(${PROJECT_SOURCE_DIR}/device/cuda/transform.cpp
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/device/cuda/vkfft_transform.cpp
                               PROPERTIES COMPILE_DEFINITIONS VKFFT_BACKEND=1)
   target_compile_definitions(${target} PUBLIC ZEPHANE_CUDA=1)
   target_link_libraries(${target} INTERFACE zephane_toolkit)

@@ -65,7 +65,7 @@ endfunction()
 
 function(zephane_pictures target)
   if(NOT ZEPHANE_PICTURES_FOUND)
-    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/render/none/renderer.cpp)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/render/none/no_renderer.cpp)
     return()
   endif()
   set(folder ${PROJECT_BINARY_DIR}/shaders)

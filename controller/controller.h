@@ -8,8 +8,8 @@
 #include <mutex>
 #include <thread>
 
-#include "controller/clock.h"
 #include "controller/status.h"
+#include "controller/wall_clock.h"
 
 namespace zeph {
 

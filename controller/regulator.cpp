@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 namespace zeph {
 namespace {

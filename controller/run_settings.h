@@ -6,7 +6,7 @@
 #include <string>
 
 #include "render/display_settings.h"
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 namespace zeph {
 

@@ -5,11 +5,11 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 
 #include "controller/controller.h"
 #include "controller/performance.h"
 #include "controller/regulator.h"
-#include "controller/result_files.h"
 #include "device/check.h"
 #include "platform/arithmetic.h"
 #include "solver/endpoint.h"
@@ -35,6 +35,14 @@ bool needsNewSolver(const Config& made, const Config& wanted) {
            made.integrator == wanted.integrator && made.operatorKind == wanted.operatorKind &&
            made.start_spectrum == wanted.start_spectrum && !std::isnan(wanted.reynolds) &&
            !std::isnan(wanted.cfl));
+}
+
+void writeResultFiles(Solver& solver, const RunSettings& run) {
+  if (!run.spectrum.empty()) writeRawFile(run.spectrum, solver.spectrum());
+  if (run.field.empty()) return;
+  const auto frame = solver.snapshot(true);
+  if (!frame) throw std::runtime_error("No snapshot slot.");
+  writeRawFile(run.field, solver.copyFields(*frame));
 }
 
 // Everything that belongs to one generation; a rebuild begins it afresh.

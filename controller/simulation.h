@@ -3,7 +3,7 @@
 // and the frame if they are due, publishes, and then runs one batch of steps or sleeps.
 #pragma once
 
-#include "controller/clock.h"
+#include "controller/wall_clock.h"
 
 namespace zeph {
 

@@ -2,6 +2,7 @@
 
 #include "device/cpu/processor.h"
 #include "device/device_kind.h"
+#include "device/transform.h"
 #if ZEPHANE_CUDA
 #include "device/cuda/devices.h"
 #endif
@@ -211,6 +212,22 @@ const char* deviceBackend(int device) {
 
 const char* deviceBackend() {
   return selectedKind().backend;
+}
+
+int transformCreate(const TransformRequest& request, Transform** transform) {
+  return selectedKind().createTransform(request, transform);
+}
+
+int transformAppend(Transform* transform, void* buffer, bool inverse) {
+  return selectedKind().appendTransform(transform, buffer, inverse);
+}
+
+void transformDestroy(Transform* transform) {
+  selectedKind().destroyTransform(transform);
+}
+
+std::vector<TransformAllocation> transformAllocations(const Transform* transform) {
+  return selectedKind().transformAllocations(transform);
 }
 
 }  // namespace zeph

@@ -1,7 +1,7 @@
 #include "kernels/kernels.h"
 
 #include "device/cpu/instruction_set.h"
-#include "kernels/processor_kernels.h"
+#include "kernels/processor/processor_kernels.h"
 
 namespace zeph {
 namespace {

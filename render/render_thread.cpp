@@ -12,9 +12,9 @@
 #include "device/check.h"
 #include "platform/arithmetic.h"
 #include "render/canvas.h"
+#include "render/graphics_use.h"
 #include "render/overlay.h"
 #include "render/pacing.h"
-#include "render/process_end.h"
 #include "render/renderer.h"
 
 namespace zeph {

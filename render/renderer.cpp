@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "render/png/png.h"
+#include "render/png/png_file.h"
 
 namespace zeph {
 

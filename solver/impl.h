@@ -8,8 +8,8 @@
 #include <optional>
 #include <vector>
 
+#include "solver/device_resources.h"
 #include "solver/fft_plan.h"
-#include "solver/resources.h"
 #include "solver/solver.h"
 #include "solver/step_graph.h"
 

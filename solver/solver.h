@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "kernels/params.h"
-#include "solver/config.h"
+#include "solver/config_record.h"
 #include "solver/statistics.h"
 
 namespace zeph {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "kernels/params.h"
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 namespace zeph {
 

@@ -5,11 +5,11 @@
 #include <cstring>
 #include <new>
 
-#include "device/cpu/memory.h"
+#include "device/cpu/processor_memory.h"
 #include "device/cpu/thread_pool.h"
-#include "device/cpu/transforms/transform.h"
-#include "platform/memory.h"
+#include "device/cpu/transforms/plane_transform.h"
 #include "platform/system.h"
+#include "platform/system_memory.h"
 
 namespace zeph {
 

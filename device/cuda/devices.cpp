@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "device/cuda/kernel_library.h"
-#include "device/cuda/transform.h"
+#include "device/cuda/vkfft_transform.h"
 
 namespace zeph::cuda {
 namespace {

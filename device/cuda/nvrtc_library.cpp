@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "device/cuda/devices.h"
-#include "platform/library.h"
+#include "platform/dynamic_library.h"
 
 namespace zeph::cuda {
 namespace {

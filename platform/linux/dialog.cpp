@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "platform/linux/dialog_ways.h"
+#include "platform/linux/dialog_backends.h"
 
 namespace zeph::platform {
 namespace {

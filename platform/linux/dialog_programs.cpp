@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/linux/child_process.h"
-#include "platform/linux/dialog_ways.h"
+#include "platform/linux/dialog_backends.h"
 
 namespace zeph::platform {
 namespace {

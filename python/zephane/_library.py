@@ -208,3 +208,12 @@ def load(path: LibraryPath | None = None) -> Library:
             _loaded[found] = Library(found)
         _current = _loaded[found]
         return _current
+
+
+def given(**arguments: Any) -> dict[str, Any]:
+    """The arguments that are not None, with paths as texts."""
+    return {key: plain(value) for key, value in arguments.items() if value is not None}
+
+
+def plain(value: Any) -> Any:
+    return os.fspath(value) if isinstance(value, os.PathLike) else value

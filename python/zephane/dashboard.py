@@ -24,8 +24,8 @@ from .figures import (
     state_style,
     time_facts,
 )
-from .keys import FLOW_KEYS
 from .records import ViewStatus
+from .view import FLOW_KEYS
 
 LABEL_CELLS = 12
 BETWEEN = "   "

@@ -12,9 +12,8 @@ from collections.abc import Mapping
 from pathlib import Path
 from typing import Any
 
-from ._library import LibraryPath, load
+from ._library import LibraryPath, given, load
 from ._numpy import numpy
-from ._requests import given
 from .fields import Fields, PathLike, read_floats, write_floats
 from .records import Config, Snapshot, Statistics, SystemInfo
 

@@ -7,7 +7,7 @@ import dataclasses
 from collections.abc import Sequence
 from typing import Any
 
-from ._requests import given
+from ._library import given
 from .records import (
     COLOR_RANGES,
     DISPLAYS,

@@ -9,8 +9,7 @@ import weakref
 from collections.abc import Callable
 from typing import Any
 
-from ._library import LibraryPath, ZephaneError, load
-from ._requests import given, plain
+from ._library import LibraryPath, ZephaneError, given, load, plain
 from .fields import PathLike
 from .records import Config, ViewStatus
 
@@ -248,3 +247,14 @@ class View:
     def _call(self, operation: str, **arguments: Any) -> ViewStatus:
         reply = self._library.call_view(self._handle, {"op": operation, **arguments})
         return ViewStatus.from_json(reply)
+
+
+# The keys that steer a flow, on a terminal and in a window alike.
+FLOW_KEYS = (
+    ("space", "pause the flow, or let it run"),
+    ("s", "take one step and pause"),
+    ("r", "the same flow again from its start"),
+    ("n", "a new flow, from the seed that follows"),
+)
+
+FLOW_OPERATIONS = {"space": View.toggle, "s": View.step, "r": View.reset, "n": View.next_seed}

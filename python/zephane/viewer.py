@@ -16,10 +16,9 @@ from typing import Any, Callable
 
 from ._library import ZephaneError
 from .figures import config_facts
-from .keys import FLOW_OPERATIONS
 from .options import chosen_picture, open_view
 from .records import DISPLAYS, PALETTES, ViewStatus
-from .view import View
+from .view import FLOW_OPERATIONS, View
 from .viewer_help import HelpPage
 from .viewer_panel import LARGEST_WIDTH, LEAST_WIDTH, Panel
 from .viewer_style import BACKGROUND, UNITS_PER_INCH, Style

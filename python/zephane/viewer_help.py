@@ -5,7 +5,7 @@ from __future__ import annotations
 import tkinter as tk
 from tkinter import ttk
 
-from .keys import FLOW_KEYS
+from .view import FLOW_KEYS
 from .viewer_style import OUTLINE, Style
 
 KEYS = (

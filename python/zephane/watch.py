@@ -10,11 +10,10 @@ import time
 from ._library import ZephaneError
 from .dashboard import dashboard, paint, status_line
 from .figures import is_finished
-from .keys import FLOW_OPERATIONS
 from .options import open_view
 from .records import ViewStatus
 from .terminal import Screen, can_draw, draws_blocks, wants_colors
-from .view import View
+from .view import FLOW_OPERATIONS, View
 
 FRAME_SECONDS = 0.1
 LINE_SECONDS = 1.0

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "render/cairo/library.h"
+#include "render/cairo/cairo_functions.h"
 #include "render/overlay.h"
 
 namespace zeph::cairo {

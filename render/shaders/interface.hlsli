@@ -1,7 +1,7 @@
 // What the two shaders of the interface share. It stands in memory as texels of 32 bits, row by
 // row: alpha, red, green, blue from the highest byte down, multiplied by alpha.
 
-// 144 bytes; render/vulkan/interface.h is the same record on the host.
+// 144 bytes; render/vulkan/interface_layer.h is the same record on the host.
 cbuffer Interface : register(b0) {
   float4 boxes[8];   // left, top, right, bottom of what is covered, in pixels
   float2 extent;     // width and height of the target in pixels

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "render/vulkan/device.h"
+#include "render/vulkan/vulkan_device.h"
 
 namespace zeph::vulkan {
 

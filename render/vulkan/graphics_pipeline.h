@@ -5,7 +5,7 @@
 
 #include "render/shader_resources.h"
 #include "render/texels.h"
-#include "render/vulkan/device.h"
+#include "render/vulkan/vulkan_device.h"
 
 namespace zeph::vulkan {
 

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "render/vulkan/functions.h"
+#include "render/vulkan/vulkan_functions.h"
 
 namespace zeph::vulkan {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "render/vulkan/field.h"
+#include "render/vulkan/field_memory.h"
 #include "render/vulkan/graphics_pipeline.h"
 
 namespace zeph::vulkan {

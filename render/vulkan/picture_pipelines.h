@@ -6,8 +6,8 @@
 #include <map>
 
 #include "render/uniforms.h"
-#include "render/vulkan/device.h"
 #include "render/vulkan/shader_inputs.h"
+#include "render/vulkan/vulkan_device.h"
 
 namespace zeph::vulkan {
 

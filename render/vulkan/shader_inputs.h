@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "render/vulkan/device.h"
+#include "render/vulkan/vulkan_device.h"
 
 namespace zeph::vulkan {
 

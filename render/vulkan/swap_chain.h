@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "render/texels.h"
-#include "render/vulkan/device.h"
+#include "render/vulkan/vulkan_device.h"
 
 namespace zeph::vulkan {
 

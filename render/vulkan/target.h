@@ -3,7 +3,7 @@
 
 #include "render/texels.h"
 #include "render/vulkan/commands.h"
-#include "render/vulkan/device.h"
+#include "render/vulkan/vulkan_device.h"
 
 namespace zeph::vulkan {
 

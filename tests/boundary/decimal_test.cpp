@@ -1,4 +1,4 @@
-#include "boundary/decimal.h"
+#include "boundary/config.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "boundary/display_settings.h"
+#include "boundary/display_settings_json.h"
 
 #include <gtest/gtest.h>
 

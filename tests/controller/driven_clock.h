@@ -5,7 +5,7 @@
 #include <functional>
 #include <mutex>
 
-#include "controller/clock.h"
+#include "controller/wall_clock.h"
 
 namespace zeph::test {
 

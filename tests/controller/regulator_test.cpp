@@ -7,7 +7,7 @@
 #include <optional>
 #include <random>
 
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 namespace zeph {
 namespace {

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "boundary/call_frame.h"
-#include "boundary/status_report.h"
+#include "boundary/reports.h"
 #include "boundary/ui_operations.h"
 #include "tests/controller/flows.h"
 

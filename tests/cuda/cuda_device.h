@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "device/runtime.h"
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 #include "tests/support/devices.h"
 
 namespace zeph::test {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "device/check.h"
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 #include "tests/support/arrays.h"
 #include "tests/support/bits.h"
 #include "tests/support/devices.h"

@@ -1,5 +1,5 @@
 // The ledger of the processor's device memory, on machines of a made-up size.
-#include "device/cpu/memory.h"
+#include "device/cpu/processor_memory.h"
 
 #include <gtest/gtest.h>
 

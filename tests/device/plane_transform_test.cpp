@@ -7,7 +7,7 @@
 
 #include "device/cpu/instruction_set.h"
 #include "device/cpu/thread_pool.h"
-#include "device/cpu/transforms/transform.h"
+#include "device/cpu/transforms/plane_transform.h"
 #include "tests/device/exact_transform.h"
 #include "tests/device/requests.h"
 

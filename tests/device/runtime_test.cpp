@@ -12,8 +12,8 @@
 
 #include "device/check.h"
 #include "device/cpu/thread_pool.h"
-#include "platform/memory.h"
 #include "platform/system.h"
+#include "platform/system_memory.h"
 
 namespace zeph {
 namespace {

@@ -6,7 +6,7 @@
 #include "tests/emulation/cuda_language.h"
 // The kernels, with the built-in names above.
 #include "device/cuda/kernel_image.h"
-#include "kernels/kernels.cu"
+#include "kernels/cuda/kernels.cu"
 
 namespace zeph::emulation {
 namespace {

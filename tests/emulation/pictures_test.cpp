@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "render/vulkan/functions.h"
+#include "render/vulkan/vulkan_functions.h"
 #include "tests/boundary/failure_text.h"
 #include "tests/emulation/emulated_gpu.h"
 #include "tests/render/scene.h"

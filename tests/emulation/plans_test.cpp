@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "device/transform.h"
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 #include "tests/emulation/emulated_gpu.h"
 #include "tests/support/arrays.h"
 #include "tests/support/devices.h"

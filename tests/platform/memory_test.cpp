@@ -1,4 +1,4 @@
-#include "platform/memory.h"
+#include "platform/system_memory.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // PNG files.
-#include "render/png/png.h"
+#include "render/png/png_file.h"
 
 #include <gtest/gtest.h>
 #include <png.h>

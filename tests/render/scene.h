@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "render/renderer.h"
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 #include "tests/support/devices.h"
 
 namespace zeph::test {

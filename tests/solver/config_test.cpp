@@ -1,4 +1,4 @@
-#include "solver/config.h"
+#include "solver/config_record.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // What a solver holds on its device.
 #include <gtest/gtest.h>
 
-#include "device/cpu/memory.h"
+#include "device/cpu/processor_memory.h"
 #include "device/runtime.h"
-#include "solver/resources.h"
+#include "solver/device_resources.h"
 #include "tests/support/arrays.h"
 #include "tests/support/flows.h"
 

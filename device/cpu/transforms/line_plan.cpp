@@ -5,7 +5,7 @@
 #include <mutex>
 #include <new>
 
-#include "device/cpu/memory.h"
+#include "device/cpu/processor_memory.h"
 #include "device/cpu/transforms/roots_of_unity.h"
 
 namespace zeph::cpu {

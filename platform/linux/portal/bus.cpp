@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/library.h"
+#include "platform/dynamic_library.h"
 
 namespace zeph::platform {
 namespace {

@@ -5,7 +5,7 @@
 #include <new>
 #include <string>
 
-#include "platform/linux/dialog_ways.h"
+#include "platform/linux/dialog_backends.h"
 #include "platform/linux/file_uri.h"
 #include "platform/linux/portal/bus.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/linux/dialog_ways.h"
+#include "platform/linux/dialog_backends.h"
 #include "tests/platform/linux/fake_programs.h"
 
 namespace zeph::platform {

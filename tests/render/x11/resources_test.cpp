@@ -1,4 +1,4 @@
-#include "render/x11/resources.h"
+#include "render/x11/x_resources.h"
 
 #include <gtest/gtest.h>
 

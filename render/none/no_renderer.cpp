@@ -1,0 +1,78 @@
+// The renderer of a build that has no graphics system.
+#include "render/renderer.h"
+
+#include <stdexcept>
+
+#include "render/png/png_file.h"
+
+namespace zeph {
+
+struct Renderer::Impl {};
+class Renderer::Target {};
+
+Renderer::Renderer(int) {
+  throw std::runtime_error("This build cannot draw pictures.");
+}
+
+Renderer::Renderer(int, const NativeWindow&) : Renderer(0) {}
+
+struct Canvas::Impl {};
+
+Canvas::Canvas(void*) {
+  throw std::runtime_error("Cannot create native canvas.");
+}
+
+Canvas::~Canvas() = default;
+
+WindowState Canvas::window() const {
+  return {};
+}
+
+NativeWindow Canvas::native() const {
+  return {};
+}
+
+void Canvas::resize(int, int) {}
+
+int Canvas::height() const {
+  return 0;
+}
+
+Canvas::Events Canvas::takeEvents() {
+  return {};
+}
+
+void Canvas::focusParent() {}
+
+void writePng(const std::string&, std::uint32_t, std::uint32_t, std::span<const std::byte>) {
+  throw std::runtime_error("This build cannot write PNG files.");
+}
+
+Renderer::~Renderer() = default;
+
+std::string Renderer::deviceName() const {
+  return {};
+}
+
+void Renderer::transferField(const std::shared_ptr<const Frame>&) {}
+
+std::shared_ptr<Renderer::Target> Renderer::makeTarget(std::uint32_t, std::uint32_t, TexelFormat) {
+  return nullptr;
+}
+
+void Renderer::drawPicture(Target&, const std::shared_ptr<const Frame>&, const DisplaySettings&,
+                           const PicturePlace&) {}
+
+Texels Renderer::readTarget(const Target&) {
+  return {};
+}
+
+void Renderer::resize(std::uint32_t, std::uint32_t) {}
+
+bool Renderer::present(const Presentation&) {
+  return false;
+}
+
+void Renderer::waitForLatency(double) {}
+
+}  // namespace zeph
