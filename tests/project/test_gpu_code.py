@@ -65,7 +65,7 @@ def compiled(folder: Path, *options: str) -> str:
         pytest.skip("there is no nvcc")
     ptx = folder / "kernels.ptx"
     command = [nvcc, "-std=c++20", "--expt-relaxed-constexpr", f"-I{ROOT}", "-arch=compute_86"]
-    command += [*options, "-ptx", str(ROOT / "kernels" / "kernels.cu"), "-o", str(ptx)]
+    command += [*options, "-ptx", str(ROOT / "kernels" / "cuda" / "kernels.cu"), "-o", str(ptx)]
     subprocess.run(command, check=True, capture_output=True)
     return ptx.read_text()
 
