@@ -30,22 +30,22 @@ struct StepBytes {
 
 // What a step's updates read and write at each mode.
 struct UpdateAccesses {
-  std::uint64_t stages, complex, real;
+  std::uint64_t complex, real;
 };
 
 constexpr UpdateAccesses updateAccesses(Integrator integrator) {
   switch (integrator) {
     case Integrator::imexRK3:
       // Each stage updates omega and correction and writes first; the later two read it.
-      return {.stages = 3, .complex = 5 + 6 + 6, .real = 0};
+      return {.complex = 5 + 6 + 6, .real = 0};
     case Integrator::ifHeunRK3:
       // omega -> base, first, omega; base -> omega; base, first, correction -> omega, correction.
-      return {.stages = 3, .complex = 4 + 2 + 5, .real = 3 + 2 + 2};
+      return {.complex = 4 + 2 + 5, .real = 3 + 2 + 2};
     case Integrator::etdrk4:
       // omega -> base, first, predictor, omega; base -> middle, omega;
       // predictor, first, middle -> middle, omega; base, first, middle, correction -> omega,
       // correction.
-      return {.stages = 4, .complex = 5 + 3 + 5 + 6, .real = 6 + 2 + 2 + 4};
+      return {.complex = 5 + 3 + 5 + 6, .real = 6 + 2 + 2 + 4};
   }
   return {};
 }
@@ -68,15 +68,15 @@ struct GridBytes {
 constexpr StepBytes bytesOfStep(int resolution, Integrator integrator, OperatorKind operatorKind) {
   const GridBytes grid(resolution);
   const UpdateAccesses update = updateAccesses(integrator);
-  const bool stress = operatorKind == OperatorKind::stress;
-  const std::uint64_t fields = stress ? 2 : 4;
-  const std::uint64_t products = stress ? 2 : 1;
+  const auto stages = static_cast<std::uint64_t>(needsOf(integrator).stages);
+  const auto fields = static_cast<std::uint64_t>(needsOf(operatorKind).fields);
+  const auto products = static_cast<std::uint64_t>(needsOf(operatorKind).products);
   const std::uint64_t stageKernels =
       (1 + fields) * grid.modes + (fields + products) * grid.samples + products * grid.modes;
   return {
-      .transforms = update.stages * (fields + products) * grid.transform(),
-      .kernels = update.stages * stageKernels + update.complex * grid.modes +
-                 update.real * (grid.modes / 2),
+      .transforms = stages * (fields + products) * grid.transform(),
+      .kernels =
+          stages * stageKernels + update.complex * grid.modes + update.real * (grid.modes / 2),
   };
 }
 

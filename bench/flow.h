@@ -24,8 +24,8 @@ struct Flow {
     for (DeviceBuffer* buffer : {&omega, &base, &first, &middle, &predictor, &correction}) {
       allocateZero(*buffer, half * sizeof(V2));
     }
-    allocateZero(coefficients, 6 * half * sizeof(float));
-    allocateZero(padded, 4 * plane * sizeof(V2));
+    allocateZero(coefficients, static_cast<std::size_t>(mostCoefficients) * half * sizeof(float));
+    allocateZero(padded, static_cast<std::size_t>(mostFields) * plane * sizeof(V2));
     allocateZero(spectra, 3 * half * sizeof(V2));
     allocateZero(fields, 3 * n * n * sizeof(float));
     allocateZero(clock, sizeof(ClockState));
@@ -44,7 +44,7 @@ struct Flow {
     const std::uint32_t n = static_cast<std::uint32_t>(config.resolution);
     return {.resolution = n,
             .padded = static_cast<std::uint32_t>(paddedResolution(config.resolution)),
-            .method = static_cast<std::uint32_t>(config.integrator),
+            .method = config.integrator,
             .stage = static_cast<std::uint32_t>(stage),
             .viscosity = viscosityOf(config.reynolds),
             .cfl = config.cfl,
@@ -54,7 +54,7 @@ struct Flow {
             .endLow = 0,
             .hasEnd = 0,
             .blocks = reductionBlocks,
-            .operatorKind = static_cast<std::uint32_t>(config.operatorKind)};
+            .operatorKind = config.operatorKind};
   }
 
   StageArrays stageArrays() const {
@@ -75,6 +75,9 @@ struct Flow {
       fields, clock, cflPartials, partials;
 
  private:
+  static constexpr int mostCoefficients = needsOf(Integrator::etdrk4).coefficientPlanes;
+  static constexpr int mostFields = needsOf(OperatorKind::advective).fields;
+
   void allocateZero(DeviceBuffer& buffer, std::size_t bytes) {
     buffer.allocate(bytes);
     check(cudaMemsetAsync(buffer.ptr, 0, bytes, queue.value), "cudaMemsetAsync");

@@ -31,7 +31,7 @@ function(zephane_kernel_image image)
   foreach(architecture IN LISTS ZEPHANE_CUDA_ARCHITECTURES)
     list(APPEND codes -gencode arch=compute_${architecture},code=sm_${architecture})
   endforeach()
-  file(GLOB bodies CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/kernels/params.h
+  file(GLOB bodies CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/kernels/*.h
        ${PROJECT_SOURCE_DIR}/kernels/bodies/*.h)
   add_custom_command(
     OUTPUT ${image}

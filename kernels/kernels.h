@@ -2,16 +2,16 @@
 // device, in the launch shape that its reduction and index space are made for. A failed launch
 // surfaces at the next cudaGetLastError.
 //
-// Arrays and their layouts are told in params.h; the formulas stand beside the kernels' bodies.
+// params.h has the layouts of the arrays, bodies/ the formulas.
 #pragma once
 
 #include "device/runtime.h"
-#include "kernels/params.h"
+#include "kernels/arrays.h"
 
 namespace zeph {
 
-// The half spectrum of a full complex N x N spectrum (element j * N + i): active modes as they
-// stand, everything else zero.
+// The half spectrum of a full complex N x N spectrum (element j * N + i): active modes are copied,
+// everything else is zero.
 void projectState(cudaStream_t stream, const V2* spectrum, V2* omega, const Params& p);
 
 // The velocity spectra of the flow on the padded grid in planes 0 and 1 and, for "advective", those
@@ -28,19 +28,6 @@ void selectTimeStep(cudaStream_t stream, const V2* cflPartials, ClockState* cloc
 // The products alone.
 void nonlinearProducts(cudaStream_t stream, float* padded, const Params& p);
 
-// The arrays of a stage, by their roles; those that an integrator does not use are not touched.
-struct StageArrays {
-  V2* omega;            // the state
-  const V2* padded;     // the transformed products
-  V2* base;             // state at the start of the step
-  V2* first;            // nonlinear term of an earlier stage
-  V2* middle;           // sum of the two middle nonlinear terms
-  V2* predictor;        // first predictor
-  float* coefficients;  // per-mode factors, formed at stage 0
-  ClockState* clock;
-  V2* correction;  // compensation of the summation into the state
-};
-
 // Advances every mode by one stage of the integrator.
 void advanceStage(cudaStream_t stream, const StageArrays& arrays, const Params& p);
 
@@ -51,7 +38,7 @@ void commitStep(cudaStream_t stream, ClockState* clock, const Params& p);
 void spectralStatistics(cudaStream_t stream, const V2* omega, float4* statPartials,
                         const Params& p);
 
-// The spectra of a snapshot: vorticity and, with p.stage = 3 planes, velocity.
+// The spectra of a snapshot: vorticity and, with p.stage = vorticityAndVelocity, velocity.
 void prepareSnapshot(cudaStream_t stream, const V2* omega, V2* snapshotSpectra, const Params& p);
 
 // The physical fields of a snapshot from the transformed planes, and for each of the 64 blocks the

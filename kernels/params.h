@@ -20,6 +20,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kernels/methods.h"
+
 namespace zeph {
 
 struct alignas(8) V2 {
@@ -32,20 +34,24 @@ struct float4 {
 
 // Passed by value to every kernel.
 struct Params {
-  std::uint32_t resolution;    // N
-  std::uint32_t padded;        // M
-  std::uint32_t method;        // 0 imexRK3, 1 ifHeunRK3, 2 etdrk4
-  std::uint32_t stage;         // stage index; for the snapshot kernels the number of planes
-  float viscosity;             // 1/Re
-  float cfl;                   // Courant number
-  float fixedDt;               // 0 where the step is adaptive
-  float scale;                 // 1/N^2
-  float endHigh, endLow;       // endpoint time as a pair of floats; 0 where there is none
-  std::uint32_t hasEnd;        // 0 or 1
-  std::uint32_t blocks;        // blocks of the reducing kernels, always reductionBlocks
-  std::uint32_t operatorKind;  // 0 stress, 1 advective
+  std::uint32_t resolution;  // N
+  std::uint32_t padded;      // M
+  Integrator method;
+  std::uint32_t stage;    // stage index; for the snapshot kernels the number of planes
+  float viscosity;        // 1/Re
+  float cfl;              // Courant number
+  float fixedDt;          // 0 where the step is adaptive
+  float scale;            // 1/N^2
+  float endHigh, endLow;  // endpoint time as a pair of floats; 0 where there is none
+  std::uint32_t hasEnd;   // 0 or 1
+  std::uint32_t blocks;   // blocks of the reducing kernels, always reductionBlocks
+  OperatorKind operatorKind;
 };
 static_assert(sizeof(Params) == 52 && alignof(Params) == 4);
+
+// The planes of a snapshot, as the snapshot kernels find them in Params::stage.
+constexpr std::uint32_t vorticityAlone = 1;
+constexpr std::uint32_t vorticityAndVelocity = 3;
 
 // The device's clock. Time is the unevaluated sum timeHigh + timeLow.
 struct alignas(8) ClockState {

@@ -3,10 +3,10 @@
 
 #include <cstdint>
 
+#include "kernels/methods.h"
+
 namespace zeph {
 
-enum class Integrator : std::uint32_t { imexRK3 = 0, ifHeunRK3 = 1, etdrk4 = 2 };
-enum class OperatorKind : std::uint32_t { stress = 0, advective = 1 };
 enum class StartSpectrum : std::uint32_t { PAO = 0, KM3 = 1 };
 
 // A Reynolds number that a grid of `resolution` points resolves from a start at wavenumber k0:

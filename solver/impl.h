@@ -22,8 +22,6 @@ struct Solver::Impl {
   Impl& operator=(const Impl&) = delete;
 
   cudaStream_t stream() const { return queue.value; }
-  int stages() const { return config.integrator == Integrator::etdrk4 ? 4 : 3; }
-  bool isStress() const { return config.operatorKind == OperatorKind::stress; }
   std::size_t halfSpectrum() const;  // elements
   std::size_t samples() const;       // N * N
 

@@ -42,7 +42,7 @@ std::shared_ptr<float> Solver::Impl::freeBlock() const {
 }
 
 void Solver::Impl::complete(Frame& frame) {
-  const int planes = frame.hasVelocity ? 3 : 1;
+  const int planes = static_cast<int>(frame.hasVelocity ? vorticityAndVelocity : vorticityAlone);
   const Params p = params(planes);
   prepareSnapshot(stream(), omega.as<const V2>(), snapshotSpectra.as<V2>(), p);
   gridPlan->transform(snapshotSpectra.ptr, planes, true);

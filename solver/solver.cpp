@@ -16,18 +16,6 @@ std::size_t size(int n) {
   return static_cast<std::size_t>(n);
 }
 
-std::size_t coefficientTables(Integrator integrator) {
-  switch (integrator) {
-    case Integrator::imexRK3:
-      return 0;
-    case Integrator::ifHeunRK3:
-      return 3;
-    case Integrator::etdrk4:
-      return 6;
-  }
-  return 0;
-}
-
 }  // namespace
 
 Solver::Impl::Impl(const Config& start)
@@ -41,9 +29,9 @@ Solver::Impl::Impl(const Config& start)
       s(paddedStride(m)) {
   const std::size_t spectrum = halfSpectrum() * sizeof(V2);
   const std::size_t plane = size(s) * size(m) * sizeof(V2);
-  const bool imex = config.integrator == Integrator::imexRK3;
-  const bool etd = config.integrator == Integrator::etdrk4;
-  const std::size_t tables = coefficientTables(config.integrator) * halfSpectrum() * sizeof(float);
+  const IntegratorNeeds stage = needsOf(config.integrator);
+  const OperatorNeeds term = needsOf(config.operatorKind);
+  const std::size_t table = size(stage.coefficientPlanes) * halfSpectrum() * sizeof(float);
 
   const auto allocate = [this](DeviceBuffer& buffer, std::size_t bytes) {
     buffer.allocate(bytes);
@@ -52,11 +40,11 @@ Solver::Impl::Impl(const Config& start)
   allocate(omega, spectrum);
   allocate(correction, spectrum);
   allocate(first, spectrum);
-  allocate(padded, isStress() ? 2 * plane : 4 * plane);
-  allocate(base, imex ? unusedSpectrum : spectrum);
-  allocate(middle, etd ? spectrum : unusedSpectrum);
-  allocate(predictor, etd ? spectrum : unusedSpectrum);
-  allocate(coefficients, tables > 0 ? tables : unusedTable);
+  allocate(padded, size(term.fields) * plane);
+  allocate(base, stage.base ? spectrum : unusedSpectrum);
+  allocate(middle, stage.middle ? spectrum : unusedSpectrum);
+  allocate(predictor, stage.predictor ? spectrum : unusedSpectrum);
+  allocate(coefficients, table > 0 ? table : unusedTable);
   allocate(clock, sizeof(ClockState));
   allocate(cflPartials, reductionBlocks * sizeof(V2));
   allocate(statPartials, reductionBlocks * sizeof(float4));
@@ -69,12 +57,8 @@ Solver::Impl::Impl(const Config& start)
 
   paddedPlan = std::make_unique<FftPlan>(m, true, s, n / 2, stream());
   gridPlan = std::make_unique<FftPlan>(n, true, w, 0, stream());
-  if (isStress()) {
-    paddedPlan->application(2, padded.ptr);
-  } else {
-    paddedPlan->application(4, padded.ptr);
-    paddedPlan->application(1, padded.ptr);
-  }
+  paddedPlan->application(term.fields, padded.ptr);
+  paddedPlan->application(term.products, padded.ptr);
   gridPlan->application(1, snapshotSpectra.ptr);
   gridPlan->application(3, snapshotSpectra.ptr);
 }
@@ -96,7 +80,7 @@ Params Solver::Impl::params(int stage, std::optional<double> end) const {
   return {
       .resolution = static_cast<std::uint32_t>(n),
       .padded = static_cast<std::uint32_t>(m),
-      .method = static_cast<std::uint32_t>(config.integrator),
+      .method = config.integrator,
       .stage = static_cast<std::uint32_t>(stage),
       .viscosity = viscosityOf(reynolds),
       .cfl = cfl,
@@ -106,7 +90,7 @@ Params Solver::Impl::params(int stage, std::optional<double> end) const {
       .endLow = endLow,
       .hasEnd = end ? 1u : 0u,
       .blocks = reductionBlocks,
-      .operatorKind = static_cast<std::uint32_t>(config.operatorKind),
+      .operatorKind = config.operatorKind,
   };
 }
 

@@ -98,7 +98,8 @@ void Solver::Impl::queueSteps(int steps, std::optional<double> end) {
 }
 
 void Solver::Impl::runStep(std::optional<double> end) {
-  for (int stage = 0; stage < stages(); ++stage) queueStage(stage, end);
+  const int stages = needsOf(config.integrator).stages;
+  for (int stage = 0; stage < stages; ++stage) queueStage(stage, end);
   commitStep(stream(), clock.as<ClockState>(), params(0, end));
 }
 
@@ -123,7 +124,7 @@ void Solver::Impl::queueStage(int stage, std::optional<double> end) {
 // The products of the nonlinear term in physical space; at stage 0 also the time step.
 void Solver::Impl::queueTerm(const Params& p) {
   velocityToPadded(stream(), omega.as<const V2>(), padded.as<V2>(), p);
-  paddedPlan->transform(padded.ptr, isStress() ? 2 : 4, true);
+  paddedPlan->transform(padded.ptr, needsOf(config.operatorKind).fields, true);
   if (p.stage == 0) {
     reduceCFLAndProducts(stream(), padded.as<float>(), cflPartials.as<V2>(), p);
     selectTimeStep(stream(), cflPartials.as<const V2>(), clock.as<ClockState>(), p);
@@ -133,7 +134,7 @@ void Solver::Impl::queueTerm(const Params& p) {
 }
 
 void Solver::Impl::queueTransformBack() {
-  paddedPlan->transform(padded.ptr, isStress() ? 2 : 1, false);
+  paddedPlan->transform(padded.ptr, needsOf(config.operatorKind).products, false);
 }
 
 void Solver::Impl::readClock() {

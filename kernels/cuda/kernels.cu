@@ -1,13 +1,14 @@
 // The ten kernels on a GPU: a thread for each mode or sample, and 64 blocks of 256 threads for each
 // reduction. Their bodies are those of the processor.
 #include <cstdint>
+#include <type_traits>
 
+#include "kernels/arrays.h"
 #include "kernels/bodies/figures.h"
 #include "kernels/bodies/integrators.h"
 #include "kernels/bodies/products.h"
 #include "kernels/bodies/time_step.h"
 #include "kernels/bodies/velocity.h"
-#include "kernels/params.h"
 
 namespace zeph {
 namespace {
@@ -37,6 +38,10 @@ __device__ int foldIndex(unsigned j, unsigned side) {
 }
 __device__ bool isActiveMode(unsigned i, int ky, const Params& p) {
   return isActive(static_cast<int>(i), ky, static_cast<int>(half(p.resolution)));
+}
+
+__device__ bool isAdvective(const Params& p) {
+  return p.operatorKind != OperatorKind::stress;
 }
 
 constexpr V2 zero = {0.0f, 0.0f};
@@ -84,7 +89,7 @@ struct PaddedPlanes {
 // The products at a sample, in place; u and v are already scaled.
 __device__ void writeProducts(const PaddedPlanes& planes, unsigned o, float u, float v, float gx,
                               float gy, const Params& p) {
-  if (p.operatorKind != 0) {
+  if (isAdvective(p)) {
     planes.begin[o] = advectiveProduct(u, v, gx, gy);
     return;
   }
@@ -96,7 +101,7 @@ __device__ void writeProducts(const PaddedPlanes& planes, unsigned o, float u, f
 __device__ V2 termAt(const V2* padded, unsigned i, int ky, const Params& p) {
   const unsigned o = rowIndex(ky, p.padded) * stride(p) + i;
   const float scale = termScale(p.resolution, p.padded);
-  if (p.operatorKind != 0) return scale * padded[o];
+  if (isAdvective(p)) return scale * padded[o];
   return scale * stressTerm(padded[o], padded[o + stride(p) * p.padded], static_cast<int>(i), ky);
 }
 
@@ -207,11 +212,11 @@ __global__ void velocityToPadded(const V2* __restrict__ omega, V2* __restrict__ 
   if (isActiveMode(i, ky, p)) {
     const V2 w = omega[rowIndex(ky, p.resolution) * width(p) + i];
     velocity = velocityOf(w, static_cast<int>(i), ky);
-    if (p.operatorKind != 0) gradient = gradientOf(w, static_cast<int>(i), ky);
+    if (isAdvective(p)) gradient = gradientOf(w, static_cast<int>(i), ky);
   }
   to[0] = velocity.x;
   to[plane] = velocity.y;
-  if (p.operatorKind == 0) return;
+  if (!isAdvective(p)) return;
   to[2 * plane] = gradient.x;
   to[3 * plane] = gradient.y;
 }
@@ -232,7 +237,7 @@ __global__ void reduceCFLAndProducts(float* __restrict__ padded, V2* __restrict_
     largest = larger(largest, speedBound(u, v));
     float gx = 0.0f;
     float gy = 0.0f;
-    if (p.operatorKind != 0) {
+    if (isAdvective(p)) {
       gx = p.scale * padded[o + 2 * planes.plane];
       gy = p.scale * padded[o + 3 * planes.plane];
       flag |= static_cast<unsigned>(nonFinite(gx)) | static_cast<unsigned>(nonFinite(gy));
@@ -257,7 +262,7 @@ __global__ void nonlinearProducts(float* __restrict__ padded, Params p) {
   const unsigned o = y * planes.stride + x;
   const float u = p.scale * padded[o];
   const float v = p.scale * padded[o + planes.plane];
-  const bool advective = p.operatorKind != 0;
+  const bool advective = isAdvective(p);
   const float gx = advective ? p.scale * padded[o + 2 * planes.plane] : 0.0f;
   const float gy = advective ? p.scale * padded[o + 3 * planes.plane] : 0.0f;
   writeProducts(planes, o, u, v, gx, gy, p);
@@ -283,9 +288,9 @@ __global__ void advanceStage(V2* __restrict__ omega, const V2* __restrict__ padd
   const V2 term = termAt(padded, i, ky, p);
   const Mode mode = {omega[e],     base[e],       first[e],         middle[e],
                      predictor[e], correction[e], coefficients + e, width(p) * p.resolution};
-  if (p.method == 0) {
+  if (p.method == Integrator::imexRK3) {
     imex(mode, term, dt, k2, p);
-  } else if (p.method == 1) {
+  } else if (p.method == Integrator::ifHeunRK3) {
     heun(mode, term, dt, damping, p);
   } else {
     etd(mode, term, dt, damping, p);
@@ -336,7 +341,7 @@ __global__ void prepareSnapshot(const V2* __restrict__ omega, V2* __restrict__ s
   const unsigned plane = width(p) * p.resolution;
   const V2 w = omega[e];
   snapshotSpectra[e] = w;
-  if (p.stage != 3) return;
+  if (p.stage != vorticityAndVelocity) return;
   const int ky = foldIndex(j, p.resolution);
   SpectrumPair velocity = {zero, zero};
   if (i != 0 || ky != 0) velocity = velocityOf(w, static_cast<int>(i), ky);
@@ -365,7 +370,7 @@ __global__ void extractSnapshot(const float* __restrict__ snapshotPlanes,
     const float w = p.scale * snapshotPlanes[o];
     float u = 0.0f;
     float v = 0.0f;
-    if (p.stage == 3) {
+    if (p.stage == vorticityAndVelocity) {
       u = p.scale * snapshotPlanes[o + plane];
       v = p.scale * snapshotPlanes[o + 2 * plane];
       speed = larger(speed, euclideanSpeed(u, v));
@@ -391,4 +396,19 @@ __global__ void extractSnapshot(const float* __restrict__ snapshotPlanes,
 }
 
 }  // extern "C"
+
+#define ZEPH_CHECK(kernel, Arrays) \
+  static_assert(takesArguments<Arrays, std::remove_pointer_t<decltype(&kernel)>>)
+
+ZEPH_CHECK(projectState, ProjectionArrays);
+ZEPH_CHECK(velocityToPadded, VelocityArrays);
+ZEPH_CHECK(reduceCFLAndProducts, SpeedAndProductArrays);
+ZEPH_CHECK(selectTimeStep, TimeStepArrays);
+ZEPH_CHECK(nonlinearProducts, ProductArrays);
+ZEPH_CHECK(advanceStage, StageArrays);
+ZEPH_CHECK(commitStep, CommitArrays);
+ZEPH_CHECK(spectralStatistics, StatisticsArrays);
+ZEPH_CHECK(prepareSnapshot, SnapshotSpectraArrays);
+ZEPH_CHECK(extractSnapshot, SnapshotFieldArrays);
+
 }  // namespace zeph

@@ -65,10 +65,9 @@ void clear(float* __restrict to, int length) {
 
 }  // namespace
 
-void spectralStatistics(void** arguments) {
-  const V2* omega = argument<const V2*>(arguments, 0);
-  float4* partials = argument<float4*>(arguments, 1);
-  const Params& p = argument<const Params>(arguments, 2);
+void spectralStatistics(const StatisticsArrays& arrays, const Params& p) {
+  const V2* omega = arrays.omega;
+  float4* partials = arrays.statPartials;
   const int n = static_cast<int>(p.resolution);
   const unsigned width = static_cast<unsigned>(halfWidth(n));
   const float scale = p.scale;
@@ -86,15 +85,14 @@ void spectralStatistics(void** arguments) {
   });
 }
 
-void extractSnapshot(void** arguments) {
-  const float* planes = argument<const float*>(arguments, 0);
-  float* fields = argument<float*>(arguments, 1);
-  float4* partials = argument<float4*>(arguments, 2);
-  const Params& p = argument<const Params>(arguments, 3);
+void extractSnapshot(const SnapshotFieldArrays& arrays, const Params& p) {
+  const float* planes = arrays.snapshotPlanes;
+  float* fields = arrays.fields;
+  float4* partials = arrays.snapshotPartials;
   const std::size_t n = p.resolution;
   const std::size_t stride = n + 2;
   const float scale = p.scale;
-  const bool velocity = p.stage == 3;
+  const bool velocity = p.stage == vorticityAndVelocity;
   shareBlocks([=](unsigned b) {
     SnapshotLanes lane;
     const auto piece = [&](int row, int column, int t, int length) {

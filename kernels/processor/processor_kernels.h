@@ -1,19 +1,20 @@
-// The ten kernels on the processor, one set for each vector instruction set. Each takes the
-// addresses of its arguments, as a launch does.
+// The ten kernels on the processor, one set for each vector instruction set.
 #pragma once
 
-#define ZEPH_DECLARE_PROCESSOR_KERNELS(set)    \
-  namespace zeph::cpu::set {                   \
-  void projectState(void** arguments);         \
-  void velocityToPadded(void** arguments);     \
-  void reduceCFLAndProducts(void** arguments); \
-  void selectTimeStep(void** arguments);       \
-  void nonlinearProducts(void** arguments);    \
-  void advanceStage(void** arguments);         \
-  void commitStep(void** arguments);           \
-  void spectralStatistics(void** arguments);   \
-  void prepareSnapshot(void** arguments);      \
-  void extractSnapshot(void** arguments);      \
+#include "kernels/arrays.h"
+
+#define ZEPH_DECLARE_PROCESSOR_KERNELS(set)                                        \
+  namespace zeph::cpu::set {                                                       \
+  void projectState(const ProjectionArrays& arrays, const Params& p);              \
+  void velocityToPadded(const VelocityArrays& arrays, const Params& p);            \
+  void reduceCFLAndProducts(const SpeedAndProductArrays& arrays, const Params& p); \
+  void selectTimeStep(const TimeStepArrays& arrays, const Params& p);              \
+  void nonlinearProducts(const ProductArrays& arrays, const Params& p);            \
+  void advanceStage(const StageArrays& arrays, const Params& p);                   \
+  void commitStep(const CommitArrays& arrays, const Params& p);                    \
+  void spectralStatistics(const StatisticsArrays& arrays, const Params& p);        \
+  void prepareSnapshot(const SnapshotSpectraArrays& arrays, const Params& p);      \
+  void extractSnapshot(const SnapshotFieldArrays& arrays, const Params& p);        \
   }
 
 ZEPH_DECLARE_PROCESSOR_KERNELS(sse2)

@@ -15,11 +15,6 @@
 namespace zeph::cpu::ZEPH_ISA {
 namespace {
 
-template <class T>
-T& argument(void** arguments, int k) {
-  return *static_cast<T*>(arguments[k]);
-}
-
 // Calls rows(begin, end) on runs of neighbouring rows, which together are the rows below `count`
 // and are shared out to the threads. Little work is not worth waking anybody for.
 template <class Rows>

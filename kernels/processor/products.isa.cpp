@@ -74,9 +74,10 @@ unsigned checkGradients(const RowOfPlanes& row, float scale, int begin, int leng
   return invalid;
 }
 
-// Maxima and flags do not depend on the order in which they are found, so rows are shared out
-// rather than blocks. Bounds are never negative: their bits are ordered as they are.
-void raise(V2* record, float largest, unsigned invalid) {
+// Adds a maximum and a flag to a block's record, atomically: neither depends on the order in which
+// pieces arrive, so the threads share out rows rather than blocks. Bounds are never negative, and
+// the bits of such floats, read as integers, have the same order.
+void mergeInto(V2* record, float largest, unsigned invalid) {
   const std::uint32_t bits = __builtin_bit_cast(std::uint32_t, largest);
   auto* maximum = reinterpret_cast<std::uint32_t*>(&record->re);
   std::uint32_t seen = __atomic_load_n(maximum, __ATOMIC_RELAXED);
@@ -91,13 +92,12 @@ void raise(V2* record, float largest, unsigned invalid) {
 
 }  // namespace
 
-void reduceCFLAndProducts(void** arguments) {
-  const Params& p = argument<const Params>(arguments, 2);
-  V2* partials = argument<V2*>(arguments, 1);
+void reduceCFLAndProducts(const SpeedAndProductArrays& arrays, const Params& p) {
+  V2* partials = arrays.cflPartials;
   const int m = static_cast<int>(p.padded);
-  const PaddedPlanes planes(argument<float*>(arguments, 0), m);
+  const PaddedPlanes planes(arrays.padded, m);
   const float scale = p.scale;
-  const bool advective = p.operatorKind != 0;
+  const bool advective = p.operatorKind == OperatorKind::advective;
   for (std::uint32_t b = 0; b < reductionBlocks; ++b) partials[b] = {0.0f, 0.0f};
 
   shareRows(m, m, [=, &planes](int rowBegin, int rowEnd) {
@@ -111,8 +111,8 @@ void reduceCFLAndProducts(void** arguments) {
         float bound[lanes] = {};
         unsigned invalid = boundPiece(row, scale, x, length, bound);
         if (advective) invalid |= checkGradients(row, scale, x, length);
-        raise(partials + (at / reductionThreads) % reductionBlocks, reduceLanes(bound, largerOf),
-              invalid);
+        mergeInto(partials + (at / reductionThreads) % reductionBlocks,
+                  reduceLanes(bound, largerOf), invalid);
         if (advective) {
           advectiveRow(row, scale, x, x + length);
         } else {
@@ -124,12 +124,11 @@ void reduceCFLAndProducts(void** arguments) {
   });
 }
 
-void nonlinearProducts(void** arguments) {
-  const Params& p = argument<const Params>(arguments, 1);
+void nonlinearProducts(const ProductArrays& arrays, const Params& p) {
   const int m = static_cast<int>(p.padded);
-  const PaddedPlanes planes(argument<float*>(arguments, 0), m);
+  const PaddedPlanes planes(arrays.padded, m);
   const float scale = p.scale;
-  const bool advective = p.operatorKind != 0;
+  const bool advective = p.operatorKind == OperatorKind::advective;
   shareRows(m, m, [=, &planes](int rowBegin, int rowEnd) {
     for (int y = rowBegin; y < rowEnd; ++y) {
       if (advective) {

@@ -32,10 +32,10 @@ void gradientRow(const V2* __restrict w, V2* __restrict gx, V2* __restrict gy, i
 
 }  // namespace
 
-void projectState(void** arguments) {
-  const V2* spectrum = argument<const V2*>(arguments, 0);
-  V2* omega = argument<V2*>(arguments, 1);
-  const int n = static_cast<int>(argument<const Params>(arguments, 2).resolution);
+void projectState(const ProjectionArrays& arrays, const Params& p) {
+  const V2* spectrum = arrays.spectrum;
+  V2* omega = arrays.omega;
+  const int n = static_cast<int>(p.resolution);
   const int width = halfWidth(n);
   shareRows(n, width, [=](int rowBegin, int rowEnd) {
     for (int j = rowBegin; j < rowEnd; ++j) {
@@ -47,17 +47,17 @@ void projectState(void** arguments) {
   });
 }
 
-void velocityToPadded(void** arguments) {
-  const V2* omega = argument<const V2*>(arguments, 0);
-  V2* padded = argument<V2*>(arguments, 1);
-  const Params& p = argument<const Params>(arguments, 2);
+void velocityToPadded(const VelocityArrays& arrays, const Params& p) {
+  const V2* omega = arrays.omega;
+  V2* padded = arrays.padded;
   const int n = static_cast<int>(p.resolution);
   const int m = static_cast<int>(p.padded);
   const int nyquist = n / 2;
   const int columns = m / 2 + 1;
   const std::size_t stride = static_cast<std::size_t>(paddedStride(m));
   const std::size_t plane = stride * static_cast<std::size_t>(m);
-  const bool gradients = p.operatorKind != 0;
+  const bool gradients = p.operatorKind == OperatorKind::advective;
+  const int fields = needsOf(p.operatorKind).fields;
   shareRows(m, columns, [=](int rowBegin, int rowEnd) {
     for (int j = rowBegin; j < rowEnd; ++j) {
       const int ky = foldRow(j, m);
@@ -65,7 +65,7 @@ void velocityToPadded(void** arguments) {
       const bool kept = ky < nyquist && -ky < nyquist;
       const int begin = ky == 0 ? 1 : 0;
       const int end = kept ? nyquist : begin;
-      for (int k = 0; k < (gradients ? 4 : 2); ++k) {
+      for (int k = 0; k < fields; ++k) {
         clear(to + static_cast<std::size_t>(k) * plane, 0, begin);
         clear(to + static_cast<std::size_t>(k) * plane, end, columns);
       }
@@ -78,14 +78,13 @@ void velocityToPadded(void** arguments) {
   });
 }
 
-void prepareSnapshot(void** arguments) {
-  const V2* omega = argument<const V2*>(arguments, 0);
-  V2* spectra = argument<V2*>(arguments, 1);
-  const Params& p = argument<const Params>(arguments, 2);
+void prepareSnapshot(const SnapshotSpectraArrays& arrays, const Params& p) {
+  const V2* omega = arrays.omega;
+  V2* spectra = arrays.snapshotSpectra;
   const int n = static_cast<int>(p.resolution);
   const int width = halfWidth(n);
   const std::size_t plane = static_cast<std::size_t>(width) * static_cast<std::size_t>(n);
-  const bool velocity = p.stage == 3;
+  const bool velocity = p.stage == vorticityAndVelocity;
   shareRows(n, width, [=](int rowBegin, int rowEnd) {
     for (int j = rowBegin; j < rowEnd; ++j) {
       const int ky = foldRow(j, n);

@@ -12,7 +12,7 @@ struct Row {
   int ky;
   int begin, end;  // active modes
   V2 *omega, *base, *first, *middle, *predictor, *correction;
-  float* coefficients[6];
+  float* coefficients[needsOf(Integrator::etdrk4).coefficientPlanes];
   const V2 *plane0, *plane1;  // transformed products at the row of the same wavenumber
 };
 
@@ -79,15 +79,15 @@ bool etdRow(const Row& row, const Step& step) {
 }
 
 template <bool ADVECTIVE>
-RowUpdate updateOf(std::uint32_t method, std::uint32_t stage) {
-  constexpr RowUpdate imex[] = {imexRow<ADVECTIVE, 0>, imexRow<ADVECTIVE, 1>,
-                                imexRow<ADVECTIVE, 2>};
-  constexpr RowUpdate heun[] = {heunRow<ADVECTIVE, 0>, heunRow<ADVECTIVE, 1>,
-                                heunRow<ADVECTIVE, 2>};
-  constexpr RowUpdate etd[] = {etdRow<ADVECTIVE, 0>, etdRow<ADVECTIVE, 1>, etdRow<ADVECTIVE, 2>,
-                               etdRow<ADVECTIVE, 3>};
-  if (method == 0) return imex[stage];
-  if (method == 1) return heun[stage];
+RowUpdate updateOf(Integrator method, std::uint32_t stage) {
+  constexpr RowUpdate imex[needsOf(Integrator::imexRK3).stages] = {
+      imexRow<ADVECTIVE, 0>, imexRow<ADVECTIVE, 1>, imexRow<ADVECTIVE, 2>};
+  constexpr RowUpdate heun[needsOf(Integrator::ifHeunRK3).stages] = {
+      heunRow<ADVECTIVE, 0>, heunRow<ADVECTIVE, 1>, heunRow<ADVECTIVE, 2>};
+  constexpr RowUpdate etd[needsOf(Integrator::etdrk4).stages] = {
+      etdRow<ADVECTIVE, 0>, etdRow<ADVECTIVE, 1>, etdRow<ADVECTIVE, 2>, etdRow<ADVECTIVE, 3>};
+  if (method == Integrator::imexRK3) return imex[stage];
+  if (method == Integrator::ifHeunRK3) return heun[stage];
   return etd[stage];
 }
 
@@ -160,15 +160,15 @@ void wholeStepRow(const Row& row, const Step& step, int begin, int end) {
   }
 }
 
-void formCoefficients(const Row& row, const Step& step, std::uint32_t method) {
+void formCoefficients(const Row& row, const Step& step, Integrator method) {
   const auto damping = [&](int i) {
     return dampingOf(step.viscosity, step.dt, waveSquare(i, row.ky));
   };
-  if (method == 1) {
+  if (method == Integrator::ifHeunRK3) {
     heunPlane<0>(row, step);
     heunPlane<1>(row, step);
     heunPlane<2>(row, step);
-  } else if (method == 2) {
+  } else if (method == Integrator::etdrk4) {
     const int half = endOfSeries(row, [&](int i) { return halfExponent(damping(i)); });
     halfStepRow<true>(row, step, row.begin, half);
     halfStepRow<false>(row, step, half, row.end);
@@ -179,21 +179,17 @@ void formCoefficients(const Row& row, const Step& step, std::uint32_t method) {
 }
 
 // The row of -ky has the coefficients of ky.
-void copyCoefficients(const Row& from, const Row& to, std::uint32_t method) {
-  const int planes = method == 1 ? 3 : method == 2 ? 6 : 0;
+void copyCoefficients(const Row& from, const Row& to, int planes) {
   for (int k = 0; k < planes; ++k) {
     for (int i = from.begin; i < from.end; ++i) to.coefficients[k][i] = from.coefficients[k][i];
   }
 }
 
-// The arguments of the kernel, and where a row stands in them.
+// The arguments of the kernel, and where a row begins in them.
 struct StageUpdate {
-  V2* omega;
-  const V2* padded;
-  V2 *base, *first, *middle, *predictor;
-  float* coefficients;
-  V2* correction;
+  StageArrays arrays;
   Params p;
+  IntegratorNeeds needs;
   Step step;
   RowUpdate update;
 
@@ -205,20 +201,20 @@ struct StageUpdate {
     const std::size_t width = static_cast<std::size_t>(halfWidth(n()));
     const std::size_t at = static_cast<std::size_t>(rowOf(ky, n())) * width;
     const std::size_t stride = static_cast<std::size_t>(paddedStride(m()));
-    const V2* plane0 = padded + static_cast<std::size_t>(rowOf(ky, m())) * stride;
+    const V2* plane0 = arrays.padded + static_cast<std::size_t>(rowOf(ky, m())) * stride;
     Row row = {};
     row.ky = ky;
     row.begin = ky == 0 ? 1 : 0;
     row.end = nyquist;
-    row.omega = omega + at;
-    row.first = first + at;
-    row.correction = correction + at;
-    row.base = p.method == 0 ? base : base + at;
-    row.middle = p.method == 2 ? middle + at : middle;
-    row.predictor = p.method == 2 ? predictor + at : predictor;
-    const std::size_t planes = p.method == 1 ? 3 : p.method == 2 ? 6 : 0;
-    for (std::size_t k = 0; k < planes; ++k) {
-      row.coefficients[k] = coefficients + k * width * p.resolution + at;
+    row.omega = arrays.omega + at;
+    row.first = arrays.first + at;
+    row.correction = arrays.correction + at;
+    row.base = needs.base ? arrays.base + at : nullptr;
+    row.middle = needs.middle ? arrays.middle + at : nullptr;
+    row.predictor = needs.predictor ? arrays.predictor + at : nullptr;
+    for (int k = 0; k < needs.coefficientPlanes; ++k) {
+      row.coefficients[k] =
+          arrays.coefficients + static_cast<std::size_t>(k) * width * p.resolution + at;
     }
     row.plane0 = plane0;
     row.plane1 = plane0 + stride * static_cast<std::size_t>(m());
@@ -228,8 +224,9 @@ struct StageUpdate {
   void clearModes(int ky, int begin, int end) const {
     const std::size_t at =
         static_cast<std::size_t>(rowOf(ky, n())) * static_cast<std::size_t>(halfWidth(n()));
-    for (int i = begin; i < end; ++i) omega[at + static_cast<std::size_t>(i)] = {0.0f, 0.0f};
-    for (int i = begin; i < end; ++i) correction[at + static_cast<std::size_t>(i)] = {0.0f, 0.0f};
+    for (int i = begin; i < end; ++i) arrays.omega[at + static_cast<std::size_t>(i)] = {0.0f, 0.0f};
+    for (int i = begin; i < end; ++i)
+      arrays.correction[at + static_cast<std::size_t>(i)] = {0.0f, 0.0f};
   }
 
   bool updateRow(const Row& row) const {
@@ -250,7 +247,7 @@ struct StageUpdate {
     bool invalid = updateRow(row);
     if (ky > 0) {
       const Row mirror = rowAt(-ky);
-      if (p.stage == 0) copyCoefficients(row, mirror, p.method);
+      if (p.stage == 0) copyCoefficients(row, mirror, needs.coefficientPlanes);
       invalid = updateRow(mirror) || invalid;
     }
     return invalid;
@@ -259,23 +256,16 @@ struct StageUpdate {
 
 }  // namespace
 
-void advanceStage(void** arguments) {
-  ClockState* clock = argument<ClockState*>(arguments, 7);
+void advanceStage(const StageArrays& arrays, const Params& p) {
+  ClockState* clock = arrays.clock;
   if (clock->stepState == noStep) return;
-  const Params& p = argument<const Params>(arguments, 9);
   const StageUpdate stage = {
-      .omega = argument<V2*>(arguments, 0),
-      .padded = argument<const V2*>(arguments, 1),
-      .base = argument<V2*>(arguments, 2),
-      .first = argument<V2*>(arguments, 3),
-      .middle = argument<V2*>(arguments, 4),
-      .predictor = argument<V2*>(arguments, 5),
-      .coefficients = argument<float*>(arguments, 6),
-      .correction = argument<V2*>(arguments, 8),
+      .arrays = arrays,
       .p = p,
+      .needs = needsOf(p.method),
       .step = {p.viscosity, clock->dt, termScale(p.resolution, p.padded)},
-      .update = p.operatorKind != 0 ? updateOf<true>(p.method, p.stage)
-                                    : updateOf<false>(p.method, p.stage),
+      .update = p.operatorKind == OperatorKind::advective ? updateOf<true>(p.method, p.stage)
+                                                          : updateOf<false>(p.method, p.stage),
   };
   const int pairs = stage.n() / 2 + 1;
   shareRows(pairs, stage.n(), [&stage, clock](int begin, int end) {

@@ -49,7 +49,7 @@ std::vector<Phi> candidates(float z) {
           closedOf(z, std::nextafter(e, 1.0f))};
 }
 
-Params paramsOf(int n, std::uint32_t method, float viscosity) {
+Params paramsOf(int n, Integrator method, float viscosity) {
   Params p = test::paramsOf(n);
   p.method = method;
   p.viscosity = viscosity;
@@ -66,7 +66,7 @@ constexpr Figures figures[] = {{0.0f, 0.1f},   {1e-30f, 1e-9f},      {1e-6f, 1e-
                                {5.0f, 1.0f},   {3e30f, 1e3f}};
 
 template <class Check>
-void forEveryMode(int n, std::uint32_t method, Check check) {
+void forEveryMode(int n, Integrator method, Check check) {
   const Sizes z(n);
   for (const Figures& f : figures) {
     SCOPED_TRACE(testing::Message() << "N " << n << ", nu " << f.viscosity << ", dt " << f.dt);
@@ -173,7 +173,7 @@ TEST(Coefficients, WeakDampingIsNotLostToRounding) {
 }
 
 TEST(Coefficients, WithoutViscosityTheSchemesFallBackToTheirExplicitTableaus) {
-  for (const std::uint32_t method : {test::ifHeunRK3, test::etdrk4}) {
+  for (const Integrator method : {test::ifHeunRK3, test::etdrk4}) {
     const Params p = paramsOf(16, method, 0.0f);
     StageLaunch launch(test::randomStage(p, 0.5f, 73));
     launch.run(p);
@@ -193,8 +193,8 @@ TEST(Coefficients, WithoutViscosityTheSchemesFallBackToTheirExplicitTableaus) {
 }
 
 TEST(Coefficients, DampingBeyondTheExponentialsRangeWipesAModeInOneStep) {
-  for (const std::uint32_t method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
-    SCOPED_TRACE(method);
+  for (const Integrator method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
+    SCOPED_TRACE(static_cast<int>(method));
     Params p = paramsOf(16, method, 1e3f);
     Stage start = test::randomStage(p, 1.0f, 74);
     for (V2& value : start.padded) value = {0.0f, 0.0f};
@@ -211,7 +211,7 @@ TEST(Coefficients, DampingBeyondTheExponentialsRangeWipesAModeInOneStep) {
 
 TEST(Coefficients, OfModesOutsideTheActiveSetAreNotWritten) {
   const Sizes z(18);
-  for (const std::uint32_t method : {test::ifHeunRK3, test::etdrk4}) {
+  for (const Integrator method : {test::ifHeunRK3, test::etdrk4}) {
     const Params p = paramsOf(18, method, 0.01f);
     const Stage start = test::randomStage(p, 0.1f, 75);
     test::onEveryProcessor([&] {
@@ -232,7 +232,7 @@ TEST(Coefficients, OfModesOutsideTheActiveSetAreNotWritten) {
 }
 
 TEST(Coefficients, LaterStagesLeaveThemAsTheyStand) {
-  for (const std::uint32_t method : {test::ifHeunRK3, test::etdrk4}) {
+  for (const Integrator method : {test::ifHeunRK3, test::etdrk4}) {
     Params p = paramsOf(16, method, 0.01f);
     const Stage start = test::randomStage(p, 0.1f, 76);
     for (p.stage = 1; p.stage < test::stagesOf(method); ++p.stage) {
@@ -245,7 +245,7 @@ TEST(Coefficients, LaterStagesLeaveThemAsTheyStand) {
 
 TEST(Coefficients, AreTheSameOnEveryProcessor) {
   for (const int n : {34, 256}) {
-    for (const std::uint32_t method : {test::ifHeunRK3, test::etdrk4}) {
+    for (const Integrator method : {test::ifHeunRK3, test::etdrk4}) {
       for (const Figures& f : figures) {
         const Params p = paramsOf(n, method, f.viscosity);
         const Stage start = test::randomStage(p, f.dt, 77);

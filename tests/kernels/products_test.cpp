@@ -17,7 +17,7 @@ using test::Numbers;
 using test::Sizes;
 
 std::size_t planeCount(const Params& p) {
-  return p.operatorKind == 0 ? 2 : 4;
+  return p.operatorKind == OperatorKind::stress ? 2 : 4;
 }
 
 // The place of sample `index` of the padded grid in its plane.
@@ -29,7 +29,7 @@ void formProducts(std::vector<float>& planes, std::size_t at, std::size_t plane,
   float* sample = planes.data() + at;
   const float u = p.scale * sample[0];
   const float v = p.scale * sample[plane];
-  if (p.operatorKind == 0) {
+  if (p.operatorKind == OperatorKind::stress) {
     sample[0] = (u * u) - (v * v);
     sample[plane] = u * v;
   } else {

@@ -10,14 +10,12 @@
 
 namespace zeph::test {
 
-constexpr std::uint32_t imexRK3 = 0;
-constexpr std::uint32_t ifHeunRK3 = 1;
-constexpr std::uint32_t etdrk4 = 2;
+using enum Integrator;
 
-constexpr std::uint32_t stagesOf(std::uint32_t method) {
+constexpr std::uint32_t stagesOf(Integrator method) {
   return method == etdrk4 ? 4 : 3;
 }
-constexpr std::size_t coefficientPlanes(std::uint32_t method) {
+constexpr std::size_t coefficientPlanes(Integrator method) {
   return method == etdrk4 ? 6 : method == ifHeunRK3 ? 3 : 0;
 }
 
@@ -36,7 +34,7 @@ inline Stage randomStage(const Params& p, float dt, unsigned seed) {
   const std::size_t tables = coefficientPlanes(p.method);
   Stage stage = {
       .omega = modes(true),
-      .padded = numbers.modes((p.operatorKind == 0 ? 2 : 4) * z.plane),
+      .padded = numbers.modes((p.operatorKind == OperatorKind::stress ? 2 : 4) * z.plane),
       .base = modes(p.method != imexRK3),
       .first = modes(true),
       .middle = modes(p.method == etdrk4),
@@ -58,7 +56,7 @@ inline V2 termOf(const Stage& stage, const Params& p, int i, int ky) {
   const std::size_t row = static_cast<std::size_t>(ky >= 0 ? ky : ky + static_cast<int>(z.m));
   const std::size_t at = row * z.s + static_cast<std::size_t>(i);
   V2 t = stage.padded[at];
-  if (p.operatorKind == 0) {
+  if (p.operatorKind == OperatorKind::stress) {
     const V2 q = stage.padded[z.plane + at];
     const float c = static_cast<float>(ky * i);
     const float d = static_cast<float>(i * i - ky * ky);

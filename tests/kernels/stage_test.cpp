@@ -15,15 +15,16 @@ using test::StageLaunch;
 
 template <class Body>
 void forEveryStage(Body body) {
-  for (const std::uint32_t method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
+  for (const Integrator method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
     for (std::uint32_t stage = 0; stage < test::stagesOf(method); ++stage) {
-      SCOPED_TRACE(testing::Message() << "method " << method << ", stage " << stage);
+      SCOPED_TRACE(testing::Message()
+                   << "method " << static_cast<int>(method) << ", stage " << stage);
       body(method, stage);
     }
   }
 }
 
-Params paramsOf(int n, std::uint32_t method, std::uint32_t stage, std::uint32_t operatorKind) {
+Params paramsOf(int n, Integrator method, std::uint32_t stage, std::uint32_t operatorKind) {
   Params p = test::paramsOf(n, operatorKind);
   p.method = method;
   p.stage = stage;
@@ -41,7 +42,7 @@ std::size_t paddedAt(const Sizes& z, std::size_t i, int ky) {
 TEST(AdvanceStage, UpdatesEveryModeBitForBit) {
   for (const int n : test::resolutions) {
     for (const std::uint32_t operatorKind : {0u, 1u}) {
-      forEveryStage([&](std::uint32_t method, std::uint32_t stage) {
+      forEveryStage([&](Integrator method, std::uint32_t stage) {
         SCOPED_TRACE(testing::Message() << "N = " << n << ", operator " << operatorKind);
         const Params p = paramsOf(n, method, stage, operatorKind);
         const Stage start = test::randomStage(p, 0.01f, 61);
@@ -61,7 +62,7 @@ TEST(AdvanceStage, UpdatesEveryModeBitForBit) {
 
 TEST(AdvanceStage, OutsideAStepNothingIsWritten) {
   for (const std::uint32_t operatorKind : {0u, 1u}) {
-    forEveryStage([&](std::uint32_t method, std::uint32_t stage) {
+    forEveryStage([&](Integrator method, std::uint32_t stage) {
       const Params p = paramsOf(18, method, stage, operatorKind);
       Stage start = test::randomStage(p, 0.01f, 62);
       start.clock.stepState = 0;
@@ -74,7 +75,7 @@ TEST(AdvanceStage, OutsideAStepNothingIsWritten) {
 }
 
 TEST(AdvanceStage, RunsInAFinalStepAndAfterAFailureWithinTheStep) {
-  forEveryStage([&](std::uint32_t method, std::uint32_t stage) {
+  forEveryStage([&](Integrator method, std::uint32_t stage) {
     const Params p = paramsOf(16, method, stage, 0);
     const Stage start = test::randomStage(p, 0.01f, 63);
     StageLaunch normal(start);
@@ -92,7 +93,7 @@ TEST(AdvanceStage, RunsInAFinalStepAndAfterAFailureWithinTheStep) {
 }
 
 TEST(AdvanceStage, MaskedModesAreForcedToZeroWhateverTheyHeld) {
-  forEveryStage([&](std::uint32_t method, std::uint32_t stage) {
+  forEveryStage([&](Integrator method, std::uint32_t stage) {
     const Params p = paramsOf(18, method, stage, 0);
     const Sizes z(18);
     Stage start = test::randomStage(p, 0.01f, 64);
@@ -124,7 +125,7 @@ TEST(AdvanceStage, AModeThatIsNotFiniteEndsTheHealthOfTheFlow) {
   const int n = 64;
   const Sizes z(n);
   for (const std::uint32_t operatorKind : {0u, 1u}) {
-    forEveryStage([&](std::uint32_t method, std::uint32_t stage) {
+    forEveryStage([&](Integrator method, std::uint32_t stage) {
       const Params p = paramsOf(n, method, stage, operatorKind);
       const Stage start = test::randomStage(p, 0.01f, 65);
       struct Mode {
@@ -156,7 +157,7 @@ TEST(AdvanceStage, AModeThatIsNotFiniteEndsTheHealthOfTheFlow) {
 TEST(AdvanceStage, PaddedModesOutsideTheActiveSetAreNotRead) {
   for (const int n : {16, 18}) {
     const Sizes z(n);
-    forEveryStage([&](std::uint32_t method, std::uint32_t stage) {
+    forEveryStage([&](Integrator method, std::uint32_t stage) {
       const Params p = paramsOf(n, method, stage, 0);
       Stage start = test::randomStage(p, 0.01f, 66);
       for (std::size_t k = 0; k < 2 * z.plane; ++k) {
@@ -173,8 +174,8 @@ TEST(AdvanceStage, PaddedModesOutsideTheActiveSetAreNotRead) {
 }
 
 TEST(AdvanceStage, TheFirstStageReadsNothingOfAnEarlierStep) {
-  for (const std::uint32_t method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
-    SCOPED_TRACE(method);
+  for (const Integrator method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
+    SCOPED_TRACE(static_cast<int>(method));
     const Params p = paramsOf(16, method, 0, 0);
     Stage start = test::randomStage(p, 0.01f, 67);
     const V2 bad = {test::notANumber, test::notANumber};
@@ -212,8 +213,8 @@ TEST(AdvanceStage, AModeAtAnAngleOfHalfARightOneTakesOnlyOneProductOfTheStress) 
 TEST(AdvanceStage, TheCorrectionCarriesWhatRoundingLost) {
   // Increments far below the last digit of the state add up over many steps.
   const Sizes z(16);
-  for (const std::uint32_t method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
-    SCOPED_TRACE(method);
+  for (const Integrator method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
+    SCOPED_TRACE(static_cast<int>(method));
     Params p = paramsOf(16, method, 0, 1);
     p.viscosity = 0.0f;
     Stage start = test::randomStage(p, 1e-3f, 69);

@@ -42,7 +42,7 @@ inline Params paramsOf(int n, std::uint32_t operatorKind = 0) {
   p.cfl = 3.0f;
   p.scale = 1.0f / static_cast<float>(n * n);
   p.blocks = 64;
-  p.operatorKind = operatorKind;
+  p.operatorKind = OperatorKind{operatorKind};
   return p;
 }
 
