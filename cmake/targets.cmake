@@ -68,7 +68,8 @@ function(zephane_library target core)
   # Never unloaded: threads of the library sleep in its code.
   target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined
                                         -Wl,-z,nodelete)
-  set_target_properties(${target} PROPERTIES LINK_DEPENDS ${map}
+  # SOVERSION is the version of the interface, which zp_initialize() reports as "abi_version".
+  set_target_properties(${target} PROPERTIES SOVERSION 1 LINK_DEPENDS ${map}
                                              LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
   if(ZEPHANE_SANITIZE)
     # The sanitizers' own symbols come from the process that loads the library.

@@ -19,6 +19,7 @@ are NumPy arrays.
 from __future__ import annotations
 
 from ._library import ZephaneError
+from ._version import read_version
 from .engine import Engine, initialize
 from .fields import Fields
 from .records import (
@@ -41,7 +42,7 @@ from .records import (
 from .shells import radial_spectrum
 from .view import KEEP, View
 
-__version__ = "0.1.0"
+__version__ = read_version()
 
 __all__ = [
     "COLOR_RANGES",
