@@ -4,4 +4,4 @@ import sys
 
 from .command_line import main
 
-sys.exit(main())
+sys.exit(main(program="python3 -m zephane"))

@@ -23,8 +23,9 @@ from .run import TURNOVERS, run
 from .watch import watch
 
 
-def main(arguments: Sequence[str] | None = None) -> int:
-    options = _parser().parse_args(arguments)
+def main(arguments: Sequence[str] | None = None, program: str = "zephane") -> int:
+    """Run the command line and return its exit code; ``program`` is its name in the help."""
+    options = _parser(program).parse_args(arguments)
     try:
         return int(options.command(options))
     except (ZephaneError, OSError, ValueError, MemoryError) as failure:
@@ -43,9 +44,9 @@ def _info(options: argparse.Namespace) -> int:
     return 0
 
 
-def _parser() -> argparse.ArgumentParser:
+def _parser(program: str) -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(
-        prog="python3 -m zephane", description="Two-dimensional decaying turbulence."
+        prog=program, description="Two-dimensional decaying turbulence."
     )
     parser.add_argument("--version", action="version", version=f"zephane {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")

@@ -67,7 +67,7 @@ def dashboard(
 ) -> list[Line]:
     """The whole screen, from the state of the flow down to the keys."""
     width, height = max(width, 1), max(height, 1)
-    rows = [(0, _head(status, until)), (9, [])]
+    rows: list[tuple[int, Line]] = [(0, _head(status, until)), (9, [])]
     rows += _help() if help_shown else _figures(status, until)
     if status.error_message is not None:
         rows.append((1, _row("failure", [(status.error_message, "bad")])))

@@ -7,7 +7,7 @@ import math
 import struct
 from collections.abc import Mapping
 from dataclasses import dataclass
-from typing import Any, TypeVar
+from typing import Any, TypeVar, cast
 
 INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
 OPERATORS = ("stress", "advective")
@@ -30,8 +30,8 @@ def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
 
     JSON has no number that is not finite: the library writes null, which becomes a NaN.
     """
-    fields = dataclasses.fields(record)  # type: ignore[arg-type]
-    types = {field.name: field.type for field in fields}
+    # Annotations are kept as texts.
+    types = {field.name: str(field.type) for field in dataclasses.fields(cast(Any, record))}
     return record(
         **{
             key: math.nan if value is None and types[key] == "float" else value
@@ -159,7 +159,9 @@ class Statistics:
     """Device memory of the solver."""
     is_finite: bool
 
-    from_json = classmethod(_pick)
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Statistics:
+        return _pick(cls, values)
 
 
 @dataclass(frozen=True)
@@ -177,7 +179,9 @@ class Snapshot:
     max_speed: float
     """Largest speed; 0 when the velocity was not asked for."""
 
-    from_json = classmethod(_pick)
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Snapshot:
+        return _pick(cls, values)
 
 
 @dataclass(frozen=True)
@@ -221,7 +225,9 @@ class Performance:
     batch_steps: int
     """Steps that the device is asked for at once."""
 
-    from_json = classmethod(_pick)
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Performance:
+        return _pick(cls, values)
 
 
 @dataclass(frozen=True)
@@ -234,7 +240,9 @@ class Canvas:
     """Pixels per point."""
     visible: bool
 
-    from_json = classmethod(_pick)
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Canvas:
+        return _pick(cls, values)
 
 
 @dataclass(frozen=True)
@@ -291,7 +299,7 @@ class ViewStatus:
             "performance": Performance.from_json(values["performance"]),
             "history": tuple(math.nan if x is None else x for x in values["history"]),
         }
-        for key, record in (("stats", Statistics), ("frame", Snapshot), ("canvas", Canvas)):
-            if key in values:
-                parts[key] = record.from_json(values[key])
+        records: dict[str, type] = {"stats": Statistics, "frame": Snapshot, "canvas": Canvas}
+        for key in records.keys() & values.keys():
+            parts[key] = _pick(records[key], values[key])
         return _pick(cls, {**values, **parts})

@@ -265,13 +265,15 @@ class Configuration(ttk.Frame):
             )
             field.widget.grid(row=row, column=column + 1, sticky="ew", pady=gap)
             field.text.trace_add("write", lambda *names: self._offer())
-        self.columnconfigure((1, 3), weight=1, uniform="field")
+        for column in (1, 3):
+            self.columnconfigure(column, weight=1, uniform="field")
         self.cap_cfl = Switch(self, "CFL 1.5 at most with a weaker integrator")
         self.cap_cfl.show(True)
         self.cap_cfl.grid(row=5, column=0, columnspan=4, sticky="w", pady=gap)
         buttons = ttk.Frame(self)
         buttons.grid(row=6, column=0, columnspan=4, sticky="ew")
-        buttons.columnconfigure((0, 1), weight=1, uniform="button")
+        for column in (0, 1):
+            buttons.columnconfigure(column, weight=1, uniform="button")
         self.apply_button = ttk.Button(
             buttons, text="Apply", style="Main.TButton", command=self.apply, takefocus=False
         )

@@ -238,7 +238,8 @@ class ColorScale(tk.Canvas):
     def _colors(self, width: int) -> tk.PhotoImage:
         table = color_table(self._settings.palette, self._settings.signed, width - 1)
         image = tk.PhotoImage(master=self, width=width, height=self._bar)
-        image.put("{" + " ".join(f"#{rgb.hex()}" for rgb in table) + "}", (0, 0, width, self._bar))
+        row = "{" + " ".join(f"#{rgb.hex()}" for rgb in table) + "}"
+        image.put(" ".join([row] * self._bar))
         return image
 
 

@@ -48,8 +48,10 @@ class Switch(ttk.Checkbutton):
 
     def __init__(self, parent: tk.Misc, text: str, changed: Changed | None = None) -> None:
         self._value = tk.BooleanVar(parent)
-        told = "" if changed is None else lambda: changed(self._value.get())
-        super().__init__(parent, text=text, variable=self._value, command=told)
+        super().__init__(parent, text=text, variable=self._value)
+        if changed is not None:
+            report: Changed = changed
+            self.configure(command=lambda: report(self._value.get()))
         # Neither on nor off is what a check button shows before anything has been set.
         self.state(("!alternate",))
 
