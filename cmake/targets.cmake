@@ -1,7 +1,7 @@
 # How the system's targets are made.
 #
 # A folder's sources are its *.cpp files. A file FILE.isa.cpp is compiled once for each vector
-# instruction set, with ZEPH_ISA naming the namespace of its code and ZEPH_LANES the width of a
+# instruction set, with ZEPH_ISA naming the namespace of its code and ZEPH_VECTOR_WIDTH the width of a
 # vector in floats; everything it defines but that namespace has internal linkage, so that no
 # machine ever runs code of a set that it lacks.
 
@@ -38,9 +38,9 @@ set(ZEPHANE_FLAGS_sse2 -msse2)
 set(ZEPHANE_FLAGS_avx2 -mavx2 -mtune=haswell)
 set(ZEPHANE_FLAGS_avx512 -mavx512f -mavx512dq -mavx512bw -mavx512vl -mprefer-vector-width=512
                          -mtune=icelake-server)
-set(ZEPHANE_LANES_sse2 4)
-set(ZEPHANE_LANES_avx2 8)
-set(ZEPHANE_LANES_avx512 16)
+set(ZEPHANE_VECTOR_WIDTH_sse2 4)
+set(ZEPHANE_VECTOR_WIDTH_avx2 8)
+set(ZEPHANE_VECTOR_WIDTH_avx512 16)
 
 function(zephane_instruction_sets target)
   foreach(folder IN LISTS ARGN)
@@ -51,7 +51,7 @@ function(zephane_instruction_sets target)
     add_library(${target}_${set} OBJECT ${sources})
     target_link_libraries(${target}_${set} PRIVATE zephane_flags)
     target_compile_definitions(${target}_${set} PRIVATE ZEPH_ISA=${set}
-                                                        ZEPH_LANES=${ZEPHANE_LANES_${set}})
+                                                        ZEPH_VECTOR_WIDTH=${ZEPHANE_VECTOR_WIDTH_${set}})
     # Loops become vectors only where a floating-point operation may be done without being needed;
     # no result depends on that.
     target_compile_options(${target}_${set} PRIVATE ${ZEPHANE_FLAGS_${set}} -fno-math-errno

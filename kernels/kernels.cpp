@@ -54,7 +54,7 @@ void launch(const KernelOn<Arrays>& typed, dim3 grid, dim3 block, cudaStream_t s
 constexpr dim3 tile = {16, 16};
 constexpr dim3 one = {1};
 constexpr dim3 reductionGrid = {reductionBlocks};
-constexpr dim3 reductionBlock = {reductionThreads};
+constexpr dim3 reductionBlock = {reductionLanes};
 
 dim3 spectrumGrid(const Params& p) {
   return {(p.resolution / 2 + 1 + 15) / 16, (p.resolution + 15) / 16};

@@ -67,8 +67,10 @@ static_assert(sizeof(ClockState) == 40 && offsetof(ClockState, steps) == 16);
 
 enum StepState : std::uint32_t { noStep = 0, normalStep = 1, finalStep = 2 };
 
+// A reduction's partial results: 64 blocks of 256 lanes, each lane a thread on a GPU and an element
+// of an array on the processor.
 constexpr std::uint32_t reductionBlocks = 64;
-constexpr std::uint32_t reductionThreads = 256;
+constexpr std::uint32_t reductionLanes = 256;
 
 constexpr int paddedResolution(int n) {
   return 3 * n / 2;

@@ -52,7 +52,7 @@ __device__ void reduceBlock(T* shared, T own, Combine combine) {
   const unsigned t = threadIdx.x;
   shared[t] = own;
   __syncthreads();
-  for (unsigned stride = reductionThreads / 2; stride > 0; stride /= 2) {
+  for (unsigned stride = reductionLanes / 2; stride > 0; stride /= 2) {
     if (t < stride) shared[t] = combine(shared[t], shared[t + stride]);
     __syncthreads();
   }
@@ -71,8 +71,8 @@ struct EitherOf {
 // Calls visit(element) for each element below `count` that this thread visits, in index order.
 template <class Visit>
 __device__ void forVisits(unsigned count, unsigned blocks, Visit visit) {
-  const unsigned sweep = blocks * reductionThreads;
-  for (unsigned at = blockIdx.x * reductionThreads + threadIdx.x; at < count; at += sweep) {
+  const unsigned sweep = blocks * reductionLanes;
+  for (unsigned at = blockIdx.x * reductionLanes + threadIdx.x; at < count; at += sweep) {
     visit(at);
     if (count - at <= sweep) break;  // the next index might not fit
   }
@@ -223,8 +223,8 @@ __global__ void velocityToPadded(const V2* __restrict__ omega, V2* __restrict__ 
 
 __global__ void reduceCFLAndProducts(float* __restrict__ padded, V2* __restrict__ cflPartials,
                                      Params p) {
-  __shared__ float maxima[reductionThreads];
-  __shared__ unsigned invalid[reductionThreads];
+  __shared__ float maxima[reductionLanes];
+  __shared__ unsigned invalid[reductionLanes];
   const PaddedPlanes planes(padded, p);
   float largest = 0.0f;
   unsigned flag = 0;
@@ -305,10 +305,10 @@ __global__ void commitStep(ClockState* clock, Params p) {
 
 __global__ void spectralStatistics(const V2* __restrict__ omega, float4* __restrict__ statPartials,
                                    Params p) {
-  __shared__ float energies[reductionThreads];
-  __shared__ float enstrophies[reductionThreads];
-  __shared__ float palinstrophies[reductionThreads];
-  __shared__ unsigned invalid[reductionThreads];
+  __shared__ float energies[reductionLanes];
+  __shared__ float enstrophies[reductionLanes];
+  __shared__ float palinstrophies[reductionLanes];
+  __shared__ unsigned invalid[reductionLanes];
   float energy = 0.0f;
   float enstrophy = 0.0f;
   float palinstrophy = 0.0f;
@@ -352,11 +352,11 @@ __global__ void prepareSnapshot(const V2* __restrict__ omega, V2* __restrict__ s
 __global__ void extractSnapshot(const float* __restrict__ snapshotPlanes,
                                 float* __restrict__ fields, float4* __restrict__ snapshotPartials,
                                 Params p) {
-  __shared__ float maxima[reductionThreads];
-  __shared__ float speeds[reductionThreads];
-  __shared__ float sums[reductionThreads];
-  __shared__ float squares[reductionThreads];
-  __shared__ unsigned invalid[reductionThreads];
+  __shared__ float maxima[reductionLanes];
+  __shared__ float speeds[reductionLanes];
+  __shared__ float sums[reductionLanes];
+  __shared__ float squares[reductionLanes];
+  __shared__ unsigned invalid[reductionLanes];
   const unsigned n = p.resolution;
   const unsigned plane = (n + 2) * n;
   float maximum = 0.0f;

@@ -8,10 +8,10 @@ namespace zeph::cpu::ZEPH_ISA {
 namespace {
 
 struct StatisticsLanes {
-  float energies[lanes] = {};
-  float enstrophies[lanes] = {};
-  float palinstrophies[lanes] = {};
-  unsigned invalid[lanes] = {};
+  float energies[reductionLanes] = {};
+  float enstrophies[reductionLanes] = {};
+  float palinstrophies[reductionLanes] = {};
+  unsigned invalid[reductionLanes] = {};
 
   void add(const V2* __restrict w, float scale, int row, int column, int n, int lane, int length) {
     const int ky = foldRow(row, n);
@@ -26,11 +26,11 @@ struct StatisticsLanes {
 };
 
 struct SnapshotLanes {
-  float maxima[lanes] = {};
-  float speeds[lanes] = {};
-  float sums[lanes] = {};
-  float squares[lanes] = {};
-  unsigned invalid[lanes] = {};
+  float maxima[reductionLanes] = {};
+  float speeds[reductionLanes] = {};
+  float sums[reductionLanes] = {};
+  float squares[reductionLanes] = {};
+  unsigned invalid[reductionLanes] = {};
 
   void addVorticity(const float* __restrict from, float* __restrict to, float scale, int lane,
                     int length) {

@@ -1,5 +1,5 @@
-// How the processor walks a kernel's index space: rows shared out to the threads, and the lanes of
-// the reductions. For code that is compiled once per instruction set.
+// How the processor walks a kernel's index space: rows shared out to the threads, and the blocks
+// and lanes of the reductions. For code that is compiled once per instruction set.
 #pragma once
 
 #include "device/cpu/parallel.h"
@@ -15,8 +15,8 @@
 namespace zeph::cpu::ZEPH_ISA {
 namespace {
 
-// Calls rows(begin, end) on runs of neighbouring rows, which together are the rows below `count`
-// and are shared out to the threads. Little work is not worth waking anybody for.
+// Cuts the rows below `count` into runs of neighbours, shares these out to the threads and calls
+// rows(begin, end) for each. A run has enough elements to be worth waking a thread for.
 template <class Rows>
 void shareRows(int count, int width, Rows rows) {
   constexpr int runsPerThread = 4;
@@ -50,17 +50,15 @@ void shareBlocks(Block block) {
       &block);
 }
 
-// The threads of a reducing block: lane t of block b visits the elements b * 256 + t, then every
-// 64 * 256th after it.
-constexpr int lanes = static_cast<int>(reductionThreads);
-constexpr unsigned sweep = reductionBlocks * reductionThreads;
+// Lane t of block b visits element b * 256 + t, then every 64 * 256th after it.
+constexpr unsigned sweep = reductionBlocks * reductionLanes;
 
 // Cuts the elements that block b visits in an array of `count` elements, rows of `width`, into
 // pieces within one row: piece(row, column, lane, length), in the order of the visits.
 template <class Piece>
 void forPieces(unsigned b, unsigned count, unsigned width, Piece piece) {
-  for (unsigned begin = b * reductionThreads; begin < count; begin += sweep) {
-    const unsigned end = count - begin < reductionThreads ? count : begin + reductionThreads;
+  for (unsigned begin = b * reductionLanes; begin < count; begin += sweep) {
+    const unsigned end = count - begin < reductionLanes ? count : begin + reductionLanes;
     for (unsigned at = begin; at < end;) {
       const unsigned row = at / width;
       const unsigned column = at - row * width;
@@ -75,7 +73,7 @@ void forPieces(unsigned b, unsigned count, unsigned width, Piece piece) {
 // The tree by strides 128 to 1 that ends every reduction.
 template <class T, class Combine>
 T reduceLanes(T* lane, Combine combine) {
-  for (int stride = lanes / 2; stride > 0; stride /= 2) {
+  for (int stride = static_cast<int>(reductionLanes) / 2; stride > 0; stride /= 2) {
     for (int t = 0; t < stride; ++t) lane[t] = combine(lane[t], lane[t + stride]);
   }
   return lane[0];

@@ -106,13 +106,13 @@ void reduceCFLAndProducts(const SpeedAndProductArrays& arrays, const Params& p) 
       const unsigned first = static_cast<unsigned>(y) * static_cast<unsigned>(m);
       for (int x = 0; x < m;) {
         const unsigned at = first + static_cast<unsigned>(x);
-        const int rest = lanes - static_cast<int>(at % reductionThreads);
+        const int rest = static_cast<int>(reductionLanes - at % reductionLanes);
         const int length = rest < m - x ? rest : m - x;
-        float bound[lanes] = {};
+        float bound[reductionLanes] = {};
         unsigned invalid = boundPiece(row, scale, x, length, bound);
         if (advective) invalid |= checkGradients(row, scale, x, length);
-        mergeInto(partials + (at / reductionThreads) % reductionBlocks,
-                  reduceLanes(bound, largerOf), invalid);
+        mergeInto(partials + (at / reductionLanes) % reductionBlocks, reduceLanes(bound, largerOf),
+                  invalid);
         if (advective) {
           advectiveRow(row, scale, x, x + length);
         } else {

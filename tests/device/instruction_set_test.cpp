@@ -18,8 +18,8 @@ TEST(InstructionSets, NoMoreIsUsedThanTheMachineHas) {
   limitInstructionSet(InstructionSet::avx2);
   EXPECT_LE(instructionSet(), InstructionSet::avx2);
   limitInstructionSet(InstructionSet::avx512);
-  const int lanes = forInstructionSet(4, 8, 16);
-  EXPECT_EQ(lanes, 4 << static_cast<int>(instructionSet()));
+  const int width = forInstructionSet(4, 8, 16);
+  EXPECT_EQ(width, 4 << static_cast<int>(instructionSet()));
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ void transformLines(const cpu::PlanePasses& passes, int length, std::vector<floa
   const auto plan = cpu::LinePlan::forLength(length);
   const cpu::LineTables& tables = plan->tables();
   const int tile = (tables.inner != nullptr ? 2 * tables.inner->length : length) + length;
-  std::vector<float> memory(static_cast<std::size_t>(2 * passes.lanes * tile) + 16);
+  std::vector<float> memory(static_cast<std::size_t>(2 * passes.linesPerTile * tile) + 16);
   cpu::PlanePass pass;
   pass.line = &tables;
   pass.planes = lines.data();

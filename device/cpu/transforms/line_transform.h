@@ -1,30 +1,32 @@
-// A forward transform of `lanes` lines at once. An inverse one is the same with real and imaginary
-// parts exchanged before and after, which costs nothing where they stand in vectors of their own.
+// A forward transform of `vectorWidth` lines at once. An inverse one is the same with real and
+// imaginary parts exchanged before and after, which costs nothing, as they are in separate vectors.
 // For code that is compiled once per instruction set.
 #pragma once
 
 #include "device/cpu/transforms/butterflies.h"
-#include "device/cpu/transforms/lanes.h"
 #include "device/cpu/transforms/line_plan.h"
+#include "device/cpu/transforms/vectors.h"
 
 namespace zeph::cpu::ZEPH_ISA {
 namespace {
 
-// Lines side by side: element j's real parts at float 2 * lanes * j, then its imaginary parts.
+// Lines side by side: element j's real parts at float 2 * vectorWidth * j, then its imaginary
+// parts.
 struct Tile {
   float* data;
 
-  ZEPH_INLINE float* at(int j) const { return data + std::ptrdiff_t{2} * lanes * j; }
-  ZEPH_INLINE ComplexLanes load(int j) const {
-    return {*reinterpret_cast<const Lanes*>(at(j)), *reinterpret_cast<const Lanes*>(at(j) + lanes)};
+  ZEPH_INLINE float* at(int j) const { return data + std::ptrdiff_t{2} * vectorWidth * j; }
+  ZEPH_INLINE ComplexVector load(int j) const {
+    return {*reinterpret_cast<const Vector*>(at(j)),
+            *reinterpret_cast<const Vector*>(at(j) + vectorWidth)};
   }
-  ZEPH_INLINE void store(int j, ComplexLanes value) const {
-    *reinterpret_cast<Lanes*>(at(j)) = value.re;
-    *reinterpret_cast<Lanes*>(at(j) + lanes) = value.im;
+  ZEPH_INLINE void store(int j, ComplexVector value) const {
+    *reinterpret_cast<Vector*>(at(j)) = value.re;
+    *reinterpret_cast<Vector*>(at(j) + vectorWidth) = value.im;
   }
 };
 
-// Elements that are zero whatever stands in memory.
+// Elements that count as zero, whatever their memory holds.
 struct Band {
   int begin, end;
 
@@ -35,8 +37,8 @@ struct BandedTile {
   Tile tile;
   Band zero;
 
-  ZEPH_INLINE ComplexLanes load(int j) const {
-    return zero.holds(j) ? ComplexLanes{} : tile.load(j);
+  ZEPH_INLINE ComplexVector load(int j) const {
+    return zero.holds(j) ? ComplexVector{} : tile.load(j);
   }
 };
 
@@ -49,7 +51,7 @@ inline void butterflies(const LineStage& stage, In in, Out out, int blocks) {
     const int base = b * radix * span;
     const float* w = stage.twiddles;
     for (int j = base; j < base + span; ++j) {
-      ComplexLanes a[radix];
+      ComplexVector a[radix];
       unrolled<radix>([&](auto k) ZEPH_INLINED { a[k] = in.load(j + k * span); });
       butterfly<radix>(a, stage.roots);
       out.store(j, a[0]);
@@ -70,7 +72,7 @@ inline void oddButterflies(const LineStage& stage, In in, Out out, int blocks) {
     const int base = b * radix * span;
     const float* w = stage.twiddles;
     for (int j = base; j < base + span; ++j) {
-      ComplexLanes a[largestRadix];
+      ComplexVector a[largestRadix];
       a[0] = in.load(j);
       for (int k = 1; k < radix; ++k) a[k] = in.load(j + k * span);
       oddButterfly(a, radix, stage.roots);
@@ -102,9 +104,9 @@ inline void runStage(const LineStage& stage, In in, Out out, int blocks) {
   }
 }
 
-// Transforms a line of radices: element j of it is in.load(j), and the element of the result that
-// ends at place p goes to out.store(p, value). `tile` is its memory; `in` and `out` may stand on
-// it.
+// Transforms a line whose length has only radices as factors: in.load(j) gives element j, and
+// out.store(p, value) takes the element of the result that ends at place p. `tile` is the working
+// memory; `in` and `out` may use the same one.
 template <class In, class Out>
 inline void transformByStages(const LineTables& line, In in, Tile tile, Out out) {
   const int last = line.stageCount - 1;
@@ -132,13 +134,13 @@ inline void transformByChirp(const LineTables& line, In in, Tile tile, Out out) 
   }
   transformByStages(inner, BandedTile{tile, {line.length, inner.length}}, tile, tile);
   for (int k = 0; k < inner.length; ++k) {
-    const ComplexLanes product =
+    const ComplexVector product =
         times(tile.load(inner.position[k]), line.filter + std::ptrdiff_t{2} * k);
     second.store(k, {product.im, product.re});
   }
   transformByStages(inner, BandedTile{second, {0, 0}}, second, second);
   for (int k = 0; k < line.length; ++k) {
-    const ComplexLanes convolved = second.load(inner.position[k]);
+    const ComplexVector convolved = second.load(inner.position[k]);
     out.store(k, times({convolved.im, convolved.re}, line.chirp + std::ptrdiff_t{2} * k));
   }
 }

@@ -14,18 +14,18 @@ struct PlanePass {
   std::ptrdiff_t rowStride = 0;  // floats
   bool inverse = false;
   int columns = 0;  // complex columns that are part of the transform
-  // Frequencies that are not: zero before an inverse, nothing after a forward transform.
+  // Frequencies that are not part of it: zero before an inverse, not written by a forward one.
   int bandBegin = 0;
   int bandEnd = 0;
   float* scratch = nullptr;  // of participant 0; others follow
   std::size_t scratchFloats = 0;
-  const float* zeros = nullptr;  // a row's stead, where a tile has more lines than are left
+  const float* zeros = nullptr;  // read in place of a row, where a tile reaches past the last one
 };
 
 struct PlanePasses {
   using Task = void (*)(const PlanePass& pass, int index, int participant);
 
-  int lanes;  // columns, complex rows or pairs of real rows in a tile
+  int linesPerTile;  // columns, complex rows or pairs of real rows: the width of a vector
   Task columns;
   Task complexRows;
   Task realRowsForward;
@@ -33,8 +33,8 @@ struct PlanePasses {
 };
 
 // Tiles that `lines` lines are cut into. Compiled into each user, like all that the passes call.
-static constexpr int tileCount(int lines, int lanes) {
-  return (lines + lanes - 1) / lanes;
+static constexpr int tileCount(int lines, int perTile) {
+  return (lines + perTile - 1) / perTile;
 }
 
 namespace sse2 {

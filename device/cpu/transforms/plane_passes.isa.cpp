@@ -13,16 +13,16 @@ Tile tileOf(const PlanePass& pass, int participant) {
   return {pass.scratch + static_cast<std::size_t>(participant) * pass.scratchFloats};
 }
 
-// `lanes` neighbouring columns: one row of them for each element of the line.
+// `vectorWidth` neighbouring columns: one row of them for each element of the line.
 template <bool inverse>
 struct ColumnsIn {
   const float* first;
   std::ptrdiff_t rowStride;
   Band zero;
 
-  ZEPH_INLINE ComplexLanes load(int j) const {
-    if (zero.holds(j)) return ComplexLanes{};
-    const ComplexLanes value = loadComplex(first + j * rowStride);
+  ZEPH_INLINE ComplexVector load(int j) const {
+    if (zero.holds(j)) return ComplexVector{};
+    const ComplexVector value = loadComplex(first + j * rowStride);
     return inverse ? exchanged(value) : value;
   }
 };
@@ -34,7 +34,7 @@ struct ColumnsOut {
   Band unused;
   const int* wavenumber;
 
-  ZEPH_INLINE void store(int place, ComplexLanes value) const {
+  ZEPH_INLINE void store(int place, ComplexVector value) const {
     const int j = wavenumber[place];
     if (unused.holds(j)) return;
     storeComplex(first + j * rowStride, inverse ? exchanged(value) : value);
@@ -49,31 +49,31 @@ void transformColumns(const PlanePass& pass, float* first, std::ptrdiff_t rowStr
                 ColumnsOut<inverse>{first, rowStride, inverse ? none : band, line.wavenumber});
 }
 
-// Fewer columns than lanes are done in a copy that is wide enough, which stands after the tile.
+// Fewer columns than a vector holds are copied, after the tile, to rows of the full width.
 template <bool inverse>
 void transformFewColumns(const PlanePass& pass, float* first, int count, Tile tile) {
   const int length = pass.line->length;
   float* copy = tile.at(pass.line->inner != nullptr ? 2 * pass.line->inner->length : length);
   for (int j = 0; j < length; ++j) {
     const float* row = first + j * pass.rowStride;
-    for (int f = 0; f < 2 * lanes; ++f)
-      copy[std::ptrdiff_t{2} * lanes * j + f] = f < 2 * count ? row[f] : 0;
+    for (int f = 0; f < 2 * vectorWidth; ++f)
+      copy[std::ptrdiff_t{2} * vectorWidth * j + f] = f < 2 * count ? row[f] : 0;
   }
-  transformColumns<inverse>(pass, copy, 2 * lanes, tile);
+  transformColumns<inverse>(pass, copy, 2 * vectorWidth, tile);
   for (int j = 0; j < length; ++j) {
     float* row = first + j * pass.rowStride;
-    for (int f = 0; f < 2 * count; ++f) row[f] = copy[std::ptrdiff_t{2} * lanes * j + f];
+    for (int f = 0; f < 2 * count; ++f) row[f] = copy[std::ptrdiff_t{2} * vectorWidth * j + f];
   }
 }
 
 template <bool inverse>
 void columnTile(const PlanePass& pass, int index, int participant) {
-  const int tiles = tileCount(pass.columns, lanes);
-  const int column = index % tiles * lanes;
+  const int tiles = tileCount(pass.columns, vectorWidth);
+  const int column = index % tiles * vectorWidth;
   float* first = pass.planes + index / tiles * (pass.line->length * pass.rowStride) +
                  std::ptrdiff_t{2} * column;
   const Tile tile = tileOf(pass, participant);
-  if (column + lanes <= pass.columns) {
+  if (column + vectorWidth <= pass.columns) {
     transformColumns<inverse>(pass, first, pass.rowStride, tile);
   } else {
     transformFewColumns<inverse>(pass, first, pass.columns - column, tile);
@@ -91,7 +91,7 @@ void columns(const PlanePass& pass, int index, int participant) {
 void complexRows(const PlanePass& pass, int index, int participant) {
   const LineTables& line = *pass.line;
   const Tile tile = tileOf(pass, participant);
-  const TileRows rows(pass, index, lanes);
+  const TileRows rows(pass, index, vectorWidth);
   loadComplexRows(rows, line.length, pass.inverse, tile);
   transformLine(line, BandedTile{tile, {0, 0}}, tile, tile);
   storeComplexRows(rows, line, pass.inverse, tile);
@@ -100,7 +100,7 @@ void complexRows(const PlanePass& pass, int index, int participant) {
 void realRowsForward(const PlanePass& pass, int index, int participant) {
   const LineTables& line = *pass.line;
   const Tile tile = tileOf(pass, participant);
-  const TileRows rows(pass, index, 2 * lanes);
+  const TileRows rows(pass, index, 2 * vectorWidth);
   loadRealRows(rows, line.length, tile);
   transformLine(line, BandedTile{tile, {0, 0}}, tile, tile);
   storeHalfSpectra(rows, line, pass.columns, tile);
@@ -109,7 +109,7 @@ void realRowsForward(const PlanePass& pass, int index, int participant) {
 void realRowsInverse(const PlanePass& pass, int index, int participant) {
   const LineTables& line = *pass.line;
   const Tile tile = tileOf(pass, participant);
-  const TileRows rows(pass, index, 2 * lanes);
+  const TileRows rows(pass, index, 2 * vectorWidth);
   loadHalfSpectra(rows, line.length, pass.columns, tile);
   transformLine(line, BandedTile{tile, bandOf(pass)}, tile, tile);
   storeRealRows(rows, line, tile);
@@ -117,6 +117,7 @@ void realRowsInverse(const PlanePass& pass, int index, int participant) {
 
 }  // namespace
 
-const PlanePasses planePasses = {lanes, columns, complexRows, realRowsForward, realRowsInverse};
+const PlanePasses planePasses = {vectorWidth, columns, complexRows, realRowsForward,
+                                 realRowsInverse};
 
 }  // namespace zeph::cpu::ZEPH_ISA

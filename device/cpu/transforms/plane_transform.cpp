@@ -13,12 +13,12 @@
 namespace zeph::cpu {
 namespace {
 
-// The rows of a plane take a participant's tile, and the columns also a copy where the last tile
-// of them is narrow. Vectors stand on 64-byte boundaries.
-std::size_t scratchOf(const LineTables& line, int lanes) {
+// What a participant needs: a tile, and for a last tile with too few columns the copy of these.
+// A multiple of 64 bytes, so that the vectors of every participant are aligned.
+std::size_t scratchOf(const LineTables& line, int linesPerTile) {
   const int elements = (line.inner != nullptr ? 2 * line.inner->length : line.length) + line.length;
   const std::size_t floats =
-      2 * static_cast<std::size_t>(lanes) * static_cast<std::size_t>(elements);
+      2 * static_cast<std::size_t>(linesPerTile) * static_cast<std::size_t>(elements);
   return (floats + 15) / 16 * 16;
 }
 
@@ -58,7 +58,7 @@ PlaneTransform::PlaneTransform(const TransformRequest& request)
     pass_.bandBegin = request.cutoff;
     pass_.bandEnd = std::max(size - request.cutoff + 1, request.cutoff);
   }
-  pass_.scratchFloats = scratchOf(*pass_.line, passes_.lanes);
+  pass_.scratchFloats = scratchOf(*pass_.line, passes_.linesPerTile);
   const std::size_t zeros = (2 * static_cast<std::size_t>(size) + 2 + 15) / 16 * 16;
   const auto participants = static_cast<std::size_t>(ThreadPool::shared().participants());
   scratchBytes_ = (zeros + participants * pass_.scratchFloats) * sizeof(float);
@@ -95,16 +95,16 @@ void PlaneTransform::runTiles(PlanePasses::Task task, int tilesPerPlane) {
 }
 
 void PlaneTransform::runColumns() {
-  runTiles(passes_.columns, tileCount(pass_.columns, passes_.lanes));
+  runTiles(passes_.columns, tileCount(pass_.columns, passes_.linesPerTile));
 }
 
 void PlaneTransform::runRows() {
   if (!request_.realToComplex) {
-    runTiles(passes_.complexRows, tileCount(request_.size, passes_.lanes));
+    runTiles(passes_.complexRows, tileCount(request_.size, passes_.linesPerTile));
     return;
   }
   runTiles(pass_.inverse ? passes_.realRowsInverse : passes_.realRowsForward,
-           tileCount(request_.size, 2 * passes_.lanes));
+           tileCount(request_.size, 2 * passes_.linesPerTile));
 }
 
 std::vector<TransformAllocation> PlaneTransform::allocations() const {

@@ -1,7 +1,7 @@
-// Rows of a plane, turned into the lanes of a tile and back.
+// Rows of a plane, transposed into the lines of a tile and back.
 //
-// Two real rows a and b ride as the one complex line z = a + i b; row 2l of a tile is a of lane l,
-// row 2l + 1 is b. In frequency space Z[k] = A[k] + i B[k] and Z[n-k] = conj A[k] + i conj B[k].
+// Two real rows a and b make one complex line z = a + i b: of line l of a tile, a is row 2l and b
+// is row 2l + 1. In frequency space Z[k] = A[k] + i B[k] and Z[n-k] = conj A[k] + i conj B[k].
 // For code that is compiled once per instruction set.
 #pragma once
 
@@ -13,8 +13,8 @@ namespace {
 
 // The rows of one tile. Rows past the plane's last read as zero and are not written.
 struct TileRows {
-  float* row[2 * lanes];
-  const float* source[2 * lanes];
+  float* row[2 * vectorWidth];
+  const float* source[2 * vectorWidth];
   int count;
 
   TileRows(const PlanePass& pass, int index, int perTile) {
@@ -30,47 +30,48 @@ struct TileRows {
   }
 };
 
-// Calls block(begin, count) for runs of `lanes` neighbouring elements below `length`; the last run
-// may be shorter. A count that is a Constant lets a whole run be moved without asking.
+// Calls block(begin, count) for runs of `vectorWidth` neighbouring elements below `length`; the
+// last run may be shorter. The count of a full run is a Constant, so that it is moved without a
+// branch.
 template <class Block>
 ZEPH_INLINE void forBlocks(int length, Block block) {
   int begin = 0;
-  for (; begin + lanes <= length; begin += lanes) block(begin, Constant<lanes>{});
+  for (; begin + vectorWidth <= length; begin += vectorWidth) block(begin, Constant<vectorWidth>{});
   if (begin < length) block(begin, length - begin);
 }
 
 template <class Count>
-ZEPH_INLINE Lanes loadUpTo(const float* from, Count count) {
-  if constexpr (__is_same(Count, Constant<lanes>)) return load(from);
+ZEPH_INLINE Vector loadUpTo(const float* from, Count count) {
+  if constexpr (__is_same(Count, Constant<vectorWidth>)) return load(from);
   return loadFirst(from, count);
 }
 template <class Count>
-ZEPH_INLINE void storeUpTo(float* to, Lanes value, Count count) {
-  if constexpr (__is_same(Count, Constant<lanes>)) return store(to, value);
+ZEPH_INLINE void storeUpTo(float* to, Vector value, Count count) {
+  if constexpr (__is_same(Count, Constant<vectorWidth>)) return store(to, value);
   storeFirst(to, value, count);
 }
 template <class Count>
-ZEPH_INLINE ComplexLanes loadComplexUpTo(const float* from, Count count) {
-  if constexpr (__is_same(Count, Constant<lanes>)) return loadComplex(from);
+ZEPH_INLINE ComplexVector loadComplexUpTo(const float* from, Count count) {
+  if constexpr (__is_same(Count, Constant<vectorWidth>)) return loadComplex(from);
   return loadFirstComplex(from, count);
 }
 template <class Count>
-ZEPH_INLINE void storeComplexUpTo(float* to, ComplexLanes value, Count count) {
-  if constexpr (__is_same(Count, Constant<lanes>)) return storeComplex(to, value);
+ZEPH_INLINE void storeComplexUpTo(float* to, ComplexVector value, Count count) {
+  if constexpr (__is_same(Count, Constant<vectorWidth>)) return storeComplex(to, value);
   storeFirstComplex(to, value, count);
 }
 
-ZEPH_INLINE ComplexLanes exchanged(ComplexLanes a) {
+ZEPH_INLINE ComplexVector exchanged(ComplexVector a) {
   return {a.im, a.re};
 }
 
-// Moves one row of each lane into the tile as part `part`: 0 for the real parts, 1 for the
+// Moves one row of each line into the tile as part `part`: 0 for the real parts, 1 for the
 // imaginary ones.
 template <class Count>
 ZEPH_INLINE void loadRows(const float* const* source, int x, Count count, int part, Tile tile) {
   transposed([&](auto l) ZEPH_INLINED { return loadUpTo(source[2 * l] + x, count); },
-             [&](auto k, Lanes value) ZEPH_INLINED {
-               if (k < count) store(tile.at(x + k) + part * lanes, value);
+             [&](auto k, Vector value) ZEPH_INLINED {
+               if (k < count) store(tile.at(x + k) + part * vectorWidth, value);
              });
 }
 
@@ -85,9 +86,10 @@ template <class Count>
 ZEPH_INLINE void storeRows(const TileRows& rows, int odd, const int* position, Count count, int x,
                            int part, Tile tile) {
   transposed(
-      [&](auto k)
-          ZEPH_INLINED { return load(tile.at(position[k < count ? x + k : x]) + part * lanes); },
-      [&](auto l, Lanes value) ZEPH_INLINED {
+      [&](auto k) ZEPH_INLINED {
+        return load(tile.at(position[k < count ? x + k : x]) + part * vectorWidth);
+      },
+      [&](auto l, Vector value) ZEPH_INLINED {
         if (2 * l + odd < rows.count) storeUpTo(rows.row[2 * l + odd] + x, value, count);
       });
 }
@@ -102,8 +104,8 @@ inline void storeRealRows(const TileRows& rows, const LineTables& line, Tile til
 
 // A[k] and B[k] have no imaginary parts where k and -k are the same frequency.
 inline void loadSelfConjugate(const TileRows& rows, int k, Tile tile) {
-  ComplexLanes z;
-  for (int l = 0; l < lanes; ++l) {
+  ComplexVector z;
+  for (int l = 0; l < vectorWidth; ++l) {
     z.re[l] = rows.source[2 * l][2 * k];
     z.im[l] = rows.source[2 * l + 1][2 * k];
   }
@@ -113,22 +115,22 @@ inline void loadSelfConjugate(const TileRows& rows, int k, Tile tile) {
 // The first `columns` frequencies of each row, with their conjugates, for an inverse transform.
 inline void loadHalfSpectra(const TileRows& rows, int length, int columns, Tile tile) {
   forBlocks(columns, [&](int first, auto count) ZEPH_INLINED {
-    Lanes re[lanes], im[lanes], mirroredRe[lanes], mirroredIm[lanes];
-    for (int l = 0; l < lanes; ++l) {
-      const ComplexLanes a = loadComplexUpTo(rows.source[2 * l] + 2 * first, count);
-      const ComplexLanes b = loadComplexUpTo(rows.source[2 * l + 1] + 2 * first, count);
+    Vector re[vectorWidth], im[vectorWidth], mirroredRe[vectorWidth], mirroredIm[vectorWidth];
+    for (int l = 0; l < vectorWidth; ++l) {
+      const ComplexVector a = loadComplexUpTo(rows.source[2 * l] + 2 * first, count);
+      const ComplexVector b = loadComplexUpTo(rows.source[2 * l + 1] + 2 * first, count);
       re[l] = a.re - b.im;
       im[l] = a.im + b.re;
       mirroredRe[l] = a.re + b.im;
       mirroredIm[l] = b.re - a.im;
     }
     // The parts are exchanged, as an inverse transform wants them.
-    const auto move = [&](const Lanes* from, bool mirrored, int part) ZEPH_INLINED {
+    const auto move = [&](const Vector* from, bool mirrored, int part) ZEPH_INLINED {
       transposed([&](auto l) ZEPH_INLINED { return from[l]; },
-                 [&](auto i, Lanes value) ZEPH_INLINED {
+                 [&](auto i, Vector value) ZEPH_INLINED {
                    const int k = first + complexOrder(i);
                    if (complexOrder(i) >= count || (mirrored && k == 0)) return;
-                   store(tile.at(mirrored ? length - k : k) + part * lanes, value);
+                   store(tile.at(mirrored ? length - k : k) + part * vectorWidth, value);
                  });
     };
     move(re, false, 1);
@@ -140,12 +142,12 @@ inline void loadHalfSpectra(const TileRows& rows, int length, int columns, Tile 
   if (length % 2 == 0 && length / 2 < columns) loadSelfConjugate(rows, length / 2, tile);
 }
 
-// Takes one of the two rows of each lane apart: A[k] = (Z[k] + conj Z[n-k]) / 2, or
+// Takes one of the two rows of each line out of it: A[k] = (Z[k] + conj Z[n-k]) / 2, or
 // B[k] = (Z[k] - conj Z[n-k]) / 2i.
 template <bool odd, class Count>
 ZEPH_INLINE void storeSpectra(const TileRows& rows, const LineTables& line, int first, Count count,
                               Tile tile) {
-  Lanes re[lanes];
+  Vector re[vectorWidth];
   const auto frequency = [&](auto i) ZEPH_INLINED {
     return complexOrder(i) < count ? first + complexOrder(i) : first;
   };
@@ -156,13 +158,13 @@ ZEPH_INLINE void storeSpectra(const TileRows& rows, const LineTables& line, int 
         const int k = frequency(i);
         return (odd ? at(k).im + mirrorOf(k).im : at(k).re + mirrorOf(k).re) * 0.5F;
       },
-      [&](auto l, Lanes value) ZEPH_INLINED { re[l] = value; });
+      [&](auto l, Vector value) ZEPH_INLINED { re[l] = value; });
   transposed(
       [&](auto i) ZEPH_INLINED {
         const int k = frequency(i);
         return (odd ? mirrorOf(k).re - at(k).re : at(k).im - mirrorOf(k).im) * 0.5F;
       },
-      [&](auto l, Lanes value) ZEPH_INLINED {
+      [&](auto l, Vector value) ZEPH_INLINED {
         if (2 * l + odd >= rows.count) return;
         storeComplexUpTo(rows.row[2 * l + odd] + 2 * first, {re[l], value}, count);
       });
@@ -175,15 +177,16 @@ inline void storeHalfSpectra(const TileRows& rows, const LineTables& line, int c
   });
 }
 
-// Vectors of `lanes` neighbouring complex elements of each of `lanes` rows, or the transpose.
+// `vectorWidth` neighbouring complex elements of as many rows, a vector for each row, or their
+// transpose.
 struct Square {
-  Lanes re[lanes], im[lanes];
+  Vector re[vectorWidth], im[vectorWidth];
 
-  ZEPH_INLINE void set(int k, ComplexLanes value) {
+  ZEPH_INLINE void set(int k, ComplexVector value) {
     re[k] = value.re;
     im[k] = value.im;
   }
-  ZEPH_INLINE ComplexLanes get(int k) const { return {re[k], im[k]}; }
+  ZEPH_INLINE ComplexVector get(int k) const { return {re[k], im[k]}; }
   ZEPH_INLINE void transposeBoth() {
     transpose(re);
     transpose(im);
@@ -193,12 +196,12 @@ struct Square {
 inline void loadComplexRows(const TileRows& rows, int length, bool inverse, Tile tile) {
   forBlocks(length, [&](int first, auto count) {
     Square m;
-    for (int l = 0; l < lanes; ++l) {
-      const ComplexLanes value = loadComplexUpTo(rows.source[l] + 2 * first, count);
+    for (int l = 0; l < vectorWidth; ++l) {
+      const ComplexVector value = loadComplexUpTo(rows.source[l] + 2 * first, count);
       m.set(l, inverse ? exchanged(value) : value);
     }
     m.transposeBoth();
-    for (int i = 0; i < lanes; ++i) {
+    for (int i = 0; i < vectorWidth; ++i) {
       if (complexOrder(i) < count) tile.store(first + complexOrder(i), m.get(i));
     }
   });
@@ -208,13 +211,13 @@ inline void storeComplexRows(const TileRows& rows, const LineTables& line, bool 
                              Tile tile) {
   forBlocks(line.length, [&](int first, auto count) {
     Square m;
-    for (int i = 0; i < lanes; ++i) {
+    for (int i = 0; i < vectorWidth; ++i) {
       const int k = complexOrder(i) < count ? first + complexOrder(i) : first;
       m.set(i, tile.load(line.position[k]));
     }
     m.transposeBoth();
     for (int l = 0; l < rows.count; ++l) {
-      const ComplexLanes value = inverse ? exchanged(m.get(l)) : m.get(l);
+      const ComplexVector value = inverse ? exchanged(m.get(l)) : m.get(l);
       storeComplexUpTo(rows.row[l] + 2 * first, value, count);
     }
   });
