@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "render/render_thread.h"
+#include "render/view.h"
 #include "render/x11/xcb_functions.h"
 
 namespace zeph::bench {
@@ -51,17 +51,14 @@ struct Seen {
   std::uint64_t steps = 0;
 };
 
-Seen look(UIHandle& ui) {
-  const std::lock_guard lock(ui.mutex);
-  return {ui.presentations, ui.status().stats.steps};
+Seen look(const View& view) {
+  const ViewReport now = view.handle().report();
+  if (!now.error.empty()) throw std::runtime_error(now.error);
+  return {now.presentations, now.status.stats.steps};
 }
 
-void waitForPictures(UIHandle& ui) {
-  while (look(ui).presentations < 3) {
-    const std::lock_guard lock(ui.mutex);
-    if (!ui.error.empty()) throw std::runtime_error(ui.error);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+void waitForPictures(const View& view) {
+  while (look(view).presentations < 3) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 void shownView(benchmark::State& state, bool isRunning) {
@@ -70,22 +67,24 @@ void shownView(benchmark::State& state, bool isRunning) {
     return;
   }
   const HostWindow window(static_cast<std::uint16_t>(state.range(0)));
-  UIHandle ui;
-  ui.run.config.resolution = resolution;
-  ui.run.config.reynolds = DefaultReynolds(resolution, ui.run.config.k0);
-  ui.run.paused = !isRunning;
-  attachCanvas(ui, window.handle(), firstDevice);
+  View view;
+  view.attach(window.handle(), firstDevice);
   {
-    const std::lock_guard lock(ui.mutex);
+    UIHandle& ui = view.handle();
+    const auto lock = ui.lock();
+    Config config;
+    config.resolution = resolution;
+    ui.applyConfig(config);
+    ui.setRunning(isRunning);
     ui.start(firstDevice);
   }
-  waitForPictures(ui);
+  waitForPictures(view);
   for (auto _ : state) {
-    const Seen before = look(ui);
+    const Seen before = look(view);
     const std::clock_t busy = std::clock();
     std::this_thread::sleep_for(watched);
     const double cores = static_cast<double>(std::clock() - busy) / CLOCKS_PER_SEC;
-    const Seen after = look(ui);
+    const Seen after = look(view);
     const auto perSecond = [](std::uint64_t count) {
       return static_cast<double>(count) / watched.count();
     };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 
 namespace zeph {
 namespace {
@@ -26,13 +25,6 @@ DisplaySettings readDisplaySettings(const Json& object, DisplaySettings present)
   readClamped(object, "sigma", 1.5, 3.5, present.sigma);
   present.flow = findBoolean(object, "flow").value_or(present.flow);
   return present;
-}
-
-std::uint32_t readPictureSize(const Json& object) {
-  const auto pixels = readInteger(object, "pixel_size", usualPicture);
-  if (pixels < smallestPicture || pixels > largestPicture)
-    throw std::invalid_argument("PNG size must be 1 through 8192.");
-  return static_cast<std::uint32_t>(pixels);
 }
 
 Json displaySettingsToJson(const DisplaySettings& settings) {

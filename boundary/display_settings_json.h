@@ -10,10 +10,6 @@ namespace zeph {
 // picture can show. Raises std::invalid_argument or the JSON library's type error.
 DisplaySettings readDisplaySettings(const Json& object, DisplaySettings present);
 
-// The side of a picture in pixels, "pixel_size". Raises std::invalid_argument where it is out of
-// range.
-std::uint32_t readPictureSize(const Json& object);
-
 Json displaySettingsToJson(const DisplaySettings& settings);
 
 }  // namespace zeph

@@ -6,10 +6,10 @@
 #include <string_view>
 
 #include "boundary/config.h"
-#include "boundary/display_settings_json.h"
+#include "boundary/export_request.h"
 #include "boundary/reports.h"
 #include "boundary/system_description.h"
-#include "render/renderer.h"
+#include "render/frame_export.h"
 #include "solver/raw_files.h"
 
 namespace zeph {
@@ -45,24 +45,19 @@ Json reset(Solver& solver, const Json& request) {
   return statisticsReport(solver.inspect());
 }
 
-// Once there is a renderer, what the request says of the picture is read.
-void exportPicture(const std::shared_ptr<const Frame>& frame, const std::string& path,
-                   const Json& request) {
-  Renderer renderer(deviceId);
-  const std::uint32_t pixels = readPictureSize(request);
-  const DisplaySettings settings = readDisplaySettings(request, DisplaySettings{});
-  readBoolean(request, "flow", false);  // an engine's booleans are never null
-  renderer.renderPng(frame, settings, path, pixels);
-}
-
 Json exportFiles(Solver& solver, const Json& request) {
   if (const auto path = readPath(request, "spectrum")) writeRawFile(*path, solver.spectrum());
   const bool wanted = readBoolean(request, "snapshot", false);
   if (!wanted && !findValue(request, "fields") && !findValue(request, "png")) return Json::object();
   const auto frame = solver.snapshot(readBoolean(request, "include_velocity", true));
   if (!frame) throw std::runtime_error("No snapshot slot.");
-  if (const auto path = readPath(request, "fields")) writeRawFile(*path, solver.copyFields(*frame));
-  if (const auto path = readPath(request, "png")) exportPicture(frame, *path, request);
+  const FrameFiles files = readEngineExport(request);
+  if (files.fields) writeRawFile(*files.fields, solver.copyFields(*frame));
+  if (files.png) {
+    Renderer renderer(deviceId);
+    writePicture(renderer, frame, files);
+  }
+  files.raiseRefusal();
   return snapshotReport(*frame);
 }
 

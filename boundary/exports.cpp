@@ -11,7 +11,6 @@
 #include "device/check.h"
 #include "platform/arithmetic.h"
 #include "platform/system.h"
-#include "render/render_thread.h"
 
 struct zp_engine {
   explicit zp_engine(const zeph::Json& configuration) : handle(configuration) {}
@@ -19,7 +18,7 @@ struct zp_engine {
 };
 
 struct zp_ui {
-  zeph::UIHandle handle;
+  zeph::View view;
 };
 
 namespace {
@@ -57,13 +56,13 @@ void requireUi(const zp_ui* ui) {
 
 Json attachUi(zp_ui* ui, void* parent) {
   requireUi(ui);
-  zeph::attachCanvas(ui->handle, parent, zeph::deviceId);
+  ui->view.attach(parent, zeph::deviceId);
   return Json::object();
 }
 
 Json callUi(zp_ui* ui, const char* request) {
   requireUi(ui);
-  return zeph::runUiOperation(ui->handle, zeph::parseObject(request));
+  return zeph::runUiOperation(ui->view, zeph::parseObject(request));
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include "boundary/system_description.h"
 #include "controller/regulator.h"
 #include "device/runtime.h"
-#include "render/canvas.h"
 
 namespace zeph {
 namespace {
@@ -37,13 +36,13 @@ WindowState windowOf(const Canvas& canvas) {
 }
 
 // In device-independent units.
-Json canvasReport(const UIHandle& ui) {
-  const WindowState window = windowOf(*ui.canvas);
+Json canvasReport(const Canvas& canvas, bool isVisible) {
+  const WindowState window = windowOf(canvas);
   const auto scale = static_cast<double>(window.scale);
   return {{"width_points", window.width / scale},
           {"height_points", window.height / scale},
           {"scale", scale},
-          {"visible", ui.visible && window.isVisible}};
+          {"visible", isVisible && window.isVisible}};
 }
 
 void addFlow(Json& report, const Status& status) {
@@ -97,21 +96,19 @@ Json snapshotReport(const Frame& frame) {
   return report;
 }
 
-Json statusReport(const UIHandle& ui) {
-  const std::lock_guard lock(ui.mutex);
-  const Status status = ui.status();
-  Json report = displaySettingsToJson(ui.run.settings);
-  addFlow(report, status);
+Json statusReport(const View& view) {
+  const ViewReport now = view.handle().report();
+  Json report = displaySettingsToJson(now.look.settings);
+  addFlow(report, now.status);
   report["gpu"] = gpuName;
   report["backend"] = deviceBackend(deviceId);
-  report["error_message"] = textOrNull(ui.error, status.error_message);
-  // Kept apart from the settings of the picture, which hold them in single precision.
-  report["exposure"] = ui.exposure;
-  report["sigma"] = ui.sigma;
-  report["focused"] = ui.focused;
-  report["exporting"] = ui.exporting;
-  report["presentations"] = ui.presentations;
-  if (ui.parent != nullptr) report["canvas"] = canvasReport(ui);
+  report["error_message"] = textOrNull(now.error, now.status.error_message);
+  report["exposure"] = now.look.exposure;
+  report["sigma"] = now.look.sigma;
+  report["focused"] = now.isFocused;
+  report["exporting"] = false;  // an export is over when its call returns
+  report["presentations"] = now.presentations;
+  if (view.canvas()) report["canvas"] = canvasReport(*view.canvas(), now.isVisible);
   return report;
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "boundary/json_reading.h"
-#include "controller/ui_handle.h"
+#include "render/view.h"
 #include "solver/statistics.h"
 
 namespace zeph {
@@ -10,7 +10,7 @@ namespace zeph {
 Json statisticsReport(const Statistics& statistics);
 Json snapshotReport(const Frame& frame);
 
-// The reply to every operation of a view. Takes the handle's mutex.
-Json statusReport(const UIHandle& ui);
+// The reply to every operation of a view.
+Json statusReport(const View& view);
 
 }  // namespace zeph

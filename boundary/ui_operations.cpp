@@ -8,7 +8,7 @@
 
 #include "boundary/config.h"
 #include "boundary/display_settings_json.h"
-#include "boundary/frame_export.h"
+#include "boundary/export_request.h"
 #include "boundary/reports.h"
 #include "boundary/system_description.h"
 #include "platform/dialog.h"
@@ -75,10 +75,12 @@ void setLive(UIHandle& ui, const Json& request) {
 void set(UIHandle& ui, const Json& request) {
   if (const auto regulated = findBoolean(request, "regulated")) ui.setRegulated(*regulated);
   setLive(ui, request);
-  ui.setDisplay(readDisplaySettings(request, ui.run.settings));
-  ui.sigma = std::clamp(readNumber(request, "sigma", ui.sigma), 1.5, 3.5);
-  ui.exposure = std::clamp(readNumber(request, "exposure", ui.exposure), 0.25, 3.0);
-  ui.focused = findBoolean(request, "focused").value_or(ui.focused);
+  Look look = ui.look();
+  look.settings = readDisplaySettings(request, look.settings);
+  look.sigma = std::clamp(readNumber(request, "sigma", look.sigma), 1.5, 3.5);
+  look.exposure = std::clamp(readNumber(request, "exposure", look.exposure), 0.25, 3.0);
+  ui.setLook(look);
+  if (const auto focused = findBoolean(request, "focused")) ui.setFocused(*focused);
 }
 
 void readBatch(const Json& request, RunSettings& run) {
@@ -93,7 +95,7 @@ void readPathOrNone(const Json& request, const char* key, std::string& path) {
 }
 
 void benchmark(UIHandle& ui, const Json& request) {
-  RunSettings run = ui.run;
+  RunSettings run = ui.run();
   if (findMember(request, "until")) run.until = readNumber(request, "until");
   if (findMember(request, "wall_seconds"))
     run.wallSeconds = readNumber(request, "wall_seconds").value_or(0);
@@ -105,71 +107,63 @@ void benchmark(UIHandle& ui, const Json& request) {
   ui.setLimits(run);
 }
 
-// The request outlives the work, which is waited for or never begun; a copy of one that is nested
-// deeply would take more stack than there is.
-void exportFrame(UIHandle& ui, const Json& request) {
-  ui.exportFrame([&request](Renderer& renderer, const std::shared_ptr<const Frame>& frame,
-                            const DisplaySettings& settings) {
-    exportFrame(renderer, frame, settings, request);
-  });
-}
-
-// The user's answer is awaited without a lock: the flow and the picture go on.
-void save(UIHandle& ui, const Json&) {
+// The flow and the picture go on while the user thinks.
+void save(View& view) {
   const platform::SaveQuestion question = {.title = "Save PNG",
                                            .name = "2DZephane.png",
                                            .filterName = "PNG image",
                                            .suffix = "png",
-                                           .parent = ui.parent};
+                                           .parent = view.parent()};
   const platform::SaveAnswer answer = platform::askSavePath(question);
   if (answer.outcome == platform::SaveOutcome::failed)
     throw std::runtime_error("Could not open Save PNG dialog.");
-  if (answer.outcome == platform::SaveOutcome::chosen) exportFrame(ui, {{"png", answer.path}});
+  if (answer.outcome != platform::SaveOutcome::chosen) return;
+  FrameFiles files;
+  files.png = answer.path;
+  view.handle().exportFrame(files);
 }
 
 struct Operation {
   std::string_view name;
-  void (*run)(UIHandle&, const Json&);
-  bool takesMutex = false;  // else it is called with the mutex held
+  void (*run)(UIHandle&, const Json&);  // called with the handle's mutex held
 };
 
 constexpr std::array operations{
-    Operation{"export", exportFrame, true},
-    Operation{"save", save, true},
-    Operation{"get", nothing},
-    Operation{"flush", nothing},
-    Operation{"start", start},
-    Operation{"toggle", toggle},
-    Operation{"running", setRunning},
-    Operation{"step", step},
-    Operation{"reset", reset},
-    Operation{"seed", nextSeed},
-    Operation{"visible", setVisible},
-    Operation{"dismiss", dismiss},
-    Operation{"configure", configure},
-    Operation{"set", set},
+    Operation{"get", nothing},         Operation{"flush", nothing},
+    Operation{"start", start},         Operation{"toggle", toggle},
+    Operation{"running", setRunning},  Operation{"step", step},
+    Operation{"reset", reset},         Operation{"seed", nextSeed},
+    Operation{"visible", setVisible},  Operation{"dismiss", dismiss},
+    Operation{"configure", configure}, Operation{"set", set},
     Operation{"benchmark", benchmark},
 };
 
-const Operation& operationOf(const Json& request) {
+std::string nameOf(const Json& request) {
   const Json* op = findMember(request, "op");
-  const std::string name = op ? op->get<std::string>() : "";
-  for (const Operation& known : operations)
-    if (known.name == name) return known;
-  throw std::invalid_argument("Unknown UI operation.");
+  return op ? op->get<std::string>() : "";
+}
+
+void change(UIHandle& ui, const std::string& name, const Json& request) {
+  const auto operation = std::find_if(operations.begin(), operations.end(),
+                                      [&](const Operation& known) { return known.name == name; });
+  if (operation == operations.end()) throw std::invalid_argument("Unknown UI operation.");
+  const auto lock = ui.lock();
+  operation->run(ui, request);
 }
 
 }  // namespace
 
-Json runUiOperation(UIHandle& ui, const Json& request) {
-  const Operation& operation = operationOf(request);
-  if (operation.takesMutex) {
-    operation.run(ui, request);
+// "export" and "save" wait for others, and so hold no mutex.
+Json runUiOperation(View& view, const Json& request) {
+  const std::string name = nameOf(request);
+  if (name == "export") {
+    view.handle().exportFrame(readViewExport(request));
+  } else if (name == "save") {
+    save(view);
   } else {
-    const std::lock_guard lock(ui.mutex);
-    operation.run(ui, request);
+    change(view.handle(), name, request);
   }
-  return statusReport(ui);
+  return statusReport(view);
 }
 
 }  // namespace zeph

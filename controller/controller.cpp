@@ -33,6 +33,16 @@ Status freshStatus(const Config& config, std::uint64_t generation, bool running,
   return status;
 }
 
+ShownStatus shownOf(const Status& status) {
+  return {.frame = status.frame,
+          .generation = status.generation,
+          .seed = status.config.seed,
+          .time = status.stats.time,
+          .ready = status.ready,
+          .running = status.running,
+          .failed = !status.error_message.empty()};
+}
+
 void followGrid(Config& next, const Config& current, bool regulated) {
   if (next.resolution == current.resolution && next.k0 == current.k0) return;
   const bool named = !regulated && !(next.reynolds == current.reynolds);
@@ -144,6 +154,11 @@ void Controller::clearError() {
 Status Controller::status() const {
   const std::lock_guard lock(mutex_);
   return status_;
+}
+
+ShownStatus Controller::shown() const {
+  const std::lock_guard lock(mutex_);
+  return shownOf(status_);
 }
 
 Control Controller::control() const {

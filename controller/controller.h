@@ -43,6 +43,7 @@ class Controller {
   void setRun(const RunSettings& run);
   void clearError();
   Status status() const;
+  ShownStatus shown() const;
 
   // For the simulation thread.
   Control control() const;

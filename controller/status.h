@@ -52,6 +52,19 @@ struct Status {
   std::string error_message;
 };
 
+// The part of a status that the picture and the interface over it show.
+struct ShownStatus {
+  std::shared_ptr<const Frame> frame;
+  std::uint64_t generation = 0;
+  std::uint64_t seed = 0;
+  double time = 0;
+  bool ready = false;
+  bool running = true;
+  bool failed = false;  // there is an error message
+};
+
+ShownStatus shownOf(const Status& status);
+
 // The status of a flow that has not begun.
 Status freshStatus(const Config& config, std::uint64_t generation, bool running, bool regulated);
 

@@ -8,35 +8,30 @@
 namespace zeph {
 namespace {
 
-constexpr std::chrono::milliseconds stopCheck(50);  // while an export is awaited
+// While an export is awaited, the time between two looks whether the render thread has ended.
+constexpr std::chrono::milliseconds stopCheck(50);
 
 }  // namespace
 
-UIHandle::~UIHandle() {
-  {
-    const std::lock_guard lock(mutex);
-    stopped = true;
-  }
-  wake.notify_all();
-  if (renderThread.joinable()) renderThread.join();
-  controller.reset();
-  canvas.reset();
+Status UIHandle::status() const {
+  if (controller_) return controller_->status();
+  return freshStatus(run_.config, 0, !run_.paused, run_.regulated);
 }
 
-Status UIHandle::status() const {
-  if (controller) return controller->status();
-  return freshStatus(run.config, 0, !run.paused, run.regulated);
+ShownStatus UIHandle::shown() const {
+  if (controller_) return controller_->shown();
+  return shownOf(freshStatus(run_.config, 0, !run_.paused, run_.regulated));
 }
 
 void UIHandle::start(int device) {
-  if (controller) return;
-  controller = std::make_shared<Controller>(run, device);
-  controller->setVisible(visible);
+  if (controller_) return;
+  controller_ = std::make_unique<Controller>(run_, device);
+  controller_->setVisible(isVisible_);
 }
 
 void UIHandle::setRunning(bool value) {
-  run.paused = !value;
-  if (controller) controller->setRunning(value);
+  run_.paused = !value;
+  if (controller_) controller_->setRunning(value);
 }
 
 void UIHandle::toggle() {
@@ -44,12 +39,12 @@ void UIHandle::toggle() {
 }
 
 void UIHandle::step() {
-  run.paused = true;
-  if (controller) controller->step();
+  run_.paused = true;
+  if (controller_) controller_->step();
 }
 
 void UIHandle::reset() {
-  if (controller) controller->reset();
+  if (controller_) controller_->reset();
 }
 
 void UIHandle::nextSeed() {
@@ -59,74 +54,127 @@ void UIHandle::nextSeed() {
 }
 
 void UIHandle::setVisible(bool value) {
-  visible = value;
-  if (controller) controller->setVisible(value);
-  wake.notify_all();
+  isVisible_ = value;
+  if (controller_) controller_->setVisible(value);
+  wake_.notify_all();
 }
 
 void UIHandle::setRegulated(bool value) {
-  run.regulated = value;
-  if (controller) controller->setRegulated(value);
+  run_.regulated = value;
+  if (controller_) controller_->setRegulated(value);
 }
 
 void UIHandle::setLive(float cfl, double reynolds) {
-  if (controller) controller->setLive(cfl, reynolds);
-  run.config.cfl = cfl;
-  if (!run.regulated) run.config.reynolds = reynolds;
+  if (controller_) controller_->setLive(cfl, reynolds);
+  run_.config.cfl = cfl;
+  if (!run_.regulated) run_.config.reynolds = reynolds;
 }
 
-void UIHandle::setDisplay(const DisplaySettings& settings) {
-  run.settings = settings;
-  if (controller) controller->setVelocityNeeded(settings.needsVelocity());
+void UIHandle::setLook(const Look& look) {
+  run_.settings = look.settings;
+  exposure_ = look.exposure;
+  sigma_ = look.sigma;
+  if (controller_) controller_->setVelocityNeeded(look.settings.needsVelocity());
 }
 
 void UIHandle::setLimits(const RunSettings& limits) {
-  run = limits;
-  if (controller) controller->setRun(run);
+  run_ = limits;
+  if (controller_) controller_->setRun(run_);
 }
 
 void UIHandle::dismissErrors() {
-  error.clear();
-  if (controller) controller->clearError();
+  error_.clear();
+  if (controller_) controller_->clearError();
 }
 
 void UIHandle::applyConfig(Config config) {
   const Status now = status();
   followGrid(config, now.config, now.regulated);
   if (config == now.config) return;
-  run.config = config;
-  if (controller) controller->applyConfig(config);
+  run_.config = config;
+  if (controller_) controller_->applyConfig(config);
 }
 
-void UIHandle::exportFrame(FrameExport work) {
-  // Shared with the task: one that is dropped without having run must not break the promise.
+ViewReport UIHandle::report() const {
+  const auto held = lock();
+  return {.status = status(),
+          .look = look(),
+          .isVisible = isVisible_,
+          .isFocused = isFocused_,
+          .error = error_,
+          .presentations = presentations_};
+}
+
+void UIHandle::exportFrame(FrameFiles files) {
   const auto promise = std::make_shared<std::promise<void>>();
   std::future<void> done = promise->get_future();
   {
-    const std::lock_guard lock(mutex);
-    const std::shared_ptr<const Frame> frame = status().frame;
+    const auto held = lock();
+    const std::shared_ptr<const Frame> frame = shown().frame;
     if (!frame) throw std::runtime_error("No completed frame.");
-    if (stopped || !canvas) throw std::runtime_error(errorOr("No native renderer."));
-    tasks.emplace_back(
-        [promise, frame, settings = run.settings, work = std::move(work)](Renderer& renderer) {
-          try {
-            work(renderer, frame, settings);
-            promise->set_value();
-          } catch (...) {
-            promise->set_exception(std::current_exception());
-          }
-        });
-    wake.notify_all();
+    if (!isRendering_) throw std::runtime_error(errorOr("No native renderer."));
+    files.settings = run_.settings;
+    exports_.push_back({frame, std::move(files), promise});
+    wake_.notify_all();
   }
   while (done.wait_for(stopCheck) != std::future_status::ready) {
-    const std::lock_guard lock(mutex);
-    if (stopped) throw std::runtime_error(errorOr("Renderer stopped."));
+    const auto held = lock();
+    if (!isRendering_) throw std::runtime_error(errorOr("Renderer stopped."));
   }
   done.get();
 }
 
+void UIHandle::stopRendering() {
+  const auto held = lock();
+  isRendering_ = false;
+  wake_.notify_all();
+}
+
+std::optional<RenderTurn> UIHandle::takeTurn() {
+  const auto held = lock();
+  if (!isRendering_) return std::nullopt;
+  RenderTurn turn = {.status = shown(),
+                     .settings = run_.settings,
+                     .isVisible = isVisible_,
+                     .exports = std::exchange(exports_, {})};
+  if (turn.status.generation != presentedGeneration_) {
+    presentedGeneration_ = turn.status.generation;
+    presentations_ = 0;
+  }
+  return turn;
+}
+
+void UIHandle::countPresentation() {
+  const auto held = lock();
+  presentations_ += 1;
+}
+
+void UIHandle::reportError(const char* text) {
+  const auto held = lock();
+  error_ = text;
+}
+
+void UIHandle::waitForWork(double seconds) {
+  auto held = lock();
+  wake_.wait_for(held, std::chrono::duration<double>(seconds),
+                 [this] { return !isRendering_ || !exports_.empty(); });
+}
+
+void UIHandle::waitForStop() {
+  auto held = lock();
+  wake_.wait(held, [this] { return !isRendering_; });
+}
+
+void UIHandle::endRendering(const char* error) {
+  const auto held = lock();
+  error_ = error;
+  isRendering_ = false;
+  exports_.clear();
+  wake_.notify_all();
+}
+
 std::string UIHandle::errorOr(const char* text) const {
-  return error.empty() ? text : error;
+  return error_.empty() ? text : error_;
 }
 
 }  // namespace zeph

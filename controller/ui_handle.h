@@ -1,42 +1,61 @@
-// What stands behind the host's handle of a view: the controller once the flow has been started,
-// and before that what it will start from, so that the two agree.
+// What stands behind the host's handle of a view, and where the host's thread meets the render
+// thread. It holds the controller once the flow has been started, until then the settings from
+// which it will start, and the exports that wait for the render thread.
 #pragma once
 
 #include <condition_variable>
-#include <functional>
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "controller/controller.h"
+#include "controller/export_task.h"
 
 namespace zeph {
 
-class Canvas;
-class Renderer;
+// What the render thread needs for one turn of its loop.
+struct RenderTurn {
+  ShownStatus status;
+  DisplaySettings settings;
+  bool isVisible = true;
+  std::vector<ExportTask> exports;
+};
 
-// Work for the renderer, done by the render thread between two presentations.
-using RendererTask = std::function<void(Renderer&)>;
+// The display settings and, in double precision and apart from them, the two numbers that the
+// report shows.
+struct Look {
+  DisplaySettings settings;
+  double exposure = 1.2;
+  double sigma = 2.5;
+};
 
-// What an export does with the frame and the picture that were current when it was asked for.
-using FrameExport =
-    std::function<void(Renderer&, const std::shared_ptr<const Frame>&, const DisplaySettings&)>;
+// What the status report says of a view.
+struct ViewReport {
+  Status status;
+  Look look;
+  bool isVisible = true;
+  bool isFocused = false;
+  std::string error;                // of the render thread
+  std::uint64_t presentations = 0;  // of frames, in this generation
+};
 
-// The mutex guards everything but `parent`, `canvas` and the reading of `controller`. It is taken
-// before the controller's own. Operations are called with it held, unless they say otherwise.
-struct UIHandle {
-  UIHandle() = default;
-  // Ends both threads, the renderer's first.
-  ~UIHandle();
-  UIHandle(const UIHandle&) = delete;
-  UIHandle& operator=(const UIHandle&) = delete;
+// One mutex guards everything; it is taken before the controller's own.
+class UIHandle {
+ public:
+  // The operations down to beginRendering() expect their caller to hold this lock, so that several
+  // of them can act as one. All others take the mutex themselves.
+  [[nodiscard]] std::unique_lock<std::mutex> lock() const { return std::unique_lock(mutex_); }
 
-  // The controller's status, or one of a flow that has not begun.
+  // The controller's status, or that of a flow that has not been started.
   Status status() const;
+  bool isReady() const { return shown().ready; }
+  const RunSettings& run() const { return run_; }
+  Look look() const { return {run_.settings, exposure_, sigma_}; }
 
-  // Nothing where there is a controller already. Raises std::system_error.
+  // Does nothing if there is a controller already. Raises std::system_error.
   void start(int device);
   void setRunning(bool value);
   void toggle();
@@ -44,39 +63,55 @@ struct UIHandle {
   void reset();
   void nextSeed();
   void setVisible(bool value);
+  void setFocused(bool value) { isFocused_ = value; }
   void setRegulated(bool value);
   void setLive(float cfl, double reynolds);
-  void setDisplay(const DisplaySettings& settings);
+  void setLook(const Look& look);
   void setLimits(const RunSettings& limits);
   void dismissErrors();
 
-  // A flow of another configuration; one that is in force already goes on undisturbed.
+  // Starts a flow of another configuration. Does nothing if it is the one in force.
   void applyConfig(Config config);
 
-  // Does the work with the newest frame on the render thread; returns when it is over, or will
-  // never be done. Called without the mutex. Raises what the work raises, and std::runtime_error
-  // where it cannot be done.
-  void exportFrame(FrameExport work);
+  // From here on a render thread takes turns.
+  void beginRendering() { isRendering_ = true; }
 
-  mutable std::mutex mutex;
-  std::condition_variable wake;  // the render thread's
-  RunSettings run;
-  std::shared_ptr<Controller> controller;
-  void* parent = nullptr;          // the host's window
-  std::shared_ptr<Canvas> canvas;  // the view's own
-  std::thread renderThread;
-  bool stopped = false;  // the render thread is to end, or has ended
-  bool visible = true;
-  bool focused = false;
-  bool exporting = false;
-  double exposure = 1.2;
-  double sigma = 2.5;
-  std::string error;                // of the render side
-  std::uint64_t presentations = 0;  // of frames, in this generation
-  std::vector<RendererTask> tasks;
+  ViewReport report() const;
+
+  // Has the render thread write files of the newest frame and waits until it has, or until it is
+  // clear that it never will. Raises what the writing raises, and std::runtime_error if there is
+  // no frame or no render thread.
+  void exportFrame(FrameFiles files);
+
+  void stopRendering();
+
+  // For the render thread. No turn means that it is to end.
+  std::optional<RenderTurn> takeTurn();
+  void countPresentation();
+  void reportError(const char* text);
+  // Returns after so many seconds, or earlier if there is an export or the thread is to end.
+  void waitForWork(double seconds);
+  void waitForStop();
+  // Exports that still wait are dropped; exportFrame() notices that the thread has ended.
+  void endRendering(const char* error);
 
  private:
+  ShownStatus shown() const;
   std::string errorOr(const char* text) const;
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;  // wakes the render thread
+  RunSettings run_;
+  std::unique_ptr<Controller> controller_;
+  bool isRendering_ = false;
+  bool isVisible_ = true;
+  bool isFocused_ = false;
+  double exposure_ = Look().exposure;
+  double sigma_ = Look().sigma;
+  std::string error_;
+  std::uint64_t presentations_ = 0;
+  std::uint64_t presentedGeneration_ = 0;  // the one that `presentations_` counts
+  std::vector<ExportTask> exports_;
 };
 
 }  // namespace zeph

@@ -21,9 +21,4 @@ struct DisplaySettings {
   bool operator==(const DisplaySettings&) const = default;
 };
 
-// The side of an exported picture in pixels.
-constexpr std::int32_t smallestPicture = 1;
-constexpr std::int32_t usualPicture = 1800;
-constexpr std::int32_t largestPicture = 8192;
-
 }  // namespace zeph

@@ -24,20 +24,20 @@ OverlayItem textAt(const Rectangle& place, std::string text, float size, bool mo
       .place = place, .radius = 0, .text = std::move(text), .size = size, .monospaced = monospaced};
 }
 
-void addStartUp(std::vector<OverlayItem>& items, const Status& status, float side) {
+void addStartUp(std::vector<OverlayItem>& items, const ShownStatus& status, float side) {
   if (status.ready) return;
-  const char* text = status.error_message.empty() ? "Preparing the flow"
-                                                  : "Flow initialization failed - see error below";
+  const char* text =
+      status.failed ? "Flow initialization failed - see error below" : "Preparing the flow";
   items.push_back(textAt({20, side / 2 - 15, side - 20, side / 2 + 30}, text, 12, false));
 }
 
-void addBadge(std::vector<OverlayItem>& items, const Status& status) {
+void addBadge(std::vector<OverlayItem>& items, const ShownStatus& status) {
   items.push_back(panelAt({14, 14, 204, 40}, 13));
-  items.push_back(textAt({24, 14, 204, 40},
-                         "UNFORCED \u00b7 SEED " + std::to_string(status.config.seed), 8, true));
+  items.push_back(
+      textAt({24, 14, 204, 40}, "UNFORCED \u00b7 SEED " + std::to_string(status.seed), 8, true));
 }
 
-void addControls(std::vector<OverlayItem>& items, const Status& status, float side) {
+void addControls(std::vector<OverlayItem>& items, const ShownStatus& status, float side) {
   const float top = side - barTop;
   const float bottom = side - barBottom;
   items.push_back(panelAt({barLeft, top, barRight, bottom}, 18));
@@ -51,9 +51,9 @@ void addControls(std::vector<OverlayItem>& items, const Status& status, float si
   }
 }
 
-void addTime(std::vector<OverlayItem>& items, const Status& status, float side) {
+void addTime(std::vector<OverlayItem>& items, const ShownStatus& status, float side) {
   std::array<char, 400> text{};
-  std::snprintf(text.data(), text.size(), "t  %.3f", status.stats.time);
+  std::snprintf(text.data(), text.size(), "t  %.3f", status.time);
   const float top = side - 46;
   const float bottom = side - 17;
   items.push_back(panelAt({side - 114, top, side - 14, bottom}, 15));
@@ -70,7 +70,7 @@ Color linearized(const Color& color) {
   return {linearized(color.red), linearized(color.green), linearized(color.blue), color.alpha};
 }
 
-std::vector<OverlayItem> overlayOf(const Status& status, float side) {
+std::vector<OverlayItem> overlayOf(const ShownStatus& status, float side) {
   std::vector<OverlayItem> items;
   addStartUp(items, status, side);
   addBadge(items, status);

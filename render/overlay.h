@@ -53,7 +53,7 @@ struct OverlayItem {
 };
 
 // In the order of their drawing.
-std::vector<OverlayItem> overlayOf(const Status& status, float side);
+std::vector<OverlayItem> overlayOf(const ShownStatus& status, float side);
 
 enum class Button { toggle, step, reset };
 

@@ -1,17 +1,15 @@
 #include "render/render_thread.h"
 
 #include <algorithm>
-#include <chrono>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "device/check.h"
 #include "platform/arithmetic.h"
-#include "render/canvas.h"
+#include "render/frame_export.h"
 #include "render/graphics_use.h"
 #include "render/overlay.h"
 #include "render/pacing.h"
@@ -26,17 +24,9 @@ double now() {
   return monotonicSeconds();
 }
 
-// What one turn takes from the handle.
-struct Turn {
-  Status status;
-  DisplaySettings settings;
-  bool isVisible = true;
-  std::vector<RendererTask> tasks;
-};
-
 class RenderLoop {
  public:
-  RenderLoop(UIHandle& ui, int device);
+  RenderLoop(UIHandle& ui, Canvas& canvas, int device);
   ~RenderLoop();
   RenderLoop(const RenderLoop&) = delete;
   RenderLoop& operator=(const RenderLoop&) = delete;
@@ -44,29 +34,25 @@ class RenderLoop {
   void run();
 
  private:
-  std::optional<Turn> take();
-  void abandon();
   bool isWindowGone() const { return canvas_.window().width == 0; }
-  bool isShown(const Turn& turn, const WindowState& window) const;
-  void show(const Turn& turn, const WindowState& window);
+  bool isShown(const RenderTurn& turn, const WindowState& window) const;
+  void show(const RenderTurn& turn, const WindowState& window);
   void present(Presentation next);
-  void rest();
-  void hear(const WindowState& window);
+  void handleClicks(const WindowState& window);
   void click(const Click& click, const WindowState& window);
 
   UIHandle& ui_;
   Canvas& canvas_;
-  std::unique_ptr<Renderer> renderer_;  // null where the process ends
+  std::unique_ptr<Renderer> renderer_;  // null if the process is ending
   std::optional<ProcessEndGuard> guard_;
   std::optional<ProcessEndGuard> lateGuard_;  // from the first frame on
   PresentationGrid grid_;
   int width_ = 0;
   int height_ = 0;
-  std::uint64_t generation_ = 0;
-  std::optional<Presentation> shown_;  // nothing of it has changed on the screen since
+  std::optional<Presentation> onScreen_;  // empty if the screen may show something else
 };
 
-RenderLoop::RenderLoop(UIHandle& ui, int device) : ui_(ui), canvas_(*ui.canvas) {
+RenderLoop::RenderLoop(UIHandle& ui, Canvas& canvas, int device) : ui_(ui), canvas_(canvas) {
   const GraphicsUse use;
   if (!use) return;
   try {
@@ -89,53 +75,32 @@ RenderLoop::~RenderLoop() {
 }
 
 void RenderLoop::run() {
-  while (const std::optional<Turn> turn = take()) {
+  while (const std::optional<RenderTurn> turn = ui_.takeTurn()) {
     const GraphicsUse use;
-    if (!use || !renderer_) return abandon();
-    for (const RendererTask& task : turn->tasks) task(*renderer_);
+    // While the process ends, nothing may be drawn; the view may still be closed.
+    if (!use || !renderer_) return ui_.waitForStop();
+    for (const ExportTask& task : turn->exports) runExport(*renderer_, task);
     const WindowState window = canvas_.window();
-    hear(window);
+    handleClicks(window);
     if (isShown(*turn, window)) {
       show(*turn, window);
     } else {
-      rest();
+      ui_.waitForWork(grid_.idleSeconds(now()));
     }
   }
 }
 
-// The process is ending, and the thread with it, unless somebody closes the view before.
-void RenderLoop::abandon() {
-  std::unique_lock lock(ui_.mutex);
-  ui_.wake.wait(lock, [this] { return ui_.stopped; });
-}
-
-// Nothing where the thread is to end.
-std::optional<Turn> RenderLoop::take() {
-  const std::lock_guard lock(ui_.mutex);
-  if (ui_.stopped) return std::nullopt;
-  Turn turn;
-  turn.status = ui_.status();
-  turn.settings = ui_.run.settings;
-  turn.isVisible = ui_.visible;
-  turn.tasks = std::exchange(ui_.tasks, {});
-  if (turn.status.generation != generation_) {
-    generation_ = turn.status.generation;
-    ui_.presentations = 0;
-  }
-  return turn;
-}
-
-bool RenderLoop::isShown(const Turn& turn, const WindowState& window) const {
+bool RenderLoop::isShown(const RenderTurn& turn, const WindowState& window) const {
   return turn.isVisible && window.isVisible && window.width >= 1 && window.height >= 1 &&
          grid_.isDue(now());
 }
 
-void RenderLoop::show(const Turn& turn, const WindowState& window) {
+void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
   if (window.width != width_ || window.height != height_) {
     canvas_.resize(window.width, window.height);
     width_ = window.width;
     height_ = window.height;
-    shown_.reset();
+    onScreen_.reset();
   }
   const float side = static_cast<float>(std::min(width_, height_)) / window.scale;
   Presentation next = {.frame = turn.status.frame,
@@ -151,10 +116,7 @@ void RenderLoop::show(const Turn& turn, const WindowState& window) {
     return;
   }
   grid_.presented(now());
-  if (turn.status.frame && shown_) {
-    const std::lock_guard lock(ui_.mutex);
-    ui_.presentations += 1;
-  }
+  if (turn.status.frame && onScreen_) ui_.countPresentation();
   renderer_->waitForLatency(latencySeconds);
   // By now all of the graphics system that is loaded late has been.
   if (turn.status.frame && !lateGuard_) lateGuard_.emplace();
@@ -163,37 +125,30 @@ void RenderLoop::show(const Turn& turn, const WindowState& window) {
 // What is on the screen already need not be drawn again to be shown.
 void RenderLoop::present(Presentation next) {
   renderer_->resize(static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
-  if (shown_ && *shown_ == next) return;
-  shown_.reset();
-  if (renderer_->present(next)) shown_ = std::move(next);
+  if (onScreen_ && *onScreen_ == next) return;
+  onScreen_.reset();
+  if (renderer_->present(next)) onScreen_ = std::move(next);
 }
 
-void RenderLoop::rest() {
-  const std::chrono::duration<double> wait(grid_.idleSeconds(now()));
-  std::unique_lock lock(ui_.mutex);
-  ui_.wake.wait_for(lock, wait, [this] { return ui_.stopped || !ui_.tasks.empty(); });
-}
-
-void RenderLoop::hear(const WindowState& window) {
+void RenderLoop::handleClicks(const WindowState& window) {
   const Canvas::Events events = canvas_.takeEvents();
-  if (events.isExposed) shown_.reset();
+  if (events.isExposed) onScreen_.reset();
   for (const Click& one : events.clicks) {
     try {
       click(one, window);
     } catch (const std::exception& failure) {
-      const std::lock_guard lock(ui_.mutex);
-      ui_.error = failure.what();
+      ui_.reportError(failure.what());
     }
     canvas_.focusParent();
   }
 }
 
 void RenderLoop::click(const Click& click, const WindowState& window) {
-  const std::lock_guard lock(ui_.mutex);
   const auto button = buttonAt(static_cast<float>(click.x) / window.scale,
                                static_cast<float>(click.y) / window.scale,
                                static_cast<float>(canvas_.height()) / window.scale);
-  if (!button || !ui_.controller || !ui_.status().ready) return;
+  const auto lock = ui_.lock();
+  if (!button || !ui_.isReady()) return;
   switch (*button) {
     case Button::toggle:
       ui_.toggle();
@@ -207,34 +162,16 @@ void RenderLoop::click(const Click& click, const WindowState& window) {
   }
 }
 
-// Tasks that have not run never will; whoever waits for one sees that the thread has stopped.
-void fail(UIHandle& ui, const char* text) {
-  const std::lock_guard lock(ui.mutex);
-  ui.error = text;
-  ui.stopped = true;
-  ui.tasks.clear();
-  ui.wake.notify_all();
-}
+}  // namespace
 
-void renderThreadMain(UIHandle& ui, int device) {
+void renderFrames(UIHandle& ui, Canvas& canvas, int device) {
   try {
     platform::useDefaultArithmetic();
     check(cudaSetDevice(device), "cudaSetDevice(deviceId)");
-    RenderLoop(ui, device).run();
+    RenderLoop(ui, canvas, device).run();
   } catch (const std::exception& failure) {
-    fail(ui, failure.what());
+    ui.endRendering(failure.what());
   }
-}
-
-}  // namespace
-
-void attachCanvas(UIHandle& ui, void* parent, int device) {
-  if (ui.parent != nullptr) throw std::runtime_error("Canvas is already attached.");
-  auto canvas = std::make_shared<Canvas>(parent);
-  const std::lock_guard lock(ui.mutex);
-  ui.canvas = canvas;
-  ui.renderThread = std::thread([&ui, device] { renderThreadMain(ui, device); });
-  ui.parent = parent;
 }
 
 }  // namespace zeph

@@ -1,15 +1,15 @@
-// The render thread of a view: it alone makes, uses and destroys the renderer. Sixty times a second
-// at most it shows the newest frame with the interface on top; in between it does the renderer's
-// other work and hears clicks.
+// The render thread of a view: it alone makes, uses and destroys the renderer. At most sixty times
+// a second it shows the newest frame with the interface on top; in between it writes the files of
+// exports and handles clicks.
 #pragma once
 
 #include "controller/ui_handle.h"
+#include "render/canvas.h"
 
 namespace zeph {
 
-// Lays the canvas into the host's window and starts the thread, for the frames of a device. Called
-// without the handle's mutex. Raises std::runtime_error, and std::system_error where a thread
-// cannot be had.
-void attachCanvas(UIHandle& ui, void* parent, int device);
+// The thread's whole life, for the frames of a device. A failure ends it and is reported by the
+// handle.
+void renderFrames(UIHandle& ui, Canvas& canvas, int device);
 
 }  // namespace zeph

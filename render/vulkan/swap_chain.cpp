@@ -104,30 +104,30 @@ SwapChain::Image SwapChain::makeImage(VkImage image, VkRenderPass pass) const {
   return made;
 }
 
-bool SwapChain::begin(Turn& turn) {
+bool SwapChain::begin(Drawable& drawable) {
   if (!chain_) return false;
   const VkResult result = device_.vk.vkAcquireNextImageKHR(
-      device_.handle(), chain_.get(), patience, acquired_.get(), VK_NULL_HANDLE, &turn.index);
+      device_.handle(), chain_.get(), patience, acquired_.get(), VK_NULL_HANDLE, &drawable.index);
   // The window has changed its size, or nothing is shown that would free an image.
   if (result == VK_ERROR_OUT_OF_DATE_KHR || result == VK_TIMEOUT || result == VK_NOT_READY)
     return false;
   check(result, "Get swap buffer");
-  const Image& image = images_[turn.index];
-  turn.image = image.image;
-  turn.framebuffer = image.framebuffer.get();
-  turn.acquired = acquired_.get();
-  turn.drawn = image.drawn.get();
+  const Image& image = images_[drawable.index];
+  drawable.image = image.image;
+  drawable.framebuffer = image.framebuffer.get();
+  drawable.acquired = acquired_.get();
+  drawable.drawn = image.drawn.get();
   return true;
 }
 
-void SwapChain::show(const Turn& turn) {
+void SwapChain::show(const Drawable& drawable) {
   const VkSwapchainKHR chain = chain_.get();
   const VkPresentInfoKHR info = {.sType = VK_STRUCTURE_TYPE_PRESENT_INFO_KHR,
                                  .waitSemaphoreCount = 1,
-                                 .pWaitSemaphores = &turn.drawn,
+                                 .pWaitSemaphores = &drawable.drawn,
                                  .swapchainCount = 1,
                                  .pSwapchains = &chain,
-                                 .pImageIndices = &turn.index};
+                                 .pImageIndices = &drawable.index};
   const VkResult result = device_.vk.vkQueuePresentKHR(device_.queue(), &info);
   if (result != VK_ERROR_OUT_OF_DATE_KHR) check(result, "Present frame");
 }

@@ -20,7 +20,7 @@ class SwapChain {
   // Images of that size, or of the one that the window dictates. Nobody may be drawing.
   void resize(std::uint32_t width, std::uint32_t height, VkRenderPass pass);
 
-  struct Turn {
+  struct Drawable {
     VkImage image = VK_NULL_HANDLE;
     VkFramebuffer framebuffer = VK_NULL_HANDLE;
     VkSemaphore acquired = VK_NULL_HANDLE;  // the drawing waits for it
@@ -28,8 +28,8 @@ class SwapChain {
     std::uint32_t index = 0;
   };
   // False where there is no image to draw into now.
-  bool begin(Turn& turn);
-  void show(const Turn& turn);
+  bool begin(Drawable& drawable);
+  void show(const Drawable& drawable);
 
  private:
   struct Image {

@@ -67,8 +67,8 @@ struct Renderer::Impl {
   void recordPicture(VkCommandBuffer buffer, const Picture& picture) const;
   void recordClear(VkCommandBuffer buffer) const;
   void recordInterface(VkCommandBuffer buffer) const;
-  void recordTurn(VkCommandBuffer buffer, const SwapChain::Turn& turn,
-                  const std::optional<Picture>& picture);
+  void recordPresentation(VkCommandBuffer buffer, const SwapChain::Drawable& drawable,
+                          const std::optional<Picture>& picture);
 
   Device device;
   Commands commands;
@@ -183,18 +183,18 @@ void Renderer::Impl::recordInterface(VkCommandBuffer buffer) const {
   interface->draw(buffer);
 }
 
-void Renderer::Impl::recordTurn(VkCommandBuffer buffer, const SwapChain::Turn& turn,
-                                const std::optional<Picture>& picture) {
+void Renderer::Impl::recordPresentation(VkCommandBuffer buffer, const SwapChain::Drawable& drawable,
+                                        const std::optional<Picture>& picture) {
   if (picture) bringInputs(buffer, *picture);
   interface->prepare(buffer);
-  moveImage(device, buffer, turn.image, VK_IMAGE_LAYOUT_UNDEFINED,
+  moveImage(device, buffer, drawable.image, VK_IMAGE_LAYOUT_UNDEFINED,
             VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL);
-  beginPass(buffer, drawingFor(chain->format()).pass.get(), turn.framebuffer, chain->extent());
+  beginPass(buffer, drawingFor(chain->format()).pass.get(), drawable.framebuffer, chain->extent());
   recordClear(buffer);
   if (picture) recordPicture(buffer, *picture);
   recordInterface(buffer);
   device.vk.vkCmdEndRenderPass(buffer);
-  moveImage(device, buffer, turn.image, VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL,
+  moveImage(device, buffer, drawable.image, VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL,
             VK_IMAGE_LAYOUT_PRESENT_SRC_KHR);
 }
 
@@ -253,8 +253,8 @@ void Renderer::resize(std::uint32_t width, std::uint32_t height) {
 bool Renderer::present(const Presentation& presentation) {
   Impl& i = *impl_;
   i.commands.wait();
-  SwapChain::Turn turn;
-  if (!i.chain->begin(turn)) {
+  SwapChain::Drawable drawable;
+  if (!i.chain->begin(drawable)) {
     // The next resize makes new images, of whatever size.
     i.windowSize = {};
     return false;
@@ -267,9 +267,9 @@ bool Renderer::present(const Presentation& presentation) {
                                 .rounded = cornerRadius * presentation.scale});
   }
   i.interface->update(presentation.overlay, i.chain->extent(), presentation.scale);
-  i.commands.start([&](VkCommandBuffer buffer) { i.recordTurn(buffer, turn, picture); },
-                   turn.acquired, turn.drawn);
-  i.chain->show(turn);
+  i.commands.start([&](VkCommandBuffer buffer) { i.recordPresentation(buffer, drawable, picture); },
+                   drawable.acquired, drawable.drawn);
+  i.chain->show(drawable);
   return true;
 }
 

@@ -176,25 +176,27 @@ class Storm {
   std::mt19937_64 source_;
 };
 
-Status look(const UIHandle& ui) {
-  const std::lock_guard lock(ui.mutex);
-  return ui.status();
+Status look(const View& view) {
+  return view.handle().report().status;
 }
 
 TEST(AStormOfCommands, LeavesEveryStatusSound) {
   const auto seed = static_cast<std::uint64_t>(std::random_device()());
   SCOPED_TRACE(testing::Message() << "seed " << seed);
   Storm storm(seed);
-  UIHandle ui;
-  ui.run.config = test::configOf(16);
+  View view;
+  {
+    const auto lock = view.handle().lock();
+    view.handle().applyConfig(test::configOf(16));
+  }
 
   std::atomic<bool> over = false;
   std::atomic<int> dismissed = 0;
   std::thread onlooker([&] {
     Watch watch(dismissed);
     while (!over && !testing::Test::HasFailure()) {
-      watch.see(look(ui));
-      serialise(statusReport(ui));
+      watch.see(look(view));
+      serialise(statusReport(view));
       std::this_thread::yield();
     }
   });
@@ -206,11 +208,11 @@ TEST(AStormOfCommands, LeavesEveryStatusSound) {
     SCOPED_TRACE(request);
     if (request == R"({"op":"dismiss"})") ++dismissed;
     try {
-      serialise(runUiOperation(ui, parseObject(request.c_str())));
+      serialise(runUiOperation(view, parseObject(request.c_str())));
     } catch (const std::exception& refusal) {
       EXPECT_NE(std::string(refusal.what()), "");
     }
-    watch.see(look(ui));
+    watch.see(look(view));
     storm.pause();
   }
   over = true;
@@ -222,9 +224,14 @@ TEST(AStormOfCommands, LeavesEveryStatusSound) {
         R"({"op":"configure","resolution":20,"reynolds":2000,"fixed_dt":null})",
         R"({"op":"start"})", R"({"op":"reset"})", R"({"op":"running","value":true})",
         R"({"op":"visible"})"})
-    runUiOperation(ui, parseObject(request));
-  test::waitFor(*ui.controller,
-                [](const Status& now) { return now.ready && now.stats.steps > 20; });
+    runUiOperation(view, parseObject(request));
+  const auto patience = std::chrono::steady_clock::now() + test::patience;
+  const auto isUnderWay = [&] {
+    const Status now = look(view);
+    return now.ready && now.stats.steps > 20;
+  };
+  while (!isUnderWay() && std::chrono::steady_clock::now() < patience) std::this_thread::yield();
+  EXPECT_TRUE(isUnderWay());
 }
 
 }  // namespace

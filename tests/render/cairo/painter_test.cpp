@@ -283,7 +283,7 @@ TEST_F(PainterTest, DrawsEverythingAtAnotherScaleOrInOtherMemory) {
 }
 
 TEST_F(PainterTest, DrawsAWholeOverlayOnSurfacesOfAnySize) {
-  Status status;
+  const ShownStatus status;
   for (const int width : {1, 2, 20, 77, 400}) {
     for (const int height : {1, 20, 500}) {
       Canvas canvas(width, height);

@@ -1,0 +1,24 @@
+#include "render/frame_export.h"
+
+#include "solver/raw_files.h"
+#include "solver/solver.h"
+
+namespace zeph {
+
+void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
+                  const FrameFiles& files) {
+  files.raiseRefusal();
+  if (files.png) renderer.renderPng(frame, files.settings, *files.png, files.pixels);
+}
+
+void runExport(Renderer& renderer, const ExportTask& task) {
+  try {
+    if (task.files.fields) writeRawFile(*task.files.fields, copyFields(*task.frame));
+    writePicture(renderer, task.frame, task.files);
+    task.done->set_value();
+  } catch (...) {
+    task.done->set_exception(std::current_exception());
+  }
+}
+
+}  // namespace zeph

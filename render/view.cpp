@@ -1,0 +1,25 @@
+#include "render/view.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "render/render_thread.h"
+
+namespace zeph {
+
+View::~View() {
+  handle_.stopRendering();
+  if (renderThread_.joinable()) renderThread_.join();
+}
+
+void View::attach(void* parent, int device) {
+  if (parent_ != nullptr) throw std::runtime_error("Canvas is already attached.");
+  auto canvas = std::make_unique<Canvas>(parent);
+  const auto lock = handle_.lock();  // the thread's first turn waits for beginRendering()
+  renderThread_ = std::thread([this, &on = *canvas, device] { renderFrames(handle_, on, device); });
+  handle_.beginRendering();
+  canvas_ = std::move(canvas);
+  parent_ = parent;
+}
+
+}  // namespace zeph
