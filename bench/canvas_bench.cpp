@@ -20,7 +20,7 @@ constexpr int firstDevice = 0;
 constexpr int resolution = 256;
 constexpr Seconds watched(4);
 
-// A window of a host's.
+// A window such as a host has.
 class HostWindow {
  public:
   explicit HostWindow(std::uint16_t side) : x_(*x11::xcb()), c_(x_.xcb_connect(nullptr, nullptr)) {

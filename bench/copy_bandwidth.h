@@ -12,7 +12,7 @@ class LargeCopy {
  public:
   LargeCopy();
 
-  // Queues one copy; the processor's is shared out to all its threads.
+  // Queues one copy; on the processor all threads share the work.
   void run() const;
 
   cudaStream_t stream() const { return queue_.value; }

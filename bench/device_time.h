@@ -1,4 +1,4 @@
-// Timing that is right whether a device does its work at once or only queues it.
+// Timing that is correct whether a device does its work at once or only queues it.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -11,8 +11,8 @@
 
 namespace zeph::bench {
 
-// How often the work is queued between two looks at the device: often enough that a launch hides
-// behind the work before it.
+// How often the work is queued before waiting for the device: often enough that each launch happens
+// while the device still works on the one before.
 inline int roundsAtOnce() {
   return deviceIsSynchronous() ? 1 : 32;
 }
@@ -28,13 +28,13 @@ inline void finish(cudaStream_t stream) {
   check(cudaStreamSynchronize(stream), "cudaStreamSynchronize");
 }
 
-// The iterations of a benchmark with manual time: `work` queues one on the stream. The device's own
-// clock tells what they took.
+// Runs the iterations of a benchmark with manual time: `work` queues one on the stream. The time is
+// measured by the device's own clock.
 template <class Work>
 void timeOnDevice(benchmark::State& state, cudaStream_t stream, Work work) {
   const TimingEvents events;
   const int rounds = roundsAtOnce();
-  work();  // what is loaded at first use
+  work();  // loads what is loaded at first use
   finish(stream);
   while (state.KeepRunningBatch(rounds)) {
     check(cudaEventRecord(events.begin, stream), "cudaEventRecord");

@@ -1,8 +1,8 @@
-// The benchmark program: Google Benchmark's, with a choice of the device.
+// The benchmark program: Google Benchmark with an option for the device.
 //
 //   zephane_bench [--device=N] [--benchmark_filter=REGEX ...]
 //
-// Without --device it is the device that zp_initialize takes.
+// Without --device it runs on the device that zp_initialize selects.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* deviceOption = "--device=";
 
-// Takes the option out of the arguments.
+// The device, from the option if there is one, which is removed from the arguments.
 int deviceOf(int& argc, char** argv) {
   const auto isDevice = [](const char* argument) {
     return std::strncmp(argument, deviceOption, std::strlen(deviceOption)) == 0;

@@ -1,5 +1,5 @@
-// What a picture costs: as a whole, with the renderer made for it as an engine does, and in its
-// parts, draw, read back and encode, with a renderer that stands.
+// What a picture costs: as a whole, including the renderer that an engine makes for it, and in its
+// parts (draw, read back, encode) with a renderer that exists already.
 #include <benchmark/benchmark.h>
 
 #include <filesystem>

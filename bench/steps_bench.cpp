@@ -22,18 +22,18 @@ Config configOf(benchmark::State& state, Integrator integrator, OperatorKind kin
   return config;
 }
 
-// So many steps that neither asking for them nor the look at the clock behind them shows.
+// Enough steps that the cost of the call and of reading the clock is negligible.
 int stepsAtOnce(Solver& solver) {
   constexpr double enough = 50;  // milliseconds
-  solver.advance(1);             // what is made at first use
+  solver.advance(1);             // makes what is made at first use
   const double one = solver.advance(1).gpuMilliseconds;
   const int steps = static_cast<int>(std::clamp(enough / one, 1.0, 256.0));
   solver.advance(steps);
   return steps;
 }
 
-// Beside the time: steps in a second, the bytes that a step must move, and how near to copying them
-// it comes.
+// Reports, beside the time, steps per second, the bytes that a step must move, and its speed
+// relative to copying as many bytes.
 void step(benchmark::State& state, Integrator integrator, OperatorKind kind) {
   orSkip(state, [&] {
     const double bandwidth = copyBandwidth();

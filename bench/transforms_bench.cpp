@@ -16,11 +16,11 @@ void paddedPair(benchmark::State& state) {
     const int m = paddedResolution(n);
     FftPlan plan(m, true, paddedStride(m), n / 2, flow.queue.value);
     plan.application(2);
-    // Transforms do not scale: what grows from round to round is set back.
-    const auto setBack = [&] {
+    // Transforms do not scale, so the field grows from round to round: fill it again.
+    const auto fillAgain = [&] {
       velocityToPadded(flow.queue.value, flow.omega.as<V2>(), flow.padded.as<V2>(), flow.params(0));
     };
-    timeOnDevice(state, flow.queue.value, setBack, [&] {
+    timeOnDevice(state, flow.queue.value, fillAgain, [&] {
       plan.transform(flow.padded.ptr, 2, true);
       plan.transform(flow.padded.ptr, 2, false);
     });

@@ -1,5 +1,5 @@
-// What a view costs its user's machine: a paused one in processor time, and a running one in steps
-// that a bare solver would have made meanwhile.
+// What a view costs its user's machine: a paused one in processor time, a running one in the steps
+// that a solver without a view would have made in the same time.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -40,7 +40,7 @@ double processorSeconds() {
   return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
 }
 
-// The share of one core that goes on while nothing moves.
+// The share of one core that a view uses while it is paused.
 void pausedView(benchmark::State& state) {
   RunSettings run = settingsOf(state);
   run.paused = true;
@@ -84,8 +84,8 @@ void runView(Controller& controller, Measured& view) {
   view.seconds += passed.count();
 }
 
-// A visible view at full speed, statistics, frames and short batches included, in turn with a bare
-// solver.
+// A visible view at full speed, with its statistics, frames and short batches, alternating with a
+// solver alone.
 void runningView(benchmark::State& state, bool velocity) {
   RunSettings run = settingsOf(state);
   run.settings.flow = velocity;

@@ -1,7 +1,7 @@
 # The part of the system that runs on NVIDIA GPUs. It needs nvcc, the toolkit's headers and its
-# static runtime, and VkFFT's headers; where something is missing, the build does without it.
+# static runtime, and VkFFT's headers; if something is missing, the library is built without it.
 #
-# ZEPHANE_CUDA_FOUND tells whether it is built; zephane_cuda(TARGET) adds it to a target.
+# ZEPHANE_CUDA_FOUND says whether it is built; zephane_cuda(TARGET) adds it to a target.
 
 set(ZEPHANE_CUDA_FOUND FALSE)
 set(ZEPHANE_CUDA_LACK "ZEPHANE_CUDA is off")
@@ -17,12 +17,12 @@ if(ZEPHANE_CUDA)
   endif()
 endif()
 
-# Machine code for these processors, and PTX of the first for all that come after it.
+# Machine code for these kinds of GPU, and PTX for the first, which newer kinds can run too.
 set(ZEPHANE_CUDA_ARCHITECTURES 86 89 90 120)
 set(ZEPHANE_NVCC_FLAGS -std=c++20 --fmad=false --expt-relaxed-constexpr --no-compress
                        -I${PROJECT_SOURCE_DIR})
 
-# Compiles the kernels to one file of all architectures, and to PTX for who wants to read it.
+# Compiles the kernels for all architectures into one file.
 function(zephane_kernel_image image)
   set(source ${PROJECT_SOURCE_DIR}/kernels/cuda/kernels.cu)
   set(codes "")
@@ -42,8 +42,8 @@ function(zephane_kernel_image image)
     VERBATIM)
 endfunction()
 
-# The functions of CUDA that the target calls stand in a library of their own, so that a test can
-# put others in their place.
+# The CUDA functions that the target calls are in a library of their own, so that a test can replace
+# them.
 function(zephane_toolkit)
   set(folder ${PROJECT_SOURCE_DIR}/device/cuda)
   set(image ${PROJECT_BINARY_DIR}/kernels.fatbin)

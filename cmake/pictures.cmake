@@ -1,8 +1,8 @@
 # The renderer. On Linux it needs Vulkan's and libpng's headers, and glslangValidator to compile the
 # shaders; the libraries themselves are looked for while the process runs.
 #
-# ZEPHANE_PICTURES_FOUND tells whether it is built; zephane_pictures(TARGET) adds it to a target, or
-# one in its place that says that there is none.
+# ZEPHANE_PICTURES_FOUND says whether it is built; zephane_pictures(TARGET) adds it to a target, or
+# if it is not built, a replacement that reports that.
 
 set(ZEPHANE_PICTURES_FOUND FALSE)
 set(ZEPHANE_PICTURES_LACK "ZEPHANE_PICTURES is off")
@@ -74,7 +74,7 @@ function(zephane_pictures target)
        ${PROJECT_SOURCE_DIR}/render/png/*.cpp ${PROJECT_SOURCE_DIR}/render/cairo/*.cpp
        ${PROJECT_SOURCE_DIR}/render/x11/*.cpp)
   target_sources(${target} PRIVATE ${sources})
-  # Vulkan's records are filled by name, and what is not named is zero.
+  # Vulkan's records are filled by designated initialisers; unnamed members are zero.
   set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS
                                                     -Wno-missing-field-initializers)
   set_source_files_properties(

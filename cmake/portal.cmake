@@ -1,13 +1,13 @@
 # The desktop's portal, over the session's D-Bus. It needs the headers of libdbus-1; the library
 # itself is looked for while the process runs.
 #
-# ZEPHANE_PORTAL_FOUND tells whether it is built; zephane_portal(TARGET) adds it to a target.
+# ZEPHANE_PORTAL_FOUND says whether it is built; zephane_portal(TARGET) adds it to a target.
 
 set(ZEPHANE_PORTAL_FOUND FALSE)
 set(ZEPHANE_PORTAL_LACK "ZEPHANE_PORTAL is off")
 if(ZEPHANE_PORTAL)
   find_path(ZEPHANE_DBUS_FOLDER dbus/dbus.h PATH_SUFFIXES dbus-1.0)
-  # The headers of the processor's architecture stand among the libraries.
+  # The header that depends on the architecture is in a folder beside the library.
   get_filename_component(prefix "${ZEPHANE_DBUS_FOLDER}/../.." ABSOLUTE)
   find_path(
     ZEPHANE_DBUS_ARCHITECTURE_FOLDER dbus/dbus-arch-deps.h

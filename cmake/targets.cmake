@@ -1,8 +1,8 @@
 # How the system's targets are made.
 #
 # A folder's sources are its *.cpp files. A file FILE.isa.cpp is compiled once for each vector
-# instruction set, with ZEPH_ISA naming the namespace of its code and ZEPH_VECTOR_WIDTH the width of a
-# vector in floats; everything it defines but that namespace has internal linkage, so that no
+# instruction set; ZEPH_ISA is then the namespace of its code and ZEPH_VECTOR_WIDTH the width of a
+# vector in floats. Everything it defines outside that namespace has internal linkage, so that no
 # machine ever runs code of a set that it lacks.
 
 add_library(zephane_flags INTERFACE)
@@ -50,10 +50,10 @@ function(zephane_instruction_sets target)
   foreach(set sse2 avx2 avx512)
     add_library(${target}_${set} OBJECT ${sources})
     target_link_libraries(${target}_${set} PRIVATE zephane_flags)
-    target_compile_definitions(${target}_${set} PRIVATE ZEPH_ISA=${set}
-                                                        ZEPH_VECTOR_WIDTH=${ZEPHANE_VECTOR_WIDTH_${set}})
-    # Loops become vectors only where a floating-point operation may be done without being needed;
-    # no result depends on that.
+    target_compile_definitions(
+      ${target}_${set} PRIVATE ZEPH_ISA=${set} ZEPH_VECTOR_WIDTH=${ZEPHANE_VECTOR_WIDTH_${set}})
+    # GCC vectorises some loops only if it may do operations whose result is then discarded, which
+    # these options allow. They change no result.
     target_compile_options(${target}_${set} PRIVATE ${ZEPHANE_FLAGS_${set}} -fno-math-errno
                                                     -fno-trapping-math)
     target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}_${set}>)
@@ -65,18 +65,18 @@ function(zephane_library target core)
   add_library(${target} SHARED boundary/exports.cpp)
   target_link_libraries(${target} PRIVATE ${core})
   set(map ${PROJECT_SOURCE_DIR}/boundary/exports.map)
-  # Never unloaded: threads of the library sleep in its code.
+  # Never unloaded: the library's threads sleep in its code.
   target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined
                                         -Wl,-z,nodelete)
   # SOVERSION is the version of the interface, which zp_initialize() reports as "abi_version".
   set_target_properties(${target} PROPERTIES SOVERSION 1 LINK_DEPENDS ${map}
                                              LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
   if(ZEPHANE_SANITIZE)
-    # The sanitizers' own symbols come from the process that loads the library.
+    # The sanitizers' symbols come from the process that loads the library.
     set_property(TARGET ${target} PROPERTY LINK_OPTIONS
                  -Wl,--version-script=${map} -Wl,-z,nodelete)
   else()
-    # The library runs on machines whose own C++ library is older, or missing.
+    # The library must run on machines whose C++ library is older, or missing.
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
 endfunction()

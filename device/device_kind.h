@@ -1,5 +1,5 @@
 // The table of operations that each kind of device fills in; see runtime.h for what they do.
-// Ordinals are those of the kind itself, from 0.
+// Ordinals count the devices of that kind, from 0.
 #pragma once
 
 #include "device/runtime.h"

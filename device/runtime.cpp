@@ -59,7 +59,7 @@ cudaError_t cudaGetDeviceCount(int* count) {
 cudaError_t cudaSetDevice(int device) {
   Place place{};
   if (!find(device, place)) return cudaErrorInvalidDevice;
-  // Also where the device fails: its handles must never reach another kind.
+  // Select it even if the device then fails: its handles must never reach a device of another kind.
   selected = device;
   return place.kind->select(place.ordinal);
 }
@@ -79,7 +79,7 @@ cudaError_t cudaMemGetInfo(std::size_t* available, std::size_t* total) {
   return selectedKind().memoryInfo(available, total);
 }
 
-// Versions are those of CUDA, whatever device is selected. A build without it has none.
+// These are the versions of CUDA, whatever device is selected. A build without CUDA has none.
 #if ZEPHANE_CUDA
 cudaError_t cudaRuntimeGetVersion(int* version) {
   return cuda::runtimeVersion(version);

@@ -1,9 +1,9 @@
 // The part of the CUDA runtime that the system uses, under CUDA's own names.
 //
-// Behind these calls stand the CUDA devices, ordinals 0 to n-1, and the processor itself, always
-// the last ordinal, n. Each call goes to the device that the calling thread has selected (device 0
-// until it selects one). Results and meanings are CUDA's. The processor's stream is synchronous:
-// work queued on it is done when the call returns.
+// The devices are the CUDA devices, ordinals 0 to n-1, and the processor, always the last ordinal,
+// n. Each call goes to the device that the calling thread has selected (device 0 until it selects
+// one). Results and meanings are CUDA's. The processor's stream is synchronous: work queued on it
+// is done when the call returns.
 #pragma once
 
 #include <cstddef>
@@ -84,7 +84,7 @@ cudaError_t cudaMemcpyAsync(void* to, const void* from, std::size_t bytes, cudaM
                             cudaStream_t stream);
 cudaError_t cudaMemsetAsync(void* to, int value, std::size_t bytes, cudaStream_t stream);
 
-// A synchronous device does not support these: it works on memory where that is.
+// A synchronous device does not support these: it works in ordinary memory, which needs no import.
 cudaError_t cudaImportExternalMemory(cudaExternalMemory_t* memory,
                                      const cudaExternalMemoryHandleDesc* description);
 cudaError_t cudaExternalMemoryGetMappedBuffer(void** pointer, cudaExternalMemory_t memory,
@@ -107,15 +107,15 @@ cudaError_t cudaLaunchKernel(const Kernel& kernel, dim3 grid, dim3 block, void**
 cudaError_t cudaGetLastError();
 const char* cudaGetErrorString(cudaError_t error);
 
-// What is queued on the stream between the two is not done but recorded, to be launched as one
-// piece of work. A synchronous device has no use for it and does not support it.
+// Work queued on the stream between these two calls is recorded instead of done, to be launched as
+// one piece. A synchronous device does not support this.
 cudaError_t cudaStreamBeginCapture(cudaStream_t stream);
 cudaError_t cudaStreamEndCapture(cudaStream_t stream, cudaGraphExec_t* graph);
 cudaError_t cudaGraphLaunch(cudaGraphExec_t graph, cudaStream_t stream);
 cudaError_t cudaGraphExecDestroy(cudaGraphExec_t graph);
 
-// Whether the selected device does queued work at once, so that its memory may be read and written
-// by the host between two calls.
+// Whether the selected device does queued work at once, so that the host may read and write its
+// memory between two calls.
 bool deviceIsSynchronous();
 
 // Whether the kernels can run on a device; a GPU may be too old for them.

@@ -18,7 +18,7 @@ namespace zeph {
 //
 // With `cutoff` > 0 (real fields only) the frequency band from `cutoff` up to size - cutoff on both
 // axes is not part of the transform: an inverse takes it as zero without reading it, and a forward
-// leaves what stands there undefined.
+// transform leaves undefined values there.
 struct TransformRequest {
   int size = 0;
   int rowStride = 0;
@@ -26,8 +26,8 @@ struct TransformRequest {
   int batch = 1;
   bool realToComplex = true;
   cudaStream_t stream = nullptr;
-  // Memory of the transform's size that its making may write to, if it tries itself out; null lets
-  // it take some for the time.
+  // Memory of the transform's size that may be overwritten while the new transform is checked; if
+  // null, some is allocated for the check.
   void* scratch = nullptr;
 };
 
@@ -43,8 +43,8 @@ int transformCreate(const TransformRequest& request, Transform** transform);
 int transformAppend(Transform* transform, void* buffer, bool inverse);
 void transformDestroy(Transform* transform);
 
-// The memory that a transform holds beside its buffer. Transforms may share tables, so the same
-// pointer can come from several of them.
+// The memory that a transform holds beside its buffer. Transforms may share tables, so several of
+// them can return the same pointer.
 std::vector<TransformAllocation> transformAllocations(const Transform* transform);
 
 }  // namespace zeph

@@ -33,7 +33,7 @@ std::size_t size(int n) {
   return static_cast<std::size_t>(n);
 }
 
-// The first wavenumber that the transform need not know.
+// The first wavenumber that is not part of the transform, or has no independent value.
 int bandOf(const TransformRequest& request) {
   return request.cutoff != 0 ? request.cutoff : (request.size + 1) / 2;
 }
@@ -169,7 +169,7 @@ class Check {
   std::vector<Field> fields_;
 };
 
-// The caller's scratch memory, or some for as long as it lives.
+// The caller's scratch memory, or memory of its own that it frees again.
 struct Scratch {
   explicit Scratch(const TransformRequest& request) : buffer(request.scratch) {
     if (buffer != nullptr) return;

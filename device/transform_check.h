@@ -1,4 +1,4 @@
-// Whether a transform does what it should, tried on a few known modes.
+// Checks a transform by its results for a few known modes.
 #pragma once
 
 #include "device/transform.h"
@@ -6,14 +6,14 @@
 namespace zeph {
 
 struct TransformTrial {
-  int code = 0;  // of the application that failed; then nothing is known of the results
+  int code = 0;  // what a failed call of `append` returned; the results are then unknown
   bool isRight = false;
 };
 
 // Transforms a small set of modes of each field back and forth and compares the result with the
 // exact one: some rows of the physical fields, and some of their spectra within the band that
-// `request` keeps. Works in `request.scratch`, or in memory of its own where that is null. Raises
-// std::runtime_error for a device call that fails.
+// `request` keeps. Works in `request.scratch`, or allocates memory where that is null. Raises
+// std::runtime_error if a device call fails.
 TransformTrial tryTransform(Transform* transform,
                             int (*append)(Transform* transform, void* buffer, bool inverse),
                             const TransformRequest& request);

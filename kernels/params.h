@@ -2,7 +2,7 @@
 //
 // The equation is dw/dt = -u.grad w + nu lap w on the doubly periodic square of side 2 pi, so
 // wavenumbers are integers. N is the resolution (even), H = N/2, W = H + 1, M = (3 N)/2 rounded
-// down, S = (M/2 + 8) rounded down to a multiple of 8. Element (i, j) stands at:
+// down, S = (M/2 + 8) rounded down to a multiple of 8. The index of element (i, j), or (x, y), is:
 //
 //   half spectrum           V2     j * W + i            N rows of W
 //   padded spectral plane   V2     j * S + i            M rows, i <= M/2 in use; plane p at p*S*M
@@ -12,8 +12,8 @@
 //   coefficient plane       float  j * W + i            plane p at p*W*N
 //   physical field plane    float  y * N + x            plane p at p*N*N
 //
-// kx = i, and ky = j, less the side where j is above half of it. A mode is active when kx < H,
-// |ky| < H and (kx, ky) is not (0, 0): the 2/3 rule as a square. A half spectrum holds N^2 times
+// kx = i; ky = j up to half the side of the array, and j - side above. A mode is active when kx <
+// H, |ky| < H and (kx, ky) is not (0, 0): the 2/3 rule as a square. A half spectrum holds N^2 times
 // the Fourier coefficients; transforms do not scale.
 #pragma once
 

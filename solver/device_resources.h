@@ -12,7 +12,7 @@ namespace zeph {
 // The device that the calling thread has selected.
 int selectedDevice();
 
-// Selects a device for the calling thread as long as it lives; then the one before is back.
+// Selects a device for the calling thread for its lifetime, and then the previous one again.
 class DeviceScope {
  public:
   explicit DeviceScope(int device);
@@ -62,10 +62,10 @@ struct DeviceBuffer {
   std::size_t bytes = 0;
 };
 
-// Device memory for `count` floats, given back when the last owner lets go, on whatever thread.
+// Device memory for `count` floats, freed when the last owner lets go, on whatever thread that is.
 std::shared_ptr<float> allocateBlock(std::size_t count);
 
-// Where the small read-backs land.
+// The targets of the small copies from the device.
 struct Data {
   ClockState hostClock;
   float4 statistics[reductionBlocks];

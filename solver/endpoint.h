@@ -7,8 +7,8 @@
 
 namespace zeph {
 
-// The clock reaches an endpoint as a pair of floats, whose sum may fall a few units short of it:
-// the time from which on it counts as reached.
+// The time from which an endpoint counts as reached. The clock's time is a pair of floats, whose
+// sum may fall a few units short of the endpoint.
 inline double reachedFrom(double end) {
   constexpr double tolerance = 32 * std::numeric_limits<double>::epsilon();
   return end - std::max(std::abs(end), std::numeric_limits<double>::min()) * tolerance;

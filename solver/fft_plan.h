@@ -12,13 +12,13 @@ namespace zeph {
 
 class FftPlan {
  public:
-  // Both axes have the length `size`; rows stand `rowStride` complex elements apart. Wavenumbers
-  // from `cutoff` on are not part of the transform; 0 keeps all. See device/transform.h.
+  // Both axes have the length `size`; rows are `rowStride` complex elements apart. Wavenumbers from
+  // `cutoff` on are not part of the transform; 0 keeps all. See device/transform.h.
   FftPlan(int size, bool realToComplex, int rowStride, int cutoff, cudaStream_t stream);
 
   // Makes the application for a batch count, unless it exists. This is slow on some devices, so
-  // that it must have been called before the loop that needs it. `scratch` is memory of the
-  // transform's size that may be written to, or null.
+  // call it before the loop that needs it. `scratch` is memory of the transform's size that may be
+  // overwritten, or null.
   Transform* application(int batch, void* scratch = nullptr);
 
   // Queues a transform in place, forward exp(-i k x), inverse exp(+i k x), neither scaled.

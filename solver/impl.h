@@ -1,6 +1,5 @@
-// Everything that a solver owns. Its work is told by subject: solver.cpp (what exists), reset.cpp
-// (how it starts), step_driver.cpp (how it runs), diagnostics.cpp and snapshot.cpp (how it is
-// read).
+// Everything that a solver owns. Its functions are in solver.cpp (what exists), reset.cpp (how it
+// starts), step_driver.cpp (how it runs), diagnostics.cpp and snapshot.cpp (how it is read).
 #pragma once
 
 #include <array>
@@ -25,7 +24,7 @@ struct Solver::Impl {
   std::size_t halfSpectrum() const;  // elements
   std::size_t samples() const;       // N * N
 
-  // The parameters of a launch, from the figures that hold now.
+  // The parameters of a launch, with the current Reynolds and Courant numbers.
   Params params(int stage, std::optional<double> end = std::nullopt) const;
 
   Statistics advance(std::int32_t steps, std::optional<double> end);
@@ -55,7 +54,7 @@ struct Solver::Impl {
 
   std::vector<V2> spectrum() const;
 
-  // In the order of their making; they go in the reverse of it, after the stream has come to rest.
+  // Constructed in this order. The destructor waits for the stream before they are destroyed.
   Config config;
   int device;  // the one that was selected when the solver was made
   CudaQueue queue;

@@ -9,15 +9,15 @@
 
 namespace zeph {
 
-// The N * N samples of a starting field, or none where the path is empty. The samples themselves
-// are not looked at. Raises std::runtime_error.
+// The N * N samples of a starting field, or none where the path is empty. Their values are not
+// checked. Raises std::runtime_error.
 std::vector<float> loadInitialFile(int resolution, const std::string& path);
 
-// Exactly `count` floats from the start of a file, which may have become shorter since its size was
-// asked for.
+// Exactly `count` floats from the start of a file. Raises std::runtime_error if the file has become
+// shorter since its size was read.
 std::vector<float> readSamples(const std::string& path, std::size_t count);
 
-// Replaces what the file holds. Raises std::runtime_error unless the system has taken every byte.
+// Replaces the file's content. Raises std::runtime_error unless the system has accepted every byte.
 void writeRawFile(const std::string& path, std::span<const std::byte> bytes);
 
 template <class Element>

@@ -1,5 +1,5 @@
-// How a flow starts: from samples in physical space or from the seeded spectrum, at time zero, with
-// the step rule primed.
+// How a flow starts: from samples in physical space or from the seeded spectrum, at time zero. The
+// first time step is chosen at once, so that the growth limiter knows it.
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -13,7 +13,7 @@
 namespace zeph {
 namespace {
 
-// The time in which the velocity sqrt(2 E) crosses 2 pi times the eddy size sqrt(E / Z).
+// The time that the velocity sqrt(2 E) takes to cross 2 pi times the eddy size sqrt(E / Z).
 double turnoverTime(double energy, double enstrophy) {
   if (!(energy > 0) || !(enstrophy > 0)) return 0;
   return (std::sqrt(energy / enstrophy) * (2 * std::numbers::pi)) / std::sqrt(energy * 2);

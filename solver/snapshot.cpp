@@ -32,8 +32,8 @@ std::shared_ptr<const Frame> Solver::Impl::snapshot(bool includeVelocity) {
 std::shared_ptr<float> Solver::Impl::freeBlock() const {
   for (const std::shared_ptr<float>& block : fields) {
     if (block.use_count() != 1) continue;
-    // The last reader may have let go on another thread: taking part in the count once more orders
-    // its reads before the writes to come.
+    // The last reader may have let go on another thread, and use_count orders nothing. Changing the
+    // count once more orders that reader's reads before the next writes.
     std::shared_ptr<float> mine = block;
     std::shared_ptr<float>(mine).reset();
     return mine;

@@ -8,7 +8,7 @@
 namespace zeph {
 namespace {
 
-// What a kernel argument points to where its integrator has no use for it.
+// The size of an array that the integrator does not use: every kernel argument is a valid pointer.
 constexpr std::size_t unusedSpectrum = sizeof(V2);
 constexpr std::size_t unusedTable = sizeof(float);
 

@@ -1,11 +1,11 @@
-// The one way to a simulation: everything that it owns on its device, and what can be asked of it.
+// A simulation: everything that it owns on its device, and what can be asked of it.
 //
 // The flow is dw/dt = -u.grad w + nu lap w on the doubly periodic square of side 2 pi, by a Fourier
 // pseudo-spectral method in single precision. The device decides the time step and keeps the clock;
 // the host queues steps and reads the clock once per batch.
 //
-// A solver has no lock: one thread at a time. It lives on the device that was selected when it was
-// made, and works there whatever is selected when it is called.
+// A solver has no lock: one thread at a time. It works on the device that was selected when it was
+// made, whatever is selected when it is called.
 #pragma once
 
 #include <memory>
@@ -28,13 +28,14 @@ class Solver {
   Solver(const Solver&) = delete;
   Solver& operator=(const Solver&) = delete;
 
-  // Runs at most `steps` steps, and not past `end`, which the last step is cut to meet exactly. The
-  // clock's figures in the result are current; energy and the like are those of the last inspect.
+  // Runs at most `steps` steps, and not past `end`: the last step is cut to land on it exactly. The
+  // time, step and step count in the result are current; energy and the like are those of the last
+  // inspect.
   Statistics advance(std::int32_t steps, std::optional<double> end = std::nullopt);
   Statistics inspect();
   Statistics lastStats() const;
 
-  // Both hold from the next step on, also after a reset.
+  // Both apply from the next step on, and stay after a reset.
   void setReynolds(double reynolds);
   void setCFL(float cfl);
 

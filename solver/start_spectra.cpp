@@ -52,7 +52,8 @@ struct ModeVelocity {
   V2 u, v;
 };
 
-// A velocity of the given mode energy and phase along the one direction without divergence.
+// The velocity of a mode with the given energy and phase, in the one direction that is free of
+// divergence.
 ModeVelocity solenoidal(int i, int ky, float energy, float phase) {
   const float c = std::cos(phase);
   const float s = std::sin(phase);
@@ -91,8 +92,8 @@ double fraction(double t) {
   return t - std::floor(t);
 }
 
-// Two numbers in [0, 1) for a mode, from its place and the seed. The conjugate pairs of the column
-// i = 0 share theirs.
+// Two pseudo-random numbers in [0, 1) for a mode, from its indices and the seed. Conjugate modes,
+// which meet only in column i = 0, have the same ones.
 struct Hash {
   Hash(const Field& field, int i, int row, std::uint64_t seed) {
     const int folded = i == 0 && row > field.nyquist ? field.n - row : row;
@@ -107,7 +108,7 @@ struct Hash {
   double amplitude, phase;
 };
 
-// Where a mode stands among the shells of unit width.
+// The shell of unit width that a mode belongs to.
 struct Shell {
   Shell(const Field& field, int i, int row)
       : ky(row < field.nyquist ? row : row - field.n),
@@ -124,7 +125,7 @@ struct Shell {
   bool inside;
 };
 
-// A rise as k^4 to the peak and a fall as k^-3 behind it, continuous at the peak.
+// Grows as k^4 up to the peak and falls as k^-3 beyond it; continuous at the peak.
 double targetShape(double shell, double peak) {
   if (peak > shell) return std::pow(shell / peak, 4) / std::pow(peak, 3);
   return 1 / std::pow(shell, 3);

@@ -21,8 +21,8 @@ struct Statistics {
   std::uint64_t workspaceBytes = 0;  // memory inside the transform plans
 };
 
-// A completed field, immutable, shared by whoever reads it. Its block of device memory is not
-// written again while a reference to it is held.
+// A completed field, immutable and shared by its readers. Its block of device memory is not written
+// again while anybody holds it.
 struct Frame {
   std::shared_ptr<float> block;  // planes w, u, v of gridSize^2 each, row-major
   std::int32_t gridSize = 0;

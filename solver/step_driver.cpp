@@ -1,5 +1,5 @@
-// Time stepping from the host's side. The host never looks at the flow: it queues steps in batches
-// and reads the clock once per batch.
+// Time stepping on the host. The host never reads the flow: it queues steps in batches and reads
+// the clock once per batch.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -13,9 +13,10 @@
 namespace zeph {
 namespace {
 
-constexpr std::int32_t batchLimit = 256;  // steps between two looks at the clock
+constexpr std::int32_t batchLimit = 256;  // steps between two reads of the clock
 
-// Launches take longer than the work on grids up to about this size; recording a step costs a few.
+// On grids up to about this size launches take longer than the work, so a step is recorded and
+// replayed as one launch. Recording costs a few steps, so a shorter batch is not worth it.
 constexpr int largestRecorded = 2048;
 constexpr std::int32_t leastReplays = 4;
 
@@ -48,7 +49,7 @@ void Solver::Impl::runBatches(std::int32_t steps, std::optional<double> end, dou
     const std::int32_t batch = std::min(remaining, batchLimit);
     milliseconds += runBatch(batch, end);
     remaining -= batch;
-    // A step that was not taken stands at the endpoint, and so do all steps behind it.
+    // noStep: the endpoint is reached; further batches would be void.
     if (statistics.time >= limit || pinned.data->hostClock.stepState == noStep) break;
   }
   statistics.gpuMilliseconds = static_cast<double>(milliseconds);
@@ -69,7 +70,8 @@ float Solver::Impl::runBatch(int steps, std::optional<double> end) {
   return ms;
 }
 
-// Where the clock can be seen at once, the void steps behind a final or a failed one are not run.
+// On a synchronous device the clock can be read after each step, so the void steps after a final or
+// a failed one are not run.
 void Solver::Impl::runSteps(int steps, std::optional<double> end) {
   const ClockState& now = *clock.as<const ClockState>();
   for (int step = 0; step < steps; ++step) {
@@ -82,7 +84,8 @@ void Solver::Impl::queueSteps(int steps, std::optional<double> end) {
   const Params step = params(0, end);
   int queued = 0;
   if (n <= largestRecorded && steps >= leastReplays && !stepGraph.holds(step)) {
-    // A step that is done before one is recorded loads whatever its kernels still lack.
+    // Run a step before recording one, so that whatever its kernels still have to load is loaded by
+    // then.
     runStep(end);
     ++queued;
     stepGraph.record(stream(), step, [&] { runStep(end); });

@@ -17,7 +17,7 @@ void StepGraph::clear() {
 }
 
 bool StepGraph::holds(const Params& step) const {
-  // The same bits are meant, and the record has no gaps.
+  // Compare bits, not values: the record has no padding.
   // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   return graph_ != nullptr && std::memcmp(&step, &step_, sizeof(step)) == 0;
 }
@@ -33,7 +33,7 @@ void StepGraph::record(cudaStream_t stream, const Params& step,
   try {
     queue();
   } catch (const std::exception&) {
-    // What fails while it is done, and not only while it is recorded, will fail again.
+    // Do without a recording. If the work itself fails, it fails again when it is queued directly.
     queued = false;
   }
   const cudaError_t result = cudaStreamEndCapture(stream, &graph_);

@@ -1,5 +1,5 @@
-// The work of a step, recorded once and replayed as one launch. On small grids the launches of a
-// step's pieces would take longer than the pieces.
+// The work of a step, recorded once and replayed as one launch. On small grids separate launches of
+// its kernels take longer than the kernels.
 #pragma once
 
 #include <functional>
@@ -19,8 +19,8 @@ class StepGraph {
   // Whether a step with these parameters (those of its stage 0) is recorded.
   bool holds(const Params& step) const;
 
-  // Records what `queue` queues on the stream, without doing it, in place of what was recorded
-  // before. A device that cannot is not asked again; then nothing is held.
+  // Records what `queue` queues on the stream, without doing it, in place of the last recording. If
+  // the device cannot record, nothing is held and it is not asked again.
   void record(cudaStream_t stream, const Params& step, const std::function<void()>& queue);
 
   void launch(cudaStream_t stream) const;

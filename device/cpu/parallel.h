@@ -1,5 +1,5 @@
-// The pool as code that is compiled once per instruction set may use it: nothing of the standard
-// library, so that nothing of it is compiled along.
+// The thread pool for code that is compiled once per instruction set. The header includes nothing
+// of the standard library, whose inline functions would otherwise be compiled for that set too.
 #pragma once
 
 namespace zeph::cpu {

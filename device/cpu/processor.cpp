@@ -104,13 +104,13 @@ cudaError_t destroyEvent(cudaEvent_t event) {
   return cudaSuccess;
 }
 
-// The processor's loops follow from the arguments; the shape of the launch is not needed.
+// The processor's kernels take their loop bounds from the arguments and ignore the launch's shape.
 cudaError_t launch(const Kernel& kernel, dim3, dim3, void** arguments, std::size_t, cudaStream_t) {
   kernel.onProcessor(arguments);
   return cudaSuccess;
 }
 
-// The texts of CUDA.
+// CUDA's texts.
 const char* errorString(cudaError_t error) {
   switch (error) {
     case cudaSuccess:

@@ -8,7 +8,7 @@
 namespace zeph::cpu {
 namespace {
 
-// Left to the rest of the machine.
+// Left free for the rest of the machine.
 constexpr std::uint64_t margin = std::uint64_t{128} << 20;
 
 // Blocks start at different places within a page: arrays that are walked side by side would
@@ -19,7 +19,7 @@ constexpr unsigned placements = 16;
 }  // namespace
 
 DeviceMemory& DeviceMemory::shared() {
-  // Never destroyed, so that a block may outlive the statics of the process.
+  // Never destroyed, so that a block may outlive the process's static objects.
   static auto* memory = new DeviceMemory(platform::availableMemory);
   return *memory;
 }
@@ -64,17 +64,17 @@ std::uint64_t DeviceMemory::available() {
 }
 
 std::uint64_t DeviceMemory::availableLocked() {
-  const std::uint64_t spoken = untouched() + margin;
+  const std::uint64_t committed = untouched() + margin;
   const std::uint64_t left = availableBytes_();
-  return left - std::min(left, spoken);
+  return left - std::min(left, committed);
 }
 
 std::uint64_t DeviceMemory::untouched() {
   std::uint64_t sum = 0;
   for (auto& [pointer, block] : blocks_) {
-    if (block.settled) continue;
+    if (block.isResident) continue;
     const std::uint64_t resident = platform::residentBytes(block.pages, block.bytes);
-    block.settled = resident == block.bytes;
+    block.isResident = resident == block.bytes;
     sum += block.bytes - resident;
   }
   return sum;

@@ -1,4 +1,4 @@
-// The processor's device memory: blocks of pages that the machine can really back.
+// The processor's device memory: blocks of pages for which the machine has physical memory.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,9 @@
 
 namespace zeph::cpu {
 
-// Pages cost nothing until they are touched, so the system would promise more than it has and
-// later kill somebody. This ledger refuses a block that the memory left could not back together
-// with the untouched rest of the blocks already given out.
+// Pages take physical memory only when they are touched, so the system promises more than it has
+// and later kills a process. This ledger refuses a block if the memory left could not hold it
+// together with the untouched pages of the blocks already given out.
 class DeviceMemory {
  public:
   using AvailableBytes = std::uint64_t (*)();
@@ -39,7 +39,7 @@ class DeviceMemory {
   struct Block {
     void* pages;
     std::size_t bytes;
-    bool settled;  // every page has been seen in physical memory
+    bool isResident;  // every page has been seen in physical memory
   };
   std::uint64_t untouched();
   std::uint64_t availableLocked();

@@ -10,8 +10,8 @@
 namespace zeph::cpu {
 namespace {
 
-// A forked child has the pools but none of their threads, and locks as it happened to find them.
-// Each caller does its work by itself there.
+// A forked child has copies of the pools but none of their threads, and the mutexes in whatever
+// state they were. So each caller does all of its work itself there, without touching them.
 std::atomic<bool> threadsAreGone{false};
 
 }  // namespace
@@ -31,7 +31,7 @@ ThreadPool::ThreadPool(int participants) : participants_(std::max(participants, 
   try {
     for (int k = 1; k < participants_; ++k) threads_.emplace_back([this, k] { work(k); });
   } catch (const std::system_error&) {
-    // Fewer threads than processors: the caller does their share.
+    // The threads that could be started and the caller do the work of the missing ones.
   }
 }
 
@@ -45,7 +45,7 @@ ThreadPool::~ThreadPool() {
 }
 
 ThreadPool& ThreadPool::shared() {
-  // Never destroyed: its threads sleep, and may be asleep while the process's statics go.
+  // Never destroyed: its threads may still be asleep in it when static objects are destroyed.
   static ThreadPool* pool = [] {
     auto* made = new ThreadPool(platform::usableProcessors());
     platform::inForkedChildren([] { threadsAreGone = true; });
@@ -88,7 +88,7 @@ void ThreadPool::close(Run& run) {
   std::erase(open_, &run);
 }
 
-// Of the runs that still have tasks, the one with the fewest threads.
+// The run with the fewest threads among those that still have tasks, or null.
 ThreadPool::Run* ThreadPool::openRun(int participant) {
   Run* chosen = nullptr;
   for (Run* run : open_) {

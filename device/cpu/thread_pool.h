@@ -1,4 +1,4 @@
-// The threads that share out the processor's work.
+// The threads among which the processor's work is divided.
 #pragma once
 
 #include <atomic>
@@ -10,7 +10,8 @@
 namespace zeph::cpu {
 
 // A pool whose threads sleep while there is nothing to do. The caller of a run takes part in it,
-// and several callers may run at the same time. How work is shared out never changes a result.
+// and several callers may run at the same time. Which thread does which task never changes a
+// result.
 class ThreadPool {
  public:
   // `index` counts the tasks of a run from 0; `participant` numbers the threads that take part in

@@ -10,14 +10,15 @@
 namespace zeph::cuda {
 namespace {
 
-// The oldest processor that the embedded kernels have code for, as 10 * major + minor.
+// The oldest GPU that the embedded kernels have code for, as 10 * major + minor.
 constexpr int oldestCapability = 86;
 
 // The error of a launch that never reached the runtime.
 thread_local ::cudaError_t launchError = ::cudaSuccess;
 
-// A failure that is told where it happens must not come back as the thread's last error.
-cudaError_t told(::cudaError_t result) {
+// Clears the runtime's last error after a failure: the caller has the result, and must not meet it
+// again at the next cudaGetLastError.
+cudaError_t clearingLastError(::cudaError_t result) {
   if (result != ::cudaSuccess) ::cudaGetLastError();
   return static_cast<cudaError_t>(result);
 }
@@ -38,18 +39,18 @@ cudaError_t told(::cudaError_t result) {
   return {size.x, size.y, size.z};
 }
 
-// A driver that is missing or too old, and one without a device, leave nothing to count.
+// 0 if the driver is missing, too old, or has no device.
 int count() {
   static const int found = [] {
     int devices = 0;
-    return told(::cudaGetDeviceCount(&devices)) == cudaSuccess ? devices : 0;
+    return clearingLastError(::cudaGetDeviceCount(&devices)) == cudaSuccess ? devices : 0;
   }();
   return found;
 }
 
 cudaError_t properties(cudaDeviceProp* properties, int ordinal) {
   ::cudaDeviceProp found = {};
-  const cudaError_t result = told(::cudaGetDeviceProperties(&found, ordinal));
+  const cudaError_t result = clearingLastError(::cudaGetDeviceProperties(&found, ordinal));
   if (result != cudaSuccess) return result;
   *properties = {};
   static_assert(sizeof(properties->name) == sizeof(found.name));
@@ -63,13 +64,13 @@ cudaError_t properties(cudaDeviceProp* properties, int ordinal) {
 }
 
 bool runsKernels(int ordinal) {
+  const auto read = [ordinal](::cudaDeviceAttr attribute, int& value) {
+    return clearingLastError(::cudaDeviceGetAttribute(&value, attribute, ordinal)) == cudaSuccess;
+  };
   int major = 0;
   int minor = 0;
-  return told(::cudaDeviceGetAttribute(&major, cudaDevAttrComputeCapabilityMajor, ordinal)) ==
-             cudaSuccess &&
-         told(::cudaDeviceGetAttribute(&minor, cudaDevAttrComputeCapabilityMinor, ordinal)) ==
-             cudaSuccess &&
-         10 * major + minor >= oldestCapability;
+  return read(cudaDevAttrComputeCapabilityMajor, major) &&
+         read(cudaDevAttrComputeCapabilityMinor, minor) && 10 * major + minor >= oldestCapability;
 }
 
 ::cudaExternalMemory_t native(cudaExternalMemory_t memory) {
@@ -83,7 +84,7 @@ cudaError_t importMemory(cudaExternalMemory_t* memory,
   handle.handle.fd = description->fd;
   handle.size = description->size;
   ::cudaExternalMemory_t imported = nullptr;
-  const cudaError_t result = told(::cudaImportExternalMemory(&imported, &handle));
+  const cudaError_t result = clearingLastError(::cudaImportExternalMemory(&imported, &handle));
   *memory = reinterpret_cast<cudaExternalMemory_t>(imported);
   return result;
 }
@@ -91,7 +92,7 @@ cudaError_t importMemory(cudaExternalMemory_t* memory,
 cudaError_t mapMemory(void** pointer, cudaExternalMemory_t memory, std::size_t bytes) {
   ::cudaExternalMemoryBufferDesc range = {};
   range.size = bytes;
-  return told(::cudaExternalMemoryGetMappedBuffer(pointer, native(memory), &range));
+  return clearingLastError(::cudaExternalMemoryGetMappedBuffer(pointer, native(memory), &range));
 }
 
 cudaError_t launch(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
@@ -113,18 +114,18 @@ cudaError_t lastError() {
   return static_cast<cudaError_t>(launches != ::cudaSuccess ? launches : runtimes);
 }
 
-// Other threads may go on with whatever they do meanwhile, synchronous calls included.
+// Relaxed: the capture must not forbid other threads any calls, such as synchronous ones.
 cudaError_t beginCapture(cudaStream_t stream) {
-  return told(::cudaStreamBeginCapture(native(stream), cudaStreamCaptureModeRelaxed));
+  return clearingLastError(::cudaStreamBeginCapture(native(stream), cudaStreamCaptureModeRelaxed));
 }
 
 cudaError_t endCapture(cudaStream_t stream, cudaGraphExec_t* graph) {
   ::cudaGraph_t captured = nullptr;
-  cudaError_t result = told(::cudaStreamEndCapture(native(stream), &captured));
+  cudaError_t result = clearingLastError(::cudaStreamEndCapture(native(stream), &captured));
   if (result != cudaSuccess) return result;
   ::cudaGraphExec_t made = nullptr;
-  result = told(::cudaGraphInstantiate(&made, captured, 0));
-  told(::cudaGraphDestroy(captured));
+  result = clearingLastError(::cudaGraphInstantiate(&made, captured, 0));
+  clearingLastError(::cudaGraphDestroy(captured));
   *graph = reinterpret_cast<cudaGraphExec_t>(made);
   return result;
 }
@@ -132,11 +133,11 @@ cudaError_t endCapture(cudaStream_t stream, cudaGraphExec_t* graph) {
 }  // namespace
 
 cudaError_t runtimeVersion(int* version) {
-  return told(::cudaRuntimeGetVersion(version));
+  return clearingLastError(::cudaRuntimeGetVersion(version));
 }
 
 cudaError_t driverVersion(int* version) {
-  const cudaError_t result = told(::cudaDriverGetVersion(version));
+  const cudaError_t result = clearingLastError(::cudaDriverGetVersion(version));
   return result == cudaSuccess && *version == 0 ? cudaErrorInsufficientDriver : result;
 }
 
@@ -144,55 +145,67 @@ const DeviceKind deviceKind = {
     .backend = "CUDA / VkFFT",
     .synchronous = false,
     .count = count,
-    .select = [](int ordinal) { return told(::cudaSetDevice(ordinal)); },
+    .select = [](int ordinal) { return clearingLastError(::cudaSetDevice(ordinal)); },
     .properties = properties,
     .runsKernels = runsKernels,
-    .memoryInfo = [](std::size_t* available,
-                     std::size_t* total) { return told(::cudaMemGetInfo(available, total)); },
+    .memoryInfo =
+        [](std::size_t* available, std::size_t* total) {
+          return clearingLastError(::cudaMemGetInfo(available, total));
+        },
     .allocate = [](void** pointer,
-                   std::size_t bytes) { return told(::cudaMalloc(pointer, bytes)); },
-    .release = [](void* pointer) { return told(::cudaFree(pointer)); },
-    .allocateHost = [](void** pointer,
-                       std::size_t bytes) { return told(::cudaMallocHost(pointer, bytes)); },
-    .releaseHost = [](void* pointer) { return told(::cudaFreeHost(pointer)); },
-    .copy = [](void* to, const void* from, std::size_t bytes,
-               cudaMemcpyKind kind) { return told(::cudaMemcpy(to, from, bytes, native(kind))); },
+                   std::size_t bytes) { return clearingLastError(::cudaMalloc(pointer, bytes)); },
+    .release = [](void* pointer) { return clearingLastError(::cudaFree(pointer)); },
+    .allocateHost =
+        [](void** pointer, std::size_t bytes) {
+          return clearingLastError(::cudaMallocHost(pointer, bytes));
+        },
+    .releaseHost = [](void* pointer) { return clearingLastError(::cudaFreeHost(pointer)); },
+    .copy =
+        [](void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind) {
+          return clearingLastError(::cudaMemcpy(to, from, bytes, native(kind)));
+        },
     .copyAsync =
         [](void* to, const void* from, std::size_t bytes, cudaMemcpyKind kind,
            cudaStream_t stream) {
-          return told(::cudaMemcpyAsync(to, from, bytes, native(kind), native(stream)));
+          return clearingLastError(
+              ::cudaMemcpyAsync(to, from, bytes, native(kind), native(stream)));
         },
     .setAsync =
         [](void* to, int value, std::size_t bytes, cudaStream_t stream) {
-          return told(::cudaMemsetAsync(to, value, bytes, native(stream)));
+          return clearingLastError(::cudaMemsetAsync(to, value, bytes, native(stream)));
         },
     .importMemory = importMemory,
     .mapMemory = mapMemory,
     .releaseMemory =
         [](cudaExternalMemory_t memory) {
-          return told(::cudaDestroyExternalMemory(native(memory)));
+          return clearingLastError(::cudaDestroyExternalMemory(native(memory)));
         },
     .createStream =
         [](cudaStream_t* stream, unsigned flags) {
-          return told(
+          return clearingLastError(
               ::cudaStreamCreateWithFlags(reinterpret_cast<::cudaStream_t*>(stream), flags));
         },
     .synchronizeStream =
-        [](cudaStream_t stream) { return told(::cudaStreamSynchronize(native(stream))); },
-    .destroyStream = [](cudaStream_t stream) { return told(::cudaStreamDestroy(native(stream))); },
+        [](cudaStream_t stream) {
+          return clearingLastError(::cudaStreamSynchronize(native(stream)));
+        },
+    .destroyStream =
+        [](cudaStream_t stream) { return clearingLastError(::cudaStreamDestroy(native(stream))); },
     .createEvent =
         [](cudaEvent_t* event) {
-          return told(::cudaEventCreate(reinterpret_cast<::cudaEvent_t*>(event)));
+          return clearingLastError(::cudaEventCreate(reinterpret_cast<::cudaEvent_t*>(event)));
         },
     .recordEvent =
         [](cudaEvent_t event, cudaStream_t stream) {
-          return told(::cudaEventRecord(native(event), native(stream)));
+          return clearingLastError(::cudaEventRecord(native(event), native(stream)));
         },
     .elapsedTime =
         [](float* milliseconds, cudaEvent_t begin, cudaEvent_t end) {
-          return told(::cudaEventElapsedTime(milliseconds, native(begin), native(end)));
+          return clearingLastError(
+              ::cudaEventElapsedTime(milliseconds, native(begin), native(end)));
         },
-    .destroyEvent = [](cudaEvent_t event) { return told(::cudaEventDestroy(native(event))); },
+    .destroyEvent =
+        [](cudaEvent_t event) { return clearingLastError(::cudaEventDestroy(native(event))); },
     .launch = launch,
     .lastError = lastError,
     .errorString =
@@ -203,10 +216,12 @@ const DeviceKind deviceKind = {
     .endCapture = endCapture,
     .launchGraph =
         [](cudaGraphExec_t graph, cudaStream_t stream) {
-          return told(::cudaGraphLaunch(native(graph), native(stream)));
+          return clearingLastError(::cudaGraphLaunch(native(graph), native(stream)));
         },
     .destroyGraph =
-        [](cudaGraphExec_t graph) { return told(::cudaGraphExecDestroy(native(graph))); },
+        [](cudaGraphExec_t graph) {
+          return clearingLastError(::cudaGraphExecDestroy(native(graph)));
+        },
     .createTransform = createTransform,
     .appendTransform = appendTransform,
     .destroyTransform = destroyTransform,

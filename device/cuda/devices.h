@@ -1,5 +1,5 @@
-// The NVIDIA GPUs as devices. Nothing of CUDA is needed to load the library: the runtime is part of
-// it and opens the driver when the devices are first counted; a machine without a driver has none.
+// The NVIDIA GPUs as devices. The library loads on a machine without CUDA: the runtime is linked in
+// and opens the driver when the devices are first counted; without a driver there are none.
 #pragma once
 
 #include "device/device_kind.h"

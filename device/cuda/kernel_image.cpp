@@ -1,6 +1,6 @@
 #include "device/cuda/kernel_image.h"
 
-// The file's bytes, as the build has made it.
+// The bytes of the fat binary that the build has made.
 asm(".section .rodata\n"
     ".balign 16\n"
     "zephaneKernelImage:\n"

@@ -9,7 +9,7 @@
 namespace zeph::cuda {
 namespace {
 
-// Loaded once for the process and never unloaded: a solver may outlive the library's statics.
+// Loaded once per process and never unloaded: a solver may outlive the library's static objects.
 struct KernelLibrary {
   std::mutex mutex;
   cudaLibrary_t library = nullptr;

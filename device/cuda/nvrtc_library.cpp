@@ -20,8 +20,8 @@ std::string fileOf(int major) {
   return "libnvrtc.so." + std::to_string(major);
 }
 
-// Where Python keeps packages, told from the places of its own parts: PREFIX/site-packages/...,
-// and PREFIX/lib/python3.x/lib-dynload/....
+// Where Python keeps its packages, derived from the paths of its own loaded files, which are like
+// PREFIX/site-packages/... or PREFIX/lib/python3.x/lib-dynload/....
 std::set<fs::path> packageFolders(const std::vector<fs::path>& loaded) {
   std::set<fs::path> folders;
   for (const fs::path& file : loaded) {
@@ -36,7 +36,7 @@ std::set<fs::path> packageFolders(const std::vector<fs::path>& loaded) {
   return folders;
 }
 
-// NVIDIA's packages are one for each library up to CUDA 12, and one folder for all from 13 on.
+// Up to CUDA 12 each library has a package of its own; from 13 on all share one folder.
 fs::path inPackages(const fs::path& packages, int major) {
   const fs::path folder = major >= 13 ? "cu" + std::to_string(major) : std::string("cuda_nvrtc");
   return packages / "nvidia" / folder / "lib" / fileOf(major);
@@ -67,7 +67,7 @@ void* findLibrary() {
   return nullptr;
 }
 
-// Looked for again as long as it is missing: the host may install or load it meanwhile.
+// Search again while it is missing: the host may have installed or loaded it since the last time.
 void* library() {
   static std::mutex mutex;
   static void* found = nullptr;

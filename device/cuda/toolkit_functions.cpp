@@ -1,6 +1,6 @@
-// The functions of the driver and of NVRTC that VkFFT calls, found when they are first called, so
-// that the library can be loaded where there is neither. A function that is not there fails as one
-// of a missing driver or compiler does.
+// The functions of the driver and of NVRTC that VkFFT calls. They are looked up when they are first
+// called, so that the library loads where there is neither. A function that is not found returns
+// the error of a missing driver or compiler.
 #include <cuda.h>
 #include <cuda_runtime_api.h>
 #include <nvrtc.h>
@@ -9,7 +9,8 @@
 
 namespace {
 
-// The form of the driver's functions that is asked for: the oldest driver in question has it.
+// The version of the driver's interface to look functions up in: the oldest supported driver has
+// it.
 constexpr unsigned driverInterface = 12000;
 
 void* driverFunction(const char* name) {
@@ -34,8 +35,8 @@ nvrtcResult callNvrtc(void* function, Function*, Arguments... arguments) {
 
 }  // namespace
 
-// The macros of cuda.h give some functions the name of a newer form; the driver is asked for the
-// plain one and the form of its interface.
+// Macros of cuda.h append a version to some functions' names (cuMemcpyHtoD becomes
+// cuMemcpyHtoD_v2). The driver is asked for the plain name, written as text, in the version above.
 #define ZEPH_DRIVER_CALL(name, function, ...)      \
   static void* const found = driverFunction(name); \
   return callDriver(found, &function, __VA_ARGS__)
@@ -103,7 +104,7 @@ nvrtcResult nvrtcGetProgramLog(nvrtcProgram program, char* text) {
   ZEPH_NVRTC_CALL(nvrtcGetProgramLog, program, text);
 }
 
-// Only ever shown on a console.
+// VkFFT only prints this text, and its output is discarded.
 const char* nvrtcGetErrorString(nvrtcResult) {
   return "";
 }

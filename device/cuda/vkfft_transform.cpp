@@ -12,19 +12,19 @@
 #include "device/transform_check.h"
 #include "platform/locale.h"
 
-// VkFFT tells failures on the console and changes the process's locale while it writes numbers into
-// its kernels. A library does neither to its host: codes tell as much, and the locale is set for
-// the thread alone (platform::PlainNumbers).
+// VkFFT prints its failures, and changes the locale of the whole process while it writes numbers
+// into its kernels. A library must do neither to its host: the codes say as much as the output, and
+// platform::PlainNumbers sets the locale of this thread alone.
 namespace {
 template <class... Arguments>
-int sayNothing(Arguments&&...) {
+int discardOutput(Arguments&&...) {
   return 0;
 }
 char* keepLocale(int, const char*) {
   return nullptr;
 }
 }  // namespace
-#define printf sayNothing
+#define printf discardOutput
 #define setlocale keepLocale
 #include <vkFFT.h>
 #undef printf
@@ -33,10 +33,10 @@ char* keepLocale(int, const char*) {
 namespace zeph::cuda {
 namespace {
 
-// From this length on, real transforms take their roots of unity from a table.
+// From this length on, real transforms read their roots of unity from a table.
 constexpr int tableFrom = 768;
 
-// What VkFFT refers to by address, so it must not move.
+// VkFFT keeps the addresses of these members, so an Application must not move.
 struct Application {
   ~Application() {
     if (initialised) deleteVkFFT(&vkfft);
@@ -92,7 +92,8 @@ CUdevice driverDevice() {
   return device;
 }
 
-// VkFFT sizes its temporary buffer as if no space stood between rows, and writes past its end.
+// VkFFT sizes its temporary buffer as if rows were contiguous, and writes past its end where they
+// are not.
 VkFFTResult widenTemporaryBuffer(Application& application) {
   VkFFTConfiguration& made = application.vkfft.configuration;
   if (made.allocateTempBuffer == 0 || made.tempBufferSize[0] >= application.bytes)
@@ -119,9 +120,9 @@ int build(const TransformRequest& request, std::unique_ptr<Application>& applica
   return application->initialised ? widenTemporaryBuffer(*application) : code;
 }
 
-// Some releases have wrong results for large lengths where a band is not transformed. Without the
-// band nothing is left out, and the kernels leave zeros there anyway. VkFFT's code, 0 for success.
-int buildRight(const TransformRequest& request, std::unique_ptr<Application>& application) {
+// Some releases give wrong results at large lengths if a band is left out. If so, build again with
+// nothing left out: the kernels write zeros to the band anyway. VkFFT's code, 0 for success.
+int buildChecked(const TransformRequest& request, std::unique_ptr<Application>& application) {
   for (const int cutoff : {request.cutoff, 0}) {
     TransformRequest candidate = request;
     candidate.cutoff = cutoff;
@@ -157,7 +158,7 @@ void addTables(std::vector<TransformAllocation>& found, const VkFFTPlan* plan) {
 int createTransform(const TransformRequest& request, Transform** transform) {
   requireNvrtc();
   std::unique_ptr<Application> application;
-  const int code = buildRight(request, application);
+  const int code = buildChecked(request, application);
   if (code == VKFFT_SUCCESS) *transform = reinterpret_cast<Transform*>(application.release());
   return code;
 }

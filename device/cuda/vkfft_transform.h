@@ -8,8 +8,8 @@
 
 namespace zeph::cuda {
 
-// Raises std::runtime_error where a code could not tell the failure: no driver device, no NVRTC, a
-// result that is wrong.
+// Raises std::runtime_error for the failures that VkFFT has no code for: no driver device, no
+// NVRTC, a wrong result.
 int createTransform(const TransformRequest& request, Transform** transform);
 int appendTransform(Transform* transform, void* buffer, bool inverse);
 void destroyTransform(Transform* transform);

@@ -1,8 +1,8 @@
-// What the kernels' bodies share: one text for both compilers, complex arithmetic per component,
-// the grid's index rules.
+// What the kernels' bodies share: complex arithmetic per component, and the grid's index rules. A
+// body is written once and compiled by both compilers.
 //
-// A body is compiled into each kernel that uses it and has no linkage of its own, so that the code
-// of one instruction set never serves another.
+// It is inlined into each kernel that uses it and has no linkage, so that the linker cannot replace
+// the code of one instruction set by that of another.
 #pragma once
 
 #include "kernels/params.h"
@@ -15,8 +15,7 @@
 
 namespace zeph {
 
-// Component by component: a copy of the whole record would keep a loop over modes from becoming
-// vectors.
+// Component by component: the compiler would not vectorise a loop that copies whole records.
 ZEPH_BODY void store(V2& to, V2 value) {
   to.re = value.re;
   to.im = value.im;
@@ -51,7 +50,7 @@ ZEPH_BODY float squareRoot(float x) {
 }
 #endif
 
-// The larger of a running maximum and x; a NaN in x is passed over.
+// The larger of a running maximum and x; a NaN in x is ignored.
 ZEPH_BODY float larger(float maximum, float x) {
   return x > maximum ? x : maximum;
 }

@@ -5,10 +5,9 @@
 
 namespace zeph {
 
-// Argument reduction by multiples of ln 2 (Cody & Waite 1980) in double precision, where the whole
-// range of single precision has room: the result is e^x to within a little more than half a unit
-// in the last place, subnormal results and overflow included, with the same bits on every machine
-// and device.
+// Argument reduction by multiples of ln 2 (Cody & Waite 1980), in double precision, whose range
+// covers every result: e^x to within a little more than half a unit in the last place, subnormal
+// results and overflow included, with the same bits on every machine and device.
 ZEPH_BODY float exponential(float x) {
   constexpr double lowest = -110.0;  // e^-110 rounds to 0, e^90 to infinity
   constexpr double highest = 90.0;
@@ -19,7 +18,7 @@ ZEPH_BODY float exponential(float x) {
   double y = static_cast<double>(x);
   y = y < lowest ? lowest : y;
   y = y > highest ? highest : y;
-  const double shifted = y * perLn2 + roundToInteger;  // the integer stands in the lowest bits
+  const double shifted = y * perLn2 + roundToInteger;  // the integer is in the lowest bits
   const double r = y - (shifted - roundToInteger) * ln2;
 
   double sum = 1.0 / 40320.0;

@@ -10,8 +10,8 @@ struct ModeFigures {
   bool invalid;
 };
 
-// Columns that are their own mirror count once, the others for their mirror too. The mean mode has
-// no energy.
+// The half spectrum leaves out the conjugate of each mode, so modes count twice, except in the
+// columns that hold their own conjugates, 0 and N/2. The mean mode has no energy.
 ZEPH_BODY ModeFigures modeFigures(V2 w, float scale, int i, int ky, int nyquist) {
   const float a = scale * w.re;
   const float b = scale * w.im;

@@ -12,8 +12,8 @@
 
 namespace zeph {
 
-// The state takes an increment on `from` by a compensated sum; `correction` carries what rounding
-// lost from one step to the next (Kahan 1965).
+// `from` plus an increment by compensated summation (Kahan 1965): `correction` carries what
+// rounding lost from one step to the next.
 ZEPH_BODY V2 compensated(V2 from, V2 increment, V2& correction) {
   const V2 y = increment - correction;
   const V2 t = from + y;
@@ -21,8 +21,8 @@ ZEPH_BODY V2 compensated(V2 from, V2 increment, V2& correction) {
   return t;
 }
 
-// Exponentials are stored less one, so that weak damping loses no digits: term + c term is
-// e^(-..) term.
+// Coefficients are e^(-..) - 1, so that weak damping loses no digits: term + c term is e^(-..)
+// term.
 ZEPH_BODY V2 damped(V2 term, float c) {
   return term + c * term;
 }
@@ -45,7 +45,7 @@ ZEPH_BODY void imexStage(V2 term, float viscosity, float dt, float k2, V2& omega
   store(first, term);
 }
 
-// z at which e^z - 1 serves plane PLANE of "ifHeunRK3": -L/3, -2L/3, -L.
+// Plane PLANE of "ifHeunRK3" holds e^z - 1 for this z: -L/3, -2L/3, -L.
 template <int PLANE>
 ZEPH_BODY float heunExponent(float damping) {
   if constexpr (PLANE == 0) return damping / -3.0f;

@@ -1,8 +1,8 @@
 // The phi functions of exponential integrators (Hochbruck & Ostermann 2010), in single precision:
 //   phi1(z) = (e^z - 1)/z,  phi2(z) = (phi1(z) - 1)/z,  phi3(z) = (phi2(z) - 1/2)/z.
 //
-// For |z| <= 1 the Taylor series with 17 terms, where the closed forms would cancel; beyond, and
-// for NaN, the closed forms. Quotients by powers of two are products, with the same value.
+// For |z| <= 1, where the closed forms would cancel, the Taylor series with 17 terms; for larger z
+// and for NaN the closed forms. Division by a power of two is done as a product of the same value.
 #pragma once
 
 #include "kernels/bodies/exponential.h"
@@ -52,7 +52,7 @@ struct Phi {
   float one, two, three;
 };
 
-// SERIES tells which form serves z, so that loops over many z need no branch inside.
+// SERIES chooses the form at compile time, so that loops over many z have no branch inside.
 template <bool SERIES>
 ZEPH_BODY float phi1(float z) {
   if constexpr (SERIES) return phi1Series(z);

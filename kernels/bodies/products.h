@@ -29,8 +29,7 @@ ZEPH_BODY V2 stressTerm(V2 difference, V2 product, int i, int ky) {
   return (d * product) - (c * difference);
 }
 
-// N^2 / M^2 takes a spectrum of the padded grid to the units of the state. Squares are unsigned, as
-// those of the largest grid would not fit otherwise with room to spare.
+// N^2 / M^2, which converts a spectrum of the padded grid to the scale of the state.
 ZEPH_BODY float termScale(std::uint32_t n, std::uint32_t m) {
   return static_cast<float>(n * n) / static_cast<float>(m * m);
 }

@@ -1,4 +1,4 @@
-// The time step and the simulated time, decided where the flow is.
+// The time step and the simulated time, decided on the device.
 #pragma once
 
 #include "kernels/bodies/body.h"
@@ -20,8 +20,9 @@ ZEPH_BODY SpeedBound combineSpeedBounds(const V2* partials, std::uint32_t blocks
   return bound;
 }
 
-// The step before it is cut to an endpoint: d N/2 (|u| + |v|) = cfl. A shrinking step is taken at
-// once, a growing one moves a fifth of the way. At rest the last step is kept.
+// The step d before it is cut to an endpoint: d N/2 (|u| + |v|) = cfl. A smaller step than the last
+// is taken at once; a larger one is approached by a fifth of the difference in each step. A flow at
+// rest keeps the last step.
 ZEPH_BODY float chooseStep(float speed, float rawDt, const Params& p) {
   if (p.fixedDt > 0.0f) return p.fixedDt;
   float d;
@@ -41,7 +42,7 @@ ZEPH_BODY float timeRemaining(const ClockState& clock, const Params& p) {
   return (p.endHigh - clock.timeHigh) + (p.endLow - clock.timeLow);
 }
 
-// False where the flow or the step is not finite, and the step is void.
+// False if the flow or the step is not finite; the step is then void.
 ZEPH_BODY bool selectStep(ClockState& clock, const V2* partials, const Params& p) {
   const SpeedBound bound = combineSpeedBounds(partials, p.blocks);
   clock.maxSpeed = bound.largest;

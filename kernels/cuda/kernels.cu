@@ -1,5 +1,5 @@
 // The ten kernels on a GPU: a thread for each mode or sample, and 64 blocks of 256 threads for each
-// reduction. Their bodies are those of the processor.
+// reduction. They use the same bodies as the processor's kernels.
 #include <cstdint>
 #include <type_traits>
 
@@ -46,7 +46,7 @@ __device__ bool isAdvective(const Params& p) {
 
 constexpr V2 zero = {0.0f, 0.0f};
 
-// The tree by strides 128 to 1 that ends every reduction; the result stands in element 0.
+// The tree by strides 128 to 1 that ends every reduction; the result is in element 0.
 template <class T, class Combine>
 __device__ void reduceBlock(T* shared, T own, Combine combine) {
   const unsigned t = threadIdx.x;
@@ -74,7 +74,7 @@ __device__ void forVisits(unsigned count, unsigned blocks, Visit visit) {
   const unsigned sweep = blocks * reductionLanes;
   for (unsigned at = blockIdx.x * reductionLanes + threadIdx.x; at < count; at += sweep) {
     visit(at);
-    if (count - at <= sweep) break;  // the next index might not fit
+    if (count - at <= sweep) break;  // the next index might overflow
   }
 }
 
@@ -105,7 +105,7 @@ __device__ V2 termAt(const V2* padded, unsigned i, int ky, const Params& p) {
   return scale * stressTerm(padded[o], padded[o + stride(p) * p.padded], static_cast<int>(i), ky);
 }
 
-// The arrays of a stage at one mode; coefficient planes stand `plane` elements apart.
+// The arrays of a stage at one mode; coefficient planes are `plane` elements apart.
 struct Mode {
   V2 &omega, &base, &first, &middle, &predictor, &correction;
   float* coefficients;

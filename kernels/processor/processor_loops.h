@@ -5,7 +5,7 @@
 #include "device/cpu/parallel.h"
 #include "kernels/params.h"
 
-// Says that no iteration of the loop below reads what another has written.
+// Tells the compiler that no iteration of the loop below reads what another has written.
 #if defined(__clang__)
 #define ZEPH_INDEPENDENT
 #else

@@ -48,7 +48,8 @@ void advectiveRow(const RowOfPlanes& row, float scale, int begin, int end) {
   }
 }
 
-// The speed bound of each sample of a piece to its lane, and whether any value is not finite.
+// Writes the speed bound of each sample of a piece to its lane, and returns 1 if any value is not
+// finite.
 unsigned boundPiece(const RowOfPlanes& row, float scale, int begin, int length,
                     float* __restrict bound) {
   const float* __restrict plane0 = row.u + begin;

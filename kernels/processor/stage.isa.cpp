@@ -21,7 +21,7 @@ struct Step {
   float scale;  // of the nonlinear term
 };
 
-// True where the state is no longer finite.
+// Advances a row by a stage. True if the state is no longer finite.
 using RowUpdate = bool (*)(const Row& row, const Step& step);
 
 template <bool ADVECTIVE>
@@ -91,8 +91,8 @@ RowUpdate updateOf(Integrator method, std::uint32_t stage) {
   return etd[stage];
 }
 
-// Damping grows along a row, so that the modes whose exponent has the series are its first ones.
-// Returns the first mode that has not.
+// The first mode of a row whose exponent is too large for the series. Damping grows along the row,
+// so all modes before it use the series and all others the closed form.
 template <class Exponent>
 int endOfSeries(const Row& row, Exponent exponent) {
   int begin = row.begin;
@@ -178,7 +178,7 @@ void formCoefficients(const Row& row, const Step& step, Integrator method) {
   }
 }
 
-// The row of -ky has the coefficients of ky.
+// The rows of ky and -ky have the same coefficients.
 void copyCoefficients(const Row& from, const Row& to, int planes) {
   for (int k = 0; k < planes; ++k) {
     for (int i = from.begin; i < from.end; ++i) to.coefficients[k][i] = from.coefficients[k][i];
@@ -236,7 +236,7 @@ struct StageUpdate {
     return invalid;
   }
 
-  // The rows ky and -ky. The row of the Nyquist wavenumber has no active mode.
+  // Advances the rows ky and -ky. The row of the Nyquist wavenumber has no active mode.
   bool updatePair(int ky) const {
     if (ky == n() / 2) {
       clearModes(ky, 0, halfWidth(n()));

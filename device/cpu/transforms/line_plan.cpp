@@ -30,7 +30,7 @@ bool hasOnlyRadices(int length) {
   return factors.empty() || factors.back() <= largestRadix;
 }
 
-// The least length of the form 2^a 3^b 5^c that a convolution of lines of `length` needs.
+// The smallest length 2^a 3^b 5^c that is long enough for a convolution of lines of `length`.
 int convolutionLength(int length) {
   const int least = 2 * length - 1;
   int best = 1;

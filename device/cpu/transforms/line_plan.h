@@ -1,11 +1,11 @@
-// How a one-dimensional transform of a given length is done: its radices, twiddles and orders.
+// The plan of a one-dimensional transform of a given length: its radices, twiddles and orders.
 //
 // A line is transformed in place by decimation in frequency: a stage of radix r cuts a block of
 // r * m elements into r blocks of m, whose transforms are independent, until blocks of one element
-// are left. Elements then stand permuted; `position` and `wavenumber` tell where. A length with a
-// prime factor too large for that goes through Bluestein's algorithm (L. Bluestein, "A linear
-// filtering approach to the computation of the discrete Fourier transform", 1970): a convolution
-// with a chirp on a longer line of small factors.
+// are left. Elements are then permuted; `position` and `wavenumber` are the permutation and its
+// inverse. A length with a prime factor too large for that goes through Bluestein's algorithm (L.
+// Bluestein, "A linear filtering approach to the computation of the discrete Fourier transform",
+// 1970): a convolution with a chirp on a longer line of small factors.
 #pragma once
 
 #include <memory>
@@ -15,7 +15,7 @@
 
 namespace zeph::cpu {
 
-// Prime factors up to this one have a butterfly; its work grows with the square of the factor.
+// The largest prime factor with a butterfly, whose work grows with the square of the factor.
 constexpr int largestRadix = 61;
 
 constexpr int mostStages = 24;
@@ -30,10 +30,10 @@ struct LineStage {
 // The tables as the vector code reads them. Pointers belong to a LinePlan.
 struct LineTables {
   int length = 0;
-  int stageCount = 0;  // none for a line that Bluestein's algorithm does
+  int stageCount = 0;  // 0 for a length that needs Bluestein's algorithm
   LineStage stages[mostStages];
-  const int* position = nullptr;    // where element k of the result stands in the line
-  const int* wavenumber = nullptr;  // which element of the result stands at a place
+  const int* position = nullptr;    // the place in the line of element k of the result
+  const int* wavenumber = nullptr;  // the element of the result at each place
 
   const LineTables* inner = nullptr;  // the convolution of Bluestein's algorithm, if that is used
   const float* chirp = nullptr;       // exp(-pi i j^2 / length), re then im
@@ -42,7 +42,7 @@ struct LineTables {
 
 class LinePlan {
  public:
-  // The plan for a length, shared among all who use it at the same time. Raises std::bad_alloc.
+  // The plan for a length, shared while anybody uses it. Raises std::bad_alloc.
   static std::shared_ptr<const LinePlan> forLength(int length);
 
   explicit LinePlan(int length);

@@ -119,11 +119,11 @@ bool isPossible(const TransformRequest& request) {
          request.cutoff >= 0;
 }
 
-// The processor's transforms as the devices' common interface knows them.
-PlaneTransform* own(Transform* transform) {
+// From the handle of device/transform.h to the object.
+PlaneTransform* planeTransform(Transform* transform) {
   return reinterpret_cast<PlaneTransform*>(transform);
 }
-const PlaneTransform* own(const Transform* transform) {
+const PlaneTransform* planeTransform(const Transform* transform) {
   return reinterpret_cast<const PlaneTransform*>(transform);
 }
 
@@ -141,16 +141,16 @@ int createTransform(const TransformRequest& request, Transform** transform) {
 }
 
 int appendTransform(Transform* transform, void* buffer, bool inverse) {
-  own(transform)->run(static_cast<float*>(buffer), inverse);
+  planeTransform(transform)->run(static_cast<float*>(buffer), inverse);
   return cudaSuccess;
 }
 
 void destroyTransform(Transform* transform) {
-  delete own(transform);
+  delete planeTransform(transform);
 }
 
 std::vector<TransformAllocation> transformAllocations(const Transform* transform) {
-  return own(transform)->allocations();
+  return planeTransform(transform)->allocations();
 }
 
 }  // namespace zeph::cpu
