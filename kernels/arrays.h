@@ -34,17 +34,24 @@ struct ProductArrays {
   float* padded;
 };
 
-// Those that an integrator does not use (see methods.h) are not touched.
+// The arrays of a stage as ARRAY(type, name). Most have the same type, so the GPU's kernel takes
+// its parameters from this list and cannot have them in another order than the record. Arrays that
+// an integrator does not use (see methods.h) are not touched.
+#define ZEPH_STAGE_ARRAYS(ARRAY)                                          \
+  ARRAY(V2*, omega)           /* the state */                             \
+  ARRAY(const V2*, padded)    /* the transformed products */              \
+  ARRAY(V2*, base)            /* state at the start of the step */        \
+  ARRAY(V2*, first)           /* nonlinear term of an earlier stage */    \
+  ARRAY(V2*, middle)          /* sum of the two middle nonlinear terms */ \
+  ARRAY(V2*, predictor)       /* first predictor */                       \
+  ARRAY(float*, coefficients) /* per-mode factors, formed at stage 0 */   \
+  ARRAY(ClockState*, clock)                                               \
+  ARRAY(V2*, correction) /* compensation of the summation into the state */
+
 struct StageArrays {
-  V2* omega;            // the state
-  const V2* padded;     // the transformed products
-  V2* base;             // state at the start of the step
-  V2* first;            // nonlinear term of an earlier stage
-  V2* middle;           // sum of the two middle nonlinear terms
-  V2* predictor;        // first predictor
-  float* coefficients;  // per-mode factors, formed at stage 0
-  ClockState* clock;
-  V2* correction;  // compensation of the summation into the state
+#define ZEPH_MEMBER(type, name) type name;
+  ZEPH_STAGE_ARRAYS(ZEPH_MEMBER)
+#undef ZEPH_MEMBER
 };
 
 struct CommitArrays {

@@ -268,10 +268,8 @@ __global__ void nonlinearProducts(float* __restrict__ padded, Params p) {
   writeProducts(planes, o, u, v, gx, gy, p);
 }
 
-__global__ void advanceStage(V2* __restrict__ omega, const V2* __restrict__ padded,
-                             V2* __restrict__ base, V2* __restrict__ first, V2* __restrict__ middle,
-                             V2* __restrict__ predictor, float* __restrict__ coefficients,
-                             ClockState* clock, V2* __restrict__ correction, Params p) {
+#define ZEPH_PARAMETER(type, name) type __restrict__ name,
+__global__ void advanceStage(ZEPH_STAGE_ARRAYS(ZEPH_PARAMETER) Params p) {
   const auto [i, j] = placeInGrid();
   if (i > half(p.resolution) || j >= p.resolution) return;
   if (clock->stepState == noStep) return;
