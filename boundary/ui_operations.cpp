@@ -143,12 +143,15 @@ std::string nameOf(const Json& request) {
   return op ? op->get<std::string>() : "";
 }
 
-void change(UIHandle& ui, const std::string& name, const Json& request) {
-  const auto operation = std::find_if(operations.begin(), operations.end(),
-                                      [&](const Operation& known) { return known.name == name; });
-  if (operation == operations.end()) throw std::invalid_argument("Unknown UI operation.");
+const Operation& operationNamed(const std::string& name) {
+  for (const Operation& known : operations)
+    if (known.name == name) return known;
+  throw std::invalid_argument("Unknown UI operation.");
+}
+
+void change(UIHandle& ui, const Operation& operation, const Json& request) {
   const auto lock = ui.lock();
-  operation->run(ui, request);
+  operation.run(ui, request);
 }
 
 }  // namespace
@@ -161,7 +164,7 @@ Json runUiOperation(View& view, const Json& request) {
   } else if (name == "save") {
     save(view);
   } else {
-    change(view.handle(), name, request);
+    change(view.handle(), operationNamed(name), request);
   }
   return statusReport(view);
 }
