@@ -1,7 +1,7 @@
 """The native library: where it is found, and its C functions as Python sees them.
 
-Text crosses the boundary as UTF-8 JSON. Every string that the library hands out is returned to it
-at once, and every failure that it reports is raised as ``ZephaneError`` with the library's words.
+Requests and replies are UTF-8 JSON. A string from the library is copied and freed at once, and a
+failure that it reports is raised as ``ZephaneError`` with the library's text.
 """
 
 from __future__ import annotations
@@ -24,7 +24,7 @@ LibraryPath = Union[str, "os.PathLike[str]"]
 
 
 class ZephaneError(RuntimeError):
-    """A failure, in the library's own words."""
+    """A failure. Its text is the library's own."""
 
 
 def library_name() -> str:
@@ -32,7 +32,7 @@ def library_name() -> str:
 
 
 def candidates() -> Iterator[Path]:
-    """The files to look at, in order: beside the package, then the builds of a checkout."""
+    """Where the library may be, in this order: inside the package, in the builds of a checkout."""
     package = Path(__file__).resolve().parent
     checkout = package.parent.parent
     for folder in (package, checkout / "build" / "release", checkout / "build"):
@@ -40,7 +40,10 @@ def candidates() -> Iterator[Path]:
 
 
 def find_library(path: LibraryPath | None = None) -> str:
-    """The path of the library, or a name that the system's loader knows it by."""
+    """The path of the library, or a name under which the system's loader finds it.
+
+    Raises ``ZephaneError`` if there is none.
+    """
     if path is not None:
         if not Path(path).is_file():
             raise ZephaneError(f"No library at {os.fspath(path)}.")
@@ -59,8 +62,8 @@ def find_library(path: LibraryPath | None = None) -> str:
 
 
 class Library:
-    """The loaded library. It may be used from any thread, but initialized from one only, which is
-    then the only one for views.
+    """The loaded library. Any thread may use it, but for two things: the first thread that
+    initializes it becomes its main thread, and only that one may initialize again or use views.
     """
 
     def __init__(self, path: str) -> None:
@@ -75,7 +78,8 @@ class Library:
             raise ZephaneError(f"{path} cannot be used: {failure}") from failure
 
     def _declare(self) -> None:
-        # Replies are declared as addresses, since c_char_p would copy the text and lose the block.
+        # Replies are addresses: ctypes would turn a c_char_p into bytes and drop the address, which
+        # zp_string_free needs.
         functions, text, reply, handle = (
             self._functions,
             ctypes.c_char_p,
@@ -102,12 +106,12 @@ class Library:
         functions.zp_ui_destroy.restype = None
 
     def initialize(self) -> Mapping[str, Any]:
-        """Describe the machine anew, and choose the device that all engines use."""
+        """Choose the device for all engines, and describe it, the machine and the defaults."""
         with self._initializing:
             return self._initialize()
 
     def description(self) -> Mapping[str, Any]:
-        """What the last initialization told; the first caller initializes."""
+        """The description from the last initialization; initializes if nobody has yet."""
         with self._initializing:
             return self._initialize() if self._description is None else self._description
 
@@ -123,22 +127,22 @@ class Library:
         return description
 
     def create(self, config: Mapping[str, Any]) -> int:
-        """A new engine's handle."""
+        """The handle of a new engine."""
         error = ctypes.c_void_p()
         handle = self._functions.zp_engine_create(_encode(config), ctypes.byref(error))
         if handle:
             return int(handle)
-        raise ZephaneError(self._take(error.value))
+        raise ZephaneError(self._copy_and_free(error.value))
 
     def call(self, handle: int | None, request: Mapping[str, Any]) -> dict[str, Any]:
-        """One operation on an engine; None stands for a closed one."""
+        """Run one operation on an engine. The handle of a closed engine is None."""
         return self._result(self._functions.zp_engine_call(handle, _encode(request)))
 
     def destroy(self, handle: int) -> None:
         self._functions.zp_engine_destroy(handle)
 
     def create_view(self) -> int:
-        """A new view's handle. Views that other threads have let go of end first."""
+        """The handle of a new view. First ends the views that were abandoned on other threads."""
         self.require_main_thread()
         while self._abandoned:
             self._functions.zp_ui_destroy(self._abandoned.pop())
@@ -148,38 +152,40 @@ class Library:
         return int(handle)
 
     def call_view(self, handle: int | None, request: Mapping[str, Any]) -> dict[str, Any]:
-        """One operation on a view; None stands for a closed one."""
+        """Run one operation on a view. The handle of a closed view is None."""
         return self._result(self._functions.zp_ui_call(handle, _encode(request)))
 
     def attach_view(self, handle: int | None, parent: int) -> None:
         self._result(self._functions.zp_ui_attach(handle, parent))
 
     def release_view(self, handle: int) -> None:
-        """End a view: at once on the main thread, else when the next one is made."""
+        """End a view: at once on the main thread, otherwise when the next view is made."""
         if self._view_refusal() == VIEW_CLOSED:
             self._functions.zp_ui_destroy(handle)
         else:
             self._abandoned.append(handle)
 
     def require_main_thread(self) -> None:
-        """Views belong to the thread that initialized the library; raises on any other."""
+        """Raise ``ZephaneError`` on any thread but the one that initialized the library."""
         refusal = self._view_refusal()
         if refusal != VIEW_CLOSED:
             raise ZephaneError(refusal)
 
     def _view_refusal(self) -> str:
-        """What the library says to a call on no view: of the thread, before it is of the view."""
-        reply = json.loads(self._take(self._functions.zp_ui_call(None, b"{}")))
+        """The error of a call without a view. The library checks the thread before the view, so it
+        is ``VIEW_CLOSED`` on the main thread only.
+        """
+        reply = json.loads(self._copy_and_free(self._functions.zp_ui_call(None, b"{}")))
         return str(reply["error"])
 
     def _result(self, address: int | None) -> dict[str, Any]:
-        reply: dict[str, Any] = json.loads(self._take(address))
+        reply: dict[str, Any] = json.loads(self._copy_and_free(address))
         if "error" in reply:
             raise ZephaneError(reply["error"])
         return reply
 
-    def _take(self, address: int | None) -> str:
-        """Copy a string of the library, and give it back."""
+    def _copy_and_free(self, address: int | None) -> str:
+        """Copy a string of the library, and free it."""
         if not address:
             raise MemoryError("The library could not allocate its reply.")
         try:
@@ -212,8 +218,9 @@ def load(path: LibraryPath | None = None) -> Library:
 
 def given(**arguments: Any) -> dict[str, Any]:
     """The arguments that are not None, with paths as texts."""
-    return {key: plain(value) for key, value in arguments.items() if value is not None}
+    return {key: path_as_text(value) for key, value in arguments.items() if value is not None}
 
 
-def plain(value: Any) -> Any:
+def path_as_text(value: Any) -> Any:
+    """The text of a path; any other value as it is."""
     return os.fspath(value) if isinstance(value, os.PathLike) else value

@@ -1,4 +1,4 @@
-"""NumPy where it is installed, fetched at first use so that importing the package stays quick."""
+"""NumPy, if it is installed. Imported at first use, so that importing the package stays quick."""
 
 from __future__ import annotations
 
@@ -8,7 +8,7 @@ from typing import Any
 
 @functools.cache
 def numpy() -> Any:
-    """The NumPy module, or None."""
+    """The NumPy module, or None without NumPy."""
     try:
         import numpy as module
     except ImportError:

@@ -1,4 +1,4 @@
-"""The version, read from the file VERSION: a wheel has it in the package, a checkout at its root."""
+"""The version, from the file VERSION: inside the package in a wheel, or at a checkout's root."""
 
 from __future__ import annotations
 

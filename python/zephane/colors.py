@@ -1,7 +1,7 @@
-"""Palettes: from a place on a scale to a colour, in sRGB numbers from 0 to 1.
+"""Palettes: the colour of a point on a scale, as three sRGB numbers from 0 to 1.
 
-Signed scales run from -1 to 1 and diverge from a dark middle; the others run from 0 to 1 and rise
-from the dark. "inferno" is one run of colours in both cases.
+Signed scales run from -1 to 1, with a dark middle; the others run from 0, which is dark, to 1.
+"inferno" has the same sequence of colours in both cases.
 """
 
 from __future__ import annotations
@@ -45,7 +45,7 @@ INFERNO: Sequence[Color] = (
 
 
 def color(t: float, palette: str, signed: bool) -> Color:
-    """The colour of the place ``t`` on the scale."""
+    """The colour of the point ``t`` on the scale."""
     if palette == "inferno":
         return _inferno(0.5 * t + 0.5 if signed else t)
     if signed:
@@ -61,14 +61,14 @@ def color(t: float, palette: str, signed: bool) -> Color:
 
 
 def color_table(palette: str, signed: bool, steps: int) -> list[bytes]:
-    """8-bit colours at ``steps + 1`` even places over the scale, both ends included."""
+    """8-bit colours at ``steps + 1`` evenly spaced points of the scale, both ends included."""
     low = -1.0 if signed else 0.0
-    places = (low + (1.0 - low) * i / steps for i in range(steps + 1))
-    return [_eight_bits(color(t, palette, signed)) for t in places]
+    points = (low + (1.0 - low) * i / steps for i in range(steps + 1))
+    return [_eight_bits(color(t, palette, signed)) for t in points]
 
 
-def _inferno(place: float) -> Color:
-    s = 5.0 * place
+def _inferno(t: float) -> Color:
+    s = 5.0 * t
     k = min(int(s), 4)
     return _lerp(INFERNO[k], INFERNO[k + 1], s - k)
 
@@ -82,5 +82,5 @@ def _lerp(a: Color, b: Color, s: float) -> Color:
 
 
 def _eight_bits(c: Color) -> bytes:
-    # Rounding of the palettes' constants can carry a colour just past 1.
+    # Rounding of the palettes' constants can make a channel slightly larger than 1.
     return bytes(min(int(channel * 255.0 + 0.5), 255) for channel in c)

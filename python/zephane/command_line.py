@@ -1,8 +1,8 @@
 """The command line: ``run`` computes a flow, ``view`` and ``watch`` show a running one in a window
 and on a terminal, ``info`` describes the machine.
 
-Exit codes: 0 for success, 1 for a failure, told on the standard error stream in the words of the
-library or the system, and 2 for a command line that cannot be understood.
+Exit codes: 0 for success, 1 for a failure, whose message goes to standard error, and 2 for wrong
+arguments.
 """
 
 from __future__ import annotations
@@ -16,7 +16,7 @@ from collections.abc import Sequence
 from . import __version__
 from ._library import ZephaneError
 from .engine import initialize
-from .options import LIBRARY_HELP, add_course, add_flow, add_picture
+from .options import LIBRARY_HELP, add_control, add_flow, add_picture
 from .records import DEFAULT_PIXEL_SIZE, PIXEL_SIZES
 from .report import describe_system
 from .run import TURNOVERS, run
@@ -64,8 +64,8 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
     parser = commands.add_parser(
         "run",
         help="compute a flow",
-        description="Compute a flow, show how it goes on, and report its figures at the end. "
-        "Ctrl-C ends the run early; the report and the files are then of the flow so far.",
+        description="Compute a flow, show its progress, and report its figures at the end. "
+        "Ctrl-C ends the run early; the report and the files then show the flow so far.",
     )
     add_flow(parser)
     _add_length(parser)
@@ -78,12 +78,12 @@ def _add_watch(commands: argparse._SubParsersAction[argparse.ArgumentParser]) ->
     parser = commands.add_parser(
         "watch",
         help="watch a running flow",
-        description="Let a flow run and show its figures on the terminal. Keys: space pauses it "
-        "and lets it run, s takes one step, r starts it again, n starts the next seed, h tells "
-        "the keys, q quits. Where the output is no terminal, a line per second tells the figures.",
+        description="Let a flow run and show its figures on the terminal. Keys: space pauses and "
+        "resumes it, s takes one step, r starts it again, n starts the next seed, h lists the "
+        "keys, q quits. If the output is not a terminal, the figures are printed once a second.",
     )
     add_flow(parser)
-    add_course(parser)
+    add_control(parser)
     parser.set_defaults(command=watch)
 
 
@@ -92,10 +92,10 @@ def _add_view(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> 
         "view",
         help="show a running flow in a window",
         description="Let a flow run and show its picture in a window, with a panel that steers it. "
-        "The key h tells the keys.",
+        "The key h lists the keys.",
     )
     add_flow(parser)
-    add_course(parser)
+    add_control(parser)
     picture = parser.add_argument_group("picture")
     add_picture(picture)
     picture.add_argument(
@@ -110,7 +110,7 @@ def _add_view(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> 
 
 
 def _view(options: argparse.Namespace) -> int:
-    """Tk, that the window is made of, need not be there for anything else."""
+    """Import the viewer only here, so that all other commands work without tkinter."""
     try:
         from .viewer import view
     except ImportError as failure:
@@ -140,7 +140,7 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
     output.add_argument(
         "--progress",
         action=argparse.BooleanOptionalAction,
-        help="show how the run goes on: a line that moves on a terminal, a line every few seconds "
+        help="show progress: a line that is updated on a terminal, a new line every few seconds "
         "elsewhere (default: on a terminal only)",
     )
     output.add_argument(

@@ -1,8 +1,8 @@
-"""What a running view has to tell, as lines of text: pure functions of its status.
+"""The figures of a running view as lines of text, made from its status alone.
 
-A line is a list of spans, a text with the name of a style each, so that its width is that of its
-texts. Lines never exceed the width and the height that they are made for: facts are left out from
-the right, and rows by their rank.
+A line is a list of spans, each a text with the name of its style, so that the width of a line is
+known before it is coloured. The lines fit the width and height that they are made for: facts are
+left out from the right, and rows by their rank, the highest number first.
 """
 
 from __future__ import annotations
@@ -31,7 +31,7 @@ LABEL_CELLS = 12
 BETWEEN = "   "
 LARGEST_CHART = 6
 SCALE_CELLS = 11
-# Narrower charts have no scale beside them.
+# A chart with fewer columns has no scale beside it.
 SCALED_CHART = 24
 
 BLOCKS = " ▁▂▃▄▅▆▇█"
@@ -65,7 +65,10 @@ def dashboard(
     help_shown: bool = False,
     fine: bool = True,
 ) -> list[Line]:
-    """The whole screen, from the state of the flow down to the keys."""
+    """The whole screen, from the state of the flow down to the keys.
+
+    ``fine`` draws the chart with block characters, otherwise with ASCII.
+    """
     width, height = max(width, 1), max(height, 1)
     rows: list[tuple[int, Line]] = [(0, _head(status, until)), (9, [])]
     rows += _help() if help_shown else _figures(status, until)
@@ -73,7 +76,7 @@ def dashboard(
         rows.append((1, _row("failure", [(status.error_message, "bad")])))
     chart: list[Line] = []
     if not help_shown:
-        # A chart of one row takes the place of an empty one.
+        # Where no row is spare, one row of chart replaces an empty row, which has a lower rank.
         spare = min(max(height - len(rows) - 2, 1), LARGEST_CHART)
         chart = _chart(status, width, spare, fine)
     rows += [(5 if n == 0 else 10, line) for n, line in enumerate(chart)]
@@ -82,7 +85,7 @@ def dashboard(
 
 
 def status_line(status: ViewStatus, until: float | None = None) -> str:
-    """The same in one line without escape sequences, for logs."""
+    """State and figures in one line without escape sequences, for logs."""
     words = [state(status, until)]
     if status.stats is not None:
         stats, pace = status.stats, status.performance
@@ -107,7 +110,10 @@ def status_line(status: ViewStatus, until: float | None = None) -> str:
 def chart_rows(
     values: Sequence[float], width: int, rows: int, levels: str = BLOCKS
 ) -> list[str]:
-    """The last ``width`` values as columns of blocks between their extremes, top row first."""
+    """A bar chart of the last ``width`` values, scaled to their extremes; top row first.
+
+    ``levels`` are the characters of one cell from empty to full.
+    """
     shown = list(values)[-width:] if width > 0 else []
     finite = [value for value in shown if math.isfinite(value)]
     if not finite:
@@ -129,7 +135,7 @@ def chart_rows(
 
 
 def paint(line: Line, colored: bool) -> str:
-    """A line as a terminal takes it."""
+    """The text of a line, with escape sequences for its colours if ``colored``."""
     if not colored:
         return "".join(text for text, _ in line)
     return "".join(
@@ -173,7 +179,7 @@ def _chart(status: ViewStatus, width: int, rows: int, fine: bool) -> list[Line]:
 
 
 def _keys(status: ViewStatus, width: int) -> Line:
-    """As many keys as there is room for, the most needed of them first."""
+    """The keys and what they do. Where not all fit, the less needed ones are left out."""
     names = {
         "space": "pause" if status.running else "run",
         "s": "step",
@@ -208,13 +214,15 @@ def _row(label: str, facts: Iterable[Fact]) -> Line:
 
 
 def _most_important(rows: Sequence[tuple[int, Line]], height: int) -> list[Line]:
-    """As many rows as there is room for, by rank, and among equals from the top."""
+    """The ``height`` rows of lowest rank, in their order; among equal ranks the upper ones."""
     ranked = sorted(range(len(rows)), key=lambda n: (rows[n][0], n))[:height]
     return [rows[n][1] for n in sorted(ranked)]
 
 
 def _fit(line: Line, width: int) -> Line:
-    """The spans that fit. One that is cut off in the middle stays only if it is the first fact."""
+    """The spans that fit into the width. A span that does not fit whole is dropped, or cut if it
+    belongs to the first fact.
+    """
     fitted: Line = []
     left = width
     for n, (text, style) in enumerate(line):

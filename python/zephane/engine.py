@@ -1,4 +1,4 @@
-"""The headless solver: an ``Engine`` is one flow, advanced and read on request."""
+"""A flow without a window: an ``Engine`` is advanced and read on request."""
 
 from __future__ import annotations
 
@@ -23,23 +23,28 @@ COMPLEX_BYTES = 8
 def initialize(library: LibraryPath | None = None) -> SystemInfo:
     """Load the library, choose the device, and describe both.
 
-    ``library`` is a path; without it the library is looked for beside the package, in the build
-    folders of a checkout and where the system keeps its libraries. The environment variable
-    ``ZEPHANE_DEVICE`` names the device by its index. The calling thread becomes the library's main
-    thread, the only one that may call this again. No other call may be under way meanwhile.
+    ``library`` is a path; without it the library is searched for inside the package, in the build
+    folders of a checkout and by the system's loader. The environment variable ``ZEPHANE_DEVICE``
+    chooses the device by its index. The calling thread becomes the library's main thread, the only
+    one that may call this again and that may use views. No other call may run at the same time.
+
+    Raises ``ZephaneError`` if the library is not found or cannot be loaded, if there is no such
+    device, and on any thread but the main thread.
     """
     return SystemInfo.from_json(load(library).initialize())
 
 
 class Engine:
-    """One flow on the device that ``initialize`` chose; the first engine initializes if need be.
+    """One flow on the device that ``initialize`` chose; the first engine initializes if needed.
 
-    It starts from a seeded spectrum or from ``initial``: the path of a raw file, or an array, of
-    N² single-precision samples of the vorticity. Keyword arguments change single members of the
-    configuration: ``Engine(resolution=512, seed=7)``.
+    It starts from a seeded random field, or from ``initial``: an array of shape (N, N) with the
+    vorticity, row y and column x, or the path of a raw file of N² little-endian float32 numbers.
+    ``config`` replaces the default configuration, and keyword arguments change single members of
+    it: ``Engine(resolution=512, seed=7)``. The flow is periodic on a square of side 2 pi.
 
-    Any thread may call it. Calls are made one after the other, and ``close`` waits for the one
-    under way. What the library refuses is raised as ``ZephaneError``.
+    Any thread may use an engine; calls run one after another. Every method raises ``ZephaneError``
+    with the library's text when the library refuses the request or the engine is closed. The engine
+    stays usable after that.
     """
 
     def __init__(
@@ -58,35 +63,37 @@ class Engine:
             handle = self._library.create({**self._config.to_json(), **start})
         self._handle: int | None = handle
         self._release = weakref.finalize(self, self._library.destroy, handle)
-        # A thread may still be inside the engine when the interpreter ends.
+        # Not at the interpreter's exit, when a thread may still be inside a call on the engine.
         self._release.atexit = False
 
     @property
     def config(self) -> Config:
-        """The configuration that the engine was made with; ``set`` does not change it."""
+        """The configuration of the engine when it was made; ``set`` does not change it."""
         return self._config
 
     @property
     def closed(self) -> bool:
+        """Whether ``close`` was called."""
         return self._handle is None
 
     def inspect(self) -> Statistics:
-        """All figures, freshly computed."""
+        """Compute all figures of the flow at its present time."""
         return Statistics.from_json(self._call("inspect"))
 
     def advance(self, steps: int = 1, until: float | None = None) -> Statistics:
-        """Take ``steps`` steps, but stop exactly at the time ``until`` if that comes first.
+        """Take ``steps`` steps, or fewer if the flow reaches the time ``until`` before.
 
-        In the result the energies are those of the last ``inspect`` or ``reset``.
+        The last step is shortened so that it ends at ``until`` exactly. The energies in the result
+        are not computed again: they are those of the last ``inspect`` or ``reset``.
         """
         return Statistics.from_json(self._call("advance", steps=steps, until=until))
 
     def set(self, reynolds: float | None = None, cfl: float | None = None) -> None:
-        """Change the Reynolds number or the Courant number from the next step on."""
+        """Change the Reynolds number or the Courant number, both above 0, from the next step on."""
         self._call("set", **given(reynolds=reynolds, cfl=cfl))
 
     def reset(self, initial: Any = None) -> Statistics:
-        """Back to time zero: to the seeded start, or to ``initial`` as for a new engine."""
+        """Start again at time 0, from the seeded field or from ``initial`` as for a new engine."""
         with _InitialFile(initial) as start:
             return Statistics.from_json(self._call("reset", **start))
 
@@ -106,13 +113,15 @@ class Engine:
         sigma: float | None = None,
         flow: bool | None = None,
     ) -> Snapshot | None:
-        """Let the library write files, and report the snapshot if one was taken.
+        """Write files, and return the snapshot that they show, or None if none was taken.
 
-        ``spectrum`` and ``fields`` are raw files of N² complex numbers and of 3·N² numbers, in
-        single precision. ``png`` is a square picture of ``pixel_size`` pixels a side, 1 to 8192;
-        the arguments after it are those of ``PictureSettings``. Drawing needs a Vulkan driver.
-        Without ``include_velocity`` the fluid counts as being at rest: its speed is dark, and
-        there are no flow lines. What is left out keeps the library's default.
+        ``spectrum`` is the path of a raw file of N² complex64 numbers, laid out as ``spectrum()``
+        returns them, and ``fields`` of one of 3·N² float32 numbers: vorticity, u and v. ``png`` is
+        the path of a square picture of ``pixel_size`` pixels a side, 1 to 8192; the arguments after
+        it are those of ``PictureSettings``. Drawing needs a Vulkan driver. ``snapshot`` takes a
+        snapshot even if no file needs one. Without ``include_velocity`` the velocity counts as
+        zero: pictures of the speed are dark, and there are no flow lines. Arguments that are None
+        have the library's defaults.
         """
         report = self._call(
             "export",
@@ -134,10 +143,11 @@ class Engine:
         return Snapshot.from_json(report) if report else None
 
     def spectrum(self) -> Any:
-        """Fourier coefficients of the vorticity, row ky, column kx, both in FFT order.
+        """The Fourier coefficients of the vorticity: row ky, column kx, both in FFT order.
 
-        A complex64 NumPy array of shape (N, N), or an ``array.array('f')`` of N² pairs without
-        NumPy.
+        They are normalized so that half the sum of their squared magnitudes is the enstrophy. The
+        result is a complex64 NumPy array of shape (N, N), or without NumPy an ``array.array('f')``
+        of N² pairs of real and imaginary part.
         """
         with tempfile.TemporaryDirectory(prefix="zephane-") as folder:
             path = Path(folder) / "spectrum"
@@ -148,7 +158,10 @@ class Engine:
         return values if np is None else values.view(np.complex64).reshape(size, size)
 
     def fields(self, include_velocity: bool = True) -> Fields:
-        """Vorticity and velocity on the grid; without velocity its planes are zero."""
+        """Vorticity and velocity on the grid, three float32 planes of shape (N, N).
+
+        Without ``include_velocity`` the planes of the velocity are zero.
+        """
         with tempfile.TemporaryDirectory(prefix="zephane-") as folder:
             path = Path(folder) / "fields"
             snapshot = self.export(fields=path, include_velocity=include_velocity)
@@ -158,7 +171,7 @@ class Engine:
         return Fields(values if numpy() is None else values.reshape(3, size, size), snapshot)
 
     def close(self) -> None:
-        """Free the flow, once a call under way has ended. Closing again does nothing."""
+        """Wait for a call that is running, and free the flow. Closing again does nothing."""
         with self._lock:
             self._handle = None
             self._release()
@@ -181,7 +194,10 @@ class Engine:
 
 
 class _InitialFile:
-    """The request's member for a start field; an array becomes a file for as long as it takes."""
+    """Gives the part of a request that names the start field.
+
+    An array is written to a temporary file, which is deleted at the end of the ``with`` block.
+    """
 
     def __init__(self, initial: Any) -> None:
         self._initial = initial

@@ -1,4 +1,4 @@
-"""Raw files of single-precision numbers, and the three planes of a flow that come in one."""
+"""Raw files of float32 numbers, and the three planes of a flow."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ PathLike = Union[str, "os.PathLike[str]"]
 
 
 def read_floats(path: PathLike) -> Any:
-    """All of a raw file: a flat float32 NumPy array, or an ``array.array('f')`` without NumPy."""
+    """Read a raw file into a flat float32 NumPy array, or an ``array.array('f')`` without NumPy."""
     np = numpy()
     if np is not None:
         return np.fromfile(path, dtype="<f4")
@@ -29,7 +29,7 @@ def read_floats(path: PathLike) -> Any:
 
 
 def write_floats(path: PathLike, samples: Any) -> None:
-    """Any array of numbers as a raw file, in its own order."""
+    """Write numbers to a raw file as little-endian float32, row after row."""
     np = numpy()
     if np is not None:
         np.ascontiguousarray(samples, dtype="<f4").tofile(path)
@@ -39,28 +39,30 @@ def write_floats(path: PathLike, samples: Any) -> None:
 
 @dataclass(frozen=True)
 class Fields:
-    """Vorticity and velocity on the grid: row y, column x; row 0 lies at y = 0.
+    """Vorticity and velocity on the grid: row y, column x. Row 0 is y = 0, column 0 is x = 0.
 
     ``data`` is a float32 NumPy array of shape (3, N, N), or a flat ``array.array('f')`` of 3·N²
-    numbers without NumPy. The planes have the same form without the leading 3, and come in order
-    from ``vorticity, u, v = fields``.
+    numbers without NumPy. Each plane has shape (N, N), or is flat with N² numbers. They can be
+    unpacked: ``vorticity, u, v = fields``.
     """
 
     data: Any
     snapshot: Snapshot
+    """Time and moments of these fields."""
 
     @property
     def vorticity(self) -> Any:
+        """dv/dx - du/dy."""
         return self._plane(0)
 
     @property
     def u(self) -> Any:
-        """Velocity along x, the columns."""
+        """The velocity along x."""
         return self._plane(1)
 
     @property
     def v(self) -> Any:
-        """Velocity along y, the rows."""
+        """The velocity along y."""
         return self._plane(2)
 
     def __iter__(self) -> Iterator[Any]:

@@ -1,6 +1,6 @@
-"""What a running view has to tell, as facts of a few words each, the most needed of them first.
+"""The figures of a running view as facts of a few words each, the most important first.
 
-A fact is a text, or a text with the name of a style where it is good or bad news.
+A fact is a text, or a pair of a text and the style that colours it: "good", "bad" or "waiting".
 """
 
 from __future__ import annotations
@@ -12,7 +12,7 @@ from .progress import clock
 from .records import Config, ViewStatus
 from .report import memory
 
-# What the regulator holds the palinstrophy control at, and how near is as good as there.
+# The regulator's target for the palinstrophy control, and the relative error that counts as none.
 CONTROL_TARGET = 20.0
 CONTROL_BAND = 0.001
 
@@ -21,7 +21,7 @@ Fact = Union[Span, str]
 
 
 def state(status: ViewStatus, until: float | None = None) -> str:
-    """What the flow is doing, in a word or two."""
+    """The state of the flow in a word or two."""
     if status.error_message is not None:
         return "failed"
     if not status.ready:
@@ -34,12 +34,12 @@ def state(status: ViewStatus, until: float | None = None) -> str:
 
 
 def state_style(word: str) -> str:
-    """The style of such a word: "good", "bad" or "waiting"."""
+    """The style of a word that ``state`` returns."""
     return {"running": "good", "finished": "good", "failed": "bad"}.get(word, "waiting")
 
 
 def is_finished(status: ViewStatus, until: float | None) -> bool:
-    """Whether the limit has ended the flow. Its last step may miss the time by a rounding."""
+    """Whether the flow has ended at the time ``until``, which it meets up to a rounding error."""
     if until is None or status.stats is None or status.running or not status.settled:
         return False
     return status.stats.simulation_time >= until - 1e-6 * abs(until)

@@ -1,4 +1,4 @@
-"""Options that several commands have, and what is made of them."""
+"""Command-line options that several commands share, and the records and views made from them."""
 
 from __future__ import annotations
 
@@ -20,11 +20,11 @@ from .records import (
 )
 from .view import View
 
-LIBRARY_HELP = "path of the library (default: look for it)"
+LIBRARY_HELP = "path of the library (default: search for it)"
 
 
 def chosen_config(options: argparse.Namespace) -> dict[str, Any]:
-    """The members of a configuration that the options name."""
+    """The members of ``Config`` that the options set."""
     return given(**_members(options, Config))
 
 
@@ -38,7 +38,7 @@ def _members(options: argparse.Namespace, record: type) -> dict[str, Any]:
 
 
 def open_view(options: argparse.Namespace) -> View:
-    """A view of the flow and the course that the options tell, not yet started."""
+    """A view configured by the options, not yet started."""
     view = View(library=options.library, regulated=options.regulated, **chosen_config(options))
     try:
         view.benchmark(until=options.until, initial=options.initial)
@@ -101,22 +101,22 @@ def add_flow(parser: argparse.ArgumentParser) -> None:
     flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
 
 
-def add_course(parser: argparse.ArgumentParser) -> None:
-    course = parser.add_argument_group("course")
-    course.add_argument(
+def add_control(parser: argparse.ArgumentParser) -> None:
+    control = parser.add_argument_group("control")
+    control.add_argument(
         "--regulated",
         action=argparse.BooleanOptionalAction,
         default=True,
-        help="let the Reynolds number follow the flow, so that the grid is well used "
+        help="adjust the Reynolds number to what the grid resolves while the flow runs "
         "(default: regulated)",
     )
-    course.add_argument(
+    control.add_argument(
         "--until",
         metavar="T",
         type=float,
         help="stop at this time exactly (default: never)",
     )
-    course.add_argument("--paused", action="store_true", help="begin with a pause")
+    control.add_argument("--paused", action="store_true", help="start paused")
 
 
 def add_picture(group: argparse._ArgumentGroup) -> None:

@@ -1,4 +1,4 @@
-"""How a run goes on: one line that moves on a terminal, or a line every few seconds in a log."""
+"""Progress of a run: a line that is updated on a terminal, or a line every few seconds in a log."""
 
 from __future__ import annotations
 
@@ -12,13 +12,13 @@ from .records import Statistics
 from .terminal import CLEAR_TO_END_OF_LINE, draws_blocks
 
 LOG_SECONDS = 5.0
-# Rates are means over this much of the recent past.
-MEMORY_SECONDS = 3.0
+# Rates are averages over this time.
+RATE_SECONDS = 3.0
 BAR_CELLS = 16
 
 
 class Progress:
-    """Follows a run and says nothing of it."""
+    """Measures how fast a run goes, and shows nothing."""
 
     def __init__(self, start: Statistics, steps: int | None, until: float | None) -> None:
         self._start = start
@@ -30,7 +30,7 @@ class Progress:
     def update(self, now: Statistics) -> None:
         moment = time.perf_counter()
         self._recent.append((moment, now.steps, now.simulation_time))
-        while len(self._recent) > 2 and self._recent[1][0] < moment - MEMORY_SECONDS:
+        while len(self._recent) > 2 and self._recent[1][0] < moment - RATE_SECONDS:
             self._recent.popleft()
 
     def __enter__(self) -> Progress:
@@ -40,13 +40,15 @@ class Progress:
         pass
 
     def _rates(self) -> tuple[float, float]:
-        """Steps, and time of the flow, per second."""
+        """Steps per second, and time of the flow per second."""
         (began, steps, flow), (ended, last_steps, last_flow) = self._recent[0], self._recent[-1]
         seconds = max(ended - began, 1e-9)
         return (last_steps - steps) / seconds, (last_flow - flow) / seconds
 
     def _done(self, now: Statistics) -> float:
-        """The share of the run that is done, by the bound that it will meet first."""
+        """The share of the run that is done, from 0 to 1: of its steps or its time, whichever is
+        larger.
+        """
         shares = [0.0]
         if self._steps:
             shares.append((now.steps - self._start.steps) / self._steps)
@@ -55,7 +57,7 @@ class Progress:
         return min(max(shares), 1.0)
 
     def _left(self, now: Statistics) -> float | None:
-        """Seconds to the end, at the present rate."""
+        """Seconds to the end at the present rate, or None if nobody can say."""
         step_rate, flow_rate = self._rates()
         estimates = []
         if self._steps is not None and step_rate > 0.0:
@@ -77,7 +79,7 @@ class Progress:
 
 
 class TerminalLine(Progress):
-    """A line that is written over at each turn and gone at the end."""
+    """A line that each update overwrites, and that is erased at the end."""
 
     def __init__(
         self, stream: TextIO, start: Statistics, steps: int | None, until: float | None
@@ -102,7 +104,7 @@ class TerminalLine(Progress):
 
 
 class LogLines(Progress):
-    """A line of its own now and then."""
+    """A new line every ``LOG_SECONDS``."""
 
     def __init__(
         self, stream: TextIO, start: Statistics, steps: int | None, until: float | None
@@ -123,7 +125,10 @@ class LogLines(Progress):
 def shown_progress(
     wanted: bool | None, start: Statistics, steps: int | None, until: float | None
 ) -> Progress:
-    """The kind of progress that suits the standard error stream; unless told, terminals only."""
+    """Progress on standard error, in the form that suits it.
+
+    ``wanted`` of None shows it on a terminal only.
+    """
     terminal = sys.stderr.isatty()
     if wanted is False or (wanted is None and not terminal):
         return Progress(start, steps, until)
@@ -132,7 +137,7 @@ def shown_progress(
 
 
 def clock(seconds: float) -> str:
-    """Minutes and seconds, with hours where there are any."""
+    """A duration as minutes and seconds, "1:05", with hours from one hour on, "2:01:05"."""
     minutes, rest = divmod(int(seconds + 0.5), 60)
     hours, minutes = divmod(minutes, 60)
     return f"{hours}:{minutes:02}:{rest:02}" if hours else f"{minutes}:{rest:02}"

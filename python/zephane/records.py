@@ -1,4 +1,4 @@
-"""What the library takes and tells, as frozen records: a configuration and the reports."""
+"""The library's configuration and reports as frozen dataclasses."""
 
 from __future__ import annotations
 
@@ -26,11 +26,11 @@ Record = TypeVar("Record")
 
 
 def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
-    """A record from the keys that it knows; newer libraries may tell more.
+    """Make a record from the keys that it has; newer libraries may send others too.
 
-    JSON has no number that is not finite: the library writes null, which becomes a NaN.
+    The library writes numbers that are not finite as null, which JSON lacks; they become NaN.
     """
-    # Annotations are kept as texts.
+    # Annotations are texts here, as in all files with "from __future__ import annotations".
     types = {field.name: str(field.type) for field in dataclasses.fields(cast(Any, record))}
     return record(
         **{
@@ -42,17 +42,20 @@ def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
 
 
 def default_reynolds(resolution: int, k0: int) -> float:
-    """A Reynolds number whose smallest eddies a grid of ``resolution`` just resolves."""
+    """The Reynolds number whose smallest eddies a grid of N x N points just resolves.
+
+    ``resolution`` is N, and ``k0`` the peak wavenumber of the start spectrum; both are above 0.
+    """
     exponent = 1.06624 * math.log10(resolution) - 0.083911 * math.log10(k0) + 1.286396
     return float(10.0**exponent)
 
 
 @dataclass(frozen=True)
 class PictureSettings:
-    """The choice of picture: the members that ``Engine.export`` and ``View.set`` take.
+    """How a picture looks: the arguments that ``Engine.export`` and ``View.set`` share.
 
-    Names are checked when a record is made, so that a long run does not end at a wrong one. The
-    library brings numbers out of range into it.
+    Making a record raises ``ValueError`` for unknown names and for numbers that are not finite, so
+    that a long run does not fail over them at its end. The library clamps numbers to their ranges.
     """
 
     display: str = "vorticity"
@@ -60,11 +63,11 @@ class PictureSettings:
     palette: str = "ember"
     """One of ``PALETTES``."""
     color_range: str = "sigma"
-    """One of ``COLOR_RANGES``; matters to the vorticity only."""
+    """One of ``COLOR_RANGES``; used for the vorticity only."""
     exposure: float = 1.2
     """Gain of the compressive curves, 0.25 to 3."""
     sigma: float = 2.5
-    """Multiple of the standard deviation that fills the "sigma" range, 1.5 to 3.5."""
+    """Half width of the range "sigma", 1.5 to 3.5 standard deviations."""
     flow: bool = False
     """Whether flow lines are drawn over the picture."""
 
@@ -82,21 +85,23 @@ class PictureSettings:
 
     @property
     def signed(self) -> bool:
-        """Whether the colours run from -1 to 1, and not from 0."""
+        """Whether the colour scale has negative values."""
         return self.display == "vorticity"
 
     @property
     def linear(self) -> bool:
+        """Whether colours are proportional to the values, not compressed."""
         return self.signed and self.color_range == "sigma"
 
     @property
     def needs_velocity(self) -> bool:
+        """Whether the picture shows the velocity."""
         return self.flow or self.display == "speed"
 
 
 @dataclass(frozen=True)
 class Config:
-    """What decides a simulation. The library checks the values when an engine is made of them."""
+    """The configuration of a flow. The library checks the values when it makes the flow."""
 
     resolution: int = 1024
     """Grid points per side of the periodic square: even, 16 to 16384."""
@@ -105,11 +110,13 @@ class Config:
     seed: int = 2
     """Seed of the start field: 0 to 2**64 - 1."""
     reynolds: float = 27898.36614974335
-    """Reynolds number; the viscosity is its reciprocal. Does not follow the resolution."""
+    """Reynolds number, above 0: the reciprocal of the viscosity. It is the same for every
+    resolution; ``default_reynolds`` suits a resolution.
+    """
     cfl: float = 3.0
-    """Courant number of the adaptive time step."""
+    """Courant number of the adaptive time step, above 0."""
     fixed_dt: float | None = None
-    """A fixed time step, or None for the adaptive one."""
+    """A fixed time step, above 0, or None for the adaptive one."""
     integrator: str = "etdrk4"
     """One of ``INTEGRATORS``."""
     operator: str = "stress"
@@ -124,12 +131,12 @@ class Config:
 
     @property
     def viscosity(self) -> float:
-        """1 / reynolds, rounded to single precision as the solver sees it."""
+        """1 / reynolds, rounded to single precision as in the solver."""
         (rounded,) = struct.unpack("<f", struct.pack("<f", 1.0 / self.reynolds))
         return float(rounded)
 
     def to_json(self) -> dict[str, Any]:
-        """The library's form. The seed travels as text, for 64 bits do not fit a double."""
+        """The library's JSON object. The seed is a text: numbers of JSON lose digits of 64 bits."""
         return {**dataclasses.asdict(self), "seed": str(self.seed)}
 
     @classmethod
@@ -139,25 +146,31 @@ class Config:
 
 @dataclass(frozen=True)
 class Statistics:
-    """Figures of a flow. Energies are means over the square, of u²/2, ω²/2 and |∇ω|²/2."""
+    """Figures of a flow, all in the flow's own units but where they say otherwise."""
 
     steps: int
+    """Steps taken since time 0."""
     simulation_time: float
     dt: float
     """The last time step."""
     energy: float
+    """Mean over the square of u²/2."""
     enstrophy: float
+    """Mean over the square of ω²/2."""
     palinstrophy: float
+    """Mean over the square of |∇ω|²/2."""
     palinstrophy_ratio: float
     """Mean squared wavenumber of the vorticity, over twice the square of the largest one kept."""
     reynolds: float
+    """The Reynolds number in effect."""
     initial_turnover_time: float
     """Turnover time of the eddies at the start; 0 for a fluid at rest."""
     gpu_milliseconds: float
-    """Time that the device spent on the last advance."""
+    """Milliseconds that the device spent on the last advance."""
     allocated_bytes: int
     """Device memory of the solver."""
     is_finite: bool
+    """False once a value of the flow has become infinite or NaN."""
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Statistics:
@@ -166,7 +179,7 @@ class Statistics:
 
 @dataclass(frozen=True)
 class Snapshot:
-    """Moments of a field at one time."""
+    """Time and moments of the fields that were read or drawn."""
 
     sequence: int
     """Number of steps taken."""
@@ -177,7 +190,7 @@ class Snapshot:
     mean_vorticity: float
     std_vorticity: float
     max_speed: float
-    """Largest speed; 0 when the velocity was not asked for."""
+    """Largest speed, or 0 if the velocity was left out."""
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Snapshot:
@@ -186,23 +199,27 @@ class Snapshot:
 
 @dataclass(frozen=True)
 class SystemInfo:
-    """What the library runs on, and its default configuration."""
+    """The device, the machine and the library's default configuration."""
 
     abi_version: int
+    """Version of the library's interface."""
     backend: str
+    """Kind of device and of transforms."""
     os: str
     gpu: str
-    """Name of the device, be it a GPU or the processor."""
+    """Name of the device, a GPU or the processor."""
     device_index: int
     compute_capability: str
+    """Of the GPU, such as "9.0"; "0.0" for the processor."""
     precision: str
     physical_memory_bytes: int
     gpu_memory_bytes: int
     available_memory_bytes: int
-    """Device memory that is free now."""
+    """Device memory that was free when the library described itself."""
     capabilities: Mapping[str, bool]
     defaults: Config
     cuda_runtime_version: int | None = None
+    """1000 * major + 10 * minor, or None without CUDA; so is the driver's."""
     cuda_driver_version: int | None = None
 
     @classmethod
@@ -212,18 +229,18 @@ class SystemInfo:
 
 @dataclass(frozen=True)
 class Performance:
-    """How fast a view's flow runs."""
+    """Speed of a view's flow."""
 
     simtime_per_s: float
-    """Time of the flow per second of free running, since the flow began."""
+    """Time of the flow per second of running, averaged since the flow began."""
     turnovers_per_s: float
     """The same in turnover times of the start."""
     steps_per_s: float
-    """Steps per second over the last quarter of a second or more."""
+    """Steps per second, averaged over a quarter of a second or more."""
     milliseconds_per_step: float
-    """Its reciprocal, or 0 where there is no rate yet."""
+    """1000 / steps_per_s, or 0 before there is a rate."""
     batch_steps: int
-    """Steps that the device is asked for at once."""
+    """Steps that the device takes in one request."""
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Performance:
@@ -232,7 +249,7 @@ class Performance:
 
 @dataclass(frozen=True)
 class Canvas:
-    """The host's window that a view is drawn into."""
+    """The host's window that a view draws into. A point is 1/96 inch at scale 1."""
 
     width_points: float
     height_points: float
@@ -247,27 +264,28 @@ class Canvas:
 
 @dataclass(frozen=True)
 class ViewStatus:
-    """What a view has come to: the answer to each of its operations."""
+    """The state of a view, as each of its operations returns it."""
 
     config: Config
     ready: bool
     """A frame of this flow has been completed."""
     running: bool
+    """The flow is to run; False when it is paused or has ended."""
     settled: bool
-    """The flow rests, and everything that it had to tell has been told."""
+    """The flow has stopped, and this status shows its last step."""
     generation: int
     """Number of the flow: 0 before the start, and one more for each new flow."""
     gpu: str
-    """Name of the device, be it a GPU or the processor."""
+    """Name of the device, a GPU or the processor."""
     backend: str
     error_message: str | None
     """What stopped the flow or the drawing, until it is dismissed."""
     regulated: bool
     """The Reynolds number follows the flow."""
     effective_reynolds: float
-    """The Reynolds number in effect; the regulator moves it, and never ``config.reynolds``."""
+    """The Reynolds number in effect. The regulator changes it, but not ``config.reynolds``."""
     palinstrophy_control: float
-    """What the regulator holds at 20: 10000 times the palinstrophy ratio."""
+    """10000 times the palinstrophy ratio; the regulator's target for it is 20."""
     display: str
     palette: str
     color_range: str
@@ -275,22 +293,24 @@ class ViewStatus:
     exposure: float
     sigma: float
     focused: bool
+    """The window has the keyboard, as the host has said by ``View.set``."""
     exporting: bool
+    """A file is being written."""
     elapsed_seconds: float
-    """Time of free running on the clock of the host."""
+    """Seconds of running, by the clock of the host."""
     presentations: int
-    """Pictures shown."""
+    """Pictures shown in the window."""
     allocated_bytes: int
     """Device memory of the solver."""
     history: tuple[float, ...]
-    """Energies, oldest first, at most 120."""
+    """The last energies, at most 120, oldest first."""
     performance: Performance
     stats: Statistics | None = None
-    """Figures of the flow, once it is ready."""
+    """Figures of the flow, or None before it is ready."""
     frame: Snapshot | None = None
-    """The newest frame."""
+    """The newest frame, or None before there is one."""
     canvas: Canvas | None = None
-    """The window, where there is one."""
+    """The window, or None before ``View.attach``."""
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> ViewStatus:

@@ -1,4 +1,4 @@
-"""Reports for people: what a run came to, and what machine it runs on."""
+"""Readable reports on a finished run and on the machine."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ class Outcome:
 
     start: Statistics
     end: Statistics
-    """With the device's time over all of the run."""
+    """Its ``gpu_milliseconds`` are those of the whole run."""
     wall_seconds: float
     interrupted: bool
 
@@ -77,7 +77,7 @@ def describe_system(system: SystemInfo) -> str:
 
 
 def memory(count: int) -> str:
-    """Bytes in the largest unit that leaves a whole number in front of the point."""
+    """A number of bytes in the largest unit of which it is at least 1, such as "6.4 MiB"."""
     size, unit = float(count), 0
     while size >= 1024.0 and unit < len(UNITS) - 1:
         size, unit = size / 1024.0, unit + 1

@@ -1,4 +1,4 @@
-"""The command ``run``: one flow, from its options to its report and files."""
+"""The command ``run``: computes one flow, reports on it and writes its files."""
 
 from __future__ import annotations
 
@@ -28,15 +28,15 @@ from .records import (
 )
 from .report import Outcome, describe_run
 
-# Length of a run that is told no other, in turnover times of its start field.
+# Default length of a run, in turnover times of its start field.
 TURNOVERS = 3.0
 
-# Time that one request to the engine should take, so that progress moves and Ctrl-C is heard.
+# Intended duration of one advance(), short enough to show progress and to react to Ctrl-C.
 SLICE_SECONDS = 0.15
 SLICE_GROWTH = 8
 LONGEST_SLICE = 1 << 20
 
-# What helps where the library could not draw.
+# Advice for failures of drawing.
 HINTS = {
     "No Vulkan device found.": "Pictures need a Vulkan driver; Debian's package "
     "mesa-vulkan-drivers has one that draws on the processor.",
@@ -48,7 +48,11 @@ SYSTEM_ERROR = re.compile(r"(?:Open|Write|Commit) PNG[ a-z]* failed \(0x([1-9a-f
 
 
 def run(options: argparse.Namespace) -> int:
-    """Carry out the command; failures are raised, but those of files at the end are told here."""
+    """Run the command and return its exit code.
+
+    Failures are raised, except for those of output files: these are printed after the report, so
+    that one file does not cost the others.
+    """
     settings = _picture_settings(options)
     _check_folders(options)
     system = initialize(options.library)
@@ -70,27 +74,29 @@ def run(options: argparse.Namespace) -> int:
 
 
 class Interruption:
-    """Ctrl-C while it stands: the first is noted, so that a run can end in good order."""
+    """Handles Ctrl-C in a ``with`` block: the first one sets ``requested``, so that the run can
+    finish with a report; the second one raises ``KeyboardInterrupt``.
+    """
 
     def __init__(self) -> None:
-        self.noted = False
+        self.requested = False
         self._before: Any = None
 
     def __enter__(self) -> Interruption:
-        self._before = signal.signal(signal.SIGINT, self._note)
+        self._before = signal.signal(signal.SIGINT, self._handle)
         return self
 
     def __exit__(self, *_: object) -> None:
         signal.signal(signal.SIGINT, self._before)
 
-    def _note(self, number: int, frame: FrameType | None) -> None:
-        if self.noted:
+    def _handle(self, number: int, frame: FrameType | None) -> None:
+        if self.requested:
             raise KeyboardInterrupt
-        self.noted = True
+        self.requested = True
 
 
 class Pace:
-    """How many steps to ask for at once, from how long the last ones took."""
+    """Chooses the number of steps per advance() from the duration of the last one."""
 
     def __init__(self) -> None:
         self.steps = 1
@@ -108,11 +114,11 @@ def _advance(
     progress: Progress,
     interruption: Interruption,
 ) -> Outcome:
-    """Run to the end, or to Ctrl-C, and take the final figures."""
+    """Run to the end or until Ctrl-C, and compute the final figures."""
     pace, now, device_milliseconds = Pace(), start, 0.0
     began = time.perf_counter()
     with progress:
-        while not interruption.noted:
+        while not interruption.requested:
             left = None if steps is None else steps - now.steps
             ask = pace.steps if left is None else min(pace.steps, left)
             asked, before = time.perf_counter(), now.steps
@@ -125,11 +131,11 @@ def _advance(
             pace.took(time.perf_counter() - asked)
     wall = time.perf_counter() - began
     end = dataclasses.replace(engine.inspect(), gpu_milliseconds=device_milliseconds)
-    return Outcome(start, end, wall, interruption.noted)
+    return Outcome(start, end, wall, interruption.requested)
 
 
 def _config(options: argparse.Namespace, system: SystemInfo) -> Config:
-    """The defaults with what the command line says; unless it names one, Re suits the grid."""
+    """The defaults changed by the options. Without --reynolds the number suits the grid."""
     config = dataclasses.replace(system.defaults, **chosen_config(options))
     if options.reynolds is None and config.resolution > 0 and config.k0 > 0:
         suited = default_reynolds(config.resolution, config.k0)
@@ -155,7 +161,7 @@ def _files(options: argparse.Namespace) -> dict[str, str]:
 
 
 def _check_folders(options: argparse.Namespace) -> None:
-    """A long run should not end in front of a folder that was never there."""
+    """Check the output folders before the run, so that a long run does not fail at its end."""
     for path in _files(options).values():
         folder = Path(path).absolute().parent
         if not folder.is_dir():
@@ -165,9 +171,9 @@ def _check_folders(options: argparse.Namespace) -> None:
 def _write_files(
     engine: Engine, options: argparse.Namespace, settings: PictureSettings
 ) -> tuple[dict[str, str], list[str]]:
-    """The files that were written, and the words of those that could not be.
+    """Write the files. Returns the paths of those written, by kind, and the messages of failures.
 
-    The run is done, and should not be lost for a file.
+    Each file has a request of its own, so that a failure does not prevent the others.
     """
     requests: dict[str, dict[str, Any]] = {
         "spectrum": {"spectrum": options.spectrum},
@@ -191,9 +197,9 @@ def _write_files(
     return written, failures
 
 
-def _explained(words: str) -> str:
-    """The library's words, with what helps where that is known."""
-    if words in HINTS:
-        return f"{words} {HINTS[words]}"
-    error = SYSTEM_ERROR.fullmatch(words)
-    return words if error is None else f"{words}: {os.strerror(int(error.group(1), 16))}"
+def _explained(message: str) -> str:
+    """The library's message, followed by advice or by the text of the system's error number."""
+    if message in HINTS:
+        return f"{message} {HINTS[message]}"
+    error = SYSTEM_ERROR.fullmatch(message)
+    return message if error is None else f"{message}: {os.strerror(int(error.group(1), 16))}"

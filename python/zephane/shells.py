@@ -1,4 +1,4 @@
-"""Energy by wavenumber, binned from the spectrum of the vorticity."""
+"""Energy by wavenumber, from the spectrum of the vorticity."""
 
 from __future__ import annotations
 
@@ -10,14 +10,15 @@ from ._numpy import numpy
 
 
 def radial_spectrum(spectrum: Any) -> Any:
-    """Energy in the shells s = 0, 1, 2, ... of unit width around |k| = s.
+    """The energy in shells of wavenumbers of width 1 around |k| = 0, 1, 2, ...
 
-    With the coefficients ω̂(k) that ``Engine.spectrum`` gives,
+    ``spectrum`` holds the coefficients ω̂(k) as ``Engine.spectrum`` returns them, with NumPy or
+    without. The energy of shell s is
 
         E(s) = ½ Σ |ω̂(k)|² / |k|²   over the k with floor(|k| + ½) = s, k ≠ 0,
 
-    so that the sum of all shells is the energy of the flow, and Σ of ½ |ω̂|² its enstrophy. The
-    corners of the square of wavenumbers are included: the last shell is near N/√2. The result is
+    so that all shells together have the energy of the flow. The corners of the square of
+    wavenumbers are included: the last shell is near N/√2. The result has one number per shell, as
     a float64 NumPy array, or an ``array.array('d')`` without NumPy.
     """
     np = numpy()

@@ -1,6 +1,6 @@
-"""A terminal as a screen: redrawn in place, with single keys, and left as it was found.
+"""Full-screen output on a terminal, with single key presses.
 
-Without ``termios``, as on Windows, ``Screen`` cannot be used.
+``Screen`` needs the module ``termios``, which Windows lacks.
 """
 
 from __future__ import annotations
@@ -25,33 +25,34 @@ LEAVE = "\x1b[?25h\x1b[?1049l"
 CLEAR = "\x1b[H\x1b[2J"
 CLEAR_TO_END_OF_LINE = "\x1b[K"
 
-# What arrow keys and their like send.
+# Escape sequences, as arrow and function keys send them.
 SEQUENCE = re.compile(r"\x1b(?:\[[0-?]*[ -/]*[@-~]|O.|.)?", re.DOTALL)
 
 USUAL_SIZE = (80, 24)
 
 
 def can_draw(stream: TextIO) -> bool:
-    """Whether the stream is a terminal that moves its cursor."""
+    """Whether the stream is a terminal that can move its cursor."""
     if termios is None or not stream.isatty():
         return False
     return os.environ.get("TERM", "") not in ("", "dumb")
 
 
 def wants_colors() -> bool:
-    """https://no-color.org"""
+    """Whether NO_COLOR is unset or empty, as https://no-color.org says."""
     return not os.environ.get("NO_COLOR")
 
 
 def draws_blocks(stream: TextIO) -> bool:
+    """Whether the stream's encoding has block characters."""
     return (stream.encoding or "").lower().startswith("utf")
 
 
 class Screen:
-    """The terminal of the standard output, as long as the ``with`` block lasts.
+    """Takes over the terminal in a ``with`` block, and restores it afterwards.
 
-    Whatever ends the block, the terminal is as before: also an exception, SIGTERM, SIGHUP, and
-    Ctrl-Z, after which the screen comes back. Ctrl-C stays a ``KeyboardInterrupt``.
+    It is restored too when an exception, SIGTERM or SIGHUP ends the block, and while Ctrl-Z
+    suspends the process. Ctrl-C raises ``KeyboardInterrupt`` as usual.
     """
 
     def __init__(self, output: TextIO, keys: TextIO | None) -> None:
@@ -64,14 +65,14 @@ class Screen:
         self._size = (0, 0)
 
     def size(self) -> tuple[int, int]:
-        """Columns and lines that can be written to. A full line would move the cursor on."""
+        """Usable columns and lines. The last column stays empty: a full line would wrap."""
         columns, lines = os.get_terminal_size(self._terminal)
         if columns <= 0 or lines <= 0:
             columns, lines = USUAL_SIZE
         return max(columns - 1, 1), lines
 
     def show(self, lines: Sequence[str]) -> None:
-        """Make the screen read so. Only lines that differ are written, all of them at once."""
+        """Show these lines. Only those that have changed are written, with one system call."""
         size = self.size()
         text = ""
         if size != self._size:
@@ -84,7 +85,10 @@ class Screen:
         self._write(text)
 
     def keys(self, seconds: float) -> str:
-        """The characters typed, once there are any, or nothing after so many seconds."""
+        """Wait for typed characters, at most so many seconds; "" if there are none.
+
+        Raises ``EOFError`` when the terminal has been closed.
+        """
         if self._keys is None:
             select.select([], [], [], seconds)
             return ""
@@ -93,7 +97,7 @@ class Screen:
             return ""
         typed = os.read(self._keys, 4096)
         if not typed:
-            raise EOFError("The terminal is gone.")
+            raise EOFError("The terminal has been closed.")
         return SEQUENCE.sub("", typed.decode("utf-8", errors="ignore"))
 
     def __enter__(self) -> Screen:
@@ -102,11 +106,11 @@ class Screen:
             (signal.SIGHUP, self._end),
             (signal.SIGTSTP, self._suspend),
         ):
-            # What the parent has had ignored stays so.
+            # A signal that the parent process has set to be ignored stays ignored.
             if signal.getsignal(number) is signal.SIG_DFL:
                 self._handlers[number] = signal.signal(number, handler)
         try:
-            self._take()
+            self._enter()
         except BaseException:
             self.__exit__(*sys.exc_info())
             raise
@@ -114,23 +118,23 @@ class Screen:
 
     def __exit__(self, *_: object) -> None:
         try:
-            self._give_back()
+            self._leave()
         finally:
             while self._handlers:
                 signal.signal(*self._handlers.popitem())
 
-    def _take(self) -> None:
+    def _enter(self) -> None:
         if self._keys is not None:
             self._settings = termios.tcgetattr(self._keys)
             tty.setcbreak(self._keys)
         self._size = (0, 0)
         self._write(ENTER)
 
-    def _give_back(self) -> None:
+    def _leave(self) -> None:
         try:
             self._write(LEAVE)
         except OSError:
-            pass  # A terminal that is gone.
+            pass  # The terminal has been closed.
         if self._keys is not None and self._settings is not None:
             settings, self._settings = self._settings, None
             try:
@@ -148,6 +152,6 @@ class Screen:
         raise SystemExit(128 + number)
 
     def _suspend(self, number: int, frame: FrameType | None) -> None:
-        self._give_back()
+        self._leave()
         os.kill(os.getpid(), signal.SIGSTOP)
-        self._take()
+        self._enter()

@@ -9,7 +9,7 @@ import weakref
 from collections.abc import Callable
 from typing import Any
 
-from ._library import LibraryPath, ZephaneError, given, load, plain
+from ._library import LibraryPath, ZephaneError, given, load, path_as_text
 from .fields import PathLike
 from .records import Config, ViewStatus
 
@@ -17,7 +17,7 @@ POLL_SECONDS = 0.01
 
 
 class Keep(enum.Enum):
-    """Stands for an argument that is left as it is, where None has a meaning of its own."""
+    """The default of arguments for which None has a meaning: leave the value as it is."""
 
     KEEP = "keep"
 
@@ -26,19 +26,22 @@ KEEP = Keep.KEEP
 
 
 class View:
-    """A flow on a thread of the library's own, on the device that ``initialize`` chose.
+    """A flow that runs on a thread of the library, on the device that ``initialize`` chose.
 
-    A new view rests. ``start`` makes its flow, which runs until it is told otherwise; each
-    operation returns at once with what the view has come to, and ``wait`` waits for more.
+    ``start`` makes the flow and lets it run. Each operation returns at once with the view's status,
+    whether or not it has taken effect; ``wait`` waits until it has.
 
-    The configuration begins with the library's defaults, or with ``config``; keyword arguments
-    change single members. The Reynolds number suits the grid unless one of them names it. Unless
-    ``regulated`` is false, it then follows the flow, so that the grid is well used.
+    The configuration is the library's default or ``config``, and keyword arguments change single
+    members of it. Unless one of them sets the Reynolds number, it suits the grid. While the flow
+    is ``regulated``, which is the default, the library adjusts the Reynolds number to what the
+    grid resolves.
 
-    All of this happens on one thread: the one that initialized the library, which the first view
-    or engine does where the program has not. From others, and from a closed view, every operation
-    is refused with a ``ZephaneError``. A view that is forgotten ends where it is forgotten on that
-    thread, else when the next view is made; better leave a ``with`` block, or call ``close``.
+    A view may be used only on the thread that initialized the library; if the program has not done
+    so, the first view or engine does. On any other thread, and on a closed view, every operation
+    raises ``ZephaneError``, as it does with the library's text when the library refuses it.
+
+    Leave a ``with`` block or call ``close`` to end a view. One that is garbage collected ends too,
+    but if that happens on another thread, only when the next view is made.
     """
 
     def __init__(
@@ -66,18 +69,19 @@ class View:
         wanted = {**({} if config is None else config.to_json()), **changes}
         if not wanted:
             return
-        Config(**changes)  # Refuses names that are none.
+        Config(**changes)  # Raises TypeError for unknown names.
         status = self._call("configure", **wanted)
-        # A new grid brings its own Reynolds number along.
+        # A change of the grid also sets the Reynolds number, so it needs a request of its own.
         if "reynolds" in wanted and status.config.reynolds != wanted["reynolds"]:
             self._call("configure", reynolds=wanted["reynolds"])
 
     @property
     def closed(self) -> bool:
+        """Whether ``close`` was called."""
         return self._handle is None
 
     def status(self) -> ViewStatus:
-        """What the view has come to."""
+        """The present status."""
         return self._call("get")
 
     def flush(self) -> ViewStatus:
@@ -87,10 +91,10 @@ class View:
     def wait(
         self, condition: Callable[[ViewStatus], bool], timeout: float | None = None
     ) -> ViewStatus:
-        """Look again and again until ``condition`` holds of the status, and return that.
+        """Poll the status until ``condition`` is true of it, and return that status.
 
-        Raises ``TimeoutError`` after so many seconds, and ``ZephaneError`` when the view tells of
-        a failure meanwhile.
+        Raises ``TimeoutError`` after ``timeout`` seconds, and ``ZephaneError`` when the status has
+        an error message.
         """
         deadline = math.inf if timeout is None else time.monotonic() + timeout
         while True:
@@ -104,41 +108,42 @@ class View:
             time.sleep(POLL_SECONDS)
 
     def start(self) -> ViewStatus:
-        """Make the flow, and let it run unless it has been paused. Once made it stays."""
+        """Make the flow, and run it unless ``pause`` was called before. Works once."""
         return self._call("start")
 
     def run(self) -> ViewStatus:
-        """Let the flow run, also after a limit has ended it."""
+        """Run the flow. One that a limit has ended goes on past it."""
         return self._call("running", value=True)
 
     def pause(self) -> ViewStatus:
-        """Let the flow rest after the steps under way; steps asked for are dropped."""
+        """Pause the flow after the steps under way. Calls of ``step`` still waiting are dropped."""
         return self._call("running", value=False)
 
     def toggle(self) -> ViewStatus:
-        """Pause a running flow, and run one that rests."""
+        """Pause the flow if it runs, otherwise run it."""
         return self._call("toggle")
 
     def step(self) -> ViewStatus:
-        """Take one step and rest."""
+        """Take one step and pause."""
         return self._call("step")
 
     def reset(self) -> ViewStatus:
-        """The same flow again from its start."""
+        """Start the same flow again from time 0."""
         return self._call("reset")
 
     def next_seed(self) -> ViewStatus:
-        """A new flow, from the seed that follows."""
+        """Start a new flow from the next seed."""
         return self._call("seed")
 
     def configure(self, *, cap_cfl: bool | None = None, **changes: Any) -> ViewStatus:
-        """A new flow of another configuration, where anything changes; see ``Config``.
+        """Change members of ``Config``, and start a new flow if that changes anything.
 
-        Another ``resolution`` or ``k0`` brings its own Reynolds number along, unless regulation
-        is off and ``reynolds`` names another in the same call. ``cap_cfl`` lowers ``cfl`` to 1.5
-        where the integrator changes to one of the weaker ones.
+        A new ``resolution`` or ``k0`` also sets the Reynolds number to one that suits the grid,
+        unless regulation is off and the same call sets ``reynolds``. ``cap_cfl`` limits ``cfl`` to
+        1.5 when the integrator changes to another than "etdrk4", which are stable for smaller
+        steps only. Raises ``TypeError`` for unknown names.
         """
-        Config(**changes)  # Refuses names that are none.
+        Config(**changes)
         return self._call("configure", **changes, **given(cap_cfl=cap_cfl))
 
     def set(
@@ -155,10 +160,11 @@ class View:
         flow: bool | None = None,
         focused: bool | None = None,
     ) -> ViewStatus:
-        """Change what can be changed while the flow goes on; numbers out of range are cut.
+        """Change settings while the flow runs. Numbers are clamped to their ranges.
 
-        ``cfl`` lies in 1 to 3. ``log_reynolds`` is the decimal logarithm of the Reynolds number, 3
-        to 6, and has no effect on a regulated flow. The others are those of ``PictureSettings``.
+        ``cfl`` is 1 to 3. ``log_reynolds`` is the decimal logarithm of the Reynolds number, 3 to 6,
+        and has no effect on a regulated flow. ``focused`` says whether the window has the keyboard.
+        The others are those of ``PictureSettings``.
         """
         return self._call(
             "set",
@@ -185,11 +191,11 @@ class View:
         initial: PathLike | None | Keep = KEEP,
         spectrum: PathLike | None | Keep = KEEP,
     ) -> ViewStatus:
-        """Limits and files of the flows that begin after this; None takes one away.
+        """Set limits and files for the flows that begin after this call; None removes one.
 
         A flow ends at the time ``until`` exactly, or after ``wall_seconds`` of running, and then
-        writes its spectrum to the file ``spectrum``. It starts from the file ``initial``, and
-        takes ``batch`` steps at once, 1 to 32.
+        writes its spectrum to the file ``spectrum``. It starts from the raw file ``initial``, and
+        takes ``batch`` steps, 1 to 32, in one request to the device.
         """
         limits = {
             "until": until,
@@ -199,14 +205,14 @@ class View:
             "spectrum": spectrum,
         }
         kept = {key: value for key, value in limits.items() if value is not KEEP}
-        return self._call("benchmark", **{key: plain(value) for key, value in kept.items()})
+        return self._call("benchmark", **{key: path_as_text(value) for key, value in kept.items()})
 
     def visible(self, value: bool = True) -> ViewStatus:
-        """Whether the view is seen. Unseen, the flow makes no frames and runs a little faster."""
+        """Say whether the view is visible. If not, it makes no frames and runs a little faster."""
         return self._call("visible", value=value)
 
     def dismiss(self) -> ViewStatus:
-        """Forget the message of a failure. What has failed goes on with ``reset``."""
+        """Clear the error message. A flow that has failed starts again with ``reset``."""
         return self._call("dismiss")
 
     def export(
@@ -216,15 +222,20 @@ class View:
         fields: PathLike | None = None,
         pixel_size: int | None = None,
     ) -> ViewStatus:
-        """Write the newest frame as a picture, as raw fields, or as both."""
+        """Write the newest frame to a picture, ``pixel_size`` pixels a side, to raw fields, or to
+        both. The view must be attached to a window.
+        """
         return self._call("export", **given(png=png, fields=fields, pixel_size=pixel_size))
 
     def save(self) -> ViewStatus:
-        """Ask the user for a path, and write a picture there; a cancelled question is a success."""
+        """Ask the user for a path, and write a picture there unless the user cancels."""
         return self._call("save")
 
     def attach(self, parent: int) -> None:
-        """Draw into the window of this number."""
+        """Draw into the window with this X11 id, which the X server must know already.
+
+        A view can be attached once. Close it before the window is destroyed.
+        """
         self._library.attach_view(self._handle, parent)
 
     def close(self) -> None:
@@ -249,12 +260,12 @@ class View:
         return ViewStatus.from_json(reply)
 
 
-# The keys that steer a flow, on a terminal and in a window alike.
+# The keys that steer a flow, the same on a terminal and in a window.
 FLOW_KEYS = (
-    ("space", "pause the flow, or let it run"),
+    ("space", "pause or run the flow"),
     ("s", "take one step and pause"),
     ("r", "the same flow again from its start"),
-    ("n", "a new flow, from the seed that follows"),
+    ("n", "a new flow from the next seed"),
 )
 
 FLOW_OPERATIONS = {"space": View.toggle, "s": View.step, "r": View.reset, "n": View.next_seed}

@@ -1,4 +1,4 @@
-"""The command ``view``: a window with the live picture of a flow, and a panel beside it."""
+"""The command ``view``: a window with the live picture of a flow and a panel that steers it."""
 
 from __future__ import annotations
 
@@ -24,22 +24,22 @@ from .viewer_panel import LARGEST_WIDTH, LEAST_WIDTH, Panel
 from .viewer_style import BACKGROUND, UNITS_PER_INCH, Style
 
 POLL_MILLISECONDS = 100
-# The rate of pictures is a mean over this much of the recent past.
+# The rate of pictures is an average over this time.
 RATE_SECONDS = 1.0
 
 LEAST_SIDE = 240
-# Of the screen's height, for what a desktop keeps to itself.
+# Of the screen's height; the rest is for the desktop's bars and the window's title.
 SCREEN_SHARE = 0.88
 
 MODIFIERS = 0x4 | 0x8 | 0x40  # Control, Alt and Super
 
-# The library asks by a program of the desktop; without one the window asks by itself.
+# The library's refusal on a desktop without a file dialog. Tk's dialog is used then.
 NO_DIALOG = "Could not open Save PNG dialog."
 PICTURE_NAME = "2DZephane.png"
 
 
 def view(options: argparse.Namespace) -> int:
-    """Carry out the command; failures are raised."""
+    """Run the command and return its exit code; failures are raised."""
     picture = chosen_picture(options)
     root = open_root()
     with open_view(options) as opened:
@@ -53,7 +53,7 @@ def view(options: argparse.Namespace) -> int:
 
 
 class Viewer:
-    """A window of a view, from its start until either is closed."""
+    """The window of a view. Closing it closes the view too."""
 
     def __init__(
         self, root: tk.Tk, view: View, *, until: float | None = None, side: int = 800
@@ -73,7 +73,7 @@ class Viewer:
         root.protocol("WM_DELETE_WINDOW", self.close)
         self.picture = tk.Frame(root, background=BACKGROUND, takefocus=True)
         window = self.picture.winfo_id()
-        root.update()  # The server is to know the window.
+        root.update()  # attach() needs a window that the X server knows.
         view.attach(window)
         self.status = view.status()
         self.style = Style(root, self._scale())
@@ -90,7 +90,7 @@ class Viewer:
         self._poll()
 
     def do(self, operation: Callable[[View], ViewStatus]) -> None:
-        """Carry out an operation and show what comes of it, be it a refusal."""
+        """Run an operation on the view, and show its status or why it was refused."""
         if self._closed:
             return
         try:
@@ -111,12 +111,12 @@ class Viewer:
             self.root.title(title)
 
     def show_message(self, message: str) -> None:
-        """Tell a failure of the window's own until it is dismissed, or something succeeds."""
+        """Show a failure of the window itself until it is dismissed or an operation succeeds."""
         self._refusal = message
         self.show(self.status)
 
     def save(self) -> None:
-        """Ask for a path and write the picture there."""
+        """Ask the user for a path, and write the picture there."""
         self.do(self._save)
 
     def dismiss(self) -> None:
@@ -130,17 +130,17 @@ class Viewer:
         self.root.attributes("-fullscreen", not self.root.attributes("-fullscreen"))
 
     def cycle(self, key: str) -> None:
-        """The next display or palette, or the other of flow lines and none."""
+        """Switch to the next ``key``, "display" or "palette", or switch "flow" on or off."""
         status = self.status
         change: dict[str, Any] = {
-            "display": _after(status.display, DISPLAYS),
-            "palette": _after(status.palette, PALETTES),
+            "display": _next(status.display, DISPLAYS),
+            "palette": _next(status.palette, PALETTES),
             "flow": not status.flow,
         }
         self.do(lambda view: view.set(**{key: change[key]}))
 
     def escape(self) -> None:
-        """Leave what is in front: the help, a full screen, and then the viewer."""
+        """Close the help; if it is not shown, leave the full screen, or else quit."""
         if self.help.shown:
             self.help.hide()
         elif self.root.attributes("-fullscreen"):
@@ -149,7 +149,7 @@ class Viewer:
             self.close()
 
     def close(self) -> None:
-        """End the flow and the window. Closing again does nothing."""
+        """Close the view and the window. Closing again does nothing."""
         if self._closed:
             return
         self._closed = True
@@ -165,14 +165,15 @@ class Viewer:
         self._timer = self.root.after(POLL_MILLISECONDS, self._poll)
 
     def _scale(self) -> float:
-        """That of the picture, so that both parts of the window are of one size."""
+        """Pixels per unit: the picture's own, so that texts have one size in the whole window."""
         if self.status.canvas is not None:
             return self.status.canvas.scale
         return float(self.root.winfo_fpixels("1i")) / UNITS_PER_INCH
 
     def _picture_rate(self, status: ViewStatus) -> float:
-        """Pictures shown per second, lately. A new flow counts anew."""
+        """Pictures shown per second, averaged over ``RATE_SECONDS``."""
         now = time.monotonic()
+        # The view counts from 0 again with a new flow.
         if self._shown and status.presentations < self._shown[-1][1]:
             self._shown.clear()
         self._shown.append((now, status.presentations))
@@ -197,7 +198,7 @@ class Viewer:
         return view.export(png=path) if path else view.status()
 
     def _place_window(self, side: int) -> None:
-        self.root.update_idletasks()  # The controls are to know what they need.
+        self.root.update_idletasks()  # Computes the sizes that the controls ask for.
         px, panel = self.style.px, self._panel_width(0)
         wide = self.root.winfo_screenwidth()
         high = int(SCREEN_SHARE * self.root.winfo_screenheight())
@@ -208,7 +209,7 @@ class Viewer:
         self.root.bind("<Configure>", self._resized)
 
     def _panel_width(self, spare: int) -> int:
-        """The panel takes what the picture has no use for, within reason."""
+        """The panel's width: the ``spare`` pixels beside a square picture, within limits."""
         px = self.style.px
         needed = max(px(LEAST_WIDTH), self.panel.needed_width())
         return min(max(spare, needed), max(px(LARGEST_WIDTH), needed))
@@ -262,7 +263,9 @@ class Viewer:
             self.keys[key]()
 
     def _release(self, event: tk.Event[tk.Misc]) -> None:
-        """The mouse leaves the keyboard to the picture, except where there is text to write."""
+        """Close the help at a click, and give the keyboard back to the picture, so that keys work;
+        a click into an entry keeps it there.
+        """
         if self.help.shown:
             self.help.hide()
         if str(event.widget).startswith(str(self.panel)) and not _is_entry(event.widget):
@@ -275,7 +278,7 @@ class Viewer:
     def _report(
         self, kind: type[BaseException], error: BaseException, trace: TracebackType | None
     ) -> None:
-        """What is raised while events are handled."""
+        """Called by Tk with an exception that an event's handler has raised."""
         if isinstance(error, KeyboardInterrupt):
             self.close()
             return
@@ -292,7 +295,7 @@ def open_root() -> tk.Tk:
         raise ZephaneError(f"The viewer needs a display: {reason}.") from None
 
 
-def _after(name: str, names: Sequence[str]) -> str:
+def _next(name: str, names: Sequence[str]) -> str:
     return names[(names.index(name) + 1) % len(names)]
 
 
@@ -308,6 +311,6 @@ def _is_entry(widget: tk.Misc | str) -> bool:
 
 
 def _presses(widget: tk.Misc | str) -> bool:
-    """Whether the space bar presses what has the focus."""
+    """Whether the space bar presses this widget, which has the focus."""
     kind = "" if isinstance(widget, str) else widget.winfo_class()
     return kind in ("TButton", "TCheckbutton", "TRadiobutton")

@@ -1,4 +1,4 @@
-"""The viewer's page of keys, in front of the picture."""
+"""The viewer's help: a page that lists the keys, in front of the picture."""
 
 from __future__ import annotations
 
@@ -13,16 +13,16 @@ KEYS = (
     ("p", "save the picture"),
     ("d", "the next display: vorticity, speed, enstrophy"),
     ("c", "the next palette of colours"),
-    ("f", "flow lines, or none"),
-    ("b", "hide the panel, or show it"),
-    ("F11", "full screen, or a window"),
+    ("f", "show or hide flow lines"),
+    ("b", "show or hide the panel"),
+    ("F11", "switch between full screen and window"),
     ("h", "this help"),
-    ("Esc", "leave the help or the full screen; else quit"),
+    ("Esc", "leave the help or the full screen, or quit"),
 )
 
 
 class HelpPage(tk.Frame):
-    """Hidden at first."""
+    """A page that lists the keys. It is hidden until it is toggled."""
 
     def __init__(self, root: tk.Tk, style: Style, picture: tk.Widget) -> None:
         super().__init__(root, background=OUTLINE, padx=style.px(1), pady=style.px(1))

@@ -31,7 +31,7 @@ from .viewer_plots import ColorScale, Plots
 from .viewer_style import NEWS, Style, accent
 from .viewer_widgets import Choice, Field, Slider, Switch
 
-# What "set" cuts these numbers to.
+# "set" clamps these numbers so.
 CFL_LIMITS = (1.0, 3.0)
 LOG_REYNOLDS_LIMITS = (3.0, 6.0)
 
@@ -41,19 +41,19 @@ MARGIN = 14
 ROW_GAP = 5
 ERROR_LINES = 3
 ERROR_MARGIN = 24
-# What a notebook keeps between its edge and a page, in pixels at any scale.
+# Between a notebook's edge and its pages, in pixels at any scale.
 TAB_INSET = 2
-# Beside each other in a row of figures.
+# Facts side by side in a row of figures.
 FIGURE_COLUMNS = 2
 
 RESOLUTIONS = ("128", "256", "512", "1024", "2048", "4096")
 
-# Carries out something on the view, and shows what comes of it.
+# Runs an operation on the view, and shows its status or why it was refused.
 Do = Callable[[Callable[[View], ViewStatus]], None]
 
 
 class Panel(ttk.Frame):
-    """Everything but the picture. ``save`` and ``dismiss`` are the window's to do."""
+    """All of the window but the picture. ``save`` and ``dismiss`` are called for their buttons."""
 
     def __init__(
         self,
@@ -87,13 +87,13 @@ class Panel(ttk.Frame):
         self.error.grid_remove()
 
     def needed_width(self) -> int:
-        """What the controls need; texts are cut into lines instead."""
+        """The width that the controls need. Texts need none, since they wrap."""
         parts = (self.buttons, self.live, self.configuration)
         needed = max(part.winfo_reqwidth() for part in parts)
         return needed + 2 * (self._style.px(MARGIN) + TAB_INSET)
 
     def needed_height(self) -> int:
-        """What everything but the plots needs, with a failure of a few lines."""
+        """The height of everything but the plots, with an error message of a few lines."""
         lines = ERROR_LINES * self._style.text.metrics("linespace")
         return self.winfo_reqheight() + lines + self._style.px(ERROR_MARGIN)
 
@@ -113,7 +113,7 @@ class Panel(ttk.Frame):
 
 
 class Head(ttk.Frame):
-    """What the flow is, and what it is doing."""
+    """State and configuration of the flow."""
 
     def __init__(self, parent: tk.Misc, style: Style) -> None:
         super().__init__(parent)
@@ -130,7 +130,7 @@ class Head(ttk.Frame):
 
 
 class ErrorLine(ttk.Frame):
-    """What went wrong, until it is dismissed."""
+    """The error message and a button to dismiss it; hidden if there is none."""
 
     def __init__(self, parent: tk.Misc, style: Style, dismiss: Callable[[], None]) -> None:
         super().__init__(parent, style="Error.TFrame", padding=style.px(7))
@@ -155,7 +155,7 @@ class ErrorLine(ttk.Frame):
 
 
 class Buttons(ttk.Frame):
-    """What is done to the flow as a whole."""
+    """The buttons that steer the flow, and Save."""
 
     def __init__(self, parent: tk.Misc, style: Style, do: Do, save: Callable[[], None]) -> None:
         super().__init__(parent)
@@ -180,7 +180,7 @@ class Buttons(ttk.Frame):
 
 
 class LiveSettings(ttk.Frame):
-    """What changes while the flow goes on: the keys of "set"."""
+    """Settings that change while the flow runs: the keys of the operation "set"."""
 
     def __init__(self, parent: tk.Misc, style: Style, do: Do) -> None:
         super().__init__(parent, padding=(0, style.px(8), 0, 0))
@@ -236,7 +236,7 @@ class LiveSettings(ttk.Frame):
 
 
 class Configuration(ttk.Frame):
-    """What makes a new flow: the keys of "configure", sent together."""
+    """The configuration of a new flow: the keys of the operation "configure", sent together."""
 
     def __init__(self, parent: tk.Misc, style: Style, do: Do) -> None:
         super().__init__(parent, padding=(0, style.px(8), 0, 0))
@@ -264,7 +264,7 @@ class Configuration(ttk.Frame):
                 row=row, column=column, sticky="w", padx=(before, style.px(8)), pady=gap
             )
             field.widget.grid(row=row, column=column + 1, sticky="ew", pady=gap)
-            field.text.trace_add("write", lambda *names: self._offer())
+            field.text.trace_add("write", lambda *names: self._enable_buttons())
         for column in (1, 3):
             self.columnconfigure(column, weight=1, uniform="field")
         self.cap_cfl = Switch(self, "CFL 1.5 at most with a weaker integrator")
@@ -287,14 +287,14 @@ class Configuration(ttk.Frame):
         self._status = status
         for key, field in self.fields.items():
             field.show(getattr(status.config, key))
-        self._offer()
+        self._enable_buttons()
 
     def apply(self) -> None:
-        """A new flow of what the fields say; they are left alone where it is refused."""
+        """Start a new flow from the edited fields, which keep their texts if it is refused."""
         self._do(self._configure)
 
     def revert(self) -> None:
-        """The fields as the view has them."""
+        """Set all fields back to the view's configuration."""
         if self._status is not None:
             for key, field in self.fields.items():
                 field.show(getattr(self._status.config, key), force=True)
@@ -305,7 +305,8 @@ class Configuration(ttk.Frame):
         self.revert()
         return self._status
 
-    def _offer(self) -> None:
+    def _enable_buttons(self) -> None:
+        """Enable Apply and Revert if any field was edited."""
         edited = any(field.edited for field in self.fields.values())
         for button in (self.apply_button, self.revert_button):
             if button.instate(("disabled",)) == edited:
@@ -313,7 +314,7 @@ class Configuration(ttk.Frame):
 
 
 class Figures(ttk.Frame):
-    """Figures in rows, each with a few facts in columns."""
+    """Captions, each with a few facts in columns beside it."""
 
     ROWS = {"time": 3, "speed": 3, "memory": 2}
 
@@ -355,7 +356,7 @@ class Figures(ttk.Frame):
 
 
 def _wrapped(label: ttk.Label) -> ttk.Label:
-    """A label that asks for no width, and cuts its text into lines of the width that it gets."""
+    """Make a label ask for no width, and wrap its text at the width that it gets."""
 
     def wrap(event: tk.Event[tk.Misc]) -> None:
         if str(label["wraplength"]) != str(event.width):
@@ -367,7 +368,7 @@ def _wrapped(label: ttk.Label) -> ttk.Label:
 
 
 def _update(label: ttk.Label | ttk.Button, text: str, color: str | None = None) -> None:
-    """Nothing is laid out and drawn anew that has not changed."""
+    """Set text and colour only if they differ, since Tk lays out and draws again at each change."""
     if str(label["text"]) != text:
         label["text"] = text
     if color is not None and str(label["foreground"]) != color:
@@ -375,4 +376,5 @@ def _update(label: ttk.Label | ttk.Button, text: str, color: str | None = None) 
 
 
 def _power(exponent: float) -> str:
+    """Ten to the power ``exponent``, as the text of a slider."""
     return f"{10.0**exponent:,.0f}"

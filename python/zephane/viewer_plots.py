@@ -1,5 +1,4 @@
-"""What the viewer draws beside the picture: plots over the time of the flow, and the colour scale
-of the picture."""
+"""Drawings in the viewer's panel: plots over the time of the flow, and the colour scale."""
 
 from __future__ import annotations
 
@@ -23,10 +22,11 @@ Point = tuple[float, ...]
 
 
 class Trace:
-    """What one flow has come to over its time, from its start to now.
+    """Figures of one flow over its time, from the start to now, in at most ``limit`` points and the
+    newest.
 
-    When there are too many points every second one goes, so that those that stay are evenly
-    spread, and points that follow too close upon the last are not kept.
+    When there are too many, every second point is dropped. From then on points are kept only at
+    the larger spacing, so that they stay evenly spread.
     """
 
     def __init__(self, limit: int = 480) -> None:
@@ -37,19 +37,21 @@ class Trace:
         self._spacing = 0.0
 
     def follow(self, status: ViewStatus) -> bool:
-        """Whether there is anything new in the status."""
+        """Add the figures of a status. False if there is nothing new in it."""
         if status.generation != self._flow:
             self._flow, self._kept, self._newest, self._spacing = status.generation, [], None, 0.0
         if status.stats is None:
             return False
         stats = status.stats
-        # Energies are computed a few times a second, more rarely than the time moves on.
+        # A status comes more often than the energies in it are computed.
         if self._newest is not None and stats.energy == self._newest[1]:
             return False
         values = (stats.energy, status.effective_reynolds, status.palinstrophy_control)
         return self.add((stats.simulation_time, *values))
 
     def add(self, point: Point) -> bool:
+        """Add a point, which begins with its time. False if it is the newest again, or not finite.
+        """
         if point == self._newest or not all(map(math.isfinite, point)):
             return False
         self._newest = point
@@ -68,7 +70,7 @@ class Trace:
 
 @dataclass(frozen=True)
 class Box:
-    """A place on a canvas, in pixels."""
+    """A rectangle on a canvas, in pixels."""
 
     left: int
     top: int
@@ -78,7 +80,7 @@ class Box:
 
 @dataclass(frozen=True)
 class Curve:
-    """One plot: its heading, and its values in the order of time."""
+    """One plot: its title, the facts beside the title, and its values in the order of time."""
 
     title: str
     facts: Sequence[Fact]
@@ -87,7 +89,7 @@ class Curve:
 
 
 class Plots(tk.Canvas):
-    """Energy, Reynolds number and regulator, as many of the three as there is room for."""
+    """Energy, regulator and Reynolds number over time, or the first of them if room is scarce."""
 
     def __init__(self, parent: tk.Misc, style: Style) -> None:
         super().__init__(parent, background=SURFACE, highlightthickness=0, borderwidth=0, height=1)
@@ -196,7 +198,7 @@ class Plots(tk.Canvas):
 
 
 class ColorScale(tk.Canvas):
-    """The colours of the picture with the values that they stand for."""
+    """The colours of the picture, with the values at both ends of the scale."""
 
     def __init__(self, parent: tk.Misc, style: Style) -> None:
         self._font: font.Font = style.small
@@ -244,14 +246,14 @@ class ColorScale(tk.Canvas):
 
 
 def scale_texts(settings: PictureSettings, frame: Snapshot | None) -> tuple[str, str, str]:
-    """What stands at the left end, the middle and the right end of the colours."""
+    """The texts below the colours: at the left end, in the middle and at the right end."""
     if frame is None:
         return ("", settings.display, "")
     if settings.linear:
         reach = settings.sigma * frame.std_vorticity
         low, high = frame.mean_vorticity - reach, frame.mean_vorticity + reach
         return (f"{low:.3g}", "vorticity", f"{high:.3g}")
-    # A compressive curve comes near its end only.
+    # A compressive curve comes close to its last colour at the largest value.
     largest = frame.max_speed if settings.display == "speed" else frame.max_vorticity
     if settings.display == "enstrophy":
         largest = 0.5 * largest * largest
@@ -260,6 +262,7 @@ def scale_texts(settings: PictureSettings, frame: Snapshot | None) -> tuple[str,
 
 
 def _heads(status: ViewStatus) -> tuple[object, ...]:
+    """What the headings and colours depend on."""
     return (
         energy_facts(status),
         reynolds_facts(status),
@@ -272,7 +275,7 @@ def _heads(status: ViewStatus) -> tuple[object, ...]:
 def _places(
     values: Sequence[float], low: float, high: float, first: float, last: float
 ) -> list[float]:
-    """Where on the way from ``first`` to ``last`` the values stand between low and high."""
+    """Map values linearly, ``low`` to the coordinate ``first`` and ``high`` to ``last``."""
     if not high > low:
         return [0.5 * (first + last)] * len(values)
     return [first + (value - low) / (high - low) * (last - first) for value in values]

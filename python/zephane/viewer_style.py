@@ -1,4 +1,4 @@
-"""How the viewer looks: its colours, and fonts and lengths at the scale of the display."""
+"""The look of the viewer: its colours, and its fonts and lengths at the scale of the display."""
 
 from __future__ import annotations
 
@@ -18,8 +18,8 @@ FAINT = "#4a566b"
 
 NEWS = {"good": "#6fdca6", "waiting": "#e8c766", "bad": "#ff8273"}
 
-# Where on its scale of 0 to 1 a palette is at its most typical.
-TYPICAL = 0.72
+# The point of a palette, on its scale from 0 to 1, that is the viewer's accent colour.
+ACCENT_POINT = 0.72
 
 CAPTION_GAP = 9
 
@@ -28,7 +28,7 @@ UNITS_PER_INCH = 96
 
 
 def accent(palette: str) -> str:
-    return hexadecimal(color(TYPICAL, palette, signed=False))
+    return hexadecimal(color(ACCENT_POINT, palette, signed=False))
 
 
 def hexadecimal(channels: tuple[float, float, float]) -> str:
@@ -36,13 +36,13 @@ def hexadecimal(channels: tuple[float, float, float]) -> str:
 
 
 def blend(above: str, below: str, share: float) -> str:
-    """``above`` laid over ``below``, opaque by ``share``."""
+    """The colour ``above`` laid over ``below`` with the opacity ``share``."""
     pairs = ((int(above[i : i + 2], 16), int(below[i : i + 2], 16)) for i in (1, 3, 5))
     return "#" + "".join(f"{round(b + (a - b) * share):02x}" for a, b in pairs)
 
 
 class Style:
-    """Fonts and lengths at ``scale`` pixels to the unit, of which 96 make an inch."""
+    """Fonts and lengths at ``scale`` pixels per unit of 1/96 inch."""
 
     def __init__(self, root: tk.Tk, scale: float) -> None:
         self.scale = scale
@@ -51,7 +51,7 @@ class Style:
         self.small = font.Font(root, family="Sans", size=8)
         self.title = font.Font(root, family="Sans", size=12, weight="bold")
         self.strong = font.Font(root, family="Sans", size=9, weight="bold")
-        # The column of captions on the left of the panel, as wide as the widest.
+        # Width of the panel's left column, for the widest caption.
         self.caption = self.text.measure("Regulator") + self.px(CAPTION_GAP)
         self._root = root
         self._ttk = ttk.Style(root)
@@ -63,16 +63,16 @@ class Style:
         self._tabs()
 
     def px(self, units: float) -> int:
-        """Whole pixels; a length that is not nothing stays one."""
+        """A length in whole pixels, at least 1 unless it is 0."""
         pixels = round(units * self.scale)
         return pixels if pixels or not units else 1
 
     def set_accent(self, accent_color: str) -> None:
-        """Colour what is chosen."""
+        """Set the colour of selected controls."""
         chosen = ("selected", accent_color)
         self._ttk.map("Choice.Toolbutton", background=[chosen, ("active", HOVER)])
         indicator = [("disabled", RAISED), chosen, ("active", HOVER)]
-        # On is a full square.
+        # A switch that is on is a filled square, without a tick.
         self._ttk.map("TCheckbutton", indicatorbackground=indicator, indicatorforeground=indicator)
         self._ttk.map("TScale", background=[("disabled", FAINT), ("!disabled", accent_color)])
         filled = [("disabled", RAISED), ("!disabled", accent_color)]

@@ -1,4 +1,4 @@
-"""The viewer's controls: each shows a value of the view, and tells what the user makes of it."""
+"""The viewer's controls: each shows a value of the view, and reports what the user changes."""
 
 from __future__ import annotations
 
@@ -13,11 +13,12 @@ KEY_STEPS = 50
 ADAPTIVE = "adaptive"
 NUMBER_CHARACTERS = set("0123456789+-.eE")
 
+# Called with the new value.
 Changed = Callable[[Any], None]
 
 
 class Choice(ttk.Frame):
-    """One of a few names, side by side."""
+    """A row of buttons with names, of which one is chosen."""
 
     def __init__(
         self, parent: tk.Misc, style: Style, names: Sequence[str], changed: Changed
@@ -44,7 +45,7 @@ class Choice(ttk.Frame):
 
 
 class Switch(ttk.Checkbutton):
-    """On or off."""
+    """A check button, on or off."""
 
     def __init__(self, parent: tk.Misc, text: str, changed: Changed | None = None) -> None:
         self._value = tk.BooleanVar(parent)
@@ -52,7 +53,7 @@ class Switch(ttk.Checkbutton):
         if changed is not None:
             report: Changed = changed
             self.configure(command=lambda: report(self._value.get()))
-        # Neither on nor off is what a check button shows before anything has been set.
+        # Tk begins with a third state, neither on nor off.
         self.state(("!alternate",))
 
     @property
@@ -65,7 +66,7 @@ class Switch(ttk.Checkbutton):
 
 
 class Slider(ttk.Frame):
-    """A number between two others, with its text beside it."""
+    """A slider between two limits, with the value as text beside it."""
 
     def __init__(
         self,
@@ -111,10 +112,10 @@ class Slider(ttk.Frame):
         self._changed(float(value))
 
     def _jump(self, event: tk.Event[ttk.Scale]) -> None:
-        """A press beside the knob takes the knob there."""
+        """A press beside the knob moves the knob there, from where it can be dragged."""
         if self.enabled and "slider" not in str(self.scale.identify(event.x, event.y)):
             self.scale.set(self.scale.get(event.x, event.y))
-            # Where it is drawn decides what the press is on.
+            # Draw it there now, so that Tk finds the knob under the press.
             self.scale.update_idletasks()
 
     def _nudging(self, steps: int) -> Callable[[object], str]:
@@ -129,9 +130,9 @@ class Slider(ttk.Frame):
 
 
 class Field:
-    """A member of the configuration, as text that the user may edit.
+    """A member of the configuration as text that the user may edit.
 
-    It follows the view until the user changes it, and again after ``show`` with ``force``.
+    It shows the view's value until the user edits it, and again after ``show`` with ``force``.
     """
 
     def __init__(
@@ -181,7 +182,7 @@ class Field:
         self._mark()
 
     def value(self) -> Any:
-        """What the text means; raises ``ValueError`` where it means nothing."""
+        """The value of the text; raises ``ValueError`` if it has none."""
         text = self.text.get().strip()
         if self._optional and text in ("", ADAPTIVE):
             return None
@@ -201,6 +202,6 @@ class Field:
 
 
 def _is_number_text(action: str, text: str) -> bool:
-    """Letters stay out, so that they keep their meaning as keys of the viewer."""
+    """Whether this text may be typed. Letters may not: they are keys of the viewer."""
     inserted = action == "1"
     return not inserted or set(text) <= NUMBER_CHARACTERS

@@ -1,4 +1,4 @@
-"""The command ``watch``: a running flow on a terminal, or as a line per second elsewhere."""
+"""The command ``watch``: shows a running flow on a terminal, or prints a line per second."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ LINE_SECONDS = 1.0
 
 
 def watch(options: argparse.Namespace) -> int:
-    """Carry out the command; failures are raised."""
+    """Run the command and return its exit code; failures are raised."""
     with open_view(options) as view:
         view.start()
         watched = Watch(view, options.until)
@@ -32,16 +32,16 @@ def watch(options: argparse.Namespace) -> int:
 
 
 class Watch:
-    """A view and who looks at it."""
+    """Shows a view on the terminal, or in lines of a log."""
 
     def __init__(self, view: View, until: float | None) -> None:
         self._view = view
         self._until = until
-        self._seen = True
+        self._visible = True
         self._help = False
 
     def on_screen(self) -> None:
-        """Until the user quits; the last line stays behind."""
+        """Show the dashboard until the user quits, then print a last line of figures."""
         status = self._look()
         try:
             with Screen(sys.stdout, sys.stdin) as screen:
@@ -56,7 +56,7 @@ class Watch:
         _raise_failure(status)
 
     def in_lines(self) -> None:
-        """Until the limit, or Ctrl-C."""
+        """Print a line per second until the flow ends, or Ctrl-C."""
         status, due = self._look(), time.monotonic() + LINE_SECONDS
         try:
             while status.error_message is None and not is_finished(status, self._until):
@@ -68,18 +68,21 @@ class Watch:
         except KeyboardInterrupt:
             pass
         except BrokenPipeError:
-            # Nobody reads on. What is left in the stream goes nowhere at exit.
+            # The reader has gone. Send what is still buffered to /dev/null, so that the exit does
+            # not fail over it.
             os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
             return
         _raise_failure(status)
         print(status_line(status, self._until), flush=True)
 
     def _look(self) -> ViewStatus:
-        """The status; frames are asked for no longer than it takes to have one."""
+        """The view's status. A flow makes frames until it is ready and none after that: figures
+        need none, and it runs faster without.
+        """
         status = self._view.status()
-        if self._seen == status.ready:
-            self._seen = not status.ready
-            status = self._view.visible(self._seen)
+        if self._visible == status.ready:
+            self._visible = not status.ready
+            status = self._view.visible(self._visible)
         return status
 
     def _lines(self, status: ViewStatus, screen: Screen) -> list[str]:
@@ -96,7 +99,7 @@ class Watch:
         return [paint(line, colored) for line in lines]
 
     def _press(self, key: str) -> bool:
-        """Do what a key stands for; False ends the watch."""
+        """Carry out a key. False ends the watch."""
         key = key.lower()
         if key == "q":
             return False
