@@ -45,7 +45,7 @@ const Machine& machine();
 class MachineScope {
  public:
   explicit MachineScope(const Machine& machine) { setMachine(machine); }
-  ~MachineScope() { setMachine({}); }
+  ~MachineScope();
   MachineScope(const MachineScope&) = delete;
   MachineScope& operator=(const MachineScope&) = delete;
 };

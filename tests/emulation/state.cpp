@@ -62,6 +62,8 @@ void setMachine(const Machine& machine) {
   lastError() = ::cudaSuccess;
 }
 
+MachineScope::~MachineScope() { setMachine({}); }
+
 const Machine& machine() {
   return state().machine;
 }
