@@ -1,19 +1,26 @@
-// The test program's beginning. Tests run on the processor unless they select another device, on a
-// machine with GPUs too.
+// The entry of the test programs. Each test begins on the processor, on a machine with GPUs too, or
+// on the first of the emulated GPUs, whichever device the test before it has selected.
 #include <gtest/gtest.h>
 
+#include "device/runtime.h"
 #include "tests/support/devices.h"
 
 namespace {
 
-class OnTheProcessor : public testing::EmptyTestEventListener {
-  void OnTestStart(const testing::TestInfo&) override { zeph::test::selectProcessor(); }
+class DeviceSelection : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo&) override {
+#if ZEPHANE_EMULATED_GPU
+    zeph::cudaSetDevice(0);
+#else
+    zeph::test::selectProcessor();
+#endif
+  }
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  testing::UnitTest::GetInstance()->listeners().Append(new OnTheProcessor);
+  testing::UnitTest::GetInstance()->listeners().Append(new DeviceSelection);
   return RUN_ALL_TESTS();
 }
