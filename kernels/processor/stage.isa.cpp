@@ -7,12 +7,14 @@
 namespace zeph::cpu::ZEPH_ISA {
 namespace {
 
+constexpr int mostPlanes = needsOf(Integrator::etdrk4).coefficientPlanes;
+
 // Everything that a row of modes needs; arrays begin at the row.
 struct Row {
   int ky;
   int begin, end;  // active modes
   V2 *omega, *base, *first, *middle, *predictor, *correction;
-  float* coefficients[needsOf(Integrator::etdrk4).coefficientPlanes];
+  float* coefficients[mostPlanes];
   const V2 *plane0, *plane1;  // transformed products at the row of the same wavenumber
 };
 
@@ -209,12 +211,13 @@ struct StageUpdate {
     row.omega = arrays.omega + at;
     row.first = arrays.first + at;
     row.correction = arrays.correction + at;
-    row.base = needs.base ? arrays.base + at : nullptr;
-    row.middle = needs.middle ? arrays.middle + at : nullptr;
-    row.predictor = needs.predictor ? arrays.predictor + at : nullptr;
-    for (int k = 0; k < needs.coefficientPlanes; ++k) {
-      row.coefficients[k] =
-          arrays.coefficients + static_cast<std::size_t>(k) * width * p.resolution + at;
+    // Arrays that are not in use may have a single element.
+    row.base = needs.base ? arrays.base + at : arrays.base;
+    row.middle = needs.middle ? arrays.middle + at : arrays.middle;
+    row.predictor = needs.predictor ? arrays.predictor + at : arrays.predictor;
+    for (int k = 0; k < mostPlanes; ++k) {
+      const std::size_t plane = static_cast<std::size_t>(k) * width * p.resolution;
+      row.coefficients[k] = arrays.coefficients + (k < needs.coefficientPlanes ? plane + at : 0);
     }
     row.plane0 = plane0;
     row.plane1 = plane0 + stride * static_cast<std::size_t>(m());
