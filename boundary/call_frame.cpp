@@ -40,7 +40,7 @@ char* hostText(std::string_view text) noexcept {
   return block;
 }
 
-// A parse error may quote bytes of the request that are not UTF-8; the host still reads the words.
+// A parse error may quote bytes of the request that are not UTF-8; they are replaced.
 char* errorReply(const char* what) noexcept {
   try {
     return hostText(dumpReplacing(Json::object({{"error", what}})));

@@ -11,25 +11,25 @@
 
 namespace zeph {
 
-// Raises std::invalid_argument for a null pointer and for anything but an object, and the JSON
-// library's error for what is no JSON.
+// Raises std::invalid_argument for a null pointer and for JSON that is not an object, and the JSON
+// library's error for text that is not JSON.
 Json parseObject(const char* text);
 
 // Compact JSON. Raises the JSON library's error for a string that is not UTF-8.
 std::string serialise(const Json& value);
 
-// The text itself where it is UTF-8, else with U+FFFD for what is not.
+// The text with U+FFFD in place of bytes that are not UTF-8.
 std::string validUtf8(const char* text);
 
-// In a block of `malloc`, with its NUL; null if there is no memory.
+// A NUL-terminated copy allocated by malloc; null if there is no memory.
 char* hostText(std::string_view text) noexcept;
 
 // {"error": what}, as a host text.
 char* errorReply(const char* what) noexcept;
 char* unknownFailureReply() noexcept;
 
-// Runs an operation that yields JSON and answers with its text or with an error object. Whatever
-// floating-point mode the host works in, the operation has the default one.
+// Runs an operation that returns JSON and answers with its text or with an error object. The
+// operation runs in the default floating-point mode, whichever one the host has set.
 template <class Operation>
 char* reply(Operation&& operation) noexcept {
   const platform::DefaultArithmetic arithmetic;

@@ -18,7 +18,7 @@ const char* nameOf(const Names& names, Enumeration value) {
   return names.at(static_cast<std::size_t>(value));
 }
 
-// Text, because a double cannot hold every seed; a JSON number is taken by its digits.
+// Usually text, because a double cannot hold every seed; of a JSON number the digits count.
 std::uint64_t toSeed(const Json& value) {
   std::string text;
   if (value.is_string())

@@ -18,9 +18,9 @@ Config parseConfig(const Json& object, const Config& base);
 
 Json configToJson(const Config& config);
 
-// Unsigned decimal numbers, as a seed or a device's index is given. `isDecimal` holds for one or
-// more of the characters 0 to 9 and nothing else; `decimalValue` takes such a text and raises
-// std::out_of_range with the text `overflow` above `limit`.
+// Unsigned decimal numbers, for seeds and device indices. isDecimal() is true for one or more
+// digits 0 to 9 and nothing else. decimalValue() expects such a text; a value above `limit` raises
+// std::out_of_range with the text `overflow`.
 bool isDecimal(std::string_view text);
 std::uint64_t decimalValue(std::string_view digits, std::uint64_t limit, const char* overflow);
 

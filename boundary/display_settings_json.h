@@ -1,4 +1,4 @@
-// The form in which the choice of picture crosses the boundary.
+// Display settings as JSON.
 #pragma once
 
 #include "boundary/json_reading.h"
@@ -6,8 +6,8 @@
 
 namespace zeph {
 
-// `present` with the object's members applied. "exposure" and "sigma" are clamped to what the
-// picture can show. Raises std::invalid_argument or the JSON library's type error.
+// `present` with the object's members applied. "exposure" is clamped to 0.25..3 and "sigma"
+// to 1.5..3.5. Raises std::invalid_argument or the JSON library's type error.
 DisplaySettings readDisplaySettings(const Json& object, DisplaySettings present);
 
 Json displaySettingsToJson(const DisplaySettings& settings);

@@ -16,8 +16,8 @@ struct EngineHandle {
   Solver solver;
 };
 
-// Runs the operation that the request names under "op". Raises for what fails; files already
-// written by an "export" stand.
+// Runs the operation that the request names under "op". A failure raises an exception; files that
+// an "export" has already written remain.
 Json runOperation(Solver& solver, const Json& request);
 
 }  // namespace zeph

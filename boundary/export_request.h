@@ -1,4 +1,4 @@
-// The form in which an "export" crosses the boundary.
+// The request of an "export" as a plain record.
 #pragma once
 
 #include "boundary/json_reading.h"
@@ -6,11 +6,12 @@
 
 namespace zeph {
 
-// The files that a request names, a picture's size with it. These never raise: members are read in
-// the order in which they are acted on, and the first that is refused ends the reading and becomes
-// the record's refusal. A view fills in its own display settings,
+// Both read the paths and the picture's size, in the order in which they are acted on. A member
+// that is refused ends the reading; its exception is not raised but stored in the record.
+
+// The display settings are left for the view to fill in.
 FrameFiles readViewExport(const Json& request);
-// and an engine's export has them in the request.
+// The display settings come from the request.
 FrameFiles readEngineExport(const Json& request);
 
 }  // namespace zeph

@@ -1,8 +1,9 @@
 // How the members of a JSON object are read, for configurations, operations and display settings
 // alike.
 //
-// A value of the wrong type raises the JSON library's own type error. Values are only ever looked
-// at in place: copying, comparing or serialising one recurses, and its depth is the host's choice.
+// A value of the wrong type raises the JSON library's own type error. Values are never copied,
+// compared or serialised here: that recurses, and a host may nest them deeper than the stack
+// allows.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +16,13 @@ namespace zeph {
 
 using Json = nlohmann::json;
 
-// The member, or null where it is absent.
+// The member, or null if it is absent.
 const Json* findMember(const Json& object, const char* key);
-// The member, or null where it is absent or JSON's null.
+// The member, or null if it is absent or JSON's null.
 const Json* findValue(const Json& object, const char* key);
 
-// A number or a boolean: an integer keeps its low 32 bits, a fraction is cut off, and a floating
-// value that does not fit becomes the smallest integer.
+// From a number or a boolean: an integer keeps its low 32 bits, a fraction is truncated, and a
+// floating value out of range becomes the smallest integer.
 std::int32_t toInt32(const Json& value);
 
 // Null is refused.
@@ -43,7 +44,7 @@ std::optional<std::string> readPath(const Json& object, const char* key);
 std::optional<std::size_t> findName(const Json& object, const char* key,
                                     std::span<const char* const> names);
 
-// Sets `value` to the enumerator that stands where the name does in `names`, if one is given.
+// If a name is given, sets `value` to the enumerator at its position in `names`.
 template <class Enumeration>
 void readName(const Json& object, const char* key, std::span<const char* const> names,
               Enumeration& value) {

@@ -26,7 +26,7 @@ Json performanceReport(const Status& status) {
           {"batch_steps", status.batchSteps}};
 }
 
-// A lost system has no window; the render thread tells of the loss.
+// If the connection to the display is lost, there is no window; the render thread reports the loss.
 WindowState windowOf(const Canvas& canvas) {
   try {
     return canvas.window();

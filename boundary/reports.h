@@ -1,4 +1,4 @@
-// What a host is told of a flow and of a view.
+// The reports to the host as JSON: of a flow's statistics, of a frame, and of a view.
 #pragma once
 
 #include "boundary/json_reading.h"

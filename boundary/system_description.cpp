@@ -60,7 +60,7 @@ void addDevice(Json& object, int device) {
   object["precision"] = "float32";
 }
 
-// The GPUs come before the processor, which runs everything.
+// The GPUs come first; the processor, always the last device, runs every kernel.
 int firstUsableDevice() {
   int count = 0;
   check(cudaGetDeviceCount(&count), "cudaGetDeviceCount(&count)");

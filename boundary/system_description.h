@@ -1,4 +1,4 @@
-// What the process has settled on, and how the machine is described to the host.
+// The main thread and the device of the process, and the description of the machine for the host.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +15,11 @@ extern std::string gpuName;
 
 // Makes the calling thread the main thread, chooses the device and describes the system. May be
 // called again from the same thread. Raises std::runtime_error from another one, and for a device
-// that cannot be had.
+// that cannot be used.
 Json initialize();
 
-// The device that ZEPHANE_DEVICE names or, without it, the first: a GPU where there is one, else
-// the processor. Whether there is such a device is not tested. Raises std::invalid_argument or
+// The index in ZEPHANE_DEVICE, which may be one that does not exist, or else the first device that
+// runs kernels: a GPU if there is one, otherwise the processor. Raises std::invalid_argument or
 // std::out_of_range.
 std::int32_t chooseDevice();
 

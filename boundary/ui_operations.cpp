@@ -16,7 +16,7 @@
 namespace zeph {
 namespace {
 
-constexpr float cflOfOtherMethods = 1.5f;  // what "cap_cfl" allows but for "etdrk4"
+constexpr float cappedCfl = 1.5f;  // the most that "cap_cfl" allows, except for "etdrk4"
 
 void start(UIHandle& ui, const Json&) {
   ui.start(deviceId);
@@ -55,9 +55,10 @@ void nothing(UIHandle&, const Json&) {}
 void configure(UIHandle& ui, const Json& request) {
   const Config now = ui.status().config;
   Config config = parseConfig(request, now);
-  const bool other = config.integrator != now.integrator && config.integrator != Integrator::etdrk4;
-  if (readBoolean(request, "cap_cfl", false) && other)
-    config.cfl = std::min(config.cfl, cflOfOtherMethods);
+  const bool needsCap =
+      config.integrator != now.integrator && config.integrator != Integrator::etdrk4;
+  if (readBoolean(request, "cap_cfl", false) && needsCap)
+    config.cfl = std::min(config.cfl, cappedCfl);
   ui.applyConfig(config);
 }
 
@@ -66,10 +67,10 @@ void setLive(UIHandle& ui, const Json& request) {
   const auto logReynolds = readNumber(request, "log_reynolds");
   if (!cfl && !logReynolds) return;
   const Config now = ui.status().config;
-  const double number = std::clamp(cfl.value_or(static_cast<double>(now.cfl)), 1.0, 3.0);
+  const double courant = std::clamp(cfl.value_or(static_cast<double>(now.cfl)), 1.0, 3.0);
   const double reynolds =
       logReynolds ? std::pow(10.0, std::clamp(*logReynolds, 3.0, 6.0)) : now.reynolds;
-  ui.setLive(static_cast<float>(number), reynolds);
+  ui.setLive(static_cast<float>(courant), reynolds);
 }
 
 void set(UIHandle& ui, const Json& request) {
@@ -107,7 +108,7 @@ void benchmark(UIHandle& ui, const Json& request) {
   ui.setLimits(run);
 }
 
-// The flow and the picture go on while the user thinks.
+// No lock is held while the dialog is open: the flow and the picture go on.
 void save(View& view) {
   const platform::SaveQuestion question = {.title = "Save PNG",
                                            .name = "2DZephane.png",
@@ -156,7 +157,7 @@ void change(UIHandle& ui, const Operation& operation, const Json& request) {
 
 }  // namespace
 
-// "export" and "save" wait for others, and so hold no mutex.
+// "export" and "save" wait for the render thread or the user, so they run without the mutex.
 Json runUiOperation(View& view, const Json& request) {
   const std::string name = nameOf(request);
   if (name == "export") {

@@ -6,8 +6,8 @@
 
 namespace zeph {
 
-// Runs the operation that the request names under "op" and answers with the status report. None
-// but "export" and "save" waits for anything. Raises for what is refused.
+// Runs the operation that the request names under "op" and returns the status report. Only "export"
+// and "save" block. A refused request raises an exception.
 Json runUiOperation(View& view, const Json& request);
 
 }  // namespace zeph

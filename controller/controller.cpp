@@ -16,8 +16,8 @@ Control controlOf(const RunSettings& run) {
   control.running = !run.paused;
   control.regulated = run.regulated;
   control.velocityNeeded = run.settings.needsVelocity() || !run.velocity.empty();
-  // A run that is limited in steps from its very start ignores all limits; a limit counts where it
-  // arrives by setRun.
+  // A controller created with a step limit ignores all limits. A step limit takes effect only if it
+  // arrives later, by setRun().
   control.stopRulesArmed = !run.stepLimited;
   return control;
 }
@@ -45,8 +45,8 @@ ShownStatus shownOf(const Status& status) {
 
 void followGrid(Config& next, const Config& current, bool regulated) {
   if (next.resolution == current.resolution && next.k0 == current.k0) return;
-  const bool named = !regulated && !(next.reynolds == current.reynolds);
-  if (!named) next.reynolds = DefaultReynolds(next.resolution, next.k0);
+  const bool asksForOther = !regulated && !(next.reynolds == current.reynolds);
+  if (!asksForOther) next.reynolds = DefaultReynolds(next.resolution, next.k0);
 }
 
 Controller::Controller(const RunSettings& run, int device, Clock clock)
@@ -117,7 +117,7 @@ void Controller::setRegulated(bool value) {
   if (value == control_.regulated) return;
   control_.regulationEpoch += 1;
   control_.regulated = value;
-  // The flow keeps the number that the regulator has reached.
+  // Switched off, the flow keeps the Reynolds number that the regulator has reached.
   if (!value && status_.stats.reynolds > 0) control_.config.reynolds = status_.stats.reynolds;
   control_.parameterEpoch += 1;
   status_.config.reynolds = control_.config.reynolds;

@@ -1,6 +1,7 @@
-// The controller is where the threads of a view meet. Whoever steers writes what is wanted and goes
-// on; the simulation thread (simulation.h) turns it into a flow and publishes what it has achieved.
-// Nobody waits for the other: wishes are state and not messages, and only single steps are counted.
+// The controller is where the threads of a view meet. The host's thread and the render thread write
+// what is wanted; the simulation thread (simulation.h) computes the flow and publishes its status.
+// Neither side waits for the other: commands overwrite state instead of queueing, so that a burst
+// collapses into the last one. Only single steps are counted.
 #pragma once
 
 #include <condition_variable>
@@ -17,7 +18,7 @@ namespace zeph {
 class Controller {
  public:
   // Starts the thread, and with it the flow's first generation, on a device. Raises
-  // std::system_error where a thread cannot be had.
+  // std::system_error if the thread cannot be started.
   Controller(const RunSettings& run, int device, Clock clock = monotonicSeconds);
   // Waits for the batch under way.
   ~Controller();
@@ -25,15 +26,15 @@ class Controller {
   Controller& operator=(const Controller&) = delete;
 
   void setRunning(bool value);
-  // One step; a flow that runs freely pauses for it.
+  // Asks for one more step. A running flow pauses.
   void step();
 
-  // Each begins a new generation: the flow starts again from its beginning. Raises
-  // std::invalid_argument for a configuration that is refused, and the flow goes on.
+  // Both begin a new generation: the flow starts again at time zero. A configuration that is
+  // refused raises std::invalid_argument, and the present flow goes on.
   void reset();
   void applyConfig(Config config);
 
-  // These keep the flow. The Reynolds number is left to the regulator while there is one.
+  // These keep the flow. While it is regulated, the Reynolds number given to setLive() is ignored.
   void setLive(float cfl, double reynolds);
   void setRegulated(bool value);
   void setVisible(bool value);
@@ -48,11 +49,12 @@ class Controller {
   // For the simulation thread.
   Control control() const;
   Control control(RunSettings& run) const;
-  // Calls use(control, status) under the lock and returns true if `generation` is still the current
-  // one. Otherwise what was done for it is of no interest any more.
+  // If `generation` is still the current one, calls use(control, status) under the lock and returns
+  // true. Otherwise returns false: results for an older generation are dropped.
   template <class Use>
   bool ifCurrent(std::uint64_t generation, Use use);
-  // Returns when there is something new against `seen`, or soon; the flow is settled meanwhile.
+  // Marks the flow as settled and waits until the control block differs from `seen`, at most 20
+  // milliseconds.
   void waitForChange(const Control& seen);
   void failStart(const char* text);
 
@@ -65,8 +67,8 @@ class Controller {
   std::thread thread_;
 };
 
-// What a change of grid means for the Reynolds number of `next`: the grid's own default, unless
-// nothing regulates it and `next` names another one than `current`.
+// Where `next` has another grid than `current`, gives it that grid's default Reynolds number,
+// unless the flow is unregulated and `next` already asks for another number.
 void followGrid(Config& next, const Config& current, bool regulated);
 
 template <class Use>

@@ -6,11 +6,11 @@
 namespace zeph {
 namespace {
 
-constexpr double batchSeconds = 0.008;      // a batch's aim
-constexpr double longBatchSeconds = 0.016;  // from here on it is cut back at once
+constexpr double batchSeconds = 0.008;      // the duration that batches aim at
+constexpr double longBatchSeconds = 0.016;  // a longer batch shrinks the next one at once
 constexpr double largestBatch = 32;
 constexpr double shortestStep = 1e-6;
-constexpr double newShare = 0.2;  // of a measurement in the smoothed figure
+constexpr double newShare = 0.2;  // weight of a new measurement in the smoothed figure
 constexpr double oldShare = 0.8;
 
 constexpr double framesPerSecond = 60;

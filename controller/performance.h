@@ -1,5 +1,5 @@
-// How a running flow measures itself, and how its batches and frames are timed. Times are seconds
-// of the controller's clock.
+// The batch size, the grid of frame times, the elapsed time and the rates of a running flow. Times
+// are seconds of the controller's clock.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ struct Pace {
   double secondsPerStep = 0.001;  // smoothed
   std::int32_t batchSteps = 1;
 
-  // A batch of `steps` has taken so long.
+  // Takes in that a batch of `steps` took `seconds`.
   void account(std::int32_t steps, double seconds);
 };
 
@@ -27,9 +27,9 @@ struct WallClock {
   double at(double now) const;
 };
 
-// Frames stand on a fixed grid of 60 a second. Points that have been missed are skipped.
+// The times of frames: a fixed grid of 60 a second, on which missed points are skipped.
 struct FrameGrid {
-  double next = 0;  // 0 before the grid has begun
+  double next = 0;  // 0 before the first frame
 
   bool isDue(double now) const { return now >= next; }
   void advance(double now);
@@ -41,20 +41,20 @@ struct Rates {
   double stepsPerSecond = 0;  // over the last window
 };
 
-// The window of a quarter of a second, or a little more, over which steps are counted.
+// The time window over which the step rate is measured: a quarter of a second, or a little more.
 struct RateWindow {
   double start = 0;
   double steps = 0;
 
   bool isOver(double now) const;
-  // Steps a second, and the beginning of the next window.
+  // Returns the steps per second and begins the next window.
   double close(double now, double stepCount);
 };
 
-// The quotient, or 0 where there is nothing to divide by.
+// The quotient, or 0 if the divisor is not positive.
 double ratePer(double amount, double per);
 
-// Appends a value that differs from the last one; the oldest of more than 120 goes.
+// Appends the value unless it equals the last one, and keeps the newest 120.
 void addToHistory(std::vector<double>& history, double value);
 
 }  // namespace zeph

@@ -26,7 +26,7 @@ double limited(double candidate, int resolution, int k0) {
   const double usual = DefaultReynolds(resolution, k0);
   const double upper = std::min(usual * largestFactor, largestReynolds);
   const double lower = std::max(usual / largestFactor, smallestReynolds);
-  // On small grids the limits cross; then the upper one holds first.
+  // On small grids the lower limit lies above the upper one, which is tested first.
   if (candidate > upper) return upper;
   return candidate < lower ? lower : candidate;
 }

@@ -1,19 +1,19 @@
-// The feedback that holds the palinstrophy ratio of a flow at its target by way of the Reynolds
-// number: an incremental proportional-and-integral law on the number's logarithm, behind two
-// low-pass stages. The number is its own memory, so that nothing can wind up.
+// The feedback from the palinstrophy ratio of a flow to its Reynolds number: an incremental
+// proportional-integral law on the number's logarithm, behind two low-pass stages. The Reynolds
+// number itself holds the integral, so that nothing can wind up.
 #pragma once
 
 #include <optional>
 
 namespace zeph {
 
-// What is controlled: so many times the palinstrophy ratio.
+// The controlled quantity is the palinstrophy ratio times this.
 constexpr double palinstrophyScale = 10000;
 
 class Regulator {
  public:
-  // The Reynolds number that a sample of the statistics asks for, or none where the sample is of no
-  // use or near enough to the target.
+  // The new Reynolds number after a sample of the statistics, or none if the sample is unusable or
+  // within the dead band around the target.
   std::optional<double> sample(double palinstrophyRatio, double reynolds, int resolution, int k0);
 
  private:

@@ -26,7 +26,7 @@ struct RunSettings {
   std::string initial;                   // starting field
   std::string spectrum;                  // spectrum of a finished run
   std::string field;                     // fields of a finished run
-  std::string velocity;                  // whoever reads it needs the velocity in every frame
+  std::string velocity;                  // never written; if set, every frame has the velocity
 };
 
 }  // namespace zeph

@@ -19,7 +19,7 @@
 namespace zeph {
 namespace {
 
-constexpr double statisticsSeconds = 0.25;  // between two looks at a running flow
+constexpr double statisticsSeconds = 0.25;  // between two refreshes while the flow runs
 
 // A batch about to be run.
 struct Batch {
@@ -45,11 +45,11 @@ void writeResultFiles(Solver& solver, const RunSettings& run) {
   writeRawFile(run.field, solver.copyFields(*frame));
 }
 
-// Everything that belongs to one generation; a rebuild begins it afresh.
+// The state of one generation; a rebuild starts with a new one.
 struct Generation {
-  bool failed = false;    // nothing is asked of the solver until the next generation
-  bool finished = false;  // a limit has ended the run
-  bool frameDue = true;   // whatever the grid of frames says
+  bool failed = false;    // the solver is not used again in this generation
+  bool finished = false;  // a run limit has been reached
+  bool frameDue = true;   // a frame is due out of turn, whatever the grid of frames says
   bool statsDue = true;
   bool wasRunning = false;  // in the pass before
   Statistics stats;
@@ -116,7 +116,7 @@ void Simulation::run() {
   }
 }
 
-// Every return but the last means that the generation has changed meanwhile.
+// The early returns are for a generation that has changed in the meantime.
 void Simulation::pass() {
   if (control_.generation != seenGeneration_) rebuild();
   if (!controller_.ifCurrent(seenGeneration_,
@@ -150,8 +150,8 @@ void Simulation::rebuild() {
   g_.window.start = now_();
 }
 
-// The memory of a solver serves another flow of its kind. Before there are two solvers there is
-// none.
+// Reuses the solver where only the start of the flow has to be set up again. Otherwise frees the
+// old one first: two may not fit in memory together.
 void Simulation::restart(const std::vector<float>& samples) {
   if (solver_ && !needsNewSolver(solver_->config(), control_.config)) {
     solver_->setReynolds(control_.config.reynolds);
@@ -163,7 +163,8 @@ void Simulation::restart(const std::vector<float>& samples) {
   solver_ = std::make_unique<Solver>(control_.config, samples);
 }
 
-// An epoch is taken before it is acted on: what the solver refuses is refused once.
+// Epochs are marked as seen before they are acted on, so that a value that the solver refuses is
+// not tried again.
 void Simulation::takeEpochs() {
   const bool switched = control_.regulationEpoch != seenRegulationEpoch_;
   const bool changed = control_.parameterEpoch != seenParameterEpoch_;
@@ -174,11 +175,12 @@ void Simulation::takeEpochs() {
   seenDisplayEpoch_ = control_.displayEpoch;
   if (!changed || !solver_) return;
   solver_->setCFL(control_.config.cfl);
-  // Regulation begins from the number configured, and then the number is the regulator's.
+  // Regulation starts from the configured number; after that the regulator alone changes it.
   if (!control_.regulated || switched) solver_->setReynolds(control_.config.reynolds);
 }
 
-// A pause during a batch is seen when the batch ends, and one between two batches here.
+// Handles a start, and a pause that came between two batches. One that came during a batch has been
+// handled at its end.
 void Simulation::takeRunningEdge() {
   if (!control_.running) {
     g_.wall.close(now_());
@@ -205,7 +207,7 @@ void Simulation::refreshStatistics() {
   addToHistory(g_.history, g_.stats.energy);
 }
 
-// Null where no frame is due, and where there is no free block for one.
+// Null if no frame is due or no block is free for one.
 std::shared_ptr<const Frame> Simulation::dueFrame() {
   if (!control_.visible) return nullptr;
   const bool moving = control_.running || control_.pendingSteps > 0;
@@ -219,7 +221,7 @@ std::shared_ptr<const Frame> Simulation::dueFrame() {
   return frame;
 }
 
-// A frame appears together with the statistics of its moment.
+// Publishes a frame together with the statistics of the same step.
 bool Simulation::publish(const std::shared_ptr<const Frame>& frame) {
   const double elapsed = g_.wall.at(now_());
   return controller_.ifCurrent(seenGeneration_, [&](const Control& control, Status& status) {
@@ -256,7 +258,7 @@ Batch Simulation::planBatch(bool single) const {
   if (single) return batch;
   batch.steps = run_.fixedBatch ? run_.batch : g_.pace.batchSteps;
   if (!run_.fixedBatch && control_.visible && g_.frames.next > 0) {
-    // The batch of a visible view ends about when the next frame is due.
+    // Let the batch of a visible view end about when the next frame is due.
     const double left = std::max(g_.frames.next - now_(), 0.0) / g_.pace.secondsPerStep;
     batch.steps = static_cast<std::int32_t>(
         std::clamp(left, 1.0, static_cast<double>(std::max(batch.steps, 1))));
@@ -274,7 +276,7 @@ Batch Simulation::planBatch(bool single) const {
 
 void Simulation::runBatch(bool single) {
   if (single && !controller_.ifCurrent(seenGeneration_, [](Control& control, Status&) {
-        // A pause that came meanwhile has dropped the steps.
+        // It may be 0: a pause that came in between has dropped the pending steps.
         if (control.pendingSteps > 0) control.pendingSteps -= 1;
       }))
     return;
@@ -333,7 +335,7 @@ void Simulation::closeWindow(double now) {
   g_.rates.stepsPerSecond = g_.window.close(now, static_cast<double>(g_.stats.steps));
 }
 
-// What has failed for a flow that has been replaced is of no interest.
+// A failure of a generation that has been replaced is dropped.
 void Simulation::fail(const char* text) {
   g_.failed = true;
   g_.wall.close(now_());

@@ -1,4 +1,5 @@
-// The two blocks in which the threads of a view meet: what is wanted, and what has been achieved.
+// The two blocks that the threads of a view share: what is wanted (Control) and what has been
+// computed (Status).
 #pragma once
 
 #include <cstdint>
@@ -11,8 +12,8 @@
 
 namespace zeph {
 
-// Written by who steers, read by the simulation thread. Epochs count changes, so that a change is
-// seen even if it was undone before anybody looked.
+// Written by the host's and the render thread, read by the simulation thread. Epochs count changes,
+// so that the thread notices a change even if it was undone before it looked.
 struct Control {
   Config config;
   std::uint64_t generation = 1;  // the number of the current flow
@@ -28,7 +29,7 @@ struct Control {
   std::int32_t pendingSteps = 0;  // single steps asked for and not yet begun
 };
 
-// Written by the simulation thread and by who steers, read by everybody.
+// Written by the simulation thread and, for what a command changes at once, by the commands.
 struct Status {
   Config config;
   Statistics stats;
@@ -39,7 +40,7 @@ struct Status {
   bool running = true;
   bool settled = false;  // the thread has reached its idle wait in this generation
   bool regulated = true;
-  bool finished = false;  // a limit has ended the run
+  bool finished = false;  // a run limit has been reached
   double simtimePerSecond = 0;
   double turnoversPerSecond = 0;
   double stepsPerSecond = 0;
@@ -65,7 +66,7 @@ struct ShownStatus {
 
 ShownStatus shownOf(const Status& status);
 
-// The status of a flow that has not begun.
+// The status at the start of a generation.
 Status freshStatus(const Config& config, std::uint64_t generation, bool running, bool regulated);
 
 }  // namespace zeph

@@ -8,7 +8,7 @@
 namespace zeph {
 namespace {
 
-// While an export is awaited, the time between two looks whether the render thread has ended.
+// How often a waiting export checks whether the render thread has ended.
 constexpr std::chrono::milliseconds stopCheck(50);
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The time that the controller lives by.
+// The controller's clock, which tests replace by one of their own.
 #pragma once
 
 #include <functional>

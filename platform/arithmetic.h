@@ -5,13 +5,13 @@
 
 namespace zeph::platform {
 
-// Rounds to nearest, keeps subnormal numbers and traps nothing from here on: the mode that every
-// result is told for.
+// From here on the thread rounds to nearest, keeps subnormal numbers and traps nothing. All results
+// assume this mode.
 inline void useDefaultArithmetic() {
   std::fesetenv(FE_DFL_ENV);
 }
 
-// The same for as long as it lives; then the caller's mode and its flags are back.
+// The same for as long as it lives; then restores the caller's mode and flags.
 class DefaultArithmetic {
  public:
   DefaultArithmetic() {

@@ -1,4 +1,4 @@
-// The desktop's own question for a path.
+// The desktop's dialog for saving a file.
 #pragma once
 
 #include <string>
@@ -8,9 +8,9 @@ namespace zeph::platform {
 // Texts are UTF-8.
 struct SaveQuestion {
   std::string title;
-  std::string name;        // the file's name to begin with, or its whole path
+  std::string name;        // the proposed file name, or its whole path
   std::string filterName;  // what files of the suffix are called
-  std::string suffix;      // without its point; a name without any suffix gets it
+  std::string suffix;      // without its dot; appended to a name without any suffix
   void* parent = nullptr;  // the window that the question belongs to, or null
 };
 
@@ -21,8 +21,8 @@ struct SaveAnswer {
   std::string path;
 };
 
-// Asks and waits for the answer. An existing file is only chosen after the user has agreed to
-// replace it.
+// Opens the dialog and waits for the answer. An existing file is chosen only after the user has
+// agreed to replace it.
 SaveAnswer askSavePath(const SaveQuestion& question);
 
 }  // namespace zeph::platform

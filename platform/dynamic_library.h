@@ -1,4 +1,4 @@
-// Libraries that are looked for while the process runs.
+// Libraries that are loaded at run time.
 #pragma once
 
 #include <filesystem>
@@ -7,24 +7,24 @@
 
 namespace zeph::platform {
 
-// The library of a path, or of a name that the loader looks for itself; null where it is missing or
-// cannot be loaded. Never unloaded.
+// The library at a path, or one that the loader finds by its name; null if it is missing or cannot
+// be loaded. It is never unloaded.
 void* openLibrary(const std::filesystem::path& library);
 
-// The names under which the system has libraries that are used where they are found.
+// The name by which the loader finds libpng.
 const char* pngLibraryName();
 
-// The address of a function of it, or null.
+// The address of one of its functions, or null.
 void* findFunction(void* library, const char* name);
 
-// The same as a function of its type. False where there is none.
+// The same with the function's type. False if there is no such function.
 template <class Function>
 bool find(void* library, const char* name, Function*& function) {
   function = reinterpret_cast<Function*>(findFunction(library, name));
   return function != nullptr;
 }
 
-// The files of this process's code: the program and the libraries loaded so far.
+// The files of the program and of the libraries loaded so far.
 std::vector<std::filesystem::path> loadedFiles();
 
 }  // namespace zeph::platform

@@ -1,10 +1,10 @@
-// How numbers are written by the C library.
+// The C library's format of numbers.
 #pragma once
 
 namespace zeph::platform {
 
-// On this thread, and for as long as it lives, numbers are written with a point and nothing else,
-// whatever locale the host has chosen.
+// As long as it lives, the C library writes numbers on this thread with a decimal point and no
+// grouping, whichever locale the host has set.
 class PlainNumbers {
  public:
   PlainNumbers();

@@ -1,10 +1,10 @@
-// Work that is left for the end of the process.
+// Functions that run when the process exits.
 #pragma once
 
 namespace zeph::platform {
 
-// While it lives, the process calls a function when it ends: after those that were registered
-// later, and before it takes apart any library that was loaded earlier.
+// As long as it lives, the process calls the function at exit: after functions that were registered
+// later, and before it tears down any library that was loaded earlier.
 class AtProcessEnd {
  public:
   explicit AtProcessEnd(void (*work)());

@@ -18,19 +18,18 @@ std::uint32_t threadId();
 // Processors that this process may run on, at least 1.
 int usableProcessors();
 
-// The processor's model as the machine tells it, or "Processor".
+// The processor's model name, or "Processor" if it is unknown.
 std::string processorModel();
 
-// Calls `action` in each child that this process forks from here on, before anything else runs
-// there; nothing where processes do not fork.
+// Calls `action` first thing in every child that this process forks from here on. Does nothing on
+// systems without fork.
 void inForkedChildren(void (*action)());
 
-// A path from UTF-8 text. Text with an embedded NUL gives the empty path, which no file has.
+// A path from UTF-8 text. Text with an embedded NUL gives the empty path, which cannot be opened.
 std::filesystem::path pathFromUtf8(std::string_view text);
 std::string pathToUtf8(const std::filesystem::path& path);
 
-// A new file to write bytes to, in place of one that is there. Null, with errno set, where that
-// cannot be.
+// Opens a file for writing bytes; an existing one is emptied. Null, with errno set, if that fails.
 std::FILE* createFile(const std::filesystem::path& path);
 
 }  // namespace zeph::platform

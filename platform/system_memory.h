@@ -1,4 +1,4 @@
-// The machine's memory: how much there is, how much is left, and whole pages of it.
+// The machine's memory: its size, what is still available, and the mapping of pages.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@ namespace zeph::platform {
 // Bytes of physical memory in the machine.
 std::uint64_t physicalMemory();
 
-// Bytes that this process could still use without anything being killed or swapped out: what the
-// machine has available, cut to what the process's control groups still allow.
+// Bytes that this process could still use without anything being killed or swapped out: the memory
+// available on the machine, within the limits of the process's control groups.
 std::uint64_t availableMemory();
 
 // Zeroed pages of at least `bytes`, aligned to a page, or null. Pages may be backed only when they
@@ -18,8 +18,8 @@ std::uint64_t availableMemory();
 void* mapPages(std::size_t bytes);
 void unmapPages(void* pages, std::size_t bytes);
 
-// Bytes of a mapping that already stand in physical memory. Where the system charges a mapping in
-// full when it is made, all of it.
+// Bytes of a mapping that are already in physical memory; all of it on systems that charge a
+// mapping in full when it is made.
 std::uint64_t residentBytes(const void* pages, std::size_t bytes);
 
 }  // namespace zeph::platform

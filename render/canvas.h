@@ -1,6 +1,6 @@
-// The view's own window, laid over the whole client area of the host's. What the renderer presents
-// goes into it; it hands a click on, keeps the keyboard with the host, and tells how the host's
-// window stands. On Linux it is render/x11.
+// The view's own window, a child that covers the whole client area of the host's. The renderer
+// presents into it. It collects clicks, leaves the keyboard to the host, and reports the size,
+// scale and visibility of the host's window. On Linux it is render/x11.
 #pragma once
 
 #include <cstdint>
@@ -23,34 +23,34 @@ struct Click {
   int y = 0;
 };
 
-// What a graphics system needs to know of the window.
+// The window as the graphics system names it.
 struct NativeWindow {
   void* connection = nullptr;
   std::uintptr_t window = 0;
 };
 
-// Of a host's window that is none, or none any more.
+// The message if the host's window does not exist, or no longer exists.
 constexpr const char* invalidParent = "Invalid parent HWND.";
 
 class Canvas {
  public:
-  // In the window whose handle or id the host has. Raises std::runtime_error, with `invalidParent`
-  // where there is no such window and "Cannot create native canvas." else.
+  // `parent` is the handle or id of the host's window. Raises std::runtime_error: `invalidParent`
+  // if there is no such window, otherwise "Cannot create native canvas."
   explicit Canvas(void* parent);
   ~Canvas();
   Canvas(const Canvas&) = delete;
   Canvas& operator=(const Canvas&) = delete;
 
-  // Both may be called from any thread. A window that is gone is one without a size. Raises
-  // std::runtime_error where the connection to the system is lost.
+  // Both may be called from any thread. A window that is gone has the size 0. Raises
+  // std::runtime_error if the connection to the display is lost.
   WindowState window() const;
   NativeWindow native() const;
 
   // For the render thread alone. The height is that of the canvas itself, in device pixels.
   void resize(int width, int height);
   int height() const;
-  // What has come since the call before: clicks, and whether something of the canvas was uncovered
-  // that has to be shown again.
+  // Since the call before: clicks, and whether a part of the canvas was uncovered and has to be
+  // presented again.
   struct Events {
     std::vector<Click> clicks;
     bool isExposed = false;

@@ -1,4 +1,4 @@
-// The user's choice of picture.
+// What the picture shows, and in which colours.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// How a failure of the graphics system is told.
+// The error texts of the graphics system.
 #pragma once
 
 #include <cstdint>
@@ -6,10 +6,10 @@
 
 namespace zeph {
 
-// Raises std::runtime_error with the text "STEP failed (0xRESULT)" where the result is negative.
+// If the result is negative, raises std::runtime_error with the text "STEP failed (0xRESULT)".
 void checkResult(std::int32_t result, std::string_view step);
 
-// The same for an error of the system, which is never negative.
+// The same for an error number of the operating system, which is never negative.
 [[noreturn]] void failStep(std::uint32_t code, std::string_view step);
 
 }  // namespace zeph

@@ -8,11 +8,11 @@
 
 namespace zeph {
 
-// The picture, if one is asked for. Raises the refusal of the request first.
+// Raises the refusal of the request if there is one; then writes the picture if one is asked for.
 void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
                   const FrameFiles& files);
 
-// All files of an export, for the thread that waits for it. A failure goes to that thread alone.
+// Writes all files of an export and tells the waiting thread, which also receives any failure.
 void runExport(Renderer& renderer, const ExportTask& task);
 
 }  // namespace zeph

@@ -7,7 +7,7 @@
 namespace zeph {
 namespace {
 
-// A user that hangs does not keep the process from ending.
+// A thread that hangs must not keep the process from exiting.
 constexpr std::chrono::seconds patience(10);
 
 struct Users {
@@ -17,7 +17,7 @@ struct Users {
   bool isEnding = false;
 };
 
-// Never destroyed: threads ask for it to the last.
+// Never destroyed: threads may use it until the very end of the process.
 Users& users() {
   static Users* const made = new Users;
   return *made;

@@ -1,12 +1,12 @@
-// The end of a process whose host leaves views open. The graphics system's libraries are taken
-// apart while the render threads still live, which must have let go of them before.
+// For a process that exits while views are still open: the graphics system's libraries are torn
+// down while the render threads still run, so the threads must have stopped using them by then.
 #pragma once
 
 #include "platform/process_end.h"
 
 namespace zeph {
 
-// Held while a thread uses the graphics system, not more than once by each.
+// Held while a thread uses the graphics system. A thread must not hold two.
 class GraphicsUse {
  public:
   GraphicsUse();
@@ -14,15 +14,15 @@ class GraphicsUse {
   GraphicsUse(const GraphicsUse&) = delete;
   GraphicsUse& operator=(const GraphicsUse&) = delete;
 
-  // False where the process is ending: nothing of the graphics system may be touched any more.
+  // False if the process is exiting: the graphics system must not be called any more.
   explicit operator bool() const { return isGranted_; }
 
  private:
   bool isGranted_;
 };
 
-// While it lives, the process waits when it ends for those who use the graphics system, before it
-// takes apart any library that had been loaded before the guard was made.
+// As long as a guard exists, the process waits at exit for every GraphicsUse to be released before
+// it tears down any library that was loaded before the guard was made.
 class ProcessEndGuard {
  public:
   ProcessEndGuard();

@@ -8,7 +8,7 @@
 namespace zeph {
 namespace {
 
-// The control bar, from the left edge and from the bottom.
+// The control bar: distances from the left edge and from the bottom.
 constexpr float barLeft = 14;
 constexpr float barRight = 128;
 constexpr float barTop = 49;

@@ -1,6 +1,6 @@
-// The interface on top of the picture: what is drawn where, rebuilt from the status at every
-// presentation, and what a click on it means. Lengths are device-independent units, 96 an inch,
-// from the upper left corner; `side` is that of the square picture.
+// The interface on top of the picture: its items, rebuilt from the status at every presentation,
+// and the buttons that a click can hit. Lengths are device-independent units, 96 an inch, measured
+// from the upper left corner; `side` is the side of the square picture.
 #pragma once
 
 #include <optional>
@@ -39,8 +39,8 @@ struct Rectangle {
   bool operator==(const Rectangle&) const = default;
 };
 
-// A panel with round corners where there is no text, else text, clipped to the rectangle, from its
-// left edge and in the middle of its height.
+// Without text, a panel with round corners; otherwise a line of text, left-aligned and vertically
+// centred in the rectangle, and clipped to it.
 struct OverlayItem {
   Rectangle place;
   float radius = 0;
@@ -52,13 +52,13 @@ struct OverlayItem {
   bool operator==(const OverlayItem&) const = default;
 };
 
-// In the order of their drawing.
+// The items in drawing order.
 std::vector<OverlayItem> overlayOf(const ShownStatus& status, float side);
 
 enum class Button { toggle, step, reset };
 
-// The button under a point of a canvas of that height. The bar is drawn from the picture's side,
-// but sought from the canvas's height: on a canvas higher than wide the two lie apart.
+// The button at a point of a canvas of that height. The bar is drawn at the bottom of the picture
+// but hit-tested at the bottom of the canvas: on a canvas higher than wide the two lie apart.
 std::optional<Button> buttonAt(float x, float y, float height);
 
 }  // namespace zeph

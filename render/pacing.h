@@ -3,13 +3,13 @@
 
 namespace zeph {
 
-// Presentations stand on a fixed grid of 60 a second that begins with the first. A late one skips
-// the points that it has missed.
+// Presentations fall on a fixed grid of 60 a second, anchored at the first one. A late presentation
+// skips the grid points that it has missed.
 class PresentationGrid {
  public:
   bool isDue(double now) const { return now >= next_; }
   void presented(double now);
-  // How long the thread may sleep before it looks again, at most 16 milliseconds.
+  // How long the thread may sleep before its next turn, at most 16 milliseconds.
   double idleSeconds(double now) const;
 
  private:

@@ -18,7 +18,7 @@
 namespace zeph {
 namespace {
 
-constexpr double latencySeconds = 0.016;  // the longest wait for what has just been presented
+constexpr double latencySeconds = 0.016;  // the longest wait for a presentation to be drawn
 
 double now() {
   return monotonicSeconds();
@@ -43,13 +43,13 @@ class RenderLoop {
 
   UIHandle& ui_;
   Canvas& canvas_;
-  std::unique_ptr<Renderer> renderer_;  // null if the process is ending
+  std::unique_ptr<Renderer> renderer_;  // null if the process is exiting
   std::optional<ProcessEndGuard> guard_;
   std::optional<ProcessEndGuard> lateGuard_;  // from the first frame on
   PresentationGrid grid_;
   int width_ = 0;
   int height_ = 0;
-  std::optional<Presentation> onScreen_;  // empty if the screen may show something else
+  std::optional<Presentation> onScreen_;  // empty if it is not known what the screen shows
 };
 
 RenderLoop::RenderLoop(UIHandle& ui, Canvas& canvas, int device) : ui_(ui), canvas_(canvas) {
@@ -77,7 +77,7 @@ RenderLoop::~RenderLoop() {
 void RenderLoop::run() {
   while (const std::optional<RenderTurn> turn = ui_.takeTurn()) {
     const GraphicsUse use;
-    // While the process ends, nothing may be drawn; the view may still be closed.
+    // While the process exits, nothing may be drawn any more. The view may still be closed.
     if (!use || !renderer_) return ui_.waitForStop();
     for (const ExportTask& task : turn->exports) runExport(*renderer_, task);
     const WindowState window = canvas_.window();
@@ -118,11 +118,11 @@ void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
   grid_.presented(now());
   if (turn.status.frame && onScreen_) ui_.countPresentation();
   renderer_->waitForLatency(latencySeconds);
-  // By now all of the graphics system that is loaded late has been.
+  // The first frame has made the graphics system load the last of its libraries.
   if (turn.status.frame && !lateGuard_) lateGuard_.emplace();
 }
 
-// What is on the screen already need not be drawn again to be shown.
+// Draws nothing if the screen already shows just this.
 void RenderLoop::present(Presentation next) {
   renderer_->resize(static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
   if (onScreen_ && *onScreen_ == next) return;

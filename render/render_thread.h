@@ -8,8 +8,8 @@
 
 namespace zeph {
 
-// The thread's whole life, for the frames of a device. A failure ends it and is reported by the
-// handle.
+// The thread's main function, for the frames of a device. A failure ends the thread, and the handle
+// reports it.
 void renderFrames(UIHandle& ui, Canvas& canvas, int device);
 
 }  // namespace zeph

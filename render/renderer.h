@@ -1,7 +1,7 @@
 // The renderer: everything that belongs to a GPU's picture of the flow. A renderer is confined to
 // the thread that has made it; there may be any number of them.
 //
-// Which graphics system stands behind it is the platform's: render/vulkan on Linux.
+// It is implemented once for each graphics system: on Linux, render/vulkan.
 #pragma once
 
 #include <cstdint>
@@ -31,10 +31,10 @@ struct Presentation {
 
 class Renderer {
  public:
-  // For the frames of a device, which the thread selects. Raises std::runtime_error, also where
-  // nothing can draw.
+  // For the frames of a device, which the calling thread then has selected. Raises
+  // std::runtime_error, also if the machine has nothing to draw with.
   explicit Renderer(int device);
-  // The same for pictures in a window, in high dynamic range where the system offers it there.
+  // The same for pictures in a window, in high dynamic range if the window's system offers it.
   Renderer(int device, const NativeWindow& window);
   ~Renderer();
   Renderer(const Renderer&) = delete;
@@ -43,23 +43,23 @@ class Renderer {
   // The name of the device that draws.
   std::string deviceName() const;
 
-  // Lets the shaders read the three planes of a frame. Nothing is moved for the frame that they
-  // read already. Raises std::runtime_error; the frame before stays then.
+  // Brings the three planes of a frame to where the shaders read them, unless they are there
+  // already. Raises std::runtime_error and keeps the previous frame then.
   void transferField(const std::shared_ptr<const Frame>& frame);
 
-  // A surface to draw into that is not on a screen; 16-bit floats are for high dynamic range. It
-  // goes before its renderer. Without a frame nothing is drawn.
+  // An off-screen surface to draw into; 16-bit floats are for high dynamic range. It must be
+  // destroyed before its renderer. A null frame draws nothing.
   class Target;
   std::shared_ptr<Target> makeTarget(std::uint32_t width, std::uint32_t height, TexelFormat format);
   void drawPicture(Target& target, const std::shared_ptr<const Frame>& frame,
                    const DisplaySettings& settings, const PicturePlace& place);
   Texels readTarget(const Target& target);
 
-  // Of the window: its size in pixels, where that has changed, and what it shows. False where
-  // nothing could be shown now.
+  // For the window: its size in pixels, which may be the same as before, and what it shows. Returns
+  // false if nothing could be shown this time.
   void resize(std::uint32_t width, std::uint32_t height);
   bool present(const Presentation& presentation);
-  // Until what was presented last has been drawn, or for so long.
+  // Waits until the last presentation has been drawn, at most so long.
   void waitForLatency(double seconds);
 
   // Writes a square picture of so many pixels a side in standard range, without corners.
@@ -71,7 +71,7 @@ class Renderer {
   std::unique_ptr<Impl> impl_;
 };
 
-// Writes what has been drawn into a target, whatever its format.
+// Writes the texels of a target of either format as a PNG file.
 void encodePng(Texels texels, const std::string& path);
 
 }  // namespace zeph

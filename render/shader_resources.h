@@ -1,4 +1,4 @@
-// The compiled shaders, resources of the library itself.
+// The compiled shaders, embedded in the library.
 #pragma once
 
 #include <cstddef>
@@ -11,15 +11,15 @@ enum class ShaderResource {
   fieldPixel = 102,
   flowVertex = 103,
   flowPixel = 104,
-  // The two that read the field, for a field in pieces.
+  // Variants of the two that read the field, for a field in several buffers.
   fieldPixelOfPieces = 112,
   flowVertexOfPieces = 113,
-  // The interface, where it is drawn into memory.
+  // The interface, where the processor draws it into memory.
   interfaceVertex = 121,
   interfacePixel = 122,
 };
 
-// Raises std::runtime_error for a number that there is no resource for.
+// Raises std::runtime_error if there is no such resource.
 std::span<const std::byte> shaderResource(ShaderResource resource);
 
 }  // namespace zeph

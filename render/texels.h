@@ -1,4 +1,4 @@
-// A picture that has been read back: texels row by row from the top, tightly packed.
+// A picture in the host's memory: texels row by row from the top, tightly packed.
 #pragma once
 
 #include <cstddef>

@@ -8,7 +8,7 @@
 
 namespace zeph {
 
-// Where a picture goes: a square in device pixels.
+// The place of a picture in its target: a square in device pixels.
 struct PicturePlace {
   float x = 0;
   float y = 0;

@@ -13,7 +13,7 @@ namespace zeph {
 class View {
  public:
   View() = default;
-  // Ends both threads, the renderer's first.
+  // Ends the render thread, then the simulation thread.
   ~View();
   View(const View&) = delete;
   View& operator=(const View&) = delete;

@@ -32,8 +32,8 @@ class Descriptor {
   int number_;
 };
 
-// The child's three streams. The pipe comes first: its end may have the number of a stream that
-// the host has closed.
+// The child's three streams. The output is set first: if the host has closed a standard stream, the
+// pipe may have its number, and opening that stream would overwrite it.
 class Streams {
  public:
   explicit Streams(int output) {
@@ -52,7 +52,8 @@ class Streams {
   posix_spawn_file_actions_t actions_{};
 };
 
-// What the child does not inherit: blocked signals, and the two that hosts like to ignore.
+// The child starts without blocked signals, and with the default action of the two signals that
+// hosts often ignore.
 class Attributes {
  public:
   Attributes() {
@@ -76,7 +77,7 @@ class Attributes {
   posix_spawnattr_t attributes_{};
 };
 
-// Null-terminated, as programs take their words; the texts are those of `words`.
+// A null-terminated argument list that points into `words`.
 std::vector<char*> pointers(const std::vector<std::string>& words) {
   std::vector<char*> list;
   list.reserve(words.size() + 1);

@@ -29,7 +29,8 @@ SaveAnswer askSavePath(const SaveQuestion& question) {
     if (std::filesystem::path(answer.path).has_extension()) return answer;
     const std::string path = answer.path + "." + question.suffix;
     if (!isThere(path)) return {SaveOutcome::chosen, path};
-    // The user has been asked about the shorter name alone. Who insists on it gets no file.
+    // The dialog has checked only the name without the suffix. Ask again with the whole path, once:
+    // the same answer to that counts as cancelled.
     if (asked.name == path) return {SaveOutcome::cancelled, ""};
     asked.name = path;
   }

@@ -1,5 +1,5 @@
-// The ways in which a desktop on Linux is asked for a path. Each answers nothing where it cannot
-// ask, so that another may.
+// The two ways to open a save dialog on a Linux desktop. Each returns nothing if it cannot open
+// one, so that the other can be tried.
 #pragma once
 
 #include <optional>
@@ -8,10 +8,10 @@
 
 namespace zeph::platform {
 
-// The desktop's portal, over the session's D-Bus.
+// By the desktop's portal, over the session's D-Bus.
 std::optional<SaveAnswer> askPortal(const SaveQuestion& question);
 
-// The first of the common dialog programs that is there and works.
+// By the first of the common dialog programs that is installed and works.
 std::optional<SaveAnswer> askDialogProgram(const SaveQuestion& question);
 
 }  // namespace zeph::platform

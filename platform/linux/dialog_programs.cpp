@@ -1,4 +1,4 @@
-// The dialog programs that desktops on Linux bring along.
+// The dialog programs of Linux desktops.
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -15,7 +15,7 @@ namespace {
 using Words = std::vector<std::string>;
 
 constexpr int cancelledCode = 1;
-constexpr int closedCode = 252;  // of yad alone: its window was closed
+constexpr int closedCode = 252;  // yad's exit code if its window was closed
 
 Words forZenity(const SaveQuestion& question) {
   return {"--file-selection",
@@ -36,7 +36,7 @@ std::string windowNumber(const SaveQuestion& question) {
   return std::to_string(reinterpret_cast<std::uintptr_t>(question.parent));
 }
 
-// Asks before it replaces a file without being told to. A name without a folder is lost on it.
+// kdialog always asks before it replaces a file. It ignores a name without a folder.
 Words forKdialog(const SaveQuestion& question) {
   std::error_code error;
   const std::filesystem::path path = std::filesystem::absolute(question.name, error);
@@ -64,7 +64,7 @@ bool hasDisplay() {
   return isSet("WAYLAND_DISPLAY") || isSet("DISPLAY");
 }
 
-// The path stands on a line of its own, and may itself hold line ends.
+// The output is the path and one line end. The path may contain line ends itself.
 SaveAnswer chosen(std::string output) {
   if (!output.empty() && output.back() == '\n') output.pop_back();
   if (output.empty() || output.front() != '/') return {SaveOutcome::failed, ""};
@@ -80,7 +80,7 @@ std::optional<SaveAnswer> answerOf(const FinishedProgram& finished) {
   return std::nullopt;
 }
 
-// The window that the dialog belongs to, for the programs that take it from here.
+// The window that the dialog belongs to, for programs that read it from the environment.
 Words variablesOf(const SaveQuestion& question) {
   if (question.parent == nullptr) return {};
   return {"WINDOWID=" + windowNumber(question)};
@@ -88,7 +88,7 @@ Words variablesOf(const SaveQuestion& question) {
 
 }  // namespace
 
-// Without a display the programs fail, some of them as if the user had cancelled.
+// Without a display some of the programs exit as if the user had cancelled, so none is tried.
 std::optional<SaveAnswer> askDialogProgram(const SaveQuestion& question) {
   if (!hasDisplay()) return std::nullopt;
   for (const Program& program : programs) {

@@ -1,4 +1,4 @@
-// Addresses of files, as desktops write them (RFC 8089).
+// The file URIs of desktops (RFC 8089).
 #pragma once
 
 #include <optional>
@@ -7,8 +7,8 @@
 
 namespace zeph::platform {
 
-// The path of a local file's address, "file:///..." with its percent signs decoded; nothing for
-// any other address.
+// The path of a local file's URI, "file:///...", with percent escapes decoded; nothing for any
+// other URI.
 std::optional<std::string> pathOfFileUri(std::string_view uri);
 
 }  // namespace zeph::platform

@@ -6,14 +6,14 @@
 
 namespace zeph::platform {
 
-// The process keeps its list of such functions by who has registered them, here the object itself,
-// so that an entry can be taken from it. An entry that stayed would keep those of libraries that
-// are unloaded and loaded again from being used again.
+// Each exit function is registered under a handle, here the object itself, so that it can be
+// removed again. An entry left in the list would keep its slot from being reused when libraries are
+// unloaded and loaded again.
 AtProcessEnd::AtProcessEnd(void (*work)()) : work_(work) {
   abi::__cxa_atexit(&AtProcessEnd::call, this, this);
 }
 
-// Taking an entry from the list calls it.
+// Removing an entry from the list calls it, so the work is cleared first.
 AtProcessEnd::~AtProcessEnd() {
   std::atomic_ref(work_).store(nullptr);
   abi::__cxa_finalize(this);

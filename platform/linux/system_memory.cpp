@@ -24,7 +24,7 @@ std::size_t roundUp(std::size_t bytes, std::size_t unit) {
   return (bytes + unit - 1) / unit * unit;
 }
 
-// The first number in a file, or `otherwise` where there is none ("max" included).
+// The first number in a file, or `otherwise` if there is none, as in "max".
 std::uint64_t numberIn(const std::string& file, std::uint64_t otherwise) {
   std::ifstream stream(file);
   std::uint64_t value = 0;
@@ -42,7 +42,7 @@ std::uint64_t numberAfter(const std::string& file, const std::string& key) {
   return 0;
 }
 
-// What one control group still allows; file cache that can be dropped at once counts as free.
+// What one control group still allows. File cache that can be dropped at once counts as free.
 std::uint64_t headroom(const std::string& group, const char* limitFile, const char* usageFile,
                        const char* cacheKey) {
   const std::uint64_t limit = numberIn(group + limitFile, unlimited);
@@ -53,7 +53,7 @@ std::uint64_t headroom(const std::string& group, const char* limitFile, const ch
   return limit - std::min(limit, held);
 }
 
-// The least headroom of a group and all groups above it.
+// The smallest headroom of a group and its ancestors.
 std::uint64_t headroomUpward(const std::string& root, std::string path, const char* limitFile,
                              const char* usageFile, const char* cacheKey) {
   std::uint64_t least = unlimited;

@@ -1,4 +1,4 @@
-// Cairo and Pango, found while the process runs: their functions under their own names.
+// Cairo and Pango, looked up at run time: their functions under their own names.
 #pragma once
 
 #include <pango/pangocairo.h>
@@ -49,7 +49,7 @@ struct Library {
 };
 #undef ZEPH_MEMBER
 
-// Raises std::runtime_error where one of them is missing.
+// Raises std::runtime_error if one of them is missing.
 const Library& library();
 
 }  // namespace zeph::cairo

@@ -31,28 +31,28 @@ bool isEmpty(const Box& box) {
   return box.left >= box.right || box.top >= box.bottom;
 }
 
-bool meet(const Box& a, const Box& b) {
+bool overlap(const Box& a, const Box& b) {
   return a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom;
 }
 
-Box together(const Box& a, const Box& b) {
+Box joined(const Box& a, const Box& b) {
   return {.left = std::min(a.left, b.left),
           .top = std::min(a.top, b.top),
           .right = std::max(a.right, b.right),
           .bottom = std::max(a.bottom, b.bottom)};
 }
 
-// Boxes that meet become one, until none do.
-std::vector<Box> apart(std::span<const Box> boxes) {
+// Boxes that do not overlap: those that do are joined until none is left.
+std::vector<Box> disjoint(std::span<const Box> boxes) {
   std::vector<Box> result;
   for (Box box : boxes) {
     if (isEmpty(box)) continue;
     for (auto other = result.begin(); other != result.end();) {
-      if (!meet(box, *other)) {
+      if (!overlap(box, *other)) {
         ++other;
         continue;
       }
-      box = together(box, *other);
+      box = joined(box, *other);
       result.erase(other);
       other = result.begin();
     }
@@ -66,13 +66,13 @@ std::vector<Box> apart(std::span<const Box> boxes) {
 Painter::Painter() : library_(library()) {}
 
 void Painter::paint(const Surface& surface, std::span<const OverlayItem> items, float scale) {
-  const bool isAnother = surface.texels != surface_.texels || surface.width != surface_.width ||
-                         surface.height != surface_.height || scale != scale_;
-  if (!isAnother && std::ranges::equal(items, items_)) return;
+  const bool isNewSurface = surface.texels != surface_.texels || surface.width != surface_.width ||
+                            surface.height != surface_.height || scale != scale_;
+  if (!isNewSurface && std::ranges::equal(items, items_)) return;
   std::vector<Box> dirty;
   std::vector<Box> boxes;
   for (const OverlayItem& item : items) boxes.push_back(boxOf(item, surface, scale));
-  if (isAnother) {
+  if (isNewSurface) {
     dirty.push_back({.right = surface.width, .bottom = surface.height});
   } else {
     for (const OverlayItem& item : items_)
@@ -84,8 +84,8 @@ void Painter::paint(const Surface& surface, std::span<const OverlayItem> items, 
   surface_ = surface;
   scale_ = scale;
   items_.assign(items.begin(), items.end());
-  covered_ = apart(boxes);
-  repaint(apart(dirty));
+  covered_ = disjoint(boxes);
+  repaint(disjoint(dirty));
 }
 
 void Painter::repaint(std::span<const Box> dirty) {
@@ -103,7 +103,7 @@ void Painter::repaint(std::span<const Box> dirty) {
     library_.cairo_set_operator(context, CAIRO_OPERATOR_OVER);
     library_.cairo_scale(context, static_cast<double>(scale_), static_cast<double>(scale_));
     for (const OverlayItem& item : items_)
-      if (meet(boxOf(item, surface_, scale_), box)) draw(context, item);
+      if (overlap(boxOf(item, surface_, scale_), box)) draw(context, item);
     library_.cairo_restore(context);
   }
   library_.cairo_surface_flush(target);
@@ -158,7 +158,7 @@ void Painter::drawText(cairo_t* context, const OverlayItem& item) {
   library_.g_object_unref(layout);
 }
 
-// One for each size, in tenths, and kind.
+// Fonts are kept by their size, in tenths of a unit, and kind.
 const PangoFontDescription* Painter::fontOf(float size, bool monospaced) {
   const auto key = std::pair(static_cast<int>(size * 10), monospaced);
   const auto known = fonts_.find(key);

@@ -1,4 +1,4 @@
-// Draws the interface into memory, by Cairo and Pango.
+// Draws the interface into memory with Cairo and Pango.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ struct Surface {
   int height = 0;
 };
 
-// In whole texels, the right and the lower edge excluded.
+// In whole texels; right and bottom are exclusive.
 struct Box {
   int left = 0;
   int top = 0;
@@ -32,18 +32,17 @@ struct Box {
 
 class Painter {
  public:
-  // Raises std::runtime_error where Cairo or Pango is missing.
+  // Raises std::runtime_error if Cairo or Pango is missing.
   Painter();
 
-  // Brings the surface, which nobody else writes, to what the items say. Only what has changed
-  // since the call before is drawn again, everything where the surface or the scale is another.
-  // Raises std::runtime_error.
+  // Draws the items. On the same surface, which nothing else may write, and at the same scale, only
+  // what has changed since the call before is redrawn. Raises std::runtime_error.
   void paint(const Surface& surface, std::span<const OverlayItem> items, float scale);
 
-  // What is drawn next is drawn as a whole: the memory is another.
+  // Makes the next call draw everything, for memory that has been replaced.
   void forget() { surface_ = {}; }
 
-  // What of the surface the items cover, apart from each other.
+  // The parts of the surface that the items cover, as boxes that do not overlap.
   const std::vector<Box>& covered() const { return covered_; }
 
  private:

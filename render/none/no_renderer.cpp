@@ -1,4 +1,4 @@
-// The renderer of a build that has no graphics system.
+// The stand-in for renderer, canvas and PNG files in a build without a graphics system.
 #include "render/renderer.h"
 
 #include <stdexcept>

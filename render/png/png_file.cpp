@@ -15,8 +15,8 @@
 namespace zeph {
 namespace {
 
-// Pictures of flows are smooth: the difference to the row above leaves little, and the first level
-// of compression packs it nearly as well as the others, in a fraction of their time.
+// Pictures of flows are smooth: differences between rows are small, and the lowest compression
+// level packs them nearly as well as the others in a fraction of the time.
 constexpr int compressionLevel = 1;
 constexpr int strategy = Z_FILTERED;
 constexpr int filter = PNG_FILTER_UP;
@@ -26,7 +26,7 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Where the bytes go, and the first error of the system on the way.
+// Where the bytes go, and the first error number on the way.
 struct Sink {
   const PngLibrary* library;
   std::FILE* file;
@@ -54,7 +54,7 @@ struct Rows {
   std::uint32_t height;
 };
 
-// False where libpng has given up. Nothing here needs a destructor: it leaves by longjmp.
+// False if libpng fails, which leaves this function by longjmp: nothing here may need a destructor.
 bool encode(const PngLibrary& library, png_structp png, png_infop info, const Rows& rows) {
   if (setjmp(*library.png_set_longjmp_fn(png, std::longjmp, sizeof(std::jmp_buf))) != 0)
     return false;
@@ -95,7 +95,7 @@ void writePng(const std::string& path, std::uint32_t width, std::uint32_t height
   if (!file) failStep(static_cast<std::uint32_t>(errno), "Open PNG");
   Sink sink = {.library = &library, .file = file.get()};
   encodeTo(sink, {pixels.data(), width, height});
-  // A full disk may show only here.
+  // A full disk may be noticed only here.
   if (std::fclose(file.release()) != 0)
     failStep(static_cast<std::uint32_t>(errno), "Commit PNG file");
 }

@@ -1,4 +1,4 @@
-// libpng, found while the process runs: its functions under their own names.
+// libpng, looked up at run time: its functions under their own names.
 #pragma once
 
 #include <png.h>
@@ -29,7 +29,7 @@ struct PngLibrary {
 };
 #undef ZEPH_MEMBER
 
-// Raises std::runtime_error where there is none.
+// Raises std::runtime_error if there is none.
 const PngLibrary& pngLibrary();
 
 }  // namespace zeph

@@ -1,7 +1,7 @@
 // The three planes of a frame, N rows of N floats each, as raw memory.
 
 #ifdef FIELD_PIECES
-// Where no buffer may be as long as they are, they stand in pieces of 2^27 bytes.
+// For devices whose buffers may not be that long: pieces of 2^27 bytes.
 #define EACH_PIECE(USE)                                                                        \
   USE(0) USE(1) USE(2) USE(3) USE(4) USE(5) USE(6) USE(7) USE(8) USE(9) USE(10) USE(11)        \
   USE(12) USE(13) USE(14) USE(15) USE(16) USE(17) USE(18) USE(19) USE(20) USE(21) USE(22) USE(23)

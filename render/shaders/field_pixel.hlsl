@@ -5,7 +5,7 @@
 
 static const float leastExposure = 0.02;
 
-// Only u is folded: the two corners at the lower edge are rounded, the upper ones are square.
+// Mirrors u but not v: the two lower corners are rounded, the upper ones are square.
 bool isOutside(float2 at) {
   const float2 place = float2(min(at.x, 1.0 - at.x), at.y) * canvasPixels;
   return rounded > 0.0 && place.x < rounded && place.y < rounded &&
@@ -37,7 +37,7 @@ float enstrophyScalar(float2 at) {
   return 1.0 - expOf(-8.0 * max(exposure, leastExposure) * q * q);
 }
 
-// Linear scRGB: dark colours pass, the brightest reach twice reference white.
+// Linear scRGB: dark colours are kept, the brightest reach twice reference white.
 float3 highDynamicRange(float3 color) {
   const float3 light = linearized(color);
   const float brightest = max(light.r, max(light.g, light.b));

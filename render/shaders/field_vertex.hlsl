@@ -1,5 +1,5 @@
-// One triangle over the whole picture, made from the number of the vertex. v grows upward, so that
-// row 0 of the grid lies at the bottom.
+// One triangle over the whole picture, computed from the vertex index. v grows upward, so that row
+// 0 of the grid lies at the bottom.
 
 struct Vertex {
   float4 position : SV_Position;

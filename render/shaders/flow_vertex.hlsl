@@ -1,5 +1,5 @@
-// Flow lines: pieces of momentary streamlines. There is no geometry in memory. Each vertex walks
-// from its line's seed to its own point, so that the two vertices of a joint agree.
+// Flow lines: short streamlines of the present velocity. There is no vertex buffer: each vertex
+// walks from its line's seed to its own point, so that segments that share a point agree on it.
 #include "picture.hlsli"
 
 static const uint pointsPerLine = 19u;
@@ -17,7 +17,7 @@ float hash(float x, float y) {
   return frac(sin(127.1 * x + 311.7 * y) * 43758.547);
 }
 
-// A jittered lattice, the same for all frames.
+// The points of a jittered lattice, the same for all frames.
 float2 seedOf(uint ln) {
   const float x = float(ln & (latticeSide - 1u));
   const float y = float(ln >> 5u);

@@ -1,5 +1,5 @@
-// What the two shaders of the interface share. It stands in memory as texels of 32 bits, row by
-// row: alpha, red, green, blue from the highest byte down, multiplied by alpha.
+// Shared by the two shaders of the interface, which is stored row by row as texels of 32 bits:
+// alpha, red, green, blue from the highest byte down, multiplied by alpha.
 
 // 144 bytes; render/vulkan/interface_layer.h is the same record on the host.
 cbuffer Interface : register(b0) {

@@ -1,11 +1,11 @@
-// What the four shaders share: the constants of a draw, the field, and how it is sampled.
+// Shared by the four shaders: the constants of a draw, the field, and its sampling.
 
 // 48 bytes, slot 0 of both stages; render/uniforms.h is the same record on the host.
 cbuffer Uniforms : register(b0) {
   uint gridSize;            // N
   uint chosenPalette;       // 0 aurora, 1 ember, 2 glacier, 3 inferno
   uint chosenDisplay;       // 0 vorticity, 1 speed, 2 enstrophy
-  uint showFlowLines;       // read by nobody
+  uint showFlowLines;       // not read
   float exposure;           // gain of the compressive curves
   float vorticityScale;     // vorticity that fills the scale
   float speedScale;         // speed that fills the scale
@@ -16,8 +16,8 @@ cbuffer Uniforms : register(b0) {
   float rounded;            // radius of the two lower corners in pixels, 0 for none
 };
 
-// What is the same for a whole picture may be known when a pipeline is made: a driver that draws on
-// the processor computes both sides of every branch, and so all that there is to choose from.
+// Choices that hold for a whole picture can be constants of the pipeline. It matters for drivers
+// that draw on the processor: they compute both sides of every branch.
 #ifdef SPECIALIZED
 [[vk::constant_id(0)]] const uint palette = 0;
 [[vk::constant_id(1)]] const uint display = 0;
@@ -43,12 +43,12 @@ float smooth(float x) {
   return x * x * (3.0 - 2.0 * x);
 }
 
-// The end of the grid is its beginning; rounding may carry the place of a sample up to it.
+// The grid is periodic. Rounding may give a sample the index N, which is index 0.
 uint wrapped(uint i) {
   return i == gridSize ? 0u : i;
 }
 
-// Plane 0 is the vorticity, 1 and 2 the velocity. Bilinear and periodic: grid point (i, j) stands
+// Plane 0 is the vorticity, 1 and 2 the velocity. Bilinear and periodic: grid point (i, j) lies
 // at (i / N, j / N).
 float sampleField(uint plane, float2 at) {
   const float size = float(gridSize);

@@ -1,4 +1,4 @@
-// A buffer of Vulkan with memory of its own.
+// A Vulkan buffer with its memory.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@ struct BufferRequest {
   VkBufferUsageFlags usage = 0;
   VkMemoryPropertyFlags required = 0;
   VkMemoryPropertyFlags preferred = 0;
-  bool isExported = false;     // its memory is for another interface too, by a file descriptor
-  const char* step = nullptr;  // the text of what fails
+  bool isExported = false;     // CUDA is to open its memory, by a file descriptor
+  const char* step = nullptr;  // named in the error text
 };
 
 class Buffer {
@@ -23,7 +23,7 @@ class Buffer {
 
   VkBuffer get() const { return buffer_.get(); }
   VkDeviceMemory memory() const { return memory_.get(); }
-  // Of the memory, which may be more than was asked for.
+  // The size of the memory in bytes, which may be more than was asked for.
   std::size_t allocated() const { return allocated_; }
 
  private:
@@ -32,14 +32,14 @@ class Buffer {
   std::size_t allocated_ = 0;
 };
 
-// For the constants of a draw.
+// A buffer for the constants of a draw.
 Buffer makeConstants(const Device& device, std::size_t bytes, const char* step);
 
-// Writes the constants of a draw, before its pass begins.
+// Records the writing of the constants of a draw; to be called before its pass begins.
 void updateConstants(const Device& device, VkCommandBuffer commands, VkBuffer buffer,
                      const void* values, std::size_t bytes);
 
-// The host's address of memory that it can see, mapped as long as the buffer lives.
+// The host's address of host-visible memory, mapped as long as the buffer lives.
 void* map(const Device& device, const Buffer& buffer, const char* step);
 
 }  // namespace zeph::vulkan

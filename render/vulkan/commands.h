@@ -1,4 +1,4 @@
-// Work for the device, recorded and handed over. One piece of work is under way at a time.
+// Records work for the device and submits it, one submission at a time.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,12 @@ namespace zeph::vulkan {
 class Commands {
  public:
   explicit Commands(const Device& device);
-  // Waits for what is under way.
+  // Waits until the device is done.
   ~Commands();
   Commands(const Commands&) = delete;
   Commands& operator=(const Commands&) = delete;
 
-  // record(VkCommandBuffer) fills the buffer; returns when the device has done it all.
+  // record(VkCommandBuffer) fills the buffer. Returns when the device has done the work.
   template <class Record>
   void run(Record record) {
     begin();
@@ -32,7 +32,7 @@ class Commands {
     submit(awaited, signalled);
   }
 
-  // Until the device is done, or for so many nanoseconds.
+  // Waits until the device is done, at most so many nanoseconds.
   void wait(std::uint64_t nanoseconds = UINT64_MAX);
 
  private:

@@ -57,7 +57,7 @@ Field::Field(const Device& device)
 
 Field::~Field() {
   const DeviceScope scope(computeDevice_);
-  cudaStreamSynchronize(copyStream_);  // a copy that failed may have left others under way
+  cudaStreamSynchronize(copyStream_);  // after a failed copy, others may still be running
   pieces_.clear();
   cudaStreamDestroy(copyStream_);
 }
@@ -89,12 +89,12 @@ std::vector<VkBuffer> Field::buffers() const {
   return buffers;
 }
 
-// The old buffers go first: there is never room for both asked for.
+// Frees the old buffers first, so that memory is never needed for both.
 void Field::recreate(std::size_t bytes) {
   pieces_.clear();
   grid_ = 0;
   const std::size_t length = bytes <= device_.limits().maxStorageBufferRange ? bytes : bytesOfPiece;
-  // The shaders of pieces name all that there may be.
+  // The shaders for pieces declare all 24 buffers, whether they are used or not.
   const bool readsPieces = device_.limits().maxPerStageDescriptorStorageBuffers >= mostPieces;
   const std::size_t most = readsPieces ? mostPieces : 1;
   if (bytes > length * most) throw std::runtime_error("Shared field buffer too small.");

@@ -1,6 +1,6 @@
-// The three planes of a frame where the shaders read them. A GPU's own memory is exported by Vulkan
-// and imported by CUDA, so that a field goes from device to device; what the processor has computed
-// is copied once, into memory that the drawing device shares with it.
+// The memory from which the shaders read the three planes of a frame. On a GPU, Vulkan exports it
+// and CUDA imports it, so that a field is copied within the device. A field that the processor has
+// computed is copied once, into memory that it shares with the drawing device.
 #pragma once
 
 #include <cstddef>
@@ -14,17 +14,17 @@
 
 namespace zeph::vulkan {
 
-// Device memory of CUDA behind a buffer of Vulkan, or nothing.
+// CUDA's view of a Vulkan buffer's memory, or nothing.
 class Interop {
  public:
   Interop() = default;
-  // The descriptor is taken over. Raises std::runtime_error.
+  // Takes ownership of the descriptor. Raises std::runtime_error.
   Interop(int descriptor, std::size_t bytes);
   Interop(Interop&& other) noexcept;
   Interop& operator=(Interop&& other) noexcept;
   ~Interop();
 
-  // Where CUDA finds its beginning, from the first call on as long as it lives.
+  // CUDA's address of the memory, mapped at the first call.
   void* map(std::size_t bytes);
 
  private:
@@ -32,23 +32,25 @@ class Interop {
   void* pointer_ = nullptr;
 };
 
-// The most pieces that the shaders read, and the length of each but the last: no device has less.
+// The most pieces that the shaders can read, and the length of all but the last: every device
+// allows buffers of at least this length.
 constexpr std::size_t mostPieces = 24;
 constexpr std::size_t bytesOfPiece = std::size_t{1} << 27;
 
 class Field {
  public:
-  // For the frames of the device that the calling thread has selected; later it may select others.
+  // For frames of the device that the calling thread has selected now; it may select another later.
   explicit Field(const Device& device);
   ~Field();
   Field(const Field&) = delete;
   Field& operator=(const Field&) = delete;
 
-  // Waits until the copy is there. Nothing is done for the frame that is there already. Raises
-  // std::runtime_error; the frame before is kept then, and is copied anew when it is asked for.
+  // Copies a frame, unless it is the current one, and waits for the copy. Raises
+  // std::runtime_error; the frame before then stays the current one, and is copied again at the
+  // next call for it.
   void transfer(const std::shared_ptr<const Frame>& frame);
 
-  // Whether the planes stand in more than one buffer.
+  // Whether the planes take more than one buffer.
   bool isInPieces() const { return pieces_.size() > 1; }
   std::vector<VkBuffer> buffers() const;
   // Whether CUDA writes the buffers.
@@ -72,7 +74,7 @@ class Field {
   cudaStream_t copyStream_ = nullptr;
   std::vector<Piece> pieces_;
   std::int32_t grid_ = 0;
-  bool isWhole_ = false;  // whether all of the current frame is there
+  bool isWhole_ = false;  // the current frame has been copied completely
   std::shared_ptr<const Frame> currentFrame_;
 };
 

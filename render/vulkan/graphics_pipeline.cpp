@@ -7,7 +7,7 @@
 namespace zeph::vulkan {
 namespace {
 
-// Source over target; the alpha of both together stays whole.
+// Source over target, for the alpha too: source + target (1 - source).
 VkPipelineColorBlendAttachmentState blendOf(Blend blend) {
   return {.blendEnable = blend != Blend::none ? VK_TRUE : VK_FALSE,
           .srcColorBlendFactor =
@@ -59,7 +59,7 @@ Owned<VkPipeline> makePipeline(const Device& device, const PipelineKind& kind,
       .lineRasterizationMode = VK_LINE_RASTERIZATION_MODE_RECTANGULAR_SMOOTH_EXT};
   const VkPipelineRasterizationStateCreateInfo raster = {
       .sType = VK_STRUCTURE_TYPE_PIPELINE_RASTERIZATION_STATE_CREATE_INFO,
-      .pNext = kind.smooths ? &smooth : nullptr,
+      .pNext = kind.smoothsLines ? &smooth : nullptr,
       .polygonMode = VK_POLYGON_MODE_FILL,
       .cullMode = VK_CULL_MODE_NONE,
       .lineWidth = 1};

@@ -1,4 +1,4 @@
-// How pipelines are made of shaders: no vertices in memory, one target, a viewport that changes.
+// Makes graphics pipelines: without vertex buffers, with one target and a dynamic viewport.
 #pragma once
 
 #include <span>
@@ -11,15 +11,15 @@ namespace zeph::vulkan {
 
 enum class Blend {
   none,
-  byAlpha,        // of a colour beside its alpha
-  premultiplied,  // of a colour that is multiplied by its alpha
+  byAlpha,        // the colour is not yet multiplied by its alpha
+  premultiplied,  // the colour is multiplied by its alpha
 };
 
 struct PipelineKind {
   VkPrimitiveTopology topology = VK_PRIMITIVE_TOPOLOGY_TRIANGLE_LIST;
   Blend blend = Blend::none;
-  bool smooths = false;        // lines
-  const char* step = nullptr;  // the text of what fails
+  bool smoothsLines = false;
+  const char* step = nullptr;  // named in the error text
 };
 
 Owned<VkShaderModule> makeShader(const Device& device, ShaderResource resource, const char* step);
@@ -31,11 +31,11 @@ Owned<VkPipeline> makePipeline(const Device& device, const PipelineKind& kind,
                                VkPipelineLayout layout, VkRenderPass pass,
                                std::span<const VkPipelineShaderStageCreateInfo> stages);
 
-// Up is positive in the shaders and down in Vulkan.
+// With y upwards, as the shaders have it; Vulkan's own y points down.
 void setViewport(const Device& device, VkCommandBuffer commands, float x, float y, float width,
                  float height);
 
-// Keeps what the target holds, and leaves it a colour attachment.
+// A pass that keeps what the target holds and leaves it in the layout of a colour attachment.
 Owned<VkRenderPass> makePass(const Device& device, TexelFormat format);
 
 }  // namespace zeph::vulkan

@@ -15,19 +15,18 @@ namespace zeph::vulkan {
 
 class Interface {
  public:
-  // For targets of the pass.
+  // `pass` is the one in which it will be drawn.
   Interface(const Device& device, VkRenderPass pass, TexelFormat format);
 
-  // Brings the memory to what the items say; nothing moves for what was there already. Nobody may
-  // be drawing.
+  // Redraws the items that have changed. The device must not be drawing.
   void update(std::span<const OverlayItem> items, VkExtent2D extent, float scale);
 
-  // Before the pass, and within it.
+  // prepare() is to be called before the pass begins, draw() within it.
   void prepare(VkCommandBuffer commands) const;
   void draw(VkCommandBuffer commands) const;
 
  private:
-  // As the shaders read it (shaders/interface.hlsli).
+  // The same record as in shaders/interface.hlsli.
   struct Constants {
     std::array<std::array<float, 4>, 8> boxes{};
     std::array<float, 2> extent{};

@@ -1,4 +1,4 @@
-// Owners of what belongs to a device of Vulkan. The device outlives them.
+// Owners of Vulkan objects, to be destroyed before their device.
 #pragma once
 
 #include <utility>

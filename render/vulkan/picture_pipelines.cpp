@@ -8,7 +8,7 @@
 namespace zeph::vulkan {
 namespace {
 
-// The choices as the shaders' constants; it points into `choices`.
+// The choices as specialization constants; it holds pointers into `choices`.
 class Constants {
  public:
   explicit Constants(const Choices& choices) {
@@ -50,7 +50,7 @@ VkPipeline PicturePipelines::field(const Uniforms& uniforms) {
   return pipeline.get();
 }
 
-// The colour of a flow line depends on nothing but the output.
+// Only the kind of output changes the colour of a flow line, so other choices share a pipeline.
 VkPipeline PicturePipelines::flow(const Uniforms& uniforms) {
   const Choices choices = {.output = uniforms.outputHDR};
   Owned<VkPipeline>& pipeline = flows_[choices];
@@ -80,7 +80,7 @@ Owned<VkPipeline> PicturePipelines::makeFlow(const Choices& choices) const {
   return makePipeline(device_,
                       {.topology = VK_PRIMITIVE_TOPOLOGY_LINE_LIST,
                        .blend = Blend::byAlpha,
-                       .smooths = device_.drawsSmoothLines(),
+                       .smoothsLines = device_.drawsSmoothLines(),
                        .step = "Create flow blend state"},
                       inputs_.layout(), pass_, stages);
 }

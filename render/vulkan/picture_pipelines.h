@@ -11,7 +11,7 @@
 
 namespace zeph::vulkan {
 
-// The choices that a pipeline is made for, in the order of the shaders' constants.
+// What is constant in a pipeline, in the order of the shaders' specialization constants.
 struct Choices {
   std::uint32_t palette = 0;
   std::uint32_t display = 0;

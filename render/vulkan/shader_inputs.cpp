@@ -7,7 +7,7 @@ namespace zeph::vulkan {
 namespace {
 
 constexpr std::uint32_t constantsBinding = 0;
-constexpr std::uint32_t buffersBinding = 1;  // and those after it
+constexpr std::uint32_t buffersBinding = 1;  // of the first buffer; the others follow
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// What the shaders read: one record of constants, and buffers of raw memory after it.
+// The shaders' inputs: one buffer of constants, then buffers of raw memory.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ class ShaderInputs {
 
   VkPipelineLayout layout() const { return layout_.get(); }
 
-  // Lets the shaders read these. Where there are fewer buffers than the shaders know, the shaders
-  // must not read the others. Nobody may be drawing.
+  // Binds the buffers. If fewer are given than the shaders declare, the shaders must not read the
+  // others. The device must not be drawing.
   VkDescriptorSet bind(VkBuffer constants, std::size_t bytes,
                        std::span<const VkBuffer> given) const;
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-// SPIR-V, as the build has compiled it from render/shaders.
+// The SPIR-V that the build compiles from render/shaders.
 #define EMBED(name)                                  \
   asm(".section .rodata\n"                           \
       ".balign 16\n"                                 \

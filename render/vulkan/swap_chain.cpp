@@ -12,7 +12,7 @@ namespace {
 constexpr const char* chainStep = "Create swap chain";
 constexpr const char* resizeStep = "Resize swap chain";
 constexpr std::uint32_t wantedImages = 2;
-constexpr std::uint64_t patience = 100'000'000;  // nanoseconds for an image
+constexpr std::uint64_t patience = 100'000'000;  // longest wait for an image, in nanoseconds
 
 constexpr VkSurfaceFormatKHR standardRange = {VK_FORMAT_B8G8R8A8_UNORM,
                                               VK_COLOR_SPACE_SRGB_NONLINEAR_KHR};
@@ -29,7 +29,7 @@ Owned<VkSemaphore> makeSemaphore(const Device& device) {
                                   "No frame pacing signal");
 }
 
-// A system that dictates no size leaves it to us.
+// The window's own size, or `wanted` within the limits if the window system leaves the choice.
 VkExtent2D sizeWithin(const VkSurfaceCapabilitiesKHR& surface, VkExtent2D wanted) {
   if (surface.currentExtent.width != 0xffffffffu) return surface.currentExtent;
   return {std::clamp(wanted.width, surface.minImageExtent.width, surface.maxImageExtent.width),
@@ -108,7 +108,7 @@ bool SwapChain::begin(Drawable& drawable) {
   if (!chain_) return false;
   const VkResult result = device_.vk.vkAcquireNextImageKHR(
       device_.handle(), chain_.get(), patience, acquired_.get(), VK_NULL_HANDLE, &drawable.index);
-  // The window has changed its size, or nothing is shown that would free an image.
+  // The window has changed its size, or no shown image has become free.
   if (result == VK_ERROR_OUT_OF_DATE_KHR || result == VK_TIMEOUT || result == VK_NOT_READY)
     return false;
   check(result, "Get swap buffer");

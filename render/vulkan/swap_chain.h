@@ -1,4 +1,4 @@
-// The images of a window, and the taking of turns between drawing and showing.
+// The images of a window: one is drawn into while another is shown.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,17 @@ namespace zeph::vulkan {
 
 class SwapChain {
  public:
-  // For the surface of the device. It has no images before the first resize.
+  // For the device's surface. There are no images before the first resize().
   explicit SwapChain(const Device& device);
 
   TexelFormat format() const { return format_; }
   VkExtent2D extent() const { return extent_; }
 
-  // Images of that size, or of the one that the window dictates. Nobody may be drawing.
+  // Makes images of that size, or of the size that the window dictates. The device must not be
+  // drawing.
   void resize(std::uint32_t width, std::uint32_t height, VkRenderPass pass);
 
+  // An image to draw into, with what orders its drawing and showing.
   struct Drawable {
     VkImage image = VK_NULL_HANDLE;
     VkFramebuffer framebuffer = VK_NULL_HANDLE;
@@ -27,7 +29,7 @@ class SwapChain {
     VkSemaphore drawn = VK_NULL_HANDLE;     // the showing waits for it
     std::uint32_t index = 0;
   };
-  // False where there is no image to draw into now.
+  // Returns false if no image is free for now.
   bool begin(Drawable& drawable);
   void show(const Drawable& drawable);
 

@@ -14,7 +14,7 @@ constexpr VkImageLayout attachment = VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL;
 constexpr VkImageSubresourceRange whole = {
     .aspectMask = VK_IMAGE_ASPECT_COLOR_BIT, .levelCount = 1, .layerCount = 1};
 
-// Drivers need not check what they are asked for.
+// Drivers do not check the size against the device's limits.
 void checkSize(const Device& device, std::uint32_t width, std::uint32_t height) {
   const VkPhysicalDeviceLimits& limits = device.limits();
   const std::uint32_t widest = std::min(limits.maxImageDimension2D, limits.maxFramebufferWidth);

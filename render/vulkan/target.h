@@ -1,4 +1,4 @@
-// A surface to draw into, and how its texels come back.
+// An off-screen image to draw into and read back.
 #pragma once
 
 #include "render/texels.h"
@@ -9,19 +9,19 @@ namespace zeph::vulkan {
 
 VkFormat formatOf(TexelFormat format);
 
-// What is drawn into: a view of an image, and a frame around it for a pass.
+// The view of an image and the framebuffer by which a pass draws into it.
 Owned<VkImageView> makeView(const Device& device, VkImage image, VkFormat format, const char* step);
 Owned<VkFramebuffer> makeFramebuffer(const Device& device, VkRenderPass pass, VkImageView view,
                                      VkExtent2D extent, const char* step);
 
-// Moves an image to another layout. Everything before is over then, and nothing after has begun.
+// Records a change of layout that waits for all work recorded before and holds back all after it.
 void moveImage(const Device& device, VkCommandBuffer commands, VkImage image, VkImageLayout from,
                VkImageLayout to);
 
 // An image of the device. Its texels are undefined until something is drawn.
 class Image {
  public:
-  // `pass` is one that the image will be drawn in.
+  // `pass` is the one that will draw into it.
   Image(const Device& device, std::uint32_t width, std::uint32_t height, TexelFormat format,
         VkRenderPass pass);
 
@@ -29,9 +29,8 @@ class Image {
   VkExtent2D extent() const { return {width_, height_}; }
   TexelFormat format() const { return format_; }
 
-  // Makes it the attachment of the pass, before the pass begins.
+  // Brings it into the layout of an attachment; to be called before the pass begins.
   void prepare(const Device& device, VkCommandBuffer commands);
-  // Whatever they are, before something is drawn.
   Texels read(const Device& device, Commands& commands) const;
 
  private:

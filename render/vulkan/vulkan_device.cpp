@@ -20,7 +20,7 @@ constexpr const char* noMatchingDevice = "No CUDA-compatible Vulkan device found
 constexpr const char* exportExtension = VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME;
 constexpr const char* linesExtension = VK_EXT_LINE_RASTERIZATION_EXTENSION_NAME;
 
-// A device of the system, and what is asked of it.
+// A device of the machine, with what decides whether and how it can be used.
 struct Candidate {
   VkPhysicalDevice device = VK_NULL_HANDLE;
   VkPhysicalDeviceProperties properties = {};
@@ -30,7 +30,7 @@ struct Candidate {
   bool knowsLines = false;
 };
 
-// The calls that fill a list twice, for its length and for its members.
+// For Vulkan's functions that are called twice: for the length of a list, then for its items.
 template <class Item, class List>
 std::vector<Item> listOf(List list) {
   std::uint32_t count = 0;
@@ -97,7 +97,7 @@ std::vector<Candidate> candidatesOf(const Instance& instance) {
   return candidates;
 }
 
-// The order of preference among devices that are all as good for the frame's sake.
+// Among devices that can all show the frames, the lower rank is preferred.
 int rankOf(VkPhysicalDeviceType type) {
   switch (type) {
     case VK_PHYSICAL_DEVICE_TYPE_DISCRETE_GPU:
@@ -132,7 +132,7 @@ const Candidate& matchOf(const std::vector<Candidate>& candidates, int computeDe
   throw std::runtime_error(noMatchingDevice);
 }
 
-// What a window needs, and more colours where the system knows them.
+// The extensions for a window and, where available, for more colour spaces.
 std::vector<const char*> surfaceExtensions(const GlobalFunctions& vk) {
   std::vector<const char*> names = {VK_KHR_SURFACE_EXTENSION_NAME,
                                     VK_KHR_XCB_SURFACE_EXTENSION_NAME};
@@ -175,7 +175,7 @@ Instance::Instance(const NativeWindow* window) {
       .enabledExtensionCount = static_cast<std::uint32_t>(extensions.size()),
       .ppEnabledExtensionNames = extensions.data()};
   const VkResult result = global.vkCreateInstance(&info, nullptr, &handle);
-  // The loader is there, but no driver.
+  // There is a loader but no driver.
   if (result == VK_ERROR_INCOMPATIBLE_DRIVER) throw std::runtime_error(noDevice);
   check(result, "Create Vulkan instance");
   vk = instanceFunctions(global, handle);

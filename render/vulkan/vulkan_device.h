@@ -1,4 +1,4 @@
-// The device of Vulkan that draws, chosen for the device whose frames it shows.
+// The Vulkan device that draws, chosen to match the device that computes the frames.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace zeph::vulkan {
 
-// With the surface of a window, where there is one to draw into.
+// Has a surface if a window is given.
 struct Instance {
   explicit Instance(const NativeWindow* window);
   ~Instance();
@@ -25,8 +25,9 @@ struct Instance {
 
 class Device {
  public:
-  // A GPU draws its own frames; the processor's are drawn by any device, a real GPU before the
-  // software one. With a window, it is one that can present there. Raises std::runtime_error.
+  // Frames that a GPU has computed are drawn by that GPU. Frames of the processor are drawn by any
+  // device, preferably a real GPU. With a window, the device must be able to present there. Raises
+  // std::runtime_error.
   explicit Device(int computeDevice, const NativeWindow* window = nullptr);
   ~Device();
   Device(const Device&) = delete;
@@ -36,8 +37,7 @@ class Device {
   VkQueue queue() const { return queue_; }
   std::uint32_t queueFamily() const { return family_; }
   std::string name() const { return properties_.deviceName; }
-  // Waits until it has nothing to do.
-  void rest() const { vk.vkDeviceWaitIdle(device_); }
+  void waitIdle() const { vk.vkDeviceWaitIdle(device_); }
   VkSurfaceKHR surface() const { return instance_.surface; }
   VkSurfaceCapabilitiesKHR surfaceCapabilities() const;
   std::vector<VkSurfaceFormatKHR> surfaceFormats() const;
@@ -45,7 +45,7 @@ class Device {
   // Whether lines have soft edges.
   bool drawsSmoothLines() const { return smoothLines_; }
 
-  // Both take the text of the step that fails.
+  // For both, `step` is named in the error text.
   template <class Handle, class Create, class Info>
   Owned<Handle> make(Create function, const Info& info, typename Owned<Handle>::Destroy destroy,
                      const char* step) const;

@@ -9,7 +9,7 @@ GlobalFunctions globalFunctions() {
   if (library == nullptr) return {};
   const auto find = reinterpret_cast<PFN_vkGetInstanceProcAddr>(
       platform::findFunction(library, "vkGetInstanceProcAddr"));
-  // This one came with Vulkan 1.1.
+  // vkEnumerateInstanceVersion came with Vulkan 1.1.
   if (find == nullptr || find(nullptr, "vkEnumerateInstanceVersion") == nullptr) return {};
   GlobalFunctions functions;
   functions.vkGetInstanceProcAddr = find;

@@ -1,4 +1,4 @@
-// The functions of Vulkan, found while the process runs, so that the library loads without it.
+// Vulkan's functions, looked up at run time so that the library also loads without Vulkan.
 #pragma once
 
 #define VK_NO_PROTOTYPES
@@ -20,7 +20,7 @@ namespace zeph::vulkan {
   USE(vkGetPhysicalDeviceProperties2)       \
   USE(vkGetPhysicalDeviceQueueFamilyProperties)
 
-// For a surface; null where no window is drawn into.
+// For a surface; null if there is no window.
 #define ZEPH_SURFACE_FUNCTIONS(USE)              \
   USE(vkCreateXcbSurfaceKHR)                     \
   USE(vkDestroySurfaceKHR)                       \
@@ -94,7 +94,7 @@ namespace zeph::vulkan {
 
 #define ZEPH_MEMBER(name) PFN_##name name = nullptr;
 
-// Those that need no instance. All are null where there is no Vulkan 1.1.
+// Those that need no instance. All are null if Vulkan 1.1 is missing.
 struct GlobalFunctions {
   ZEPH_MEMBER(vkGetInstanceProcAddr)
   ZEPH_MEMBER(vkCreateInstance)
@@ -111,7 +111,7 @@ InstanceFunctions instanceFunctions(const GlobalFunctions& global, VkInstance in
 struct DeviceFunctions {
   ZEPH_DEVICE_FUNCTIONS(ZEPH_MEMBER)
   ZEPH_SWAP_CHAIN_FUNCTIONS(ZEPH_MEMBER)
-  PFN_vkGetMemoryFdKHR vkGetMemoryFdKHR = nullptr;  // null where memory cannot be exported
+  PFN_vkGetMemoryFdKHR vkGetMemoryFdKHR = nullptr;  // null if memory cannot be exported
 };
 DeviceFunctions deviceFunctions(const InstanceFunctions& instance, VkDevice device);
 

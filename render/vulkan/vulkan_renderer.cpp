@@ -34,21 +34,21 @@ int selected(int device) {
   return device;
 }
 
-// What is drawn with for targets of one format; the pipelines come with the first field.
+// The pass and the pipelines for targets of one format. The pipelines are made for the first field.
 struct Drawing {
   Owned<VkRenderPass> pass;
   std::optional<PicturePipelines> pipelines;
   bool isInPieces = false;
 };
 
-// A picture that is about to be drawn.
+// What the commands of one picture need.
 struct Picture {
   Uniforms uniforms;
   PicturePlace place;
   VkDescriptorSet inputs = VK_NULL_HANDLE;
   VkPipelineLayout layout = VK_NULL_HANDLE;
   VkPipeline field = VK_NULL_HANDLE;
-  VkPipeline flow = VK_NULL_HANDLE;  // null where there are no lines
+  VkPipeline flow = VK_NULL_HANDLE;  // null if no lines are drawn
 };
 
 }  // namespace
@@ -60,7 +60,7 @@ struct Renderer::Impl {
   PicturePipelines& pipelinesFor(TexelFormat format);
   Picture preparePicture(TexelFormat format, const Frame& frame, const DisplaySettings& settings,
                          const PicturePlace& place);
-  void bringInputs(VkCommandBuffer buffer, const Picture& picture) const;
+  void recordInputs(VkCommandBuffer buffer, const Picture& picture) const;
   void acquireField(VkCommandBuffer buffer) const;
   void beginPass(VkCommandBuffer buffer, VkRenderPass pass, VkFramebuffer framebuffer,
                  VkExtent2D extent) const;
@@ -75,7 +75,7 @@ struct Renderer::Impl {
   Buffer uniforms;
   Field field;
   std::array<Drawing, 2> drawings;
-  std::optional<SwapChain> chain;  // of a window
+  std::optional<SwapChain> chain;  // if there is a window
   std::optional<Interface> interface;
   VkExtent2D windowSize = {};
 };
@@ -119,13 +119,13 @@ Picture Renderer::Impl::preparePicture(TexelFormat format, const Frame& frame,
   return picture;
 }
 
-void Renderer::Impl::bringInputs(VkCommandBuffer buffer, const Picture& picture) const {
+void Renderer::Impl::recordInputs(VkCommandBuffer buffer, const Picture& picture) const {
   updateConstants(device, buffer, uniforms.get(), &picture.uniforms, sizeof(Uniforms));
   acquireField(buffer);
 }
 
-// What another interface has written becomes visible here. The host's own writes are when work is
-// submitted.
+// Makes what CUDA has written visible to the shaders. The host's own writes become visible when
+// work is submitted.
 void Renderer::Impl::acquireField(VkCommandBuffer buffer) const {
   if (!field.isShared()) return;
   for (VkBuffer piece : field.buffers()) {
@@ -185,7 +185,7 @@ void Renderer::Impl::recordInterface(VkCommandBuffer buffer) const {
 
 void Renderer::Impl::recordPresentation(VkCommandBuffer buffer, const SwapChain::Drawable& drawable,
                                         const std::optional<Picture>& picture) {
-  if (picture) bringInputs(buffer, *picture);
+  if (picture) recordInputs(buffer, *picture);
   interface->prepare(buffer);
   moveImage(device, buffer, drawable.image, VK_IMAGE_LAYOUT_UNDEFINED,
             VK_IMAGE_LAYOUT_COLOR_ATTACHMENT_OPTIMAL);
@@ -209,7 +209,7 @@ std::string Renderer::deviceName() const {
   return impl_->device.name();
 }
 
-// Nobody may be drawing what is about to be overwritten.
+// Waits for the drawing that may still read the memory.
 void Renderer::transferField(const std::shared_ptr<const Frame>& frame) {
   impl_->commands.wait();
   impl_->field.transfer(frame);
@@ -228,7 +228,7 @@ void Renderer::drawPicture(Target& target, const std::shared_ptr<const Frame>& f
   Image& image = target.image;
   const Picture picture = impl_->preparePicture(image.format(), *frame, settings, place);
   impl_->commands.run([&](VkCommandBuffer buffer) {
-    impl_->bringInputs(buffer, picture);
+    impl_->recordInputs(buffer, picture);
     image.prepare(impl_->device, buffer);
     impl_->beginPass(buffer, impl_->drawingFor(image.format()).pass.get(), image.framebuffer(),
                      image.extent());
@@ -245,7 +245,7 @@ void Renderer::resize(std::uint32_t width, std::uint32_t height) {
   const VkExtent2D size = impl_->windowSize;
   if (width == 0 || height == 0 || (width == size.width && height == size.height)) return;
   impl_->commands.wait();
-  impl_->device.rest();
+  impl_->device.waitIdle();
   impl_->chain->resize(width, height, impl_->drawingFor(impl_->chain->format()).pass.get());
   impl_->windowSize = {width, height};
 }

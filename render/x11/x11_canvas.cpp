@@ -1,5 +1,5 @@
-// The canvas on X11. It has a connection of its own to the server that DISPLAY names, which any
-// window of that server may be reached through, whichever toolkit has made it.
+// The canvas on X11, over a separate connection to the server that DISPLAY names. Through it any
+// window of that server can be reached, whichever toolkit has made it.
 #include "render/canvas.h"
 
 #include <algorithm>
@@ -49,7 +49,7 @@ struct Connection {
     return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
   }
 
-  // The bytes of a property, and of the type NONE where there is none.
+  // The bytes of a property; its type is NONE if there is no such property.
   Owned<xcb_get_property_reply_t> property(xcb_window_t window, xcb_atom_t name,
                                            std::uint32_t words) const {
     const auto cookie =
@@ -92,8 +92,8 @@ Canvas::Impl::Impl(xcb_window_t parentWindow) : parent(parentWindow) {
   window = x.xcb_generate_id(c);
   const std::uint32_t events =
       XCB_EVENT_MASK_BUTTON_RELEASE | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_EXPOSURE;
-  // No background: what was there stays until something is presented. Keys are not selected, so
-  // that they reach the parent unchanged.
+  // Without a background the old pixels stay until something is presented. Key events are not
+  // selected, so that they reach the parent unchanged.
   const auto cookie = x.xcb_create_window_checked(
       c, XCB_COPY_FROM_PARENT, window, parent, 0, 0, std::max<std::uint16_t>(place->width, 1),
       std::max<std::uint16_t>(place->height, 1), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
@@ -123,8 +123,8 @@ xcb_window_t Canvas::Impl::parentOf(xcb_window_t at) const {
   return tree ? tree->parent : static_cast<xcb_window_t>(XCB_WINDOW_NONE);
 }
 
-// A window manager writes its state on the topmost window of the host, which it may have put into
-// a frame of its own.
+// The window manager sets the state on the host's top-level window, which it may have put into a
+// window of its own.
 bool Canvas::Impl::isMinimised() const {
   for (xcb_window_t at = parent; at != root && at != XCB_WINDOW_NONE; at = parentOf(at)) {
     const auto state = connection.property(at, wmState, 2);

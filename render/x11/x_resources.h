@@ -1,11 +1,12 @@
-// What the display's settings say of its resolution.
+// The display's resolution from its settings.
 #pragma once
 
 #include <string_view>
 
 namespace zeph::x11 {
 
-// "Xft.dpi" of a resource manager's text, over 96; 1 where it is missing or no positive number.
+// "Xft.dpi" in the text of the resource manager, divided by 96; 1 if it is missing or not a
+// positive number.
 float scaleOfResources(std::string_view text);
 
 }  // namespace zeph::x11

@@ -1,5 +1,5 @@
-// XCB, found while the process runs: its functions under their own names. It leaves the host's own
-// connection and its error handlers alone.
+// XCB, looked up at run time: its functions under their own names. Unlike Xlib, XCB shares no error
+// handlers with the host's own connection.
 #pragma once
 
 #include <xcb/xcb.h>
@@ -43,7 +43,7 @@ struct Xcb {
 };
 #undef ZEPH_MEMBER
 
-// Null where there is no XCB.
+// Null if XCB is missing.
 const Xcb* xcb();
 
 // Replies and errors of XCB belong to the caller.

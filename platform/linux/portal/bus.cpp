@@ -27,7 +27,7 @@ const BusFunctions* load() {
   return whole ? &found : nullptr;
 }
 
-// The bus of the user's session. None is started where there is none.
+// The bus of the user's session. If there is none, none is started.
 std::string sessionAddress() {
   const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
   if (address != nullptr && *address != '\0') {
@@ -51,7 +51,7 @@ Bus::Bus() {
   const std::string address = sessionAddress();
   if (address.empty() || busFunctions() == nullptr) return;
   const BusFunctions& f = *busFunctions();
-  // The host's signals and its life are its own.
+  // By default libdbus ignores SIGPIPE, and ends the process when the connection is lost.
   f.dbus_connection_set_change_sigpipe(FALSE);
   Error error;
   connection_ = f.dbus_connection_open_private(address.c_str(), &error.value);

@@ -1,5 +1,5 @@
-// The session's D-Bus, through libdbus-1. The library is looked for when it is first wanted, so
-// that machines without it lack nothing but the bus.
+// The session's D-Bus, through libdbus-1. The library is loaded at its first use; without it there
+// is just no bus.
 #pragma once
 
 #include <dbus/dbus.h>
@@ -45,7 +45,7 @@ struct BusFunctions {
 #undef ZEPH_BUS_MEMBER
 };
 
-// Null where the library is missing.
+// Null if the library is missing.
 const BusFunctions* busFunctions();
 
 struct MessageRelease {
@@ -53,7 +53,7 @@ struct MessageRelease {
 };
 using Message = std::unique_ptr<DBusMessage, MessageRelease>;
 
-// A connection of our own, apart from any that the host has.
+// A private connection, separate from any that the host has.
 class Bus {
  public:
   // Without a session bus, or without the library, there is no connection.
@@ -67,7 +67,7 @@ class Bus {
   // Signals that fit the rule are received from here on.
   void listen(const std::string& rule);
 
-  // The reply, or null where there was none but an error.
+  // The reply, or null after an error.
   Message call(const Message& request);
 
   // The next message of any kind, or null once the connection has ended.

@@ -1,4 +1,4 @@
-// The portal's question for a path: org.freedesktop.portal.FileChooser.SaveFile.
+// The portal's save dialog: org.freedesktop.portal.FileChooser.SaveFile.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -17,7 +17,7 @@ constexpr char portalPath[] = "/org/freedesktop/portal/desktop";
 constexpr char chooser[] = "org.freedesktop.portal.FileChooser";
 constexpr char requestInterface[] = "org.freedesktop.portal.Request";
 
-// What the signal "Response" begins with.
+// The first member of the signal "Response".
 enum Response : dbus_uint32_t { responseChosen = 0, responseCancelled = 1 };
 
 void require(dbus_bool_t done) {
@@ -38,7 +38,7 @@ class Writer {
   void number(dbus_uint32_t value) {
     require(busFunctions()->dbus_message_iter_append_basic(&at_, DBUS_TYPE_UINT32, &value));
   }
-  // With the NUL at their end.
+  // Including the terminating NUL.
   void bytes(const std::string& value) {
     const char* first = value.c_str();
     const int count = static_cast<int>(value.size()) + 1;
@@ -84,7 +84,7 @@ class Reader {
     busFunctions()->dbus_message_iter_recurse(constAt(), &reader.at_);
     return reader;
   }
-  // Of a text or the path of an object.
+  // The value of a string or an object path.
   std::string text() const {
     const char* value = "";
     busFunctions()->dbus_message_iter_get_basic(constAt(), static_cast<void*>(&value));
@@ -108,7 +108,7 @@ void writeFilter(Writer& writer, const SaveQuestion& question) {
     filter.text(question.filterName);
     filter.container(DBUS_TYPE_ARRAY, "(us)", [&](Writer& patterns) {
       patterns.container(DBUS_TYPE_STRUCT, nullptr, [&](Writer& pattern) {
-        pattern.number(0);  // a pattern for names, and no MIME type
+        pattern.number(0);  // a pattern for names, not a MIME type
         pattern.text("*." + question.suffix);
       });
     });
@@ -151,8 +151,8 @@ Message makeRequest(const SaveQuestion& question) {
   return request;
 }
 
-// The first address among the results, a dictionary; empty where there is none.
-std::string firstAddress(Reader results) {
+// The first URI in the dictionary of results; empty if there is none.
+std::string firstUri(Reader results) {
   for (; results.type() == DBUS_TYPE_DICT_ENTRY; results.next()) {
     Reader entry = results.inner();
     if (entry.type() != DBUS_TYPE_STRING || entry.text() != "uris") continue;
@@ -173,8 +173,8 @@ std::optional<SaveAnswer> readResponse(const Message& signal) {
   if (response == responseCancelled) return SaveAnswer{SaveOutcome::cancelled, ""};
   reader.next();
   if (response != responseChosen || reader.type() != DBUS_TYPE_ARRAY) return std::nullopt;
-  const auto path = pathOfFileUri(firstAddress(reader.inner()));
-  // A place that no path names cannot be written to.
+  const auto path = pathOfFileUri(firstUri(reader.inner()));
+  // A URI without a local path cannot be written to.
   return path ? SaveAnswer{SaveOutcome::chosen, *path} : SaveAnswer();
 }
 
@@ -186,7 +186,7 @@ bool isFrom(const Message& message, const std::string& object) {
   return busFunctions()->dbus_message_has_path(message.get(), object.c_str()) != 0;
 }
 
-// Whether the portal has lost its name: then nobody will answer.
+// Whether the portal has left the bus: then no answer will come.
 bool isEndOfPortal(const Message& message) {
   if (!isSignal(message, DBUS_INTERFACE_DBUS, "NameOwnerChanged")) return false;
   Reader reader(message);
@@ -207,7 +207,7 @@ std::optional<SaveAnswer> waitForResponse(Bus& bus, const std::string& request) 
 
 }  // namespace
 
-// The response may be on its way before the call has been answered, so it is listened for first.
+// Listens for the response before making the call, because it may arrive before the call's reply.
 std::optional<SaveAnswer> askPortal(const SaveQuestion& question) {
   Bus bus;
   if (!bus) return std::nullopt;
