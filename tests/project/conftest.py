@@ -8,6 +8,11 @@ from pathlib import Path
 import pytest
 
 
+def pytest_configure(config: pytest.Config) -> None:
+    """Known also where the tests run without pytest-xdist, to which the mark belongs."""
+    config.addinivalue_line("markers", "xdist_group(name): run these tests in one process")
+
+
 @pytest.fixture(scope="session")
 def installed(library_path: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
     """The prefix of an installation. It was moved afterwards, so that no file may name a prefix."""

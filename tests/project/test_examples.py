@@ -17,6 +17,9 @@ EXAMPLES = ROOT / "examples"
 WARNINGS = "-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror"
 LIMIT_SECONDS = 120
 
+# For what needs the examples in C and C++, so that only one of pytest's processes builds them.
+compiled = pytest.mark.xdist_group("examples")
+
 
 @pytest.fixture(scope="module")
 def programs(installed: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
@@ -75,6 +78,7 @@ def assert_decays(table: str) -> None:
     assert 0.5 > found[0] and found == sorted(set(found), reverse=True) and found[-1] > 0.4
 
 
+@compiled
 def test_a_decay_in_c(programs: Path, tmp_path: Path) -> None:
     assert_decays(run(programs / "decay", "flow.png", folder=tmp_path))
     assert read_png(tmp_path / "flow.png").shape == (600, 600, 4)
@@ -86,6 +90,7 @@ def test_a_decay_in_python(packages: Path, tmp_path: Path) -> None:
     assert read_png(tmp_path / "flow.png").shape == (600, 600, 4)
 
 
+@compiled
 def test_a_spectrum_in_cpp(programs: Path, tmp_path: Path) -> None:
     told = run(programs / "spectrum", folder=tmp_path)
     total = float(told.partition("all shells")[2].split()[0])
@@ -99,6 +104,7 @@ def test_a_spectrum_in_python(packages: Path, tmp_path: Path) -> None:
     assert "falls as k^-" in told
 
 
+@compiled
 def test_a_start_field_in_cpp(programs: Path, tmp_path: Path) -> None:
     told = run(programs / "start_field", folder=tmp_path)
     assert len(told.splitlines()) == 7  # The program itself compares with the exact solution.
@@ -111,6 +117,7 @@ def test_a_start_field_in_python(packages: Path, tmp_path: Path) -> None:
     assert read_png(tmp_path / "flow.png").shape == (600, 600, 4)
 
 
+@compiled
 @pytest.mark.parametrize(
     "command",
     [

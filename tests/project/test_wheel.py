@@ -22,6 +22,9 @@ VERSION = (ROOT / "VERSION").read_text().strip()
 BUILDS = os.environ.get("ZEPHANE_WHEEL_BUILDS") == "1"
 LIMIT_SECONDS = 1800
 
+# In one process of those that pytest shares the tests among, since each builds a wheel of its own.
+pytestmark = pytest.mark.xdist_group("wheel")
+
 # What pip says when it cannot fetch the build's tools.
 UNREACHABLE = (
     "Could not find a version that satisfies",
