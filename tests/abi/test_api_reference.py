@@ -73,7 +73,7 @@ def test_the_functions_are_those_of_the_library(dynamic_symbols):
 
 
 def test_the_operations_are_those_of_the_library(engine, view):
-    named = re.findall(r'Operation\{"(\w+)"', "".join(source_files("boundary")))
+    named = re.findall(r'(?:Operation\{|name == )"(\w+)"', "".join(source_files("boundary")))
     assert sorted(operations("Engine") + operations("View")) == sorted(named)
     unknown = engine.refusal("{}"), view.refusal("{}")
     for op in operations("Engine"):
