@@ -149,14 +149,14 @@ REQUESTS = [row for row in requests() if row.section != "View: export"]
 def test_a_value_is_accepted_clamped_or_refused_as_its_range_says(send, row, request):
     if row.code("Key") == "pixel_size":
         request.getfixturevalue("drawing")
-    told = range_of(row)
+    expected = range_of(row)
     if row.code("Key") == "pixel_size":  # the largest picture takes seconds, and has its own test
-        told.accepted.remove(8192)
-    for value in told.accepted:
+        expected.accepted.remove(8192)
+    for value in expected.accepted:
         assert is_kept(row, value, send(row.section, row.code("Key"), value)), value
-    for value, kept in told.clamped:
+    for value, kept in expected.clamped:
         assert is_kept(row, kept, send(row.section, row.code("Key"), value)), value
-    for value in told.refused:
+    for value in expected.refused:
         with pytest.raises(Refused):
             send(row.section, row.code("Key"), value)
 
@@ -200,24 +200,27 @@ def defaults(title: str) -> dict[str, Any]:
 
 
 def test_the_defaults_of_a_configuration(library):
-    told = defaults("Configuration")
-    assert len(told) == 9
+    shown = defaults("Configuration")
+    assert len(shown) == 9
     with View(library) as view:
         for kept in (decode(library.initialize())["defaults"], view.get()["config"]):
-            assert {key: kept[key] for key in told} == told
+            assert {key: kept[key] for key in shown} == shown
 
 
 def test_the_defaults_of_live_settings_and_pictures(library):
-    told = {**defaults("View: set"), **defaults("Picture settings")}
-    assert len(told) == 9
+    shown = {**defaults("View: set"), **defaults("Picture settings")}
+    assert len(shown) == 9
     with View(library) as view:
         report = view.get()
-        kept = {key: report.get(key, report["config"].get(key)) for key in told}
-    assert kept == told
+        kept = {key: report.get(key, report["config"].get(key)) for key in shown}
+    assert kept == shown
 
 
-ARGUMENTS = [row for row in REQUESTS
-             if row["Default"] != NONE and ": " in row.section and row.section != "View: set"]  # fmt: skip
+ARGUMENTS = [
+    row
+    for row in REQUESTS
+    if row["Default"] != NONE and ": " in row.section and row.section != "View: set"
+]
 
 
 @parameters(ARGUMENTS)
@@ -270,9 +273,9 @@ def test_an_engine_draws_by_the_defaults_of_the_picture_settings(drawing, engine
         engine.export(png=str(path), pixel_size=16, **members)
         return path.read_bytes()
 
-    told = defaults("Picture settings")
-    assert picture(**told) == picture()
-    compressive = {**told, "color_range": "exposure"}
+    shown = defaults("Picture settings")
+    assert picture(**shown) == picture()
+    compressive = {**shown, "color_range": "exposure"}
     assert picture(**compressive) == picture(color_range="exposure") != picture()
 
 
@@ -328,9 +331,9 @@ def test_the_raw_files_have_the_sizes_shown(engine, make_engine, tmp_path):
     engine.export(**paths)
     Path(tmp_path, "initial").write_bytes(Path(paths["fields"]).read_bytes()[: 4 * 16 * 16])
     make_engine(initial=str(tmp_path / "initial"))
-    told = rows("File", "Bytes", "Contents")
-    assert {row.code("File") for row in told} == {"initial", *paths}
-    for row in told:
+    shown = rows("File", "Bytes", "Contents")
+    assert {row.code("File") for row in shown} == {"initial", *paths}
+    for row in shown:
         factor = int(row["Bytes"].removesuffix(" N²"))
         assert (tmp_path / row.code("File")).stat().st_size == factor * 16 * 16
 
@@ -343,6 +346,11 @@ def lost(case: Case) -> Engine:
     engine = case.make_engine(fixed_dt=1e30, reynolds=1e30)
     case.first = engine.refusal({"op": "advance"})
     return engine
+
+
+def advanced_too_far(case: Case) -> str:
+    lost(case)
+    return case.first
 
 
 def initialized_with(device: str) -> Callable[[Case], str]:
@@ -441,7 +449,7 @@ PROVOKED: dict[str | tuple[str, str], Callable[[Case], str]] = {
     "Initial vorticity must contain exactly N² finite Float32 samples.": started_from(
         b"\xff" * 1024
     ),
-    "The solver encountered a non-finite field or timestep.": lambda case: lost(case) and case.first,
+    "The solver encountered a non-finite field or timestep.": advanced_too_far,
     "The flow became non-finite or a GPU operation failed. Reset to recover.": lambda case: lost(
         case
     ).refusal({"op": "inspect"}),
@@ -457,14 +465,14 @@ PROVOKED: dict[str | tuple[str, str], Callable[[Case], str]] = {
 }
 
 
-def told(row: Row) -> tuple[str, bool]:
+def words_of(row: Row) -> tuple[str, bool]:
     """The text of a refusal, and whether that is all of it."""
     return row.code("Refusal"), not row["Refusal"].endswith("...")
 
 
 def answer(row: Row, case: Case) -> str | None:
     """The refusal that the row's example, or what stands in PROVOKED, is met with."""
-    text, _ = told(row)
+    text, _ = words_of(row)
     if row["For example"] == NONE:
         provoke = PROVOKED.get((row.section, text)) or PROVOKED.get(text)
         return provoke(case) if provoke else None
@@ -480,7 +488,7 @@ def answer(row: Row, case: Case) -> str | None:
 
 @parameters(refusals())
 def test_a_refusal_has_the_words_shown(request, monkeypatch, row, sanitized):
-    text, whole = told(row)
+    text, whole = words_of(row)
     if sanitized and "out of memory" in text:
         pytest.skip("a sanitizer needs more address space than the test leaves")
     case = Case(request)
@@ -516,7 +524,7 @@ def constants() -> dict[str, str]:
 
 
 def test_every_refusal_of_the_sources_is_shown():
-    shown = [told(row)[0] for row in refusals()]
+    shown = [words_of(row)[0] for row in refusals()]
     missing = [text for text in thrown()
                if not any(one.startswith(text.rstrip()) for one in shown)]  # fmt: skip
     assert len(thrown()) > 30 and missing == []
