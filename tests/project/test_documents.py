@@ -1,4 +1,4 @@
-"""The documents: their links lead somewhere, and the version is that of the file VERSION."""
+"""The documents: their links and file names lead somewhere, and the version is that of VERSION."""
 
 from __future__ import annotations
 
@@ -28,6 +28,14 @@ def test_the_links_of_a_page_lead_somewhere(page: Path) -> None:
         assert target.exists(), link
         if anchor:
             assert anchor in anchors(target), link
+
+
+@pytest.mark.parametrize("page", PAGES, ids=[str(page.relative_to(ROOT)) for page in PAGES])
+def test_the_files_that_a_page_names_exist(page: Path) -> None:
+    folders = {path.name for path in ROOT.iterdir() if path.is_dir()} - {"build", "output"}
+    for name in re.findall(r"`([\w.*-]+/[\w./*-]*)`", page.read_text("utf-8")):
+        if name.partition("/")[0] in folders:
+            assert list(ROOT.glob(name)), name
 
 
 def test_the_version_is_the_same_everywhere() -> None:
