@@ -553,7 +553,7 @@ def alike(shown: Any, given: Any) -> bool:
             for key in shown
         )
     if isinstance(shown, float):
-        return type(given) is float and given == pytest.approx(shown, rel=1e-3, abs=1e-6)
+        return type(given) is float and given == pytest.approx(shown, rel=1e-3, abs=1e-5)
     return type(shown) is type(given) and shown == given
 
 
