@@ -91,7 +91,7 @@ def steps() -> None:
 
 def stability() -> None:
     """The largest CFL number, in steps of 1/4, with which the enstrophy only falls until t = 10."""
-    for resolution in (128, 256):
+    for resolution in (128, 256, 512):
         for integrator in INTEGRATORS:
             cfl = 1.0
             while _decays(resolution, integrator, cfl + 0.25):
