@@ -92,28 +92,28 @@ def test_a_decay_in_python(packages: Path, tmp_path: Path) -> None:
 
 @compiled
 def test_a_spectrum_in_cpp(programs: Path, tmp_path: Path) -> None:
-    told = run(programs / "spectrum", folder=tmp_path)
-    total = float(told.partition("all shells")[2].split()[0])
-    energy = float(told.partition('"energy":')[2].split(",")[0])
+    printed = run(programs / "spectrum", folder=tmp_path)
+    total = float(printed.partition("all shells")[2].split()[0])
+    energy = float(printed.partition('"energy":')[2].split(",")[0])
     assert total == pytest.approx(energy, rel=1e-4)
     assert (tmp_path / "spectrum.raw").stat().st_size == 8 * 128 * 128
 
 
 def test_a_spectrum_in_python(packages: Path, tmp_path: Path) -> None:
-    told = run(sys.executable, EXAMPLES / "spectrum.py", folder=tmp_path, packages=packages)
-    assert "falls as k^-" in told
+    printed = run(sys.executable, EXAMPLES / "spectrum.py", folder=tmp_path, packages=packages)
+    assert "falls as k^-" in printed
 
 
 @compiled
 def test_a_start_field_in_cpp(programs: Path, tmp_path: Path) -> None:
-    told = run(programs / "start_field", folder=tmp_path)
-    assert len(told.splitlines()) == 7  # The program itself compares with the exact solution.
+    printed = run(programs / "start_field", folder=tmp_path)
+    assert len(printed.splitlines()) == 7  # The program itself compares with the exact solution.
 
 
 def test_a_start_field_in_python(packages: Path, tmp_path: Path) -> None:
     script = EXAMPLES / "start_field.py"
-    told = run(sys.executable, script, "flow.png", folder=tmp_path, packages=packages)
-    assert "largest v" in told
+    printed = run(sys.executable, script, "flow.png", folder=tmp_path, packages=packages)
+    assert "largest v" in printed
     assert read_png(tmp_path / "flow.png").shape == (600, 600, 4)
 
 
@@ -205,7 +205,7 @@ def close(host, handle) -> None:
 def test_a_window_shows_the_flow_until_it_is_closed(host, example_window, script, title) -> None:
     process, handle = example_window(script, title)
     close(host, handle)
-    told, failure = process.communicate(timeout=LIMIT_SECONDS)
+    printed, failure = process.communicate(timeout=LIMIT_SECONDS)
     assert process.returncode == 0, failure
-    steps, _, pictures, _ = told.split()
+    steps, _, pictures, _ = printed.split()
     assert int(steps) > 0 and int(pictures) > 0

@@ -59,8 +59,8 @@ def test_pkg_config_finds_the_installation_where_it_is_now(
     assert folders == [installed / "include", installed / "lib"]
     program = tmp_path / "start_field"
     output("c++", "-std=c++17", ROOT / "examples" / "start_field.cpp", *flags, "-o", program)
-    told = {**os.environ, "LD_LIBRARY_PATH": str(installed / "lib")}
-    assert "exact" in output(program, cwd=tmp_path, env=told)
+    search = {**os.environ, "LD_LIBRARY_PATH": str(installed / "lib")}
+    assert "exact" in output(program, cwd=tmp_path, env=search)
 
 
 def configured(installed: Path, folder: Path, version: str) -> subprocess.CompletedProcess[str]:
