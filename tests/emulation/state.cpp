@@ -62,7 +62,9 @@ void setMachine(const Machine& machine) {
   lastError() = ::cudaSuccess;
 }
 
-MachineScope::~MachineScope() { setMachine({}); }
+MachineScope::~MachineScope() {
+  setMachine({});
+}
 
 const Machine& machine() {
   return state().machine;
