@@ -90,11 +90,11 @@ def growth_over_lives(library: Library, lives: int):
 
 
 def test_views_come_and_go_and_leave_nothing_behind(library_path, sanitized):
-    lives = 200 if sanitized else 1000
+    lives = 150 if sanitized else 500
     before, after = in_fresh_process(library_path, growth_over_lives, lives)
     assert after[1:] == before[1:]
-    # Leaking the flow of one view in two would take 16 MB.
-    assert after[0] - before[0] < (8 << 20) + (SANITIZER_SLACK if sanitized else 0)
+    # Leaking the flow of one view in two would take 8 MB.
+    assert after[0] - before[0] < (4 << 20) + (SANITIZER_SLACK if sanitized else 0)
 
 
 def processor_time_of_a_paused_view(library: Library, visible: bool):

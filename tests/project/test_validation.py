@@ -11,7 +11,11 @@ from pathlib import Path
 import pytest
 
 LAYER = "VK_LAYER_KHRONOS_validation"
-SUITES = "Colors.*:Sampling.*:Places.*:FlowLines.*:FieldTransfer.*:Renderers.*:*Pictures*"
+# One or more of each way to use Vulkan: shapes, pieces, threads, transfers, lines, failures.
+SUITES = (
+    "Renderers.*:FieldTransfer.*:FlowLines.RunAlong*:Colors.AreLight*:GpuPictures*"
+    "-Renderers.LeaveNothing*"
+)
 PROGRAMS = ["zephane_tests", "emulation/zephane_emulation_tests"]
 
 REPORT = re.compile(r"Validation (Error|Warning|Performance)|VUID-|UNASSIGNED-|SYNC-HAZARD")

@@ -2,12 +2,15 @@
 
 import pytest
 
-from zeph_engine import Engine, Library
+from abi.harness import Library
+from zeph_engine import Engine
 
 
 @pytest.fixture(scope="session")
 def library(library_path):
-    return Library(library_path)
+    loaded = Library(library_path)
+    loaded.initialize()
+    return loaded
 
 
 @pytest.fixture

@@ -17,10 +17,9 @@ TOLERANCE = 40 * FLOAT32
 # A mean square over thousands of modes averages most of that out: 3 units were seen.
 MEAN_TOLERANCE = 10 * FLOAT32
 
-GRIDS = {16: 2, 18: 2, 32: 3, 50: 4, 64: 4}
-CASES = list(
-    itertools.product(GRIDS, INTEGRATORS, FORMS, ("PAO", "KM3"), (None, 2.0**-6))
-)
+GRIDS = {16: 2, 18: 2, 50: 4, 64: 4}
+# The start and the choice of the step have nothing to do with each other, so they vary together.
+STARTS = (("PAO", None), ("KM3", 2.0**-6))
 
 
 def compare(flow, model, tolerance=TOLERANCE):
@@ -44,7 +43,10 @@ def pair(engine, **config):
     return engine(**config), Flow(**config)
 
 
-@pytest.mark.parametrize("points, integrator, operator, start, fixed_dt", CASES)
+@pytest.mark.parametrize("points", GRIDS)
+@pytest.mark.parametrize("integrator", INTEGRATORS)
+@pytest.mark.parametrize("operator", FORMS)
+@pytest.mark.parametrize("start, fixed_dt", STARTS)
 def test_a_flow_is_the_one_of_the_model(engine, points, integrator, operator, start, fixed_dt):
     flow, model = pair(
         engine,
@@ -72,8 +74,13 @@ def test_at_the_step_compared_the_schemes_differ_by_far_more_than_the_tolerance(
         assert measures.difference(one.vorticity, other.vorticity) > 3 * TOLERANCE
 
 
-@pytest.mark.parametrize("points", (20, 22, 26, 28, 34, 38, 42, 46, 62, 74, 94, 118, 122, 134))
-@pytest.mark.parametrize("operator", FORMS)
+@pytest.mark.parametrize(
+    "operator, points",
+    [
+        *(("stress", points) for points in (20, 22, 26, 28, 34, 38, 42, 46, 62, 74, 94, 118, 122, 134)),
+        *(("advective", points) for points in (22, 28, 134)),
+    ],
+)
 def test_every_kind_of_grid_size_gives_the_same_physics(engine, points, operator):
     # Products are sampled on 3N/2 points: factors 2, 3, 5, 7, 11, 13 and so on to 61 and 67.
     samples = smooth_field(points, largest=points // 3)
@@ -121,7 +128,7 @@ def test_changes_of_reynolds_and_courant_number_take_effect_at_the_next_step(
     for change in ({}, {"reynolds": 15.0}, {"cfl": 0.5}, {"reynolds": 1000.0, "cfl": 2.0}, {}):
         flow.set(**change)
         model.set(**change)
-        for _ in range(3):
+        for _ in range(2):
             flow.advance()
             compare(flow, model.advance())
 
