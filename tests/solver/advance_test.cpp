@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "solver/endpoint.h"
 #include "tests/support/bits.h"
 #include "tests/support/flows.h"
 
@@ -164,6 +165,13 @@ TEST(Advance, DeviceTimeIsThatOfTheLastLoop) {
   EXPECT_EQ(solver.lastStats().gpuMilliseconds, one);
   solver.reset();
   EXPECT_EQ(solver.lastStats().gpuMilliseconds, 0.0);
+}
+
+TEST(Advance, AnEndCountsAsReachedThirtyTwoUnitsBelowIt) {
+  constexpr double unit = std::numeric_limits<double>::epsilon();
+  EXPECT_EQ(reachedFrom(1.0), 1.0 - 32 * unit);
+  EXPECT_EQ(reachedFrom(1024.0), 1024.0 - 1024 * 32 * unit);
+  EXPECT_LT(reachedFrom(0.0), 0.0);
 }
 
 TEST(Advance, LeavesTheFiguresOfTheLastInspection) {
