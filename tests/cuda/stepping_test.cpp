@@ -28,7 +28,8 @@ TEST_F(GpuStepping, AnEndInsideABatchStopsTheFlowThere) {
   for (const Integrator integrator : test::integrators) {
     Solver solver(test::fixedStep(0.0078125f, integrator));
     Solver counted(test::fixedStep(0.0078125f, integrator));
-    const Statistics stats = solver.advance(batch, 10 * 0.0078125);
+    // Void steps cost as much as others where kernels take their time; some are enough.
+    const Statistics stats = solver.advance(test::isEmulated ? 30 : batch, 10 * 0.0078125);
     EXPECT_EQ(stats.steps, 10u);
     EXPECT_EQ(stats.time, 10 * 0.0078125);
     counted.advance(10);
@@ -99,7 +100,7 @@ TEST_F(GpuStepping, HowStepsAreSharedOutOverCallsDoesNotMatter) {
 }
 
 TEST_F(GpuStepping, DeviceTimeIsThatOfTheLastLoop) {
-  Solver solver(test::configOf(32));
+  Solver solver(test::configOf(test::isEmulated ? 16 : 32));
   EXPECT_EQ(solver.lastStats().gpuMilliseconds, 0.0);
   const double many = solver.advance(60).gpuMilliseconds;
   const double one = solver.advance(1).gpuMilliseconds;
@@ -151,9 +152,8 @@ TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
       config.integrator = integrator;
       config.operatorKind = operatorKind;
       Solver solver(config);
-      // Where kernels take their time, one of them has the whole batch behind it.
-      const bool isLast = config.integrator == Integrator::etdrk4;
-      const int steps = test::isEmulated && !isLast ? 10 : batch;
+      // Where kernels take their time, few void steps are enough.
+      const int steps = test::isEmulated ? 10 : batch;
       EXPECT_EQ(test::runtimeFailure([&] { solver.advance(steps); }), test::exploded);
       test::expectLatched(solver);
       EXPECT_EQ(test::badArgument([&] { solver.advance(-1); }), "Invalid steps or endpoint.");
@@ -163,7 +163,7 @@ TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
 }
 
 TEST_F(GpuFailure, IsLeftByAResetAsIfNothingHadHappened) {
-  test::expectNoTraceOfAFailureAfterAReset(batch);
+  test::expectNoTraceOfAFailureAfterAReset(test::isEmulated ? 10 : batch);
 }
 
 class GpuEngines : public test::CudaDevice {};

@@ -58,7 +58,10 @@ void expectNear(const Outcome& found, const Outcome& expected, double tolerance)
 
 class GpuFlows : public test::GridOnCudaDevice {
  protected:
-  static int steps() { return n() <= 256 ? 40 : n() < test::largeGrid ? 10 : 3; }
+  static int steps() {
+    if (test::isEmulated) return 12;
+    return n() <= 256 ? 40 : n() < test::largeGrid ? 10 : 3;
+  }
 
   void expectSameFlow(const Config& config, const std::vector<float>& samples, int steps) {
     const Outcome expected = outcomeOn(test::processorDevice(), config, samples, steps);
