@@ -204,7 +204,7 @@ def test_a_chart_shows_the_newest_values() -> None:
 def test_a_chart_of_nothing_or_of_the_same_is_drawn() -> None:
     assert chart_rows([], 5, 2) == ["", ""]
     assert chart_rows([math.nan], 5, 1) == [""]
-    assert len(set(chart_rows([3.0] * 4, 5, 1)[0])) == 1
+    assert chart_rows([3.0] * 4, 5, 1) == ["▅▅▅▅"]  # half of the height
     assert chart_rows([0, math.nan, 7], 5, 1) == ["▁ █"]
 
 
