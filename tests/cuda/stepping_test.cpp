@@ -8,6 +8,9 @@
 #include "tests/support/bits.h"
 #include "tests/support/failures.h"
 #include "tests/support/flows.h"
+#ifdef ZEPHANE_EMULATED_GPU
+#include "tests/emulation/emulated_gpu.h"
+#endif
 
 namespace zeph {
 namespace {
@@ -70,9 +73,15 @@ TEST_F(GpuStepping, OneEndAfterAnotherIsMet) {
 
 TEST_F(GpuStepping, AnEndInTheSecondBatchIsMet) {
   Solver solver(test::fixedStep(0.0078125f));
+#ifdef ZEPHANE_EMULATED_GPU
+  const long before = emulation::callsOf("cudaEventElapsedTime");  // once per batch
+#endif
   const Statistics stats = solver.advance(2000, 300 * 0.0078125);
   EXPECT_EQ(stats.steps, 300u);
   EXPECT_EQ(stats.time, 300 * 0.0078125);
+#ifdef ZEPHANE_EMULATED_GPU
+  EXPECT_EQ(emulation::callsOf("cudaEventElapsedTime") - before, 2);
+#endif
 }
 
 TEST_F(GpuStepping, AtTheEndAlreadyNothingIsDone) {
