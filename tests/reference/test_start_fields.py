@@ -6,7 +6,7 @@ import pytest
 from flow64 import measures
 from flow64.grid import Grid
 from flow64.start import start_spectrum
-from flows import FLOAT32, smooth_field
+from flows import FLOAT32
 
 STARTS = [("PAO", 16, 2), ("PAO", 18, 5), ("PAO", 64, 4), ("PAO", 128, 9), ("PAO", 34, 40)]
 STARTS += [("KM3", 16, 2), ("KM3", 18, 5), ("KM3", 64, 4), ("KM3", 128, 9), ("KM3", 34, 40)]
@@ -55,26 +55,3 @@ def test_an_initial_file_is_projected_onto_the_modes_kept(engine, points):
     started = engine(samples=samples, resolution=points).vorticity()
     assert np.all(started[~grid.active] == 0)
     assert measures.difference(started, grid.to_spectrum(samples.astype(float))) < 12 * FLOAT32
-
-
-def test_a_reset_takes_a_file_or_returns_to_the_seed(engine):
-    flow = engine(resolution=32)
-    seeded = flow.raw_spectrum()
-    flow.advance(3)
-    flow.reset(smooth_field(32))
-    grid = Grid(32)
-    expected = grid.to_spectrum(smooth_field(32).astype(float))
-    assert measures.difference(flow.vorticity(), expected) < 12 * FLOAT32
-    report = flow.reset()
-    assert (report["steps"], report["simulation_time"]) == (0, 0.0)
-    assert np.array_equal(flow.raw_spectrum(), seeded)
-
-
-def test_a_constant_field_is_a_flow_at_rest(engine):
-    flow = engine(samples=np.full((16, 16), 3.5), resolution=16)
-    report = flow.inspect()
-    figures = ("energy", "enstrophy", "palinstrophy", "palinstrophy_ratio", "initial_turnover_time")
-    assert [report[name] for name in figures] == [0.0] * 5
-    assert report["dt"] == 1.0
-    assert flow.advance(2)["simulation_time"] == 2.0
-    assert not flow.raw_spectrum().any()

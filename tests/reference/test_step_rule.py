@@ -1,4 +1,4 @@
-"""The library's choice of step, its clock and its endpoints."""
+"""The library's choice of step and its clock."""
 
 import math
 
@@ -7,8 +7,7 @@ import pytest
 
 from flow64.equation import speed_bound
 from flow64.grid import Grid
-from flow64.integrators import INTEGRATORS
-from flow64.stepping import chosen_step, split_time
+from flow64.stepping import chosen_step
 from flows import FLOAT32, smooth_field
 
 
@@ -40,36 +39,6 @@ def test_a_fixed_step_is_kept_whatever_the_flow(engine):
     assert steps == {float(np.float32(0.0123))}
     flow.set(cfl=1.0, reynolds=10.0)
     assert flow.advance()["dt"] == float(np.float32(0.0123))
-
-
-@pytest.mark.parametrize("integrator", INTEGRATORS)
-@pytest.mark.parametrize("fixed_dt", (None, 0.01))
-@pytest.mark.parametrize("end", (0.1, 0.3333333333333333, 1.0))
-def test_a_run_lands_on_its_endpoint(engine, integrator, fixed_dt, end):
-    flow = engine(resolution=16, k0=2, reynolds=200.0, fixed_dt=fixed_dt, integrator=integrator)
-    report = flow.advance(100000, until=end)
-    assert report["simulation_time"] == split_time(end)
-    assert abs(report["simulation_time"] - end) <= 2.0**-47 * end
-    before = flow.raw_spectrum()
-    again = flow.advance(100000, until=end)
-    assert (again["steps"], again["simulation_time"]) == (report["steps"], split_time(end))
-    assert flow.advance(5, until=end / 2)["steps"] == report["steps"]
-    assert np.array_equal(flow.raw_spectrum(), before)
-
-
-def test_the_number_of_fixed_steps_to_an_endpoint_counts_the_short_last_one(engine):
-    flow = engine(resolution=16, fixed_dt=0.125)
-    report = flow.advance(1000, until=1.05)
-    assert report["steps"] == 9
-    assert report["dt"] == pytest.approx(0.05, rel=1e-6)
-    assert flow.advance()["dt"] == 0.125
-    assert flow.advance()["simulation_time"] == pytest.approx(1.3, rel=2**-46)
-
-
-def test_a_step_that_meets_the_endpoint_exactly_is_whole(engine):
-    flow = engine(resolution=16, fixed_dt=0.125)
-    report = flow.advance(1000, until=1.0)
-    assert (report["steps"], report["dt"], report["simulation_time"]) == (8, 0.125, 1.0)
 
 
 def test_a_step_cut_at_an_endpoint_does_not_hold_back_the_next(engine):
