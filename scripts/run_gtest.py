@@ -1,8 +1,8 @@
 """Runs GoogleTest programs, several processes at a time: run_gtest.py OUT.xml PROGRAM[:FILTER]...
 
-The tests of a program share processes, each of which runs a part of them. A test that ends its
-process, or says nothing for too long, has failed; the others of its part are run in a new process.
-Writes JUnit's file, prints what failed, and exits with 1 when anything did.
+Splits the tests of a program into parts, one process each. A test that ends its process, or runs
+for too long, has failed; the remaining tests of its part run in a new process. Writes a JUnit
+file, prints the failures, and exits with 1 if there are any.
 """
 
 from __future__ import annotations
@@ -20,7 +20,7 @@ from threading import Timer
 
 PATIENCE_SECONDS = float(os.environ.get("ZEPHANE_TEST_SECONDS", 300))
 PARTS_PER_PROCESSOR = 4
-# The line may begin with what a test printed without ending its line.
+# The line may begin with an unfinished line printed by the test.
 ENDED = re.compile(r"\[ +(OK|FAILED|SKIPPED) +\] (\S+?)(?:, where .*)? \((\d+) ms\)$")
 BEGAN = re.compile(r"\[ RUN +\] (\S+)$")
 
@@ -51,7 +51,7 @@ def tests_of(program: str, only: str) -> list[str]:
 
 
 def run_part(program: str, names: list[str]) -> list[Result]:
-    """The results of the named tests, in as many processes as that takes."""
+    """The results of the named tests, with a new process after each one that ended early."""
     results: list[Result] = []
     while names:
         found, words, status = run_process(program, names)
@@ -62,7 +62,7 @@ def run_part(program: str, names: list[str]) -> list[Result]:
             lost = f"{program} ended with {status} and did not run it.\n{words}"
             return results + [Result(name, "failed", 0.0, lost) for name in left]
         if not left and status != 0 and all(result.outcome != "failed" for result in found):
-            # What was found at the end of the process, leaks for one, belongs to no test.
+            # Errors found at process exit, such as leaks, cannot be assigned to a test.
             end = f"exit status {status} of a process of {len(found)} tests\n{words}"
             results.append(Result(f"{Path(program).name}.end_of_process", "failed", 0.0, end))
         names = left
@@ -70,7 +70,7 @@ def run_part(program: str, names: list[str]) -> list[Result]:
 
 
 def run_process(program: str, names: list[str]) -> tuple[list[Result], str, int]:
-    """What one process told of tests, what it said after the last of them, and how it ended."""
+    """The results of one process, its output after the last test, and its exit status."""
     with tempfile.NamedTemporaryFile("w", suffix=".flags") as flags:
         flags.write(f"--gtest_filter={':'.join(names)}\n--gtest_color=no\n")
         flags.flush()
@@ -129,7 +129,7 @@ def write(path: str, results: list[Result]) -> None:
 
 
 def printable(words: str) -> str:
-    """Without the characters that XML cannot hold."""
+    """The text with characters that XML cannot hold replaced."""
     return re.sub(r"[^\t\n\x20-\ud7ff\ue000-\ufffd]", "?", words)
 
 

@@ -1,4 +1,4 @@
-"""Reads what the sanitizers wrote while a host used the library: sanitizer_reports.py FOLDER.
+"""Filters the sanitizer reports of a host that used the library: sanitizer_reports.py FOLDER.
 
 Python leaks by itself, so only a report with a frame of the library counts. Prints those, and fails
 if there are any.
@@ -9,8 +9,8 @@ import sys
 from pathlib import Path
 
 LIBRARY = "libzephane.so"
-# The library has a symbol at each of its addresses. An address without one belongs to what was
-# unloaded before the report, a driver for one, and is counted from the nearest library by mistake.
+# Every address of the library has a symbol. An address without one belongs to a library that was
+# unloaded before the report, such as a driver, and is wrongly given as an offset from this one.
 FRAME = re.compile(rf"#\d+ 0x[0-9a-f]+ in .*{re.escape(LIBRARY)}")
 # A leak report is a list of leaks, each with the stack that allocated it.
 LEAK = re.compile(r"^(?=Direct leak of |Indirect leak of )", re.MULTILINE)

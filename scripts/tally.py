@@ -1,9 +1,9 @@
 """Sums up the results in folders: NAME.status (the exit status), NAME.log and NAME.xml (JUnit).
 
-Of each failure it tells where it was, and the end of what was said of it. The closing line is
-"N passed, N failed", with ", N skipped" where any were. A command without JUnit's file is one test
-of its own. One that failed without saying there what failed counts as one failure, and so does one
-that passed no test.
+Prints each failure with its place and the end of its output. The last line is "N passed, N failed",
+with ", N skipped" if there are any. A command without a JUnit file counts as one test. A command
+that failed without a failure in its file counts as one failure, and so does one that passed no
+test.
 """
 
 import sys
@@ -11,7 +11,7 @@ import xml.etree.ElementTree as xml
 from collections import Counter
 from pathlib import Path
 
-LINES_TOLD = 40
+LINES_SHOWN = 40
 
 
 def outcome(case: xml.Element) -> str:
@@ -22,14 +22,14 @@ def outcome(case: xml.Element) -> str:
     return "passed"
 
 
-def words_of(case: xml.Element) -> str:
-    said = [node for tag in ("failure", "error", "system-out") for node in case.findall(tag)]
-    return "\n".join(filter(None, (node.text or node.get("message") for node in said)))
+def output_of(case: xml.Element) -> str:
+    nodes = [node for tag in ("failure", "error", "system-out") for node in case.findall(tag)]
+    return "\n".join(filter(None, (node.text or node.get("message") for node in nodes)))
 
 
-def tell(place: str, words: str) -> None:
+def show(place: str, text: str) -> None:
     print(place)
-    for line in words.strip().splitlines()[-LINES_TOLD:]:
+    for line in text.strip().splitlines()[-LINES_SHOWN:]:
         print(f"    {line}")
 
 
@@ -48,13 +48,13 @@ def count(status_file: Path) -> Counter:
             cases = []
         for case in cases:
             if outcome(case) == "failed":
-                tell(f"{place}: {case.get('classname', '')}.{case.get('name')}", words_of(case))
+                show(f"{place}: {case.get('classname', '')}.{case.get('name')}", output_of(case))
         counts = Counter(map(outcome, cases))
     else:
         counts = Counter(passed=int(succeeded))
     if counts["failed"] == 0 and not (succeeded and counts["passed"]):
         counts["failed"] = 1
-        tell(place, log.read_text(errors="replace") if log.exists() else "")
+        show(place, log.read_text(errors="replace") if log.exists() else "")
     return counts
 
 
