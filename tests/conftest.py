@@ -1,7 +1,7 @@
-"""What all the Python tests share: where the library under test is, and the package on the path.
+"""Shared by all Python tests: the library under test, and the package on the path.
 
 The library is named by ``--library PATH``, else by the environment variable ``ZEPHANE_LIBRARY``
-(read by the tests alone), else it is the one of the ``release`` build.
+(read only by the tests), else it is that of the ``release`` build.
 """
 
 from __future__ import annotations
@@ -16,7 +16,7 @@ from typing import TYPE_CHECKING
 import pytest
 from xserver import XServer
 
-if TYPE_CHECKING:  # It needs python-xlib, which most of the tests do without.
+if TYPE_CHECKING:  # It imports python-xlib, which most tests do not need.
     from xwindow import Host
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -24,7 +24,7 @@ PYTHON = ROOT / "python"
 
 sys.path.insert(0, str(PYTHON))
 
-# A shell lets what it runs in the background, and all that comes of that, ignore Ctrl-C.
+# Background jobs of a shell, and their child processes, inherit that Ctrl-C is ignored.
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
@@ -43,7 +43,7 @@ def _name() -> str:
 
 @pytest.fixture(scope="session")
 def library_path(request: pytest.FixtureRequest) -> Path:
-    """The shared library under test, as an absolute path; a test that needs it fails without."""
+    """The shared library under test, as an absolute path; fails if it is missing."""
     path = Path(request.config.getoption("--library")).resolve()
     if not path.is_file():
         pytest.fail(f"No library at {path}: build it, or name it with --library.", pytrace=False)
@@ -64,7 +64,7 @@ def x_server() -> Iterator[XServer]:
 
 @pytest.fixture
 def display(x_server: XServer, monkeypatch: pytest.MonkeyPatch) -> str:
-    """The name of a display, which this process and its children find while the test runs."""
+    """The name of a display, set as DISPLAY for this process and its children during the test."""
     monkeypatch.setenv("DISPLAY", x_server.name)
     return x_server.name
 

@@ -1,4 +1,4 @@
-"""What the process holds of the machine: memory, open files and threads."""
+"""The memory, open files and threads of the process."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ def open_files() -> int:
 
 
 def threads() -> int:
-    """A thread that has been joined may be listed for a moment still, so it looks repeatedly."""
+    """A joined thread may be listed a moment longer, so it reads repeatedly."""
     seen = []
     for _ in range(20):
         seen.append(len(os.listdir("/proc/self/task")))

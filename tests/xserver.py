@@ -1,7 +1,7 @@
-"""An X server without a screen, for tests of what has a window.
+"""An X server without a screen, for tests with windows.
 
-The fixtures stand in conftest.py: ``x_server``, one for all tests, and ``display``, which lets the
-process of the tests find it while a test runs. Child processes are given its ``name`` as DISPLAY.
+The fixtures are in conftest.py: ``x_server``, one for all tests, and ``display``, which sets
+DISPLAY while a test runs. Child processes get its ``name`` as DISPLAY.
 """
 
 from __future__ import annotations
@@ -15,7 +15,7 @@ START_SECONDS = 60
 
 
 class XServer:
-    """A server of its own, with a free number, that ends with the ``with`` block."""
+    """A new server with a free number, which ends with the ``with`` block."""
 
     def __init__(self, width: int = 1600, height: int = 1400) -> None:
         reader, writer = os.pipe()
@@ -28,7 +28,7 @@ class XServer:
                     "-screen",
                     "0",
                     f"{width}x{height}x24",
-                    # Stays as it is when its last client leaves.
+                    # Does not reset when its last client leaves.
                     "-noreset",
                     "-nolisten",
                     "tcp",
@@ -37,7 +37,7 @@ class XServer:
                 stdin=subprocess.DEVNULL,
                 stdout=subprocess.DEVNULL,
                 stderr=subprocess.DEVNULL,
-                # No sanitizer that the tests run under is for the server.
+                # The server must not preload a sanitizer of the tests.
                 env={key: value for key, value in os.environ.items() if key != "LD_PRELOAD"},
             )
         finally:

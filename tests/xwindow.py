@@ -1,4 +1,4 @@
-"""Windows as a host without a toolkit has them: made, looked at and operated by python-xlib."""
+"""Windows of a host without a toolkit: created, read and operated through python-xlib."""
 
 from __future__ import annotations
 
@@ -11,13 +11,13 @@ from Xlib.ext import xtest
 from Xlib.xobject.drawable import Window as Handle
 
 PATIENCE_SECONDS = 120
-BACKGROUND = 0x3A7F5C  # of every window, which no picture holds over a whole area
+BACKGROUND = 0x3A7F5C  # of every window; no picture has a whole area of this colour
 
 Shot = np.ndarray
 
 
 def until(holds: Callable[[], Any], what: str = "it") -> Any:
-    """The first true value that it gives."""
+    """The first true value that the function returns."""
     end = time.monotonic() + PATIENCE_SECONDS
     while not (value := holds()):
         assert time.monotonic() < end, f"waited in vain for {what}"
@@ -26,7 +26,7 @@ def until(holds: Callable[[], Any], what: str = "it") -> Any:
 
 
 class Host:
-    """A connection to a server, and the windows that were made through it."""
+    """A connection to a server, and the windows created through it."""
 
     def __init__(self, name: str) -> None:
         self.display = display.Display(name)
@@ -41,7 +41,7 @@ class Host:
         return made
 
     def set_resolution(self, dots: float | None) -> None:
-        """Dots per inch, as a desktop tells them."""
+        """Dots per inch, as a desktop sets them."""
         if dots is None:
             self.root.delete_property(Xatom.RESOURCE_MANAGER)
         else:
@@ -100,7 +100,7 @@ class Window:
         self.host.display.sync()
 
     def set_state(self, state: int) -> None:
-        """As a window manager tells it: 1 is normal, 3 is iconic."""
+        """As a window manager sets it: 1 is normal, 3 is iconic."""
         atom = self.host.display.intern_atom("WM_STATE")
         self.handle.change_property(atom, atom, 32, [state, 0])
         self.host.display.sync()
@@ -117,19 +117,19 @@ class Window:
         return place.width, place.height
 
     def children(self) -> list[tuple[int, int, int, int]]:
-        """Place and size of each window that lies in it."""
+        """Place and size of each child window."""
         places = (child.get_geometry() for child in self.handle.query_tree().children)
         return [(place.x, place.y, place.width, place.height) for place in places]
 
     def shot(self) -> Shot:
-        """What it shows: rows from the top, of red, green and blue."""
+        """Its contents: rows from the top, of red, green and blue."""
         width, height = self.size()
         image = self.handle.get_image(0, 0, width, height, X.ZPixmap, 0xFFFFFFFF)
         texels = np.frombuffer(image.data, np.uint8).reshape(height, width, 4)
         return texels[:, :, 2::-1].copy()
 
     def click(self, x: int, y: int, button: int = 1) -> None:
-        """Moves the pointer there, presses and lets go."""
+        """Moves the pointer there, presses and releases."""
         self.handle.raise_window()
         xtest.fake_input(self.host.display, X.MotionNotify, x=x, y=y)
         xtest.fake_input(self.host.display, X.ButtonPress, button)
@@ -141,7 +141,7 @@ class Window:
         self.host.display.sync()
 
     def events(self, *kinds: int) -> list[Any]:
-        """What has come since it was asked last, of these kinds."""
+        """The events of these kinds since the last call."""
         pending = self.host.display.pending_events()
         come = [self.host.display.next_event() for _ in range(pending)]
         return [event for event in come if event.type in kinds]

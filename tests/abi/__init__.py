@@ -1,1 +1,1 @@
-"""The library as a host sees it: nine C functions that carry JSON."""
+"""The library as a host uses it: nine C functions that exchange JSON."""

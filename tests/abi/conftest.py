@@ -1,5 +1,5 @@
 """Fixtures: the library under test, initialized on the main thread, and engines and views that are
-closed."""
+closed at the end."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ from .harness import Engine, Library, Refused, decode
 from .view import View
 from .words import NO_MATCHING_DRIVER
 
-if TYPE_CHECKING:  # They need python-xlib, which the other tests do without.
+if TYPE_CHECKING:  # They import python-xlib, which other tests do not need.
     from xwindow import Host, Window
 
 
@@ -29,7 +29,7 @@ def library(library_path: Path) -> Library:
 
 @pytest.fixture
 def make_engine(library: Library) -> Iterator[Callable[..., Engine]]:
-    """Makes engines of the given configuration, with 16 points a side unless told otherwise."""
+    """Makes engines of the given configuration, by default with 16 points a side."""
     made: list[Engine] = []
 
     def make(**configuration: Any) -> Engine:
@@ -48,7 +48,7 @@ def engine(make_engine: Callable[..., Engine]) -> Engine:
 
 @pytest.fixture(scope="session")
 def drawing(library: Library) -> None:
-    """What needs pictures; it is left out where the GPU of the flow has no Vulkan driver."""
+    """Skips tests that need pictures if the GPU of the flow has no Vulkan driver."""
     with Engine(library, {"resolution": 16}) as engine, tempfile.TemporaryDirectory() as folder:
         try:
             engine.export(png=f"{folder}/picture", pixel_size=1)
@@ -60,8 +60,8 @@ def drawing(library: Library) -> None:
 
 @pytest.fixture
 def make_view(library: Library) -> Iterator[Callable[..., View]]:
-    """Makes views of a flow of the given configuration, with 16 points a side unless told
-    otherwise, that has not been started."""
+    """Makes views of the given configuration, by default with 16 points a side, whose flow has not
+    been started."""
     made: list[View] = []
 
     def make(**configuration: Any) -> View:
@@ -82,7 +82,7 @@ def view(make_view: Callable[..., View]) -> View:
 
 @pytest.fixture
 def paused(view: View) -> View:
-    """A view whose flow stands at its start and is left alone by the regulator."""
+    """A view whose flow is paused at its start, without the regulator."""
     view.call("running", value=False)
     view.call("set", regulated=False)
     view.call("start")
@@ -106,7 +106,7 @@ def attached(paused: View, window: Window) -> View:
 
 @pytest.fixture(scope="session")
 def dynamic_symbols(library_path: Path) -> list[tuple[str, str]]:
-    """The kind and name of each dynamic symbol of the library, as nm tells them."""
+    """The kind and name of each dynamic symbol of the library, as listed by nm."""
     listing = subprocess.run(
         ["nm", "--dynamic", "--format=posix", str(library_path)],
         check=True,

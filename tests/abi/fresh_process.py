@@ -1,4 +1,4 @@
-"""Work that is done apart: in an interpreter of its own, or on another thread."""
+"""Runs functions in a new interpreter or on another thread."""
 
 from __future__ import annotations
 
@@ -24,8 +24,8 @@ def in_fresh_process(
     limit_seconds: float = 120,
 ) -> Any:
     """What ``body(library, *arguments)`` returns in a new interpreter, where nothing has called
-    zp_initialize yet. The body sees its own source and the names of the modules imported
-    before it alone."""
+    zp_initialize yet. The body can use only its own source and the names of the modules
+    imported before it."""
     source = textwrap.dedent(inspect.getsource(body))
     script = (
         "from __future__ import annotations\n"
@@ -57,14 +57,14 @@ def in_fresh_process(
 
 
 def on_another_thread(work: Callable[[], Any]) -> Any:
-    """What ``work()`` returns, or raises, on a thread of its own."""
+    """What ``work()`` returns, or raises, on a new thread."""
     outcome: list[Any] = []
     failure: list[BaseException] = []
 
     def run() -> None:
         try:
             outcome.append(work())
-        except BaseException as error:  # Handed on to the caller.
+        except BaseException as error:  # Raised again in the caller.
             failure.append(error)
 
     thread = threading.Thread(target=run)

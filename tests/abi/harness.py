@@ -1,7 +1,7 @@
-"""The nine C functions through bare ctypes, and every promise of a reply checked on the way.
+"""The nine C functions through plain ctypes, with the format of every reply checked.
 
-It stands apart from the ``zephane`` package on purpose: both are held against the boundary, and
-neither against the other.
+It is independent of the ``zephane`` package on purpose, so that a mistake in the package cannot
+hide one in the library.
 """
 
 from __future__ import annotations
@@ -88,7 +88,7 @@ class Library:
         self.c = c
 
     def take(self, text: int | None) -> bytes:
-        """The bytes of a returned string, which goes back to the library."""
+        """The bytes of a returned string, which is then freed."""
         assert text, "a reply is never null"
         try:
             return ctypes.string_at(text)
@@ -116,7 +116,7 @@ class Library:
         raise Refused(self.take(error.value).decode("utf-8"))
 
     def creation_refusal(self, configuration: Any) -> str:
-        """The words with which a configuration is refused."""
+        """The text of the refusal of a configuration."""
         try:
             handle = self.engine_create(encode(configuration))
         except Refused as refused:
@@ -126,7 +126,7 @@ class Library:
 
 
 class Engine:
-    """One engine. Requests are dicts, or texts and bytes that are passed on as they stand."""
+    """One engine. Requests are dicts, or texts and bytes that are passed on unchanged."""
 
     def __init__(self, library: Library, configuration: Any) -> None:
         self.library = library
@@ -152,7 +152,7 @@ class Engine:
         return reply
 
     def refusal(self, request: Any) -> str:
-        """The words with which a request is refused."""
+        """The text of the refusal of a request."""
         return error_of(self.raw(request))
 
     def inspect(self) -> dict[str, Any]:

@@ -1,5 +1,5 @@
-"""Pictures worked out once more in double precision, from the exported planes and the snapshot's
-report, to hold the library's pictures against."""
+"""Pictures computed independently in double precision from the exported planes and the snapshot's
+report, for comparison with the library's pictures."""
 
 from __future__ import annotations
 
@@ -51,7 +51,7 @@ FLOW_COLOR = np.array([0.76, 0.93, 1.0])
 
 @dataclass(frozen=True)
 class Settings:
-    """What a request may say of its picture, with what holds where it says nothing."""
+    """The picture settings of a request, with their defaults."""
 
     display: str = "vorticity"
     palette: str = "ember"
@@ -106,7 +106,7 @@ class Scene:
 
 
 def sampled(plane: Any, across: Any, up: Any) -> Any:
-    """The plane between its points: point (i, j) stands at (i/N, j/N), and the plane repeats."""
+    """The plane between its points: point (i, j) is at (i/N, j/N), and the plane is periodic."""
     size = len(plane)
     x, y = across * size, up * size
     i, j = np.floor(x).astype(int), np.floor(y).astype(int)

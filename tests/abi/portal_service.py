@@ -1,14 +1,14 @@
-"""A desktop's portal for one question, on the session's bus.
+"""A file-chooser portal on the session bus that answers one request.
 
-Run as a program with the file that it notes the question in and with what it does:
+Its arguments are the file that it records the request in, and its behaviour:
 
     answer CODE [ADDRESS]   responds, with the address of the file chosen, after the call's return
     early CODE [ADDRESS]    responds before the call has returned
     refuse                  fails the call
-    vanish                  ends while the question stands
-    junk                    responds with something else than a response
+    vanish                  exits before it has responded
+    junk                    sends a malformed response
 
-It says "ready" when it can be asked.
+It prints "ready" when it can be called.
 """
 
 import json
@@ -73,7 +73,7 @@ class Portal(dbus.service.Object):
 
 
 def plain(value):
-    """A value of the bus as JSON has it."""
+    """A D-Bus value as a value for JSON."""
     if isinstance(value, dict):
         return {str(key): plain(item) for key, item in value.items()}
     if isinstance(value, bytes):

@@ -29,13 +29,13 @@ class Row:
 
     @property
     def name(self) -> str:
-        """What a test of this row is called."""
+        """The name of this row in test ids."""
         return f"{self.section}: {next(iter(self.cells.values()))}".replace("`", "")
 
 
 @dataclass(frozen=True)
 class Example:
-    """A fenced block: what the opening fence says after "json", and the object."""
+    """A fenced block: the text after "json" on the opening fence, and the object."""
 
     words: list[str]
     text: str
@@ -103,11 +103,11 @@ def _cells(line: str) -> list[str]:
 
 @dataclass(frozen=True)
 class Range:
-    """What a cell of the column "Range" says."""
+    """The contents of a cell of the column "Range"."""
 
     accepted: list[Any]
     refused: list[Any]
-    clamped: list[tuple[Any, Any]]  # what is given, and what is kept of it
+    clamped: list[tuple[Any, Any]]  # the value given, and the value kept
 
 
 def range_of(row: Row) -> Range:

@@ -61,10 +61,10 @@ def literals(source: str) -> list[str]:
     return ["".join(re.findall(r'"((?:[^"\\\n]|\\.)*)"', piece)) for piece in pieces]
 
 
-# What there is
+# Functions, operations and keys
 
 
-def test_the_functions_are_those_of_the_library(dynamic_symbols):
+def test_the_functions_match_the_library(dynamic_symbols):
     prototypes = [row.code("Function") for row in rows("Function", "Result")]
     header = (ROOT / "boundary" / "zephane.h").read_text("utf-8")
     assert all(f"ZEPHANE_EXPORT {prototype};" in header for prototype in prototypes)
@@ -72,7 +72,7 @@ def test_the_functions_are_those_of_the_library(dynamic_symbols):
     assert names == {name for kind, name in dynamic_symbols if kind == "T" and "zp_" in name}
 
 
-def test_the_operations_are_those_of_the_library(engine, view):
+def test_the_operations_match_the_library(engine, view):
     named = re.findall(r'(?:Operation\{|name == )"(\w+)"', "".join(source_files("boundary")))
     assert sorted(operations("Engine") + operations("View")) == sorted(named)
     unknown = engine.refusal("{}"), view.refusal("{}")
@@ -83,7 +83,7 @@ def test_the_operations_are_those_of_the_library(engine, view):
             assert decode(view.raw({"op": op})).get("error") != unknown[1]
 
 
-def test_the_keys_of_requests_are_those_that_the_library_reads():
+def test_the_keys_of_requests_match_those_that_the_library_reads():
     reading = r'\b(?:read|find)\w*\(\w+, "(\w+)"'
     read = {key for source in source_files("boundary") for key in re.findall(reading, source)}
     assert read == {"op", *(row.code("Key") for row in requests())}
@@ -94,7 +94,7 @@ def test_the_keys_of_requests_are_those_that_the_library_reads():
 
 @pytest.fixture
 def send(library, make_engine, tmp_path) -> Any:
-    """Sends one key of a section's request; returns what the library kept of it, if it shows."""
+    """Sends one key of a section's request; returns the value that the library kept, if visible."""
     made: dict[str, Any] = {}
 
     def engine(**members: Any) -> None:
@@ -146,7 +146,7 @@ REQUESTS = [row for row in requests() if row.section != "View: export"]
 
 
 @parameters(REQUESTS)
-def test_a_value_is_accepted_clamped_or_refused_as_its_range_says(send, row, request):
+def test_a_value_is_accepted_clamped_or_refused_by_its_range(send, row, request):
     if row.code("Key") == "pixel_size":
         request.getfixturevalue("drawing")
     expected = range_of(row)
@@ -162,7 +162,7 @@ def test_a_value_is_accepted_clamped_or_refused_as_its_range_says(send, row, req
 
 
 @parameters(REQUESTS)
-def test_a_value_of_another_type_is_refused_and_null_where_its_type_says_so(send, row, request):
+def test_a_value_of_another_type_is_refused_and_null_accepted_only_if_allowed(send, row, request):
     key, (kind, _, null) = row.code("Key"), row["Type"].partition(" or ")
     if key == "pixel_size":
         request.getfixturevalue("drawing")
@@ -177,7 +177,7 @@ def test_a_value_of_another_type_is_refused_and_null_where_its_type_says_so(send
     with pytest.raises(Refused, match=words):
         send(row.section, key, wrong)
     if key == "initial" and row.section == "Configuration":
-        return  # without a file it would be an engine of the default size
+        return  # without a file this would create an engine of the default size
     if null:
         send(row.section, key, None)
     else:
@@ -185,7 +185,7 @@ def test_a_value_of_another_type_is_refused_and_null_where_its_type_says_so(send
             send(row.section, key, None)
 
 
-def test_a_null_fixed_step_goes_back_to_the_adaptive_one(view):
+def test_a_null_fixed_step_restores_the_adaptive_one(view):
     assert view.call("configure", fixed_dt=0.5)["config"]["fixed_dt"] == 0.5
     assert view.call("configure")["config"]["fixed_dt"] == 0.5
     assert view.call("configure", fixed_dt=None)["config"]["fixed_dt"] is None
@@ -224,7 +224,7 @@ ARGUMENTS = [
 
 
 @parameters(ARGUMENTS)
-def test_leaving_an_argument_out_is_giving_its_default(effect, row):
+def test_a_missing_argument_means_its_default(effect, row):
     default = json.loads(row.code("Default"))
     other = {bool: not default, int: 2 if default != 2 else 3}[type(default)]
     key = row.code("Key")
@@ -235,7 +235,7 @@ def test_leaving_an_argument_out_is_giving_its_default(effect, row):
 
 @pytest.fixture
 def effect(library, make_engine, request, tmp_path) -> Callable[..., Any]:
-    """What a request leads to, in an engine or view that is made for it."""
+    """The effect of a request in a new engine or view."""
 
     def of_engine(op: str, members: dict[str, Any]) -> Any:
         if "pixel_size" in members or members.pop("draw", False):
@@ -267,7 +267,7 @@ def effect(library, make_engine, request, tmp_path) -> Callable[..., Any]:
     return run
 
 
-def test_an_engine_draws_by_the_defaults_of_the_picture_settings(drawing, engine, tmp_path):
+def test_an_engine_draws_with_the_default_picture_settings(drawing, engine, tmp_path):
     def picture(**members: Any) -> bytes:
         path = tmp_path / "picture.png"
         engine.export(png=str(path), pixel_size=16, **members)
@@ -342,7 +342,7 @@ def test_the_raw_files_have_the_sizes_shown(engine, make_engine, tmp_path):
 
 
 def lost(case: Case) -> Engine:
-    """An engine with a flow that has just left single precision."""
+    """An engine whose flow has just overflowed single precision."""
     engine = case.make_engine(fixed_dt=1e30, reynolds=1e30)
     case.first = engine.refusal({"op": "advance"})
     return engine
@@ -375,7 +375,7 @@ def started_from(contents: bytes) -> Callable[[Case], str]:
     return run
 
 
-def elsewhere(case: Case) -> str:
+def called_on_another_thread(case: Case) -> str:
     view = case.view
     return on_another_thread(lambda: view.refusal({"op": "get"}))
 
@@ -391,12 +391,12 @@ def attach(window: Callable[[Case], int], times: int = 1) -> Callable[[Case], st
     return run
 
 
-def without_a_display(case: Case) -> str:
+def attached_without_a_display(case: Case) -> str:
     case.fixture("monkeypatch").setenv("DISPLAY", "")
     return attach(lambda _: 1)(case)
 
 
-def no_dialog(case: Case) -> str:
+def saved_without_a_dialog(case: Case) -> str:
     patch = case.fixture("monkeypatch")
     patch.setenv("PATH", str(case.folder))
     for name in ("DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"):
@@ -420,7 +420,7 @@ def exported(**members: Any) -> Callable[[Case], str]:
 
 
 class Case:
-    """What a refusal is provoked with."""
+    """The fixtures that provoke a refusal."""
 
     def __init__(self, request: pytest.FixtureRequest) -> None:
         self.fixture = request.getfixturevalue
@@ -434,13 +434,13 @@ class Case:
         return self.fixture("view")
 
 
-# By section, where one text has several causes. The others are only looked up in the sources.
+# By section, where one text has several causes. The others are only searched for in the sources.
 PROVOKED: dict[str | tuple[str, str], Callable[[Case], str]] = {
     "Initialize on the main thread.": lambda case: error_of(
         on_another_thread(case.library.initialize)
     ),
     "Closed engine.": lambda case: error_of(case.library.engine_call(None, b"{}")),
-    "UI calls require the main thread.": elsewhere,
+    "UI calls require the main thread.": called_on_another_thread,
     "Closed UI.": lambda case: error_of(case.library.ui_call(None, b"{}")),
     "ZEPHANE_DEVICE must be a nonnegative device index.": initialized_with("-1"),
     "stoi argument out of range": initialized_with("2147483648"),
@@ -455,24 +455,24 @@ PROVOKED: dict[str | tuple[str, str], Callable[[Case], str]] = {
     ).refusal({"op": "inspect"}),
     "Canvas is already attached.": attach(lambda case: case.fixture("window").id, times=2),
     "Invalid parent HWND.": attach(lambda case: case.fixture("display") and 0xDEAD),
-    "Cannot create native canvas.": without_a_display,
+    "Cannot create native canvas.": attached_without_a_display,
     "No completed frame.": lambda case: case.view.refusal({"op": "export"}),
     "No native renderer.": lambda case: case.fixture("paused").refusal({"op": "export"}),
-    "Could not open Save PNG dialog.": no_dialog,
+    "Could not open Save PNG dialog.": saved_without_a_dialog,
     ("Refusals of a view", "PNG size must be 1 through 8192."): exported(png="x", pixel_size=0),
     ("Refusals of a view", "Cannot write export file."): exported(fields="missing/fields.raw"),
     "cudaMalloc(&ptr,bytes): out of memory": out_of_memory,
 }
 
 
-def words_of(row: Row) -> tuple[str, bool]:
-    """The text of a refusal, and whether that is all of it."""
+def expected_text(row: Row) -> tuple[str, bool]:
+    """The text of a refusal, and whether it is complete."""
     return row.code("Refusal"), not row["Refusal"].endswith("...")
 
 
 def answer(row: Row, case: Case) -> str | None:
-    """The refusal that the row's example, or what stands in PROVOKED, is met with."""
-    text, _ = words_of(row)
+    """The refusal that the row's example, or its entry in PROVOKED, gets."""
+    text, _ = expected_text(row)
     if row["For example"] == NONE:
         provoke = PROVOKED.get((row.section, text)) or PROVOKED.get(text)
         return provoke(case) if provoke else None
@@ -487,8 +487,8 @@ def answer(row: Row, case: Case) -> str | None:
 
 
 @parameters(refusals())
-def test_a_refusal_has_the_words_shown(request, monkeypatch, row, sanitized):
-    text, whole = words_of(row)
+def test_a_refusal_has_the_text_shown(request, monkeypatch, row, sanitized):
+    text, whole = expected_text(row)
     if sanitized and "out of memory" in text:
         pytest.skip("a sanitizer needs more address space than the test leaves")
     case = Case(request)
@@ -505,7 +505,7 @@ def test_a_refusal_has_the_words_shown(request, monkeypatch, row, sanitized):
 
 
 def thrown() -> set[str]:
-    """What the sources throw, up to the first part that is only known when they run."""
+    """The texts thrown in the sources, up to the first part that is known only at run time."""
     found = set()
     for source in source_files(*SOURCES):
         source = re.sub(r"//.*", "", source)
@@ -524,14 +524,14 @@ def constants() -> dict[str, str]:
 
 
 def test_every_refusal_of_the_sources_is_shown():
-    shown = [words_of(row)[0] for row in refusals()]
+    shown = [expected_text(row)[0] for row in refusals()]
     missing = [text for text in thrown()
                if not any(one.startswith(text.rstrip()) for one in shown)]  # fmt: skip
     assert len(thrown()) > 30 and missing == []
 
 
-def test_the_steps_of_a_drawing_are_those_of_the_sources():
-    """In those folders each literal of several words that begins with a capital names a step, or
+def test_the_drawing_steps_match_the_sources():
+    """In those folders each literal of several words that begins with a capital names a step or
     is a whole refusal."""
     pictures = source_files("render/vulkan", "render/png", "render/cairo")
     named = {text for source in pictures for text in literals(re.sub(r"//.*", "", source))}
@@ -545,11 +545,12 @@ def test_the_steps_of_a_drawing_are_those_of_the_sources():
 # Examples
 
 
-def alike(shown: Any, given: Any) -> bool:
-    """Whether two replies are the same but for rounding, the clock and the machine."""
+def equal_apart_from_rounding(shown: Any, given: Any) -> bool:
+    """Whether two replies are equal apart from rounding, the clock and the machine."""
     if isinstance(shown, dict):
         return set(shown) == set(given) and all(
-            key in ("gpu_milliseconds", "gpu", "backend") or alike(shown[key], given[key])
+            key in ("gpu_milliseconds", "gpu", "backend")
+            or equal_apart_from_rounding(shown[key], given[key])
             for key in shown
         )
     if isinstance(shown, float):
@@ -557,7 +558,7 @@ def alike(shown: Any, given: Any) -> bool:
     return type(shown) is type(given) and shown == given
 
 
-def test_the_examples_of_an_engine_are_answered_as_shown(library, tmp_path, monkeypatch, request):
+def test_the_engine_examples_get_the_replies_shown(library, tmp_path, monkeypatch, request):
     monkeypatch.chdir(tmp_path)
     (configuration,) = section("Configuration").examples
     found = [one for part in sections() for one in part.examples]
@@ -570,10 +571,10 @@ def test_the_examples_of_an_engine_are_answered_as_shown(library, tmp_path, monk
             if "picture" in example.words:
                 request.getfixturevalue("drawing")
             given = decode(engine.raw(example.text))
-            assert alike(json.loads(reply.text), given), (example.text, given)
+            assert equal_apart_from_rounding(json.loads(reply.text), given), (example.text, given)
 
 
-def test_the_examples_of_a_view_are_answered(library, drawing, window, tmp_path, monkeypatch):
+def test_the_view_examples_are_answered(library, drawing, window, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     offer_a_path(tmp_path, monkeypatch)
     found = [one for part in sections() for one in part.examples]
@@ -588,9 +589,9 @@ def test_the_examples_of_a_view_are_answered(library, drawing, window, tmp_path,
                 view.wait(lambda report: report["presentations"] > 0)
             report = view.ask(found[at].text)
             if found[at + 1 :] and found[at + 1].words == ["reply", "status"]:
-                assert alike(json.loads(found[at + 1].text), report)
+                assert equal_apart_from_rounding(json.loads(found[at + 1].text), report)
             assert report["error_message"] is None
-        view.call("reset")  # the limits are those of the flows that begin now
+        view.call("reset")  # limits apply to flows that start afterwards
         view.call("running", value=True)
         view.wait(lambda report: report["settled"] and not report["running"])
     assert (tmp_path / "view.png").is_file() and (tmp_path / "saved.png").is_file()

@@ -38,11 +38,11 @@ def test_destroying_a_null_engine_does_nothing(library):
     library.c.zp_engine_destroy(None)
 
 
-def test_a_call_on_a_null_engine_says_that_it_is_closed(library):
+def test_a_call_on_a_null_engine_reports_that_it_is_closed(library):
     assert library.engine_call(None, b'{"op":"inspect"}') == b'{"error":"Closed engine."}'
 
 
-def test_a_null_engine_is_told_before_a_bad_request(library):
+def test_a_null_engine_is_reported_before_a_bad_request(library):
     assert error_of(library.engine_call(None, None)) == "Closed engine."
     assert error_of(library.engine_call(None, b"{")) == "Closed engine."
 
@@ -52,12 +52,12 @@ def test_a_null_request_is_not_an_object(engine):
 
 
 @pytest.mark.parametrize("text", NOT_OBJECTS)
-def test_a_request_that_is_no_object_is_refused(engine, text):
+def test_a_request_that_is_not_an_object_is_refused(engine, text):
     assert engine.raw(text) == b'{"error":"Expected a JSON object."}'
 
 
 @pytest.mark.parametrize("text", NOT_OBJECTS)
-def test_a_configuration_that_is_no_object_is_refused(library, text):
+def test_a_configuration_that_is_not_an_object_is_refused(library, text):
     assert library.creation_refusal(text) == NOT_AN_OBJECT
 
 
@@ -93,12 +93,12 @@ def test_a_null_configuration_is_not_an_object(library):
         '{"op":nul}',
     ],
 )
-def test_a_syntax_error_comes_in_the_words_of_the_json_library(library, engine, text):
+def test_a_syntax_error_has_the_text_of_the_json_library(library, engine, text):
     assert engine.refusal(text).startswith(PARSE_ERROR)
     assert library.creation_refusal(text).startswith(PARSE_ERROR)
 
 
-def test_a_syntax_error_tells_its_place(engine):
+def test_a_syntax_error_gives_its_position(engine):
     assert engine.refusal('{"op":"inspect"').startswith(
         "[json.exception.parse_error.101] parse error at line 1, column 16: "
     )
@@ -140,7 +140,7 @@ def test_a_failed_call_replies_with_an_error_alone_and_leaves_the_engine_usable(
     assert engine.raw({"op": "inspect"}) == before
 
 
-def test_a_failed_call_lets_other_threads_in(engine):
+def test_a_failed_call_does_not_block_other_threads(engine):
     engine.refusal("{")
     engine.refusal({"op": "nothing"})
     finished = threading.Event()
@@ -155,12 +155,12 @@ def test_a_refused_configuration_gives_null_and_plain_text(library):
     assert library.take(error.value) == BAD_CONFIGURATION.encode()
 
 
-def test_a_refused_configuration_without_a_place_for_words_gives_null(library):
+def test_a_refused_configuration_without_an_error_pointer_gives_null(library):
     for configuration in (b'{"resolution":17}', b"{", None):
         assert not library.c.zp_engine_create(configuration, None)
 
 
-def test_a_success_leaves_the_place_for_words_untouched(library):
+def test_a_success_leaves_the_error_pointer_untouched(library):
     sentinel = 0x5A5A5A5A
     error = ctypes.c_void_p(sentinel)
     handle = library.c.zp_engine_create(b'{"resolution":16}', ctypes.byref(error))
@@ -168,26 +168,26 @@ def test_a_success_leaves_the_place_for_words_untouched(library):
     assert handle and error.value == sentinel
 
 
-def test_a_success_needs_no_place_for_words(library):
+def test_a_success_needs_no_error_pointer(library):
     handle = library.c.zp_engine_create(b'{"resolution":16}', None)
     assert handle
     library.c.zp_engine_destroy(handle)
 
 
-def test_a_refusal_overwrites_what_stood_in_the_place_for_words(library):
+def test_a_refusal_overwrites_the_error_pointer(library):
     error = ctypes.c_void_p(0x5A5A5A5A)
     assert not library.c.zp_engine_create(b"[]", ctypes.byref(error))
     assert library.take(error.value) == NOT_AN_OBJECT.encode()
 
 
-def test_every_reply_is_a_string_of_its_own(library, engine):
+def test_every_reply_is_a_separate_string(library, engine):
     request = b'{"op":"inspect"}'
     texts = [library.c.zp_engine_call(engine.handle, request) for _ in range(8)]
     assert len(set(texts)) == 8
     assert len({library.take(text) for text in texts}) == 1
 
 
-def test_words_from_a_request_come_back_as_plain_utf8(library):
+def test_text_from_a_request_comes_back_as_plain_utf8(library):
     name = "渦度 ÉTDRK4 🌀"
     assert library.creation_refusal({"integrator": name}) == f"Unknown integrator: {name}"
 
@@ -197,7 +197,7 @@ def test_an_escaped_name_comes_back_unescaped(library):
     assert library.creation_refusal(text) == "Unknown integrator: 渦🌀\n"
 
 
-def test_a_reply_is_not_escaped_beyond_need(engine):
+def test_a_reply_escapes_only_what_json_requires(engine):
     reply = engine.raw({"op": "export", "snapshot": True, "png": "x", "pixel_size": "é"})
     assert reply == b'{"error":"%s"}' % type_error("number", "string").encode()
 
@@ -207,7 +207,7 @@ def test_a_call_may_come_from_any_thread(engine):
     assert on_another_thread(lambda: engine.raw({"op": "inspect"})) == here
 
 
-def test_an_engine_may_be_made_and_ended_on_any_thread(library):
+def test_an_engine_may_be_created_and_destroyed_on_any_thread(library):
     def live() -> int:
         with Engine(library, {"resolution": 16}) as engine:
             return engine.advance(steps=2)["steps"]
@@ -249,7 +249,7 @@ def test_four_threads_share_one_engine_and_no_step_is_lost(make_engine):
     assert engine.inspect()["steps"] == 400
 
 
-def test_engines_on_several_threads_do_not_touch_each_other(library):
+def test_engines_on_several_threads_do_not_affect_each_other(library):
     def live(seed: int) -> bytes:
         with Engine(library, {"resolution": 32, "seed": seed, "fixed_dt": 0.01}) as engine:
             engine.advance(steps=40)
@@ -270,7 +270,7 @@ def test_engines_on_several_threads_do_not_touch_each_other(library):
     assert len(set(alone)) == 4
 
 
-def test_forty_engines_live_side_by_side(make_engine):
+def test_forty_engines_can_exist_at_once(make_engine):
     engines = [make_engine(seed=seed, fixed_dt=0.01) for seed in range(40)]
     for count, engine in enumerate(engines):
         engine.advance(steps=count)
@@ -279,7 +279,7 @@ def test_forty_engines_live_side_by_side(make_engine):
     assert len({report["energy"] for report in reports}) == 40
 
 
-def a_run_in_silence(library: Library):
+def refusals_of_a_short_run(library: Library):
     library.initialize()
     with Engine(library, {"resolution": 16, "fixed_dt": 1e30, "reynolds": 1e30}) as engine:
         words = [engine.refusal({"op": "advance"}), engine.refusal("{"), engine.refusal(None)]
@@ -287,5 +287,5 @@ def a_run_in_silence(library: Library):
 
 
 def test_nothing_is_written_to_the_console(library_path):
-    # in_fresh_process takes any output beside the answer for a failure.
-    assert all(in_fresh_process(library_path, a_run_in_silence))
+    # in_fresh_process fails on any output other than the answer.
+    assert all(in_fresh_process(library_path, refusals_of_a_short_run))

@@ -1,7 +1,7 @@
-"""The configuration of an engine: every field's default, form, limit and words of refusal.
+"""The configuration of an engine: every field's default, type, limits and refusal texts.
 
-An engine does not show its configuration. Its memory tells the grid, integrator and operator, its
-first time step the Courant number or the fixed step, its start spectrum k0, seed and shape.
+An engine does not report its configuration. Its memory reveals the grid, integrator and operator,
+its first time step the Courant number or the fixed step, its start spectrum k0, seed and shape.
 """
 
 from __future__ import annotations
@@ -76,8 +76,8 @@ def test_an_empty_configuration_gives_the_defaults(library):
             "operator": "stress",
             "start_spectrum": "PAO",
         }
-        with Engine(library, {"resolution": 1024, **defaults}) as told:
-            assert told.inspect() == report
+        with Engine(library, {"resolution": 1024, **defaults}) as explicit:
+            assert explicit.inspect() == report
 
 
 def test_a_null_member_leaves_its_default(make_engine):
@@ -121,7 +121,7 @@ def test_a_resolution_out_of_range_or_odd_is_refused(library, value):
 
 
 @pytest.mark.parametrize("value", ["16.0", "16.999", "1.6e1", "4294967312", "-4294967280"])
-def test_a_resolution_is_cut_to_a_32_bit_integer(library, value):
+def test_a_resolution_is_truncated_to_a_32_bit_integer(library, value):
     with Engine(library, f'{{"resolution":{value}}}') as engine:
         assert engine.export(snapshot=True)["grid_size"] == 16
 
@@ -190,7 +190,7 @@ def test_k0_below_one_is_refused(library, value):
 
 
 @pytest.mark.parametrize("value", ["4.9", "4294967300", "-4294967292", "4e0"])
-def test_k0_is_cut_to_a_32_bit_integer(library, make_engine, value):
+def test_k0_is_truncated_to_a_32_bit_integer(library, make_engine, value):
     with Engine(library, f'{{"resolution":16,"k0":{value}}}') as engine:
         assert engine.inspect() == start(make_engine, k0=4)
 
@@ -203,7 +203,7 @@ def test_k0_sets_the_start(make_engine):
     assert start(make_engine, k0=3) != start(make_engine, k0=4)
 
 
-def test_a_seed_is_one_flow(make_engine):
+def test_a_seed_determines_the_flow(make_engine):
     assert make_engine(seed=5).spectrum() == make_engine(seed=5).spectrum()
     assert make_engine(seed=5).spectrum() != make_engine(seed=6).spectrum()
 
@@ -361,7 +361,7 @@ def test_a_fixed_step_that_is_infinite_in_32_bits_is_refused(library, value):
 # The names
 
 
-def test_the_integrator_leaves_the_courant_number_alone(make_engine):
+def test_the_integrator_does_not_change_the_courant_number(make_engine):
     steps = {start(make_engine, integrator=name)["dt"] for name in INTEGRATORS}
     assert len(steps) == 1
 
@@ -380,7 +380,7 @@ def test_a_name_is_compared_exactly(library, make_engine, key, names):
         for wrong in (name.swapcase(), f" {name}", f"{name} ", name[:-1], ""):
             words = library.creation_refusal({"resolution": 16, key: wrong})
             assert words == f"Unknown {key}: {wrong}"
-        # The words of a failure are a C string, and end at the NUL.
+        # The text of a failure is a C string, and ends at the NUL.
         words = library.creation_refusal({"resolution": 16, key: f"{name}\0x"})
         assert words == f"Unknown {key}: {name}"
 
@@ -417,15 +417,15 @@ def test_a_name_of_another_type_is_refused(library, key, value, name):
         ({"resolution": 15, "initial": "/nowhere/at/all"}, BAD_CONFIGURATION),
     ],
 )
-def test_the_first_failure_is_the_one_that_is_told(library, configuration, words):
+def test_only_the_first_failure_is_reported(library, configuration, words):
     assert library.creation_refusal(configuration) == words
 
 
-def test_a_configuration_is_parsed_before_it_is_looked_at(library):
+def test_a_configuration_is_parsed_before_it_is_checked(library):
     assert library.creation_refusal('{"resolution":15,').startswith(PARSE_ERROR)
 
 
-def test_a_refused_configuration_leaves_no_trace_in_the_next(library, make_engine):
+def test_a_refused_configuration_does_not_affect_the_next(library, make_engine):
     before = start(make_engine)
     library.creation_refusal({"resolution": 16, "k0": 7, "seed": 9, "cfl": 1.0, "reynolds": 0})
     assert start(make_engine) == before

@@ -44,7 +44,7 @@ def test_two_engines_and_a_reset_run_the_same_flow_to_the_bit(make_engine, integ
     assert len(digests) == 1
 
 
-def test_a_flow_does_not_depend_on_how_its_steps_are_asked_for(make_engine):
+def test_a_flow_does_not_depend_on_how_its_steps_are_split_into_calls(make_engine):
     whole, single_steps = make_engine(resolution=48), make_engine(resolution=48)
     whole.advance(steps=300)
     for number in range(300):
@@ -56,7 +56,7 @@ def test_a_flow_does_not_depend_on_how_its_steps_are_asked_for(make_engine):
     assert digest_of(whole) == digest_of(single_steps)
 
 
-def test_a_reset_forgets_everything(make_engine):
+def test_a_reset_keeps_nothing_of_the_old_flow(make_engine):
     used, fresh = make_engine(resolution=48), make_engine(resolution=48)
     used.advance(steps=30)
     used.export(snapshot=True)
@@ -66,7 +66,7 @@ def test_a_reset_forgets_everything(make_engine):
     assert digest_of(used) == digest_of(fresh)
 
 
-def test_two_engines_on_two_threads_have_the_bits_of_one_alone(library):
+def test_two_engines_on_two_threads_give_the_same_bits_as_one(library):
     def live() -> str:
         with Engine(library, {"resolution": 96}) as engine:
             for _ in range(10):
@@ -98,7 +98,7 @@ def digests_on(library: Library, processors: int, flows: list):
     return digests
 
 
-def test_one_processor_gives_the_bits_of_all(library_path):
+def test_one_processor_gives_the_same_bits_as_all(library_path):
     if len(os.sched_getaffinity(0)) < 2:
         pytest.skip("this machine lends one processor")
     alone = in_fresh_process(library_path, digests_on, 1, FLOWS)

@@ -77,7 +77,7 @@ def test_a_fixed_step_is_cut_to_the_remainder(make_engine):
     assert report["simulation_time"] == 1.0
 
 
-def test_a_step_of_just_the_remainder_lands(make_engine):
+def test_a_step_equal_to_the_remainder_lands_on_the_endpoint(make_engine):
     report = make_engine(fixed_dt=0.25).advance(steps=100, until=1.0)
     assert report["steps"] == 4
     assert report["dt"] == 0.25
@@ -93,7 +93,7 @@ def test_a_cut_step_does_not_disturb_the_next(make_engine):
     assert engine.advance()["dt"] == pytest.approx(smooth.advance()["dt"], rel=1e-3)
 
 
-def test_a_run_in_pieces_lands_on_every_piece(engine):
+def test_a_run_in_pieces_lands_on_every_endpoint(engine):
     for piece in range(1, 21):
         end = piece / 20
         assert engine.advance(steps=1000, until=end)["simulation_time"] == as_pair(end)

@@ -52,7 +52,7 @@ def test_an_unknown_operation_is_refused(engine, text):
         ('{"op":"inspect"}', "object"),
     ],
 )
-def test_an_operation_that_is_no_text_is_refused(engine, value, name):
+def test_an_operation_that_is_not_a_string_is_refused(engine, value, name):
     assert engine.refusal(f'{{"op":{value}}}') == type_error("string", name)
 
 
@@ -93,7 +93,7 @@ def test_advance_by_no_steps_replies_with_the_current_record(engine):
 
 
 @pytest.mark.parametrize("count", [1, 2, 255, 256, 257, 300, 512, 513])
-def test_advance_makes_as_many_steps_as_it_is_told(make_engine, count):
+def test_advance_takes_the_requested_number_of_steps(make_engine, count):
     engine = make_engine(fixed_dt=0.001)
     report = engine.advance(steps=count)
     assert report["steps"] == count
@@ -110,7 +110,7 @@ def test_a_long_advance_equals_short_ones(make_engine):
 
 
 @pytest.mark.parametrize("op", ["inspect", "export"])
-def test_looking_at_a_flow_does_not_change_it(make_engine, op):
+def test_reading_a_flow_does_not_change_it(make_engine, op):
     watched, alone = make_engine(), make_engine()
     for _ in range(5):
         watched.advance()
@@ -145,7 +145,7 @@ def test_advance_keeps_the_figures_of_the_last_inspection(engine):
         ("9223372032559808514", 2),
     ],
 )
-def test_steps_are_cut_to_a_32_bit_integer(make_engine, value, count):
+def test_steps_are_truncated_to_a_32_bit_integer(make_engine, value, count):
     engine = make_engine(fixed_dt=0.001)
     assert engine.call(f'{{"op":"advance","steps":{value}}}')["steps"] == count
 
@@ -168,23 +168,23 @@ def test_steps_are_cut_to_a_32_bit_integer(make_engine, value, count):
         "-1.7976931348623157e308",
     ],
 )
-def test_steps_that_come_out_negative_are_refused(engine, value):
+def test_steps_that_are_negative_after_conversion_are_refused(engine, value):
     assert engine.refusal(f'{{"op":"advance","steps":{value}}}') == BAD_ADVANCE
 
 
 @pytest.mark.parametrize(("value", "name"), NEVER_NUMBERS)
-def test_steps_that_are_no_number_are_refused(engine, value, name):
+def test_steps_that_are_not_a_number_are_refused(engine, value, name):
     text = f'{{"op":"advance","steps":{value}}}'
     assert engine.refusal(text) == type_error("number", name)
 
 
 @pytest.mark.parametrize(("value", "name"), [("true", "boolean"), *NEVER_NUMBERS[1:]])
-def test_an_endpoint_that_is_no_number_is_refused(engine, value, name):
+def test_an_endpoint_that_is_not_a_number_is_refused(engine, value, name):
     text = f'{{"op":"advance","until":{value}}}'
     assert engine.refusal(text) == type_error("number", name)
 
 
-def test_a_null_endpoint_is_none(engine):
+def test_a_null_endpoint_means_no_endpoint(engine):
     assert engine.advance(until=None)["steps"] == 1
 
 
@@ -260,7 +260,7 @@ def test_a_courant_number_that_is_not_finite_and_positive_is_refused(engine, val
 
 @pytest.mark.parametrize("key", ["reynolds", "cfl"])
 @pytest.mark.parametrize(("value", "name"), [("true", "boolean"), *NEVER_NUMBERS[1:]])
-def test_a_setting_that_is_no_number_is_refused(engine, key, value, name):
+def test_a_setting_that_is_not_a_number_is_refused(engine, key, value, name):
     assert engine.refusal(f'{{"op":"set","{key}":{value}}}') == type_error("number", name)
 
 
@@ -272,13 +272,13 @@ def test_a_good_reynolds_number_stays_when_the_courant_number_is_refused(engine)
     assert engine.inspect()["reynolds"] == 78
 
 
-def test_a_bad_reynolds_number_keeps_the_courant_number_from_being_read(make_engine):
+def test_the_courant_number_is_not_read_after_a_bad_reynolds_number(make_engine):
     engine, other = make_engine(), make_engine()
     assert engine.refusal({"op": "set", "reynolds": 0, "cfl": 0.1}) == BAD_REYNOLDS
     assert engine.advance()["dt"] == other.advance()["dt"]
 
 
-def test_a_smaller_courant_number_cuts_the_very_next_step(make_engine):
+def test_a_smaller_courant_number_shortens_the_next_step(make_engine):
     engine = make_engine(cfl=0.02)
     before = engine.advance()["dt"]
     engine.set(cfl=0.01)
@@ -359,7 +359,7 @@ def test_a_reset_without_a_file_takes_the_seed(engine, value):
     ("value", "name"),
     [("1", "number"), ("true", "boolean"), ("[]", "array"), ("{}", "object")],
 )
-def test_an_initial_file_that_is_no_text_is_refused(library, engine, value, name):
+def test_an_initial_file_that_is_not_a_string_is_refused(library, engine, value, name):
     words = type_error("string", name)
     assert engine.refusal(f'{{"op":"reset","initial":{value}}}') == words
     assert library.creation_refusal(f'{{"resolution":16,"initial":{value}}}') == words

@@ -1,4 +1,4 @@
-"""The operation "export": its arguments, what it writes and replies, and in which order."""
+"""The operation "export": its arguments, its files and replies, and their order."""
 
 from __future__ import annotations
 
@@ -8,7 +8,7 @@ from .harness import SNAPSHOT, types_of
 from .words import UNWRITABLE, type_error
 
 
-def test_export_of_nothing_replies_with_nothing(engine, tmp_path, monkeypatch):
+def test_an_empty_export_replies_with_an_empty_object(engine, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     assert engine.raw({"op": "export"}) == b"{}"
     nothing = dict.fromkeys(["spectrum", "fields", "png"])
@@ -16,7 +16,7 @@ def test_export_of_nothing_replies_with_nothing(engine, tmp_path, monkeypatch):
     assert not list(tmp_path.iterdir())
 
 
-def test_export_of_a_spectrum_replies_with_nothing(engine, tmp_path):
+def test_export_of_a_spectrum_replies_with_an_empty_object(engine, tmp_path):
     path = tmp_path / "a.bin"
     assert engine.raw({"op": "export", "spectrum": str(path)}) == b"{}"
     assert path.stat().st_size == 16 * 16 * 8
@@ -54,7 +54,7 @@ def test_a_snapshot_without_velocity_has_no_speed(engine):
     assert {**whole, "max_speed": 0} == without
 
 
-def test_many_snapshots_one_after_another_find_a_slot(engine):
+def test_many_snapshots_in_sequence_reuse_their_blocks(engine):
     reports = [engine.export(snapshot=True) for _ in range(20)]
     assert reports == reports[:1] * 20
 
@@ -64,7 +64,7 @@ def test_many_snapshots_one_after_another_find_a_slot(engine):
     ("value", "name"),
     [("null", "null"), ("1", "number"), ('"true"', "string"), ("[]", "array"), ("{}", "object")],
 )
-def test_a_switch_that_is_no_boolean_is_refused(engine, tmp_path, key, value, name):
+def test_a_switch_that_is_not_a_boolean_is_refused(engine, tmp_path, key, value, name):
     path = tmp_path / "f"
     text = f'{{"op":"export","fields":"{path}","{key}":{value}}}'
     assert engine.refusal(text) == type_error("boolean", name)
@@ -75,7 +75,7 @@ def test_a_switch_that_is_no_boolean_is_refused(engine, tmp_path, key, value, na
 @pytest.mark.parametrize(
     ("value", "name"), [("1", "number"), ("true", "boolean"), ("[]", "array"), ("{}", "object")]
 )
-def test_a_path_that_is_no_text_is_refused(engine, key, value, name):
+def test_a_path_that_is_not_a_string_is_refused(engine, key, value, name):
     assert engine.refusal(f'{{"op":"export","{key}":{value}}}') == type_error("string", name)
 
 
@@ -95,7 +95,7 @@ def test_the_picture_arguments_are_read_only_for_a_picture(engine):
 @pytest.mark.parametrize(
     "value", ["0", "-1", "8193", "0.9", "false", "4294967296", "1e10", "-1e10"]
 )
-def test_a_picture_of_no_size_or_a_huge_one_is_refused(engine, tmp_path, value):
+def test_a_picture_size_out_of_range_is_refused(engine, tmp_path, value):
     text = f'{{"op":"export","png":"{tmp_path}/p.png","pixel_size":{value}}}'
     assert engine.refusal(text) == "PNG size must be 1 through 8192."
     assert not list(tmp_path.iterdir())
@@ -105,7 +105,7 @@ def test_a_picture_of_no_size_or_a_huge_one_is_refused(engine, tmp_path, value):
 @pytest.mark.parametrize(
     ("value", "name"), [("null", "null"), ('"1"', "string"), ("[]", "array"), ("{}", "object")]
 )
-def test_a_picture_size_that_is_no_number_is_refused(engine, tmp_path, value, name):
+def test_a_picture_size_that_is_not_a_number_is_refused(engine, tmp_path, value, name):
     text = f'{{"op":"export","png":"{tmp_path}/p.png","pixel_size":{value}}}'
     assert engine.refusal(text) == type_error("number", name)
 
@@ -136,14 +136,14 @@ def test_a_picture_of_an_unknown_kind_is_refused(engine, tmp_path, arguments, wo
     assert not path.exists()
 
 
-def test_a_spectrum_file_stands_when_the_fields_are_refused(engine, tmp_path):
+def test_a_spectrum_file_is_kept_when_the_fields_are_refused(engine, tmp_path):
     path = tmp_path / "s"
     request = {"op": "export", "spectrum": str(path), "fields": str(tmp_path / "no" / "f")}
     assert engine.refusal(request) == UNWRITABLE
     assert path.stat().st_size == 16 * 16 * 8
 
 
-def test_a_spectrum_that_is_refused_keeps_the_fields_from_being_written(engine, tmp_path):
+def test_no_fields_are_written_after_a_refused_spectrum(engine, tmp_path):
     path = tmp_path / "f"
     request = {"op": "export", "spectrum": str(tmp_path / "no" / "s"), "fields": str(path)}
     assert engine.refusal(request) == UNWRITABLE
@@ -151,7 +151,7 @@ def test_a_spectrum_that_is_refused_keeps_the_fields_from_being_written(engine, 
 
 
 @pytest.mark.usefixtures("drawing")
-def test_a_fields_file_stands_when_the_picture_is_refused(engine, tmp_path):
+def test_a_fields_file_is_kept_when_the_picture_is_refused(engine, tmp_path):
     path = tmp_path / "f"
     request = {"op": "export", "fields": str(path), "png": str(tmp_path / "p"), "pixel_size": 0}
     assert engine.refusal(request) == "PNG size must be 1 through 8192."

@@ -1,4 +1,4 @@
-"""Flows that are lost: the words of the moment, the latch that follows, and the way back."""
+"""Lost flows: the error at the failing call, the latched error after it, and the recovery."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ MOMENTS = "Non-finite snapshot moments."
 CLOCK = "Non-finite clock."
 N = 16
 
-# With no viscosity to speak of, a first step of this length leaves 32 bits behind.
+# With almost no viscosity, a first step of this length overflows 32-bit floats.
 EXPLOSIVE = {"fixed_dt": 1e30, "reynolds": 1e30}
 
 
@@ -47,7 +47,7 @@ def lost(make_engine):
 
 @pytest.mark.parametrize("operator", OPERATORS)
 @pytest.mark.parametrize("integrator", INTEGRATORS)
-def test_a_flow_that_explodes_is_told_once_and_then_latched(make_engine, integrator, operator):
+def test_a_flow_that_diverges_is_reported_once_and_then_latched(make_engine, integrator, operator):
     engine = make_engine(**EXPLOSIVE, integrator=integrator, operator=operator)
     assert engine.refusal({"op": "advance", "steps": 300}) == UNHEALTHY
     assert engine.refusal({"op": "advance"}) == FLOW_LOST
@@ -65,7 +65,7 @@ def test_a_flow_that_explodes_is_told_once_and_then_latched(make_engine, integra
         {"op": "export", "snapshot": True, "include_velocity": False},
     ],
 )
-def test_a_lost_flow_refuses_what_needs_it(lost, request_members):
+def test_a_lost_flow_refuses_requests_that_need_it(lost, request_members):
     assert lost.refusal(request_members) == FLOW_LOST
     assert lost.refusal(request_members) == FLOW_LOST
 
@@ -77,21 +77,21 @@ def test_a_lost_flow_writes_no_file(lost, tmp_path, kind):
     assert not path.exists()
 
 
-def test_bad_steps_and_endpoints_are_told_before_the_loss(lost):
+def test_bad_steps_and_endpoints_are_reported_before_the_loss(lost):
     assert lost.refusal({"op": "advance", "steps": -1}) == BAD_ADVANCE
     assert lost.refusal({"op": "advance", "until": -1}) == BAD_ADVANCE
     assert lost.refusal({"op": "advance", "until": 1e39}) == BAD_ADVANCE
 
 
-def test_an_unknown_operation_is_told_before_the_loss(lost):
+def test_an_unknown_operation_is_reported_before_the_loss(lost):
     assert lost.refusal({"op": "nothing"}) == UNKNOWN_OPERATION
 
 
-def test_an_export_of_nothing_works_on_a_lost_flow(lost):
+def test_an_empty_export_works_on_a_lost_flow(lost):
     assert lost.export() == {}
 
 
-def test_the_settings_work_on_a_lost_flow(lost):
+def test_set_works_on_a_lost_flow(lost):
     assert lost.set(reynolds=321, cfl=1) == {}
     assert lost.refusal({"op": "set", "reynolds": 0}) == BAD_REYNOLDS
     assert lost.refusal({"op": "set", "cfl": 0}) == BAD_CFL
@@ -99,7 +99,7 @@ def test_the_settings_work_on_a_lost_flow(lost):
     assert lost.reset()["reynolds"] == 321
 
 
-def test_reset_brings_a_lost_flow_back(lost, make_engine):
+def test_reset_recovers_a_lost_flow(lost, make_engine):
     report = lost.reset()
     fresh = make_engine(**EXPLOSIVE)
     assert report == fresh.inspect()
@@ -107,7 +107,7 @@ def test_reset_brings_a_lost_flow_back(lost, make_engine):
     assert lost.refusal({"op": "advance"}) == UNHEALTHY
 
 
-def test_a_flow_that_came_back_runs_as_a_fresh_one(make_engine, tmp_path):
+def test_a_recovered_flow_runs_like_a_new_one(make_engine, tmp_path):
     engine, fresh = make_engine(), make_engine()
     assert engine.refusal({"op": "reset", "initial": wave(tmp_path, 3e38)}) == UNHEALTHY
     engine.reset()
@@ -120,7 +120,7 @@ def test_a_flow_that_came_back_runs_as_a_fresh_one(make_engine, tmp_path):
     ("content", "words"),
     [(b"short", BAD_SIZE), (struct.pack("<f", math.nan) * N * N, BAD_SAMPLES)],
 )
-def test_a_reset_that_refuses_its_samples_does_not_bring_a_flow_back(
+def test_a_reset_that_refuses_its_samples_does_not_recover_the_flow(
     lost, tmp_path, content, words
 ):
     path = tmp_path / "bad"
@@ -129,12 +129,12 @@ def test_a_reset_that_refuses_its_samples_does_not_bring_a_flow_back(
     assert lost.refusal({"op": "inspect"}) == FLOW_LOST
 
 
-def test_an_engine_is_lost_alone(lost, make_engine):
+def test_a_lost_flow_does_not_affect_other_engines(lost, make_engine):
     assert make_engine().advance(steps=3)["is_finite"]
     assert lost.refusal({"op": "inspect"}) == FLOW_LOST
 
 
-# A start that cannot be
+# Invalid starts
 
 
 def test_a_field_too_large_to_transform_loses_the_flow(library, engine, tmp_path):
@@ -165,10 +165,10 @@ def test_a_snapshot_whose_moments_overflow_loses_the_flow(make_engine, tmp_path)
     assert engine.reset()["is_finite"]
 
 
-# A clock that cannot be
+# Clock overflow
 
 
-def test_a_clock_that_leaves_32_bits_loses_the_flow(make_engine, tmp_path):
+def test_a_clock_that_overflows_32_bits_loses_the_flow(make_engine, tmp_path):
     engine = make_engine(initial=wave(tmp_path, 0.0), fixed_dt=3e38)
     assert engine.advance()["steps"] == 1
     assert engine.refusal({"op": "advance"}) == CLOCK
@@ -177,20 +177,20 @@ def test_a_clock_that_leaves_32_bits_loses_the_flow(make_engine, tmp_path):
     assert engine.reset()["simulation_time"] == 0
 
 
-def test_a_clock_may_leave_32_bits_anywhere_in_a_batch(make_engine, tmp_path):
+def test_a_clock_overflow_is_found_anywhere_in_a_batch(make_engine, tmp_path):
     engine = make_engine(initial=wave(tmp_path, 0.0), fixed_dt=3e38)
     assert engine.refusal({"op": "advance", "steps": 600}) == CLOCK
     assert engine.refusal({"op": "advance"}) == FLOW_LOST
 
 
-def test_an_endpoint_saves_the_clock(make_engine, tmp_path):
+def test_an_endpoint_keeps_the_clock_from_overflowing(make_engine, tmp_path):
     engine = make_engine(initial=wave(tmp_path, 0.0), fixed_dt=3e38)
     report = engine.advance(steps=600, until=3.25e38)
     assert report["steps"] == 2
     assert math.isfinite(report["simulation_time"])
 
 
-def test_a_time_step_of_nothing_loses_the_flow(engine):
+def test_a_time_step_of_zero_loses_the_flow(engine):
     engine.set(cfl=1e-45)
     assert engine.refusal({"op": "advance"}) == UNHEALTHY
     assert engine.refusal({"op": "reset"}) == UNHEALTHY

@@ -1,4 +1,4 @@
-"""Files in and out: sizes, names, places that cannot be, and files that are not what they seem."""
+"""Files in and out: sizes, names, unwritable paths, and special files."""
 
 from __future__ import annotations
 
@@ -42,7 +42,7 @@ def white_noise(path: Path, n: int = N, seed: int = 1) -> Path:
 
 
 def refusals(library, engine, path) -> set[str]:
-    """The words with which a file is refused as a start, at creation and at reset."""
+    """The texts of the refusals of a start file, at creation and at reset."""
     before = engine.raw({"op": "inspect"})
     words = {
         library.creation_refusal({"resolution": N, "initial": str(path)}),
@@ -78,7 +78,7 @@ def test_a_file_is_read_anew_at_every_reset(make_engine, tmp_path):
     assert engine.spectrum() != first
 
 
-def test_a_file_may_vanish_once_it_is_read(make_engine, tmp_path):
+def test_a_file_may_be_deleted_once_it_is_read(make_engine, tmp_path):
     path = white_noise(tmp_path / "noise")
     engine = make_engine(initial=str(path))
     path.unlink()
@@ -130,19 +130,19 @@ def test_the_smallest_samples_are_accepted(make_engine, tmp_path, value):
     assert report["steps"] == 2 and report["is_finite"]
 
 
-def test_a_missing_file_is_told_with_the_query_and_the_path(library, engine, tmp_path):
+def test_the_error_for_a_missing_file_names_the_query_and_the_path(library, engine, tmp_path):
     path = tmp_path / "渦.bin"
     (words,) = refusals(library, engine, path)
     assert words.startswith(NO_SIZE) and str(path) in words
 
 
-def test_a_file_below_a_file_is_told_with_the_query(library, engine, tmp_path):
+def test_the_error_for_a_path_below_a_file_names_the_query(library, engine, tmp_path):
     path = white_noise(tmp_path / "noise") / "below"
     (words,) = refusals(library, engine, path)
     assert words.startswith(NO_SIZE) and str(path) in words
 
 
-def test_a_link_that_leads_in_a_circle_is_told_with_the_query(library, engine, tmp_path):
+def test_the_error_for_a_circular_link_names_the_query(library, engine, tmp_path):
     path = tmp_path / "circle"
     path.symlink_to(path)
     (words,) = refusals(library, engine, path)
@@ -158,24 +158,24 @@ def test_a_link_to_a_file_is_followed(make_engine, tmp_path):
 @pytest.mark.parametrize(
     "name", ["a" * 256, "a/" * 2500 + "b", "x" * 1000000], ids=["part", "path", "megabyte"]
 )
-def test_a_name_too_long_for_the_system_is_told_with_the_query(library, engine, tmp_path, name):
+def test_the_error_for_an_overlong_name_names_the_query(library, engine, tmp_path, name):
     (words,) = refusals(library, engine, tmp_path / name)
     assert words.startswith(NO_SIZE)
 
 
-def test_a_folder_is_no_initial_file(library, engine, tmp_path):
+def test_a_folder_is_refused_as_initial_file(library, engine, tmp_path):
     (words,) = refusals(library, engine, tmp_path)
     assert words.startswith((NO_SIZE, UNREADABLE, BAD_SIZE))
 
 
 @pytest.mark.parametrize("name", ["/dev/zero", "/dev/null", "/dev/full"])
-def test_a_device_is_no_initial_file(library, engine, name):
+def test_a_device_is_refused_as_initial_file(library, engine, name):
     (words,) = refusals(library, engine, name)
     assert words.startswith((NO_SIZE, UNREADABLE, BAD_SIZE))
 
 
 @pytest.mark.parametrize("text", ["\0", "\0noise", "noise\0", "noise\0x"])
-def test_a_name_with_a_nul_is_no_file(library, engine, tmp_path, text):
+def test_a_name_with_a_nul_is_refused_as_initial_file(library, engine, tmp_path, text):
     white_noise(tmp_path / "noise")
     (words,) = refusals(library, engine, f"{tmp_path}/{text}")
     assert words.startswith((NO_SIZE, UNREADABLE))
@@ -188,15 +188,15 @@ def start_from_fifo(library: Library, path: str):
     return library.creation_refusal({"resolution": 16, "initial": path})
 
 
-def test_a_pipe_is_no_initial_file_and_nobody_waits_for_it(library_path, tmp_path):
+def test_a_pipe_is_refused_as_initial_file_without_waiting(library_path, tmp_path):
     words = in_fresh_process(
         library_path, start_from_fifo, str(tmp_path / "pipe"), limit_seconds=30
     )
     assert words.startswith((NO_SIZE, UNREADABLE, BAD_SIZE))
 
 
-def test_a_file_with_less_in_it_than_its_size_says_cannot_be_read(library):
-    # Files of the kernel call themselves 4096 bytes, as 32 by 32 samples are, and hold a few.
+def test_a_file_shorter_than_its_reported_size_cannot_be_read(library):
+    # Files in /sys report a size of 4096 bytes, that of 32 by 32 samples, but hold only a few.
     path = Path("/sys/devices/system/cpu/online")
     if not path.is_file() or path.stat().st_size != 32 * 32 * 4:
         pytest.skip("this system has no such file")
@@ -212,12 +212,12 @@ def resets_while_the_file_changes(library: Library, path: str):
     outcomes = {}
     stop = threading.Event()
 
-    def breathe():
+    def shrink_and_grow():
         while not stop.is_set():
             os.truncate(path, 4)
             os.truncate(path, whole)
 
-    thread = threading.Thread(target=breathe)
+    thread = threading.Thread(target=shrink_and_grow)
     with Engine(library, {"resolution": n, "integrator": "imexRK3"}) as engine:
         thread.start()
         try:
@@ -231,7 +231,7 @@ def resets_while_the_file_changes(library: Library, path: str):
     return outcomes
 
 
-def test_a_file_that_shrinks_while_it_is_read_does_no_harm(library_path, tmp_path):
+def test_a_file_may_shrink_while_it_is_read(library_path, tmp_path):
     outcomes = in_fresh_process(
         library_path, resets_while_the_file_changes, str(tmp_path / "changing")
     )
@@ -242,7 +242,7 @@ def test_a_file_that_shrinks_while_it_is_read_does_no_harm(library_path, tmp_pat
 # Exported files
 
 
-def test_a_file_of_an_export_replaces_what_was_there(engine, tmp_path):
+def test_an_export_replaces_an_existing_file(engine, tmp_path):
     path = tmp_path / "file"
     path.write_bytes(b"x" * 100000)
     engine.export(spectrum=str(path))
@@ -251,7 +251,7 @@ def test_a_file_of_an_export_replaces_what_was_there(engine, tmp_path):
     assert path.stat().st_size == SAMPLES * 12
 
 
-def test_a_relative_path_starts_at_the_working_folder(engine, tmp_path, monkeypatch):
+def test_a_relative_path_is_relative_to_the_working_folder(engine, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     engine.export(spectrum="a.bin")
     assert (tmp_path / "a.bin").stat().st_size == SAMPLES * 8
@@ -284,7 +284,7 @@ def test_names_are_utf8_whatever_the_locale(library_path, tmp_path):
     assert names == ["渦".encode().hex()]
 
 
-def test_a_file_may_lie_deep(engine, tmp_path):
+def test_a_file_may_be_in_a_deep_folder(engine, tmp_path):
     folder = tmp_path.joinpath(*["d" * 200] * 8)
     folder.mkdir(parents=True)
     engine.export(spectrum=str(folder / "渦"))
@@ -292,19 +292,19 @@ def test_a_file_may_lie_deep(engine, tmp_path):
 
 
 @pytest.mark.parametrize("kind", ["spectrum", "fields"])
-def test_a_full_disk_is_told(engine, kind):
+def test_a_full_disk_is_reported(engine, kind):
     assert engine.refusal({"op": "export", kind: "/dev/full"}) == UNWRITABLE
 
 
 @pytest.mark.parametrize("kind", ["spectrum", "fields"])
-def test_a_large_file_on_a_full_disk_is_told(make_engine, kind):
+def test_a_large_file_on_a_full_disk_is_reported(make_engine, kind):
     engine = make_engine(resolution=128, integrator="imexRK3")
     assert engine.refusal({"op": "export", kind: "/dev/full"}) == UNWRITABLE
 
 
 @pytest.mark.parametrize("kind", ["spectrum", "fields"])
 @pytest.mark.parametrize("name", NOWHERE.values(), ids=NOWHERE.keys())
-def test_a_place_where_no_file_can_be_is_told(engine, tmp_path, monkeypatch, kind, name):
+def test_an_unwritable_path_is_reported(engine, tmp_path, monkeypatch, kind, name):
     monkeypatch.chdir(tmp_path)
     white_noise(tmp_path / "noise")
     assert engine.refusal({"op": "export", kind: name}) == UNWRITABLE
@@ -312,12 +312,12 @@ def test_a_place_where_no_file_can_be_is_told(engine, tmp_path, monkeypatch, kin
     assert engine.advance()["is_finite"]
 
 
-def test_a_null_device_takes_any_export(engine):
+def test_a_null_device_accepts_any_export(engine):
     assert engine.export(spectrum="/dev/null") == {}
     assert engine.export(fields="/dev/null")["grid_size"] == N
 
 
-def files_of_somebody_else(library: Library, folder: str):
+def files_of_another_user(library: Library, folder: str):
     with Engine(library, {"resolution": 16}) as engine:
         secret = folder + "/secret"
         with open(secret, "wb") as file:
@@ -335,14 +335,14 @@ def files_of_somebody_else(library: Library, folder: str):
         ]
 
 
-def test_what_may_not_be_written_or_read_is_told(library_path, tmp_path_factory):
+def test_missing_permissions_are_reported(library_path, tmp_path_factory):
     import shutil
     import tempfile
 
     folder = tempfile.mkdtemp()
     os.chmod(folder, 0o755)
     try:
-        answer = in_fresh_process(library_path, files_of_somebody_else, folder)
+        answer = in_fresh_process(library_path, files_of_another_user, folder)
     finally:
         os.chmod(folder, 0o755)
         shutil.rmtree(folder)

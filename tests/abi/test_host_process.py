@@ -27,7 +27,7 @@ UPWARD = 0x800
 INVALID, DIVISION_BY_ZERO, OVERFLOW = 0x01, 0x04, 0x08
 
 
-def rounded_otherwise(library: Library, mode: int):
+def flow_with_rounding(library: Library, mode: int):
     import hashlib
 
     mathematics = ctypes.CDLL("libm.so.6")
@@ -42,7 +42,7 @@ def rounded_otherwise(library: Library, mode: int):
     return digests
 
 
-def rounded_otherwise_from_the_first(library: Library, mode: int):
+def flow_with_rounding_from_initialize_on(library: Library, mode: int):
     import hashlib
 
     mathematics = ctypes.CDLL("libm.so.6")
@@ -56,10 +56,10 @@ def rounded_otherwise_from_the_first(library: Library, mode: int):
 
 
 @on_x86_64_linux
-def test_the_rounding_of_the_host_does_not_reach_the_flow(library_path):
-    usual, *others = in_fresh_process(library_path, rounded_otherwise, UPWARD)
+def test_the_rounding_mode_of_the_host_does_not_affect_the_flow(library_path):
+    usual, *others = in_fresh_process(library_path, flow_with_rounding, UPWARD)
     assert others == [usual, usual]
-    assert in_fresh_process(library_path, rounded_otherwise_from_the_first, UPWARD) == usual
+    assert in_fresh_process(library_path, flow_with_rounding_from_initialize_on, UPWARD) == usual
 
 
 def denormals_flushed(library: Library, seconds: float):
@@ -67,7 +67,7 @@ def denormals_flushed(library: Library, seconds: float):
     environment = ctypes.create_string_buffer(64)
     mathematics.fegetenv(environment)
     usual = environment.raw
-    # The control word of the vector unit stands at byte 28; its bits 15 and 6 flush denormals.
+    # The control word of the vector unit is at byte 28; its bits 15 and 6 flush denormals.
     (control,) = struct.unpack_from("<I", usual, 28)
     struct.pack_into("<I", environment, 28, control | 0x8040)
     with Engine(library, {"resolution": 16, "fixed_dt": seconds}) as engine:
@@ -97,7 +97,7 @@ def mode_of_the_host(library: Library, mode: int):
 
 
 @on_x86_64_linux
-def test_the_host_finds_its_rounding_as_it_left_it(library_path):
+def test_the_rounding_mode_of_the_host_is_preserved(library_path):
     assert in_fresh_process(library_path, mode_of_the_host, UPWARD) == UPWARD
 
 
@@ -111,7 +111,7 @@ def loss_with_traps(library: Library, traps: int):
 
 
 @on_x86_64_linux
-def test_a_lost_flow_is_told_where_the_host_traps_floating_point_errors(library_path):
+def test_a_lost_flow_is_reported_when_the_host_traps_floating_point_errors(library_path):
     traps = INVALID | DIVISION_BY_ZERO | OVERFLOW
     assert in_fresh_process(library_path, loss_with_traps, traps) == UNHEALTHY
 
@@ -174,7 +174,7 @@ def test_the_library_may_be_unloaded_right_after_use(library_path):
         assert in_fresh_process(library_path, unloaded_after_use) == "alive"
 
 
-# What a host leaves to the end of its process is no leak, be it memory or a thread.
+# Memory and threads that are still in use when the host exits are not leaks.
 LEAVING = {
     "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0",
     "TSAN_OPTIONS": os.environ.get("TSAN_OPTIONS", "") + ":report_thread_leaks=0",
@@ -183,11 +183,11 @@ LEAVING = {
 
 def left_open(library: Library):
     engine = Engine(library, {"resolution": 96})
-    sys.modules["open engine"] = engine  # Lives as long as the interpreter.
+    sys.modules["open engine"] = engine  # Kept until the interpreter exits.
     return engine.advance(steps=3)["steps"]
 
 
-def test_a_host_may_end_with_engines_open(library_path):
+def test_a_host_may_exit_with_engines_open(library_path):
     assert in_fresh_process(library_path, left_open, environment=LEAVING) == 3
 
 
@@ -201,7 +201,7 @@ def left_running(library: Library):
     return work.is_alive()
 
 
-def test_a_host_may_end_while_an_engine_runs(library_path):
+def test_a_host_may_exit_while_an_engine_runs(library_path):
     assert in_fresh_process(library_path, left_running, environment=LEAVING, limit_seconds=30)
 
 
@@ -216,7 +216,7 @@ def idle_processor_time(library: Library):
         return time.process_time() - before
 
 
-def test_an_idle_engine_takes_no_processor_time(library_path):
+def test_an_idle_engine_uses_no_processor_time(library_path):
     assert in_fresh_process(library_path, idle_processor_time) < 0.1
 
 
@@ -236,5 +236,5 @@ def state_of_the_process(library: Library):
     return state() == before
 
 
-def test_the_process_is_left_as_it_was(library_path):
+def test_the_state_of_the_process_is_unchanged(library_path):
     assert in_fresh_process(library_path, state_of_the_process)

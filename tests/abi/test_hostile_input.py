@@ -1,4 +1,4 @@
-"""Input made to break things: every reply must still be a reply, and the engine go on."""
+"""Malicious input: every reply must be valid, and the engine must keep working."""
 
 from __future__ import annotations
 
@@ -40,8 +40,8 @@ LONE_SURROGATES = ["\\ud800", "\\udfff", "\\udc00\\ud800", "\\ud800x", "\\ud800\
 
 
 @pytest.fixture(autouse=True)
-def the_engine_goes_on(request):
-    """After each of these tests its engine, where it has one, works as before."""
+def engine_works_afterwards(request):
+    """Checks after each test that its engine, if it has one, still works."""
     engine = request.getfixturevalue("engine") if "engine" in request.fixturenames else None
     yield
     if engine:
@@ -76,7 +76,7 @@ def test_a_megabyte_of_digits_is_a_seed_out_of_range(library):
     assert library.creation_refusal({"seed": "9" * MEGABYTE}) == "stoull argument out of range"
 
 
-def test_a_number_of_a_megabyte_is_no_number(library):
+def test_a_number_of_a_megabyte_is_out_of_range(library):
     words = library.creation_refusal('{"seed":' + "9" * MEGABYTE + "}")
     assert words.startswith("[json.exception.out_of_range.406] number overflow parsing '999")
 
@@ -85,12 +85,12 @@ def test_an_unfinished_string_of_a_megabyte_is_a_syntax_error(engine):
     assert engine.refusal('{"op":"' + "x" * MEGABYTE).startswith(PARSE_ERROR)
 
 
-def test_a_path_of_a_megabyte_is_no_path(engine):
+def test_a_path_of_a_megabyte_cannot_be_opened(engine):
     assert engine.refusal({"op": "export", "spectrum": "x" * MEGABYTE}) == UNWRITABLE
     assert engine.refusal({"op": "reset", "initial": "x" * MEGABYTE}).startswith("file_size")
 
 
-# Depth. Each in a process of its own, whose death would be the failure.
+# Depth. Each in a separate process, because a failure would crash it.
 
 
 def deep_requests(library: Library, depth: int):
@@ -118,7 +118,7 @@ def deep_requests(library: Library, depth: int):
     return answers
 
 
-def test_deep_nesting_in_a_request_is_told_as_what_it_is(library_path):
+def test_deep_nesting_in_a_request_is_reported_as_a_type_error(library_path):
     answers = in_fresh_process(library_path, deep_requests, DEPTH)
     expected = {
         '{"op":%s}': "string",
@@ -152,7 +152,7 @@ def deep_configurations(library: Library, depth: int):
     return [refusals(arrays), refusals(objects), bare]
 
 
-def test_deep_nesting_in_a_configuration_is_told_as_what_it_is(library_path):
+def test_deep_nesting_in_a_configuration_is_reported_as_a_type_error(library_path):
     arrays, objects, bare = in_fresh_process(library_path, deep_configurations, DEPTH)
     for answers, kind in ((arrays, "array"), (objects, "object")):
         number, text = type_error("number", kind), type_error("string", kind)
@@ -175,7 +175,7 @@ def test_deep_nesting_needs_no_deep_stack(library_path):
 
 
 @pytest.mark.parametrize("octets", ILL_FORMED)
-def test_ill_formed_utf8_in_a_request_is_a_syntax_error_told_in_utf8(engine, octets):
+def test_ill_formed_utf8_in_a_request_is_a_syntax_error_reported_in_utf8(engine, octets):
     for request in (
         b'{"op":"' + octets + b'"}',
         b'{"op":"' + octets,
@@ -188,7 +188,7 @@ def test_ill_formed_utf8_in_a_request_is_a_syntax_error_told_in_utf8(engine, oct
 
 
 @pytest.mark.parametrize("octets", ILL_FORMED)
-def test_ill_formed_utf8_in_a_configuration_is_a_syntax_error_told_in_utf8(library, octets):
+def test_ill_formed_utf8_in_a_configuration_is_a_syntax_error_reported_in_utf8(library, octets):
     for configuration in (b'{"integrator":"' + octets + b'"}', octets, b'{"seed":"' + octets):
         assert library.creation_refusal(configuration).startswith(PARSE_ERROR)
 
@@ -210,7 +210,7 @@ def test_a_byte_order_mark_in_front_is_skipped(engine):
 
 
 @pytest.mark.parametrize("character", ["\0", "\x01", "\x1f", "\x7f", "\u2028", "\ufffe", "\ufeff"])
-def test_an_odd_character_comes_back_as_it_went_in(library, character):
+def test_an_unusual_character_comes_back_unchanged(library, character):
     name = f"a{character}b"
     words = library.creation_refusal(json.dumps({"operator": name}))
     assert words == f"Unknown operator: {name}".split("\0")[0]
@@ -220,12 +220,12 @@ def test_a_nul_in_an_operation_does_not_end_it(engine):
     assert engine.refusal('{"op":"inspect\\u0000"}') == UNKNOWN_OPERATION
 
 
-def test_a_nul_in_a_name_ends_the_words_of_its_refusal(engine, tmp_path):
+def test_a_nul_in_a_name_ends_the_text_of_its_refusal(engine, tmp_path):
     request = {"op": "export", "png": str(tmp_path / "p"), "pixel_size": 16, "palette": "a\0b"}
     assert engine.refusal(request) == "Unknown palette: a"
 
 
-# Anything
+# Random input
 
 
 def mangled(texts: list[bytes], count: int, seed: int) -> list[bytes]:
@@ -261,7 +261,7 @@ def test_mangled_requests_get_a_reply_each(engine, tmp_path, monkeypatch):
         b'{"op":"export","snapshot":true,"include_velocity":false}',
     ]
     for request in mangled(requests, 3000, seed=1):
-        # A doubled digit or two would make a run of minutes out of "steps".
+        # A few more digits in "steps" would make a run of minutes.
         if request.count(b"2") + request.count(b"9") < 4:
             decode(engine.raw(request))
     if engine.raw({"op": "inspect"}) == json.dumps({"error": FLOW_LOST}).encode():

@@ -47,7 +47,7 @@ def test_the_precision_is_single(description):
     assert description["precision"] == "float32"
 
 
-def test_the_system_is_told_by_name(description):
+def test_the_operating_system_is_named(description):
     assert description["os"] == ("Windows" if sys.platform == "win32" else "Linux")
 
 
@@ -69,7 +69,7 @@ def test_the_physical_memory_is_that_of_the_machine(description):
     assert description["physical_memory_bytes"] == pages
 
 
-def test_no_more_device_memory_is_free_than_there_is(description):
+def test_the_free_device_memory_is_at_most_the_total(description):
     assert 0 < description["available_memory_bytes"] <= description["gpu_memory_bytes"]
 
 
@@ -82,7 +82,7 @@ def test_the_capabilities_are_fixed(description):
     }
 
 
-def test_the_defaults_are_told_whole(description):
+def test_the_defaults_are_complete(description):
     defaults = dict(description["defaults"])
     reynolds = defaults.pop("reynolds")
     assert reynolds == pytest.approx(27898.36614974335, rel=1e-14)
@@ -106,7 +106,7 @@ def test_the_defaults_have_the_types_of_their_keys(description):
     assert all(type(defaults[key]) is float for key in ("reynolds", "viscosity", "cfl"))
 
 
-def test_a_build_with_the_part_for_gpus_tells_its_version_of_cuda(library_path, description):
+def test_a_build_with_cuda_reports_its_cuda_version(library_path, description):
     looks_for_the_compiler = b"libnvrtc.so" in library_path.read_bytes()
     assert ("cuda_runtime_version" in description) == looks_for_the_compiler
 
@@ -118,16 +118,16 @@ def test_a_gpu_has_a_driver_with_a_version(description):
         assert "cuda_runtime_version" in description
 
 
-def test_the_versions_of_cuda_are_integers_where_they_are_told(description):
+def test_reported_cuda_versions_are_integers(description):
     assert all(type(description[key]) is int for key in WITH_CUDA & set(description))
 
 
-def test_the_defaults_make_an_engine_as_they_stand(library, description, make_engine):
-    told = {**description["defaults"], "resolution": 16, "padded_resolution": None}
-    assert make_engine(**told).inspect() == make_engine().inspect()
+def test_the_defaults_are_a_valid_configuration(library, description, make_engine):
+    explicit = {**description["defaults"], "resolution": 16, "padded_resolution": None}
+    assert make_engine(**explicit).inspect() == make_engine().inspect()
 
 
-def test_a_second_call_on_the_main_thread_tells_the_same(library, description):
+def test_a_second_call_on_the_main_thread_gives_the_same_description(library, description):
     again = decode(library.initialize())
     assert {**again, "available_memory_bytes": 0} == {**description, "available_memory_bytes": 0}
 
@@ -235,7 +235,7 @@ def engine_after_a_bad_device(library: Library, text: str):
     return answers
 
 
-def test_a_malformed_device_leaves_the_chosen_one(library_path):
+def test_a_malformed_device_does_not_change_the_chosen_one(library_path):
     assert in_fresh_process(library_path, engine_after_a_bad_device, "x") == [None, None]
 
 

@@ -1,4 +1,4 @@
-"""Pictures as files: sizes, paths, full disks, and in which order a request is refused."""
+"""Pictures as files: sizes, paths, full disks, and the order of refusals."""
 
 from __future__ import annotations
 
@@ -17,14 +17,14 @@ pytestmark = pytest.mark.usefixtures("drawing")
 SAMPLES = 16 * 16
 
 
-def unopened(code):
+def cannot_open(code):
     return f"Open PNG failed (0x{code:x})"
 
 
 # Sizes
 
 
-def test_a_picture_is_1800_pixels_a_side_unless_told(engine, tmp_path):
+def test_a_picture_is_1800_pixels_a_side_by_default(engine, tmp_path):
     assert drawn(engine, tmp_path).shape == (1800, 1800, 4)
 
 
@@ -45,7 +45,7 @@ def test_the_largest_picture_is_whole(engine, tmp_path):
 
 
 @pytest.mark.parametrize("pixels", [0, 8193])
-def test_files_before_a_picture_of_no_size_stand(engine, tmp_path, pixels):
+def test_files_written_before_a_refused_picture_are_kept(engine, tmp_path, pixels):
     spectrum, fields, png = (tmp_path / name for name in ("spectrum", "fields", "png"))
     request = {"spectrum": str(spectrum), "fields": str(fields), "png": str(png)}
     words = engine.refusal({"op": "export", **request, "pixel_size": pixels})
@@ -74,12 +74,12 @@ def test_files_before_a_picture_of_no_size_stand(engine, tmp_path, pixels):
         ({"palette": "none"}, {"png": "/"}, "Unknown palette: none"),
     ],
 )
-def test_of_two_faults_the_first_is_told(engine, first, second, words):
+def test_only_the_first_of_two_faults_is_reported(engine, first, second, words):
     request = {"op": "export", "png": "/dev/null", "pixel_size": 8}
     assert engine.refusal({**request, **second, **first}) == words
 
 
-def test_a_refused_picture_leaves_the_one_before(engine, tmp_path):
+def test_a_refused_picture_keeps_the_existing_file(engine, tmp_path):
     path = tmp_path / "picture"
     engine.export(png=str(path), pixel_size=8)
     before = path.read_bytes()
@@ -98,20 +98,20 @@ def test_a_picture_may_have_any_name(engine, tmp_path, name):
     assert read_png(tmp_path / name).shape == (3, 3, 4)
 
 
-def test_a_relative_path_starts_at_the_working_folder(engine, tmp_path, monkeypatch):
+def test_a_relative_path_is_relative_to_the_working_folder(engine, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     engine.export(png="a.png", pixel_size=3)
     assert read_png(tmp_path / "a.png").shape == (3, 3, 4)
 
 
-def test_a_picture_replaces_what_was_there(engine, tmp_path):
+def test_a_picture_replaces_an_existing_file(engine, tmp_path):
     path = tmp_path / "picture"
     path.write_bytes(b"x" * 100000)
     engine.export(png=str(path), pixel_size=3)
     assert read_png(path).shape == (3, 3, 4)
 
 
-def test_a_null_device_takes_any_picture(engine):
+def test_a_null_device_accepts_any_picture(engine):
     assert engine.export(png="/dev/null")["grid_size"] == 16
 
 
@@ -128,16 +128,16 @@ def test_a_null_device_takes_any_picture(engine):
     ],
     ids=["missing", "nothing", "below a file", "root", "here", "long part", "long path"],
 )
-def test_a_place_where_no_picture_can_be_is_told(engine, tmp_path, monkeypatch, name, code):
+def test_an_unwritable_path_is_reported(engine, tmp_path, monkeypatch, name, code):
     monkeypatch.chdir(tmp_path)
     (tmp_path / "picture").write_bytes(b"x")
-    assert engine.refusal({"op": "export", "png": name, "pixel_size": 3}) == unopened(code)
+    assert engine.refusal({"op": "export", "png": name, "pixel_size": 3}) == cannot_open(code)
     assert (tmp_path / "picture").read_bytes() == b"x" and len(os.listdir(tmp_path)) == 1
     assert engine.advance()["is_finite"]
 
 
 @pytest.mark.parametrize("name", ["\0", "a\0b", "picture\0"])
-def test_a_name_with_a_nul_is_no_picture(engine, tmp_path, monkeypatch, name):
+def test_a_name_with_a_nul_is_refused(engine, tmp_path, monkeypatch, name):
     monkeypatch.chdir(tmp_path)
     words = engine.refusal({"op": "export", "png": name, "pixel_size": 3})
     assert words.startswith("Open PNG failed (0x")
@@ -146,7 +146,7 @@ def test_a_name_with_a_nul_is_no_picture(engine, tmp_path, monkeypatch, name):
 
 # Small pictures stay in a buffer until the file is closed.
 @pytest.mark.parametrize("pixels, step", [(3, "Commit PNG file"), (900, "Write PNG pixels")])
-def test_a_full_disk_is_told(engine, tmp_path, pixels, step):
+def test_a_full_disk_is_reported(engine, tmp_path, pixels, step):
     fields = tmp_path / "fields"
     request = {"op": "export", "fields": str(fields), "png": "/dev/full", "pixel_size": pixels}
     assert engine.refusal(request) == f"{step} failed (0x{errno.ENOSPC:x})"
@@ -162,7 +162,7 @@ def test_the_report_of_a_picture_is_that_of_its_snapshot(engine):
     assert without == {**report, "max_speed": 0}
 
 
-def test_fields_and_picture_of_one_request_are_of_one_frame(engine, tmp_path):
+def test_fields_and_picture_of_one_request_show_the_same_frame(engine, tmp_path):
     engine.advance(steps=3)
     fields, png = tmp_path / "fields", tmp_path / "png"
     report = engine.export(fields=str(fields), png=str(png), pixel_size=50)

@@ -19,7 +19,7 @@ from .words import NO_DRIVER
 
 pytestmark = pytest.mark.usefixtures("drawing")
 
-# Two names of one setting: which drivers the loader of Vulkan is to look at.
+# Two names of the same setting: the drivers that the Vulkan loader uses.
 WITHOUT_DRIVERS = {
     "VK_DRIVER_FILES": "/nonexistent",
     "VK_ICD_FILENAMES": "/nonexistent",
@@ -41,7 +41,7 @@ def test_a_thread_may_draw_with_its_first_call(engine, tmp_path):
     assert (here == there).all()
 
 
-def test_engines_draw_at_once(make_engine, tmp_path):
+def test_engines_draw_at_the_same_time(make_engine, tmp_path):
     engines = [make_engine(resolution=32, seed=seed) for seed in range(4)]
 
     def request(k, name):
@@ -65,7 +65,7 @@ def test_engines_draw_at_once(make_engine, tmp_path):
     assert got == [[one] * 6 for one in expected]
 
 
-def test_threads_draw_one_engine(engine, tmp_path):
+def test_several_threads_draw_one_engine(engine, tmp_path):
     engine.export(png=str(tmp_path / "alone"), pixel_size=70)
 
     def work(k):
@@ -101,10 +101,10 @@ def test_an_engine_draws_while_another_runs(make_engine, tmp_path):
     assert moving.inspect()["is_finite"]
 
 
-# What is left behind
+# Leaks
 
 
-def left_by_pictures(library: Library, folder: str, count: int):
+def growth_over_pictures(library: Library, folder: str, count: int):
     from process import open_files, resident_bytes, threads
 
     def held():
@@ -128,10 +128,10 @@ def left_by_pictures(library: Library, folder: str, count: int):
         return [before, held()]
 
 
-def test_many_pictures_leave_nothing_behind(library_path, tmp_path, sanitized):
-    before, after = in_fresh_process(library_path, left_by_pictures, str(tmp_path), 25)
+def test_many_pictures_do_not_leak(library_path, tmp_path, sanitized):
+    before, after = in_fresh_process(library_path, growth_over_pictures, str(tmp_path), 25)
     assert after[:2] == before[:2]
-    # The pixels of one picture kept each time would take 36 MB.
+    # Leaking the pixels of each picture would take 36 MB.
     assert sanitized or after[2] - before[2] < 12 << 20
     assert os.listdir(tmp_path) == ["p"]
 
@@ -151,7 +151,7 @@ def state_around_a_picture(library: Library):
     return state() == before
 
 
-def test_drawing_leaves_the_process_as_it_was(library_path):
+def test_drawing_does_not_change_the_state_of_the_process(library_path):
     assert in_fresh_process(library_path, state_around_a_picture)
 
 
@@ -205,7 +205,7 @@ def test_a_forked_child_draws_after_its_parent(library_path, tmp_path, sanitized
 # Rounding
 
 
-def pictures_rounded_otherwise(library: Library, folder: str, mode: int):
+def pictures_with_rounding(library: Library, folder: str, mode: int):
     mathematics = ctypes.CDLL("libm.so.6")
     with Engine(library, {"resolution": 32}) as engine:
         engine.advance(steps=3)
@@ -220,13 +220,13 @@ def pictures_rounded_otherwise(library: Library, folder: str, mode: int):
 
 
 @on_x86_64_linux
-def test_the_rounding_of_the_host_does_not_reach_a_picture(library_path, tmp_path):
-    kept = in_fresh_process(library_path, pictures_rounded_otherwise, str(tmp_path), UPWARD)
+def test_the_rounding_mode_of_the_host_does_not_affect_pictures(library_path, tmp_path):
+    kept = in_fresh_process(library_path, pictures_with_rounding, str(tmp_path), UPWARD)
     assert kept == "kept"
     assert len({digest(path) for path in tmp_path.iterdir()}) == 1
 
 
-# Machines that cannot draw
+# Machines without a driver
 
 
 def export_without_a_driver(library: Library, folder: str):
@@ -242,7 +242,7 @@ def export_without_a_driver(library: Library, folder: str):
         ]
 
 
-def test_without_a_driver_pictures_are_refused_and_all_else_goes_on(library_path, tmp_path):
+def test_without_a_driver_pictures_are_refused_and_everything_else_works(library_path, tmp_path):
     answer = in_fresh_process(
         library_path, export_without_a_driver, str(tmp_path), environment=WITHOUT_DRIVERS
     )

@@ -22,8 +22,8 @@ pytestmark = pytest.mark.usefixtures("drawing")
 
 PIXELS = 157
 
-# Rounding to 8 bits takes half a level. The rest is for single precision, for exponentials as
-# exact as a graphics driver has them, and for the centres of pixels as exact as it places them.
+# Rounding to 8 bits takes half a level. The rest allows for single precision, and for the
+# accuracy of a graphics driver's exponentials and pixel centres.
 TOLERANCE = 1.5 / 255.0
 
 # Each of several lines over a pixel is rounded to 8 bits by itself.
@@ -43,8 +43,8 @@ def disagreement(picture, expected):
     return np.abs(picture[..., :3] / 255.0 - expected).max()
 
 
-def held_against_the_formulas(engine, folder, every=1, **request):
-    """The picture of a request, after it has been compared with the reference."""
+def compared_with_the_formulas(engine, folder, every=1, **request):
+    """Compares the picture of a request with the reference and returns it."""
     chosen = {key: request[key] for key in Settings.__annotations__ if key in request}
     picture = drawn(engine, folder, **{"pixel_size": PIXELS, **request})
     expected = Scene.of(engine, folder).picture(Settings(**chosen), len(picture), every)
@@ -58,7 +58,7 @@ def held_against_the_formulas(engine, folder, every=1, **request):
 @pytest.mark.parametrize("display", DISPLAYS)
 def test_pixels_follow_the_formulas(moved, tmp_path, display, palette, color_range):
     chosen = {"display": display, "palette": palette, "color_range": color_range}
-    picture = held_against_the_formulas(moved, tmp_path, **chosen)
+    picture = compared_with_the_formulas(moved, tmp_path, **chosen)
     assert len(np.unique(picture[..., :3].reshape(-1, 3), axis=0)) > 200
 
 
@@ -71,16 +71,16 @@ def test_the_exposure_is_the_gain_of_the_compressive_curves(
     moved, tmp_path, display, color_range, exposure
 ):
     chosen = {"display": display, "color_range": color_range, "palette": "glacier"}
-    held_against_the_formulas(moved, tmp_path, exposure=exposure, **chosen)
+    compared_with_the_formulas(moved, tmp_path, exposure=exposure, **chosen)
 
 
 @pytest.mark.parametrize("palette", PALETTES)
 @pytest.mark.parametrize("sigma", [1.5, 2.1, 3.5])
 def test_the_sigma_is_the_deviations_that_fill_the_range(moved, tmp_path, palette, sigma):
-    held_against_the_formulas(moved, tmp_path, palette=palette, sigma=sigma)
+    compared_with_the_formulas(moved, tmp_path, palette=palette, sigma=sigma)
 
 
-def test_without_a_word_on_it_a_picture_is_of_the_vorticity_in_ember(moved, tmp_path):
+def test_the_default_picture_is_the_vorticity_in_ember(moved, tmp_path):
     defaults = {
         "display": "vorticity",
         "palette": "ember",
@@ -89,11 +89,11 @@ def test_without_a_word_on_it_a_picture_is_of_the_vorticity_in_ember(moved, tmp_
         "sigma": 2.5,
         "flow": False,
     }
-    told = drawn(moved, tmp_path, pixel_size=PIXELS, **defaults)
+    explicit = drawn(moved, tmp_path, pixel_size=PIXELS, **defaults)
     left_out = drawn(moved, tmp_path, pixel_size=PIXELS)
     nulls = {**dict.fromkeys(defaults), "flow": False}
     nothing = drawn(moved, tmp_path, pixel_size=PIXELS, **nulls)
-    assert np.array_equal(told, left_out) and np.array_equal(told, nothing)
+    assert np.array_equal(explicit, left_out) and np.array_equal(explicit, nothing)
 
 
 @pytest.mark.parametrize(
@@ -105,7 +105,7 @@ def test_without_a_word_on_it_a_picture_is_of_the_vorticity_in_ember(moved, tmp_
         ("enstrophy", "sigma", {"sigma": 1.5, "color_range": "exposure"}),
     ],
 )
-def test_what_does_not_matter_to_a_display_changes_nothing(
+def test_settings_that_a_display_does_not_use_change_nothing(
     moved, tmp_path, display, color_range, without_effect
 ):
     request = {"pixel_size": PIXELS, "display": display, "color_range": color_range}
@@ -124,7 +124,7 @@ def test_what_does_not_matter_to_a_display_changes_nothing(
         ("sigma", 1, 1.5),
     ],
 )
-def test_a_number_out_of_range_is_brought_into_it(moved, tmp_path, key, given, limit):
+def test_a_number_out_of_range_is_clamped(moved, tmp_path, key, given, limit):
     color_range = "sigma" if key == "sigma" else "exposure"
     request = {"pixel_size": PIXELS, "color_range": color_range}
     cut = drawn(moved, tmp_path, **request, **{key: given})
@@ -139,14 +139,14 @@ def test_a_number_out_of_range_is_brought_into_it(moved, tmp_path, key, given, l
 def test_samples_lie_between_the_points_of_the_grid(engine, tmp_path, pixels):
     # At 500 pixels a side, 16 of them beyond the last point and before the first of the grid.
     engine.advance(steps=5)
-    held_against_the_formulas(engine, tmp_path, pixel_size=pixels)
+    compared_with_the_formulas(engine, tmp_path, pixel_size=pixels)
 
 
 @pytest.mark.parametrize("resolution", [18, 34, 100])
 def test_grids_of_any_size_are_sampled(make_engine, tmp_path, resolution):
     engine = make_engine(resolution=resolution, reynolds=1000)
     engine.advance(steps=5)
-    held_against_the_formulas(engine, tmp_path, display="speed")
+    compared_with_the_formulas(engine, tmp_path, display="speed")
 
 
 def from_samples(make_engine, folder, samples):
@@ -178,7 +178,7 @@ def test_a_picture_is_seamless_across_its_edges(make_engine, tmp_path):
     here = drawn(from_samples(make_engine, tmp_path, noise), tmp_path, pixel_size=5 * size)
     rolled = np.roll(noise, (size // 2, size // 3), axis=(0, 1))
     there = drawn(from_samples(make_engine, tmp_path, rolled), tmp_path, pixel_size=5 * size)
-    # Up in the field is up in the picture, where the rows count from the top.
+    # Up in the field is up in the picture, whose rows are counted from the top.
     moved = np.roll(here, (-5 * size // 2, 5 * size // 3), axis=(0, 1))
     assert np.abs(moved.astype(int) - there).max() <= 1
 
@@ -221,11 +221,11 @@ def test_flow_lines_lie_over_the_picture_in_their_own_colour(moved, tmp_path, di
     lines = lines[..., :3] / 255.0
     changed = (lines != below).any(axis=-1)
     assert 0.05 < changed.mean() < 0.5
-    # Each changed pixel is on its way from what lies below to the colour of the lines.
+    # Each changed pixel lies between the colour below and the colour of the lines.
     way = FLOW_COLOR - below
     share = ((lines - below) * way).sum(axis=-1) / (way**2).sum(axis=-1)
     assert np.abs(below + share[..., None] * way - lines).max() <= LINES_TOLERANCE
-    # A line has a quarter of its colour at most; where it meets others, less than all.
+    # A line has at most a quarter of its colour; where lines overlap, less than all of it.
     assert share.min() >= -1.0 / 255.0
     assert np.quantile(share[changed], 0.9) < 0.26
     assert 0.2 < share.max() < 0.9
@@ -238,7 +238,7 @@ def test_without_a_velocity_there_are_no_flow_lines(moved, tmp_path):
 
 
 def mean_run(marks):
-    """The mean length of what is marked without a gap along a row."""
+    """The mean length of unbroken runs of marks along the rows."""
     starts = np.diff(marks.astype(int), axis=1, prepend=0) == 1
     return marks.sum() / starts.sum()
 
@@ -271,7 +271,7 @@ def test_the_same_request_gives_the_same_bytes(moved, make_engine, tmp_path, flo
     assert files[1:] == files[:1] * 2
 
 
-def test_drawing_leaves_the_flow_alone(moved, make_engine, tmp_path):
+def test_drawing_does_not_change_the_flow(moved, make_engine, tmp_path):
     other = make_engine(resolution=32, k0=3, reynolds=400, seed=5)
     other.advance(steps=40)
     drawn(moved, tmp_path, pixel_size=64, flow=True)

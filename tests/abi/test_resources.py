@@ -1,4 +1,4 @@
-"""What an engine takes from the machine, and that it gives all of it back."""
+"""The resources of an engine, and that they are all released."""
 
 from __future__ import annotations
 
@@ -6,7 +6,7 @@ from __future__ import annotations
 from .fresh_process import in_fresh_process
 from .harness import Engine, Library
 
-SANITIZER_SLACK = 320 << 20  # Freed memory that a sanitizer keeps aside.
+SANITIZER_SLACK = 320 << 20  # Freed memory that a sanitizer keeps in quarantine.
 
 
 def growth_over_lives(library: Library, lives: int):
@@ -28,7 +28,7 @@ def growth_over_lives(library: Library, lives: int):
     return resident_bytes() - before
 
 
-def test_engines_come_and_go_without_memory_growing(library_path, sanitized):
+def test_creating_and_destroying_engines_does_not_leak(library_path, sanitized):
     # Leaking one engine in ten would take 40 MB.
     growth = in_fresh_process(library_path, growth_over_lives, 150)
     assert growth < (8 << 20) + (SANITIZER_SLACK if sanitized else 0)
@@ -54,8 +54,8 @@ def growth_over_calls(library: Library, calls: int):
         return resident_bytes() - before
 
 
-def test_calls_leave_nothing_behind(library_path, sanitized):
-    # Leaking the words of one call would take 20 MB.
+def test_calls_do_not_leak(library_path, sanitized):
+    # Leaking the reply of each call would take 20 MB.
     growth = in_fresh_process(library_path, growth_over_calls, 1000)
     assert growth < (8 << 20) + (SANITIZER_SLACK if sanitized else 0)
 
@@ -79,7 +79,7 @@ def open_files_and_threads(library: Library, folder: str):
     return [before, [open_files(), threads()]]
 
 
-def test_no_file_and_no_thread_stays_behind(library_path, tmp_path):
+def test_no_file_or_thread_is_left_open(library_path, tmp_path):
     before, after = in_fresh_process(library_path, open_files_and_threads, str(tmp_path))
     assert after == before
 
@@ -113,6 +113,6 @@ def peak_of_a_small_engine(library: Library):
 
 
 def test_a_small_engine_is_small(library_path, sanitized):
-    # The interpreter takes some 20 MB of it.
+    # The interpreter itself takes some 20 MB.
     limit = (64 << 20) + (SANITIZER_SLACK if sanitized else 0)
     assert in_fresh_process(library_path, peak_of_a_small_engine) < limit

@@ -1,4 +1,4 @@
-"""The operation "save": how the desktop is asked for a path, and what comes of its answers."""
+"""The operation "save": how the desktop is asked for a path, and how its answers are used."""
 
 from __future__ import annotations
 
@@ -35,7 +35,7 @@ BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration
 
 
 def save_before_and_after_a_frame(library: Library):
-    """What "save" comes to in a new view, and once the view has a frame."""
+    """The replies to "save" in a new view, and once the view has a frame."""
     import time
 
     library.initialize()
@@ -72,7 +72,7 @@ class Desktop:
         }
 
     def add_program(self, name: str, commands: str) -> Path:
-        """A dialog program of shell commands; the file that it notes each call in."""
+        """Adds a dialog program of shell commands; returns the file that records its calls."""
         program, notes = self._programs / name, self.folder / f"{name}.calls"
         program.write_text(f"#!/bin/sh\necho \"$@\" >>'{notes}'\n{commands}\n", encoding="utf-8")
         program.chmod(0o755)
@@ -102,7 +102,7 @@ def interpreter_with(*modules: str) -> str | None:
 
 @pytest.fixture
 def bus(desktop: Desktop) -> Iterator[None]:
-    """A session bus for the desktop, with nothing on it."""
+    """An empty session bus for the desktop."""
     settings = desktop.folder / "bus.conf"
     settings.write_text(BUS.format(folder=desktop.folder), encoding="utf-8")
     command = ["dbus-daemon", f"--config-file={settings}", "--nofork", "--print-address"]
@@ -127,7 +127,7 @@ def bus(desktop: Desktop) -> Iterator[None]:
 def add_portal(
     library_path: Path, desktop: Desktop, bus: None
 ) -> Iterator[Callable[..., Path]]:
-    """Puts a portal on the bus that behaves as told; gives the file that it notes questions in."""
+    """Puts a portal with this behaviour on the bus; returns the file that records requests."""
     if b"org.freedesktop.portal" not in library_path.read_bytes():
         pytest.skip("the library was built without the portal")
     python = interpreter_with("dbus", "gi")
@@ -158,7 +158,7 @@ def test_without_a_portal_or_a_program_there_is_no_dialog(desktop):
     assert desktop.errors() == [NO_DIALOG, NO_DIALOG]
 
 
-def test_a_view_that_could_not_ask_goes_on(library_path):
+def test_a_view_works_after_a_failed_dialog(library_path):
     def body(library: Library):
         library.initialize()
         view = library.c.zp_ui_create()
@@ -173,7 +173,7 @@ def test_a_view_that_could_not_ask_goes_on(library_path):
 
 
 @pytest.mark.parametrize("program", ["zenity", "kdialog", "qarma", "yad"])
-def test_a_cancelled_dialog_leads_to_the_ordinary_report(desktop, program):
+def test_a_cancelled_dialog_replies_with_the_usual_report(desktop, program):
     notes = desktop.add_program(program, "exit 1")
     before, after = desktop.save()
     assert (before["generation"], after["generation"]) == (0, 1)
@@ -181,7 +181,7 @@ def test_a_cancelled_dialog_leads_to_the_ordinary_report(desktop, program):
     assert "2DZephane.png" in notes.read_text()
 
 
-def test_a_chosen_path_leads_to_the_export(desktop):
+def test_the_export_uses_the_chosen_path(desktop):
     desktop.add_program("zenity", "echo '/tmp/Wirbelstärke und mehr.png'")
     assert desktop.errors() == [NO_FRAME, NO_RENDERER]
 
@@ -194,14 +194,14 @@ def test_programs_are_tried_in_turn(desktop):
     assert len(last.read_text().splitlines()) == 2
 
 
-def test_programs_that_all_fail_are_no_dialog(desktop):
+def test_save_fails_when_every_program_fails(desktop):
     for program in ("zenity", "kdialog", "qarma", "yad"):
         desktop.add_program(program, "echo /tmp/flow.png; exit 9")
     assert desktop.errors() == [NO_DIALOG, NO_DIALOG]
 
 
-def test_what_a_dialog_program_complains_of_is_not_shown(desktop):
-    """The harness lets nothing pass on the console."""
+def test_the_error_output_of_a_dialog_program_is_hidden(desktop):
+    """in_fresh_process fails on any output to the console."""
     desktop.add_program("zenity", "echo 'Gtk-WARNING: no theme' >&2; exit 1")
     assert desktop.errors() == [None, None]
 
@@ -245,26 +245,26 @@ def test_the_portal_asks_again_about_an_existing_file_with_its_folder(desktop, a
 @pytest.mark.parametrize(
     "behaviour", [("answer", "2"), ("refuse",), ("vanish",), ("junk",)], ids=lambda words: words[0]
 )
-def test_where_the_portal_fails_a_program_asks(desktop, add_portal, behaviour):
+def test_a_program_is_used_when_the_portal_fails(desktop, add_portal, behaviour):
     add_portal(*behaviour)
     assert desktop.errors() == [NO_DIALOG, NO_DIALOG]
 
 
 @pytest.mark.parametrize("behaviour", [("answer", "2"), ("refuse",)], ids=lambda words: words[0])
-def test_the_answer_of_a_program_stands_for_a_portal_that_fails(desktop, add_portal, behaviour):
+def test_the_answer_of_a_program_is_used_when_the_portal_fails(desktop, add_portal, behaviour):
     add_portal(*behaviour)
     desktop.add_program("kdialog", "exit 1")
     assert desktop.errors() == [None, None]
 
 
 @pytest.mark.parametrize("address", [(), ("https://example.org/flow.png",), ("file:///a%zz",)])
-def test_a_place_without_a_path_is_a_failure(desktop, add_portal, address):
+def test_an_address_without_a_path_is_a_failure(desktop, add_portal, address):
     add_portal("answer", "0", *address)
     desktop.add_program("zenity", "exit 1")
     assert desktop.errors() == [NO_DIALOG, NO_DIALOG]
 
 
-def test_a_bus_without_a_portal_leaves_the_question_to_the_programs(desktop, bus):
+def test_the_programs_are_used_on_a_bus_without_a_portal(desktop, bus):
     desktop.add_program("zenity", "exit 1")
     assert desktop.errors() == [None, None]
 

@@ -1,4 +1,4 @@
-"""The canvas: how it comes into the host's window, follows it, and goes."""
+"""The canvas: how it is attached to the host's window, follows it, and is removed."""
 
 from __future__ import annotations
 
@@ -32,7 +32,7 @@ def test_a_second_canvas_is_refused_and_the_first_stays(view, host, window):
 
 
 @pytest.mark.parametrize("number", [None, 0, 0xDEAD, 1, 2**32 - 1, 2**32, 2**63, 2**64 - 1])
-def test_a_number_that_is_no_window_is_refused_and_a_window_is_taken_after_it(
+def test_a_number_that_is_not_a_window_is_refused_and_a_window_is_accepted_after_it(
     view, window, number
 ):
     assert refusal_of(view, number) == BAD_PARENT
@@ -41,14 +41,14 @@ def test_a_number_that_is_no_window_is_refused_and_a_window_is_taken_after_it(
     assert window.children() == [(0, 0, 300, 300)]
 
 
-def test_a_window_that_is_gone_is_refused(view, host):
+def test_a_destroyed_window_is_refused(view, host):
     gone = host.window()
     gone.destroy()
     assert refusal_of(view, gone.id) == BAD_PARENT
 
 
 @pytest.mark.parametrize("name", [None, "", ":54321", "no.such.host:0", "nonsense"])
-def test_without_a_display_there_is_no_canvas_and_the_view_goes_on(
+def test_without_a_display_attaching_fails_and_the_view_goes_on(
     paused, window, monkeypatch, x_server, name
 ):
     if name is None:
@@ -119,7 +119,7 @@ def test_a_resolution_that_changes_is_followed(view, host, window):
     assert canvas["scale"] == 1.5 and canvas["width_points"] == 200
 
 
-def test_what_is_seen_of_the_canvas_is_reported(view, host, window):
+def test_the_visibility_of_the_canvas_is_reported(view, host, window):
     view.attach(window.id)
 
     def seen() -> bool:
@@ -182,7 +182,7 @@ def test_a_window_may_get_a_canvas_again_once_the_first_is_gone(make_view, windo
         until(lambda: window.children() == [], "the canvas to go")
 
 
-def test_a_window_that_goes_before_its_view_harms_nothing(make_view, host):
+def test_a_window_may_be_destroyed_before_its_view(make_view, host):
     view = make_view(resolution=128)
     window = host.window()
     view.show(window.id)
@@ -194,7 +194,7 @@ def test_a_window_that_goes_before_its_view_harms_nothing(make_view, host):
     view.close()
 
 
-def test_a_window_that_goes_in_the_middle_of_a_frame_harms_nothing(make_view, host):
+def test_a_window_may_be_destroyed_during_a_frame(make_view, host):
     for number in range(20):
         view = make_view(resolution=64)
         window = host.window()
@@ -207,7 +207,7 @@ def test_a_window_that_goes_in_the_middle_of_a_frame_harms_nothing(make_view, ho
         view.close()
 
 
-def test_a_window_that_goes_before_it_can_be_drawn_in_is_told(make_view, host):
+def test_a_window_destroyed_before_the_first_frame_is_reported(make_view, host):
     for number in range(10):
         view = make_view(resolution=64)
         window = host.window()
@@ -220,7 +220,7 @@ def test_a_window_that_goes_before_it_can_be_drawn_in_is_told(make_view, host):
         view.close()
 
 
-def test_a_storm_of_sizes_leaves_the_last(make_view, host, window):
+def test_the_last_of_many_sizes_is_kept(make_view, host, window):
     view = make_view(resolution=64)
     view.show(window.id)
     for k in range(300):

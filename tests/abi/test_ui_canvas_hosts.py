@@ -1,4 +1,4 @@
-"""Hosts with a canvas, each in a process of its own: what they keep, and what they survive."""
+"""Hosts with a canvas, each in a separate process: what they keep, and what they survive."""
 
 from __future__ import annotations
 
@@ -59,7 +59,7 @@ def view_of_a_server_that_dies(library: Library, state: str):
 
 
 @pytest.mark.parametrize("state", ["new", "paused", "running"])
-def test_a_server_that_goes_away_ends_the_pictures_and_nothing_else(library_path, state):
+def test_losing_the_server_ends_only_the_pictures(library_path, state):
     answers = in_fresh_process(library_path, view_of_a_server_that_dies, state)
     assert answers["error"]
     assert answers["canvas"] == {
@@ -103,7 +103,7 @@ def handlers_after_a_canvas(library: Library, display: str):
     return [*kept, len(called)]
 
 
-def test_the_hosts_handlers_of_errors_are_left_alone(library_path, display):
+def test_the_error_handlers_of_the_host_are_kept(library_path, display):
     assert in_fresh_process(library_path, handlers_after_a_canvas, display) == [True, True, 0]
 
 
@@ -138,14 +138,14 @@ def growth_over_attachments(library: Library, display: str, rounds: int):
     return [before, after, len(window.children())]
 
 
-def test_canvases_come_and_go_and_leave_nothing_behind(library_path, sanitized, display):
+def test_creating_and_destroying_canvases_does_not_leak(library_path, sanitized, display):
     rounds = min(ROUNDS, 40) if sanitized else ROUNDS
     before, after, children = in_fresh_process(
         library_path,
         growth_over_attachments,
         display,
         rounds,
-        # What threads leave free is one another's, so that what grows was not given back.
+        # All threads share one arena, so that any growth is a leak.
         environment={"MALLOC_ARENA_MAX": "1"},
         limit_seconds=1200,
     )
@@ -222,12 +222,12 @@ def canvas_left_open(library: Library, display: str):
     view.call("configure", resolution=64)
     window = Host(display).window()
     view.show(window.id, 4)
-    sys.modules["open view"] = view  # Lives as long as the interpreter.
+    sys.modules["open view"] = view  # Kept until the interpreter exits.
     time.sleep(0.05)
     return view.get()["running"]
 
 
-def test_a_host_may_end_while_a_canvas_is_shown(library_path, display):
+def test_a_host_may_exit_while_a_canvas_is_shown(library_path, display):
     for _ in range(5):
         assert in_fresh_process(
             library_path, canvas_left_open, display, environment=LEAVING, limit_seconds=60
@@ -261,7 +261,7 @@ def validated_run(library: Library, display: str):
         return view.get()["error_message"]
 
 
-def test_the_validation_layer_has_nothing_to_say(library_path, display, tmp_path):
+def test_the_validation_layer_reports_nothing(library_path, display, tmp_path):
     settings, log = tmp_path / "settings.txt", tmp_path / "log"
     settings.write_text(
         "khronos_validation.debug_action = VK_DBG_LAYER_ACTION_LOG_MSG\n"

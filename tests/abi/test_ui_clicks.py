@@ -16,7 +16,7 @@ SHIFT = 50  # its key's code
 
 
 def expect_nothing(view: View, window: Window, step: tuple[int, int] = (STEP, ROW)) -> None:
-    """Clicks are answered in their order: a step that is taken comes after all of those before."""
+    """Clicks are handled in order, so a step that was taken follows all earlier clicks."""
     before = view.get()["stats"]["steps"]
     window.click(*step)
     report = view.wait(lambda now: now["settled"] and now["stats"]["steps"] > before)
@@ -44,7 +44,7 @@ def test_the_second_button_pauses_a_running_flow(attached, window):
     attached.wait(lambda now: not now["running"] and now["settled"])
 
 
-def test_the_third_button_begins_anew(attached, window):
+def test_the_third_button_resets_the_flow(attached, window):
     attached.call("step")
     attached.steps(1)
     window.click(RESET, ROW)
@@ -128,7 +128,7 @@ def test_a_click_anywhere_leaves_the_focus_with_the_host(attached, host, window,
     until(lambda: host.focus() == window.id, "the focus")
 
 
-def test_buttons_act_when_they_are_let_go(attached, host, window):
+def test_buttons_act_on_release(attached, host, window):
     def drag(begin: tuple[int, int], end: tuple[int, int]) -> None:
         for (x, y), kind in ((begin, X.ButtonPress), (end, X.ButtonRelease)):
             xtest.fake_input(host.display, X.MotionNotify, x=x, y=y)
@@ -180,7 +180,7 @@ def test_buttons_work_on_a_canvas_that_has_not_been_drawn(paused, window):
     expect_nothing(paused, window)
 
 
-def test_clicks_come_one_after_another(attached, window):
+def test_clicks_are_handled_in_order(attached, window):
     for _ in range(50):
         window.click(STEP, ROW)
     assert attached.steps(50)["stats"]["steps"] == 50
@@ -207,7 +207,7 @@ def keys_of(host: Host, window: Window) -> list[tuple[int, int, int, int, int]]:
     return seen
 
 
-def test_keys_arrive_at_the_host_as_they_would_without_a_canvas(paused, host, window):
+def test_keys_reach_the_host_as_without_a_canvas(paused, host, window):
     window.take_focus()
     without = keys_of(host, window)
     assert [code for _, code, *_ in without] == [SHIFT, 38, 38, SHIFT, 65, 65]

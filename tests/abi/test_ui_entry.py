@@ -10,13 +10,13 @@ from .view import View
 from .words import BAD_PARENT, NOT_AN_OBJECT, NO_CANVAS, PARSE_ERROR, UI_CLOSED, UI_THREAD
 
 
-def test_attaching_a_null_view_says_that_it_is_closed(library):
+def test_attaching_a_null_view_reports_that_it_is_closed(library):
     assert library.ui_attach(None, None) == b'{"error":"Closed UI."}'
     assert error_of(library.ui_attach(None, 0xDEAD)) == UI_CLOSED
 
 
 @pytest.mark.parametrize("request_text", [None, b"", b"{", b"[]", b"{}", b'{"op":"status"}'])
-def test_calling_a_null_view_says_that_it_is_closed(library, request_text):
+def test_calling_a_null_view_reports_that_it_is_closed(library, request_text):
     assert error_of(library.ui_call(None, request_text)) == UI_CLOSED
 
 
@@ -25,7 +25,7 @@ def test_another_thread_is_refused_before_a_null_view(library):
     assert error_of(on_another_thread(lambda: library.ui_attach(None, None))) == UI_THREAD
 
 
-def test_a_view_is_made_on_the_main_thread_alone(library):
+def test_a_view_is_created_only_on_the_main_thread(library):
     assert not on_another_thread(library.c.zp_ui_create)
     with View(library) as view:
         assert view.get()["generation"] == 0
@@ -57,19 +57,19 @@ def test_destroying_on_another_thread_leaves_the_view_as_it_is(paused):
 
 
 @pytest.mark.parametrize("window, words", [(None, BAD_PARENT), (0xDEAD, NO_CANVAS)])
-def test_a_view_that_cannot_have_a_canvas_says_so(paused, monkeypatch, window, words):
+def test_an_impossible_attachment_is_reported(paused, monkeypatch, window, words):
     monkeypatch.delenv("DISPLAY", raising=False)
     assert error_of(paused.library.ui_attach(paused.handle, window)) == words
     assert "canvas" not in paused.get()
 
 
 @pytest.mark.parametrize("text", [None, b"[]", b"3", b'"get"', b"null", b"true"])
-def test_a_request_to_a_view_that_is_no_object_is_refused(view, text):
+def test_a_request_to_a_view_that_is_not_an_object_is_refused(view, text):
     assert view.refusal(text) == NOT_AN_OBJECT
 
 
 @pytest.mark.parametrize("text", [b"", b"{", b'{"op":"get",}', b'{"op":"get"}/**/', b"{'op':1}"])
-def test_a_request_to_a_view_that_is_no_json_is_refused(view, text):
+def test_a_request_to_a_view_that_is_not_json_is_refused(view, text):
     assert view.refusal(text).startswith(PARSE_ERROR)
 
 

@@ -19,7 +19,7 @@ def size_of(path: Path) -> tuple[int, int]:
     return struct.unpack(">II", path.read_bytes()[16:24])
 
 
-def test_an_export_of_nothing_does_nothing(attached):
+def test_an_empty_export_does_nothing(attached):
     assert attached.call("export")["error_message"] is None
 
 
@@ -44,7 +44,7 @@ def test_a_picture_has_1800_texels_a_side_unless_asked_otherwise(attached, tmp_p
 
 
 @pytest.mark.parametrize("side", [16, 64])
-def test_exported_fields_are_the_frames(make_view, make_engine, window, tmp_path, side):
+def test_exported_fields_match_the_frame(make_view, make_engine, window, tmp_path, side):
     view = make_view(resolution=side)
     view.call("running", value=False)
     view.call("set", regulated=False)
@@ -86,7 +86,7 @@ def test_a_view_exports_the_picture_that_an_engine_exports(
     assert (read_png(of_view) == read_png(of_engine)).all()
 
 
-def test_a_running_flow_goes_on_through_exports(make_view, window, tmp_path):
+def test_a_flow_keeps_running_during_exports(make_view, window, tmp_path):
     view = make_view(resolution=128)
     view.show(window.id)
     for number in range(5):
@@ -131,7 +131,7 @@ def test_a_picture_that_is_refused_leaves_the_fields_and_the_view(
     expect_live(attached, window, tmp_path)
 
 
-def test_files_that_cannot_be_written_are_told_and_the_view_goes_on(attached, window, tmp_path):
+def test_unwritable_files_are_reported_and_the_view_goes_on(attached, window, tmp_path):
     nowhere = str(tmp_path / "no" / "file")
     assert attached.refusal({"op": "export", "fields": nowhere}) == UNWRITABLE
     png = tmp_path / "picture.png"
@@ -155,7 +155,7 @@ def expect_live(view: View, window, folder: Path) -> None:
 
 @pytest.fixture
 def answer(monkeypatch, tmp_path):
-    """Lets the dialog for a path be answered by a program of shell commands."""
+    """Installs a dialog program of shell commands that answers for the user."""
     programs = tmp_path / "bin"
     programs.mkdir()
     for name in ("WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "DBUS_SESSION_BUS_ADDRESS"):
@@ -170,7 +170,7 @@ def answer(monkeypatch, tmp_path):
     return make
 
 
-def test_a_picture_is_saved_where_the_dialog_says(attached, window, tmp_path, answer):
+def test_a_picture_is_saved_at_the_path_from_the_dialog(attached, window, tmp_path, answer):
     path = tmp_path / "flow.png"
     answer(f"echo '{path}'")
     assert attached.call("save")["error_message"] is None
@@ -178,7 +178,7 @@ def test_a_picture_is_saved_where_the_dialog_says(attached, window, tmp_path, an
     expect_live(attached, window, tmp_path)
 
 
-def test_nothing_is_saved_where_the_dialog_is_cancelled(attached, window, tmp_path, answer):
+def test_nothing_is_saved_when_the_dialog_is_cancelled(attached, window, tmp_path, answer):
     answer("exit 1")
     attached.call("save")
     assert not list(tmp_path.glob("*.png"))

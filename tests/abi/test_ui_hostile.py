@@ -1,5 +1,4 @@
-"""Requests to a view that are made to break things: every reply is still a reply, and the flow goes
-on."""
+"""Malicious requests to a view: every reply must be valid, and the flow must go on."""
 
 from __future__ import annotations
 
@@ -15,8 +14,8 @@ from .words import BAD_SEED, NOT_AN_OBJECT, PARSE_ERROR, UNKNOWN_UI_OPERATION, t
 
 
 @pytest.fixture(autouse=True)
-def the_view_goes_on(request):
-    """After each of these tests its view, where it has one, works as before."""
+def view_works_afterwards(request):
+    """Checks after each test that its view, if it has one, still works."""
     view = request.getfixturevalue("paused") if "paused" in request.fixturenames else None
     yield
     if view:
@@ -33,7 +32,7 @@ def test_a_request_of_a_megabyte_is_read(paused):
     assert paused.call("get", **members)["generation"] == 1
 
 
-def test_texts_of_a_megabyte_are_refused_whole(paused):
+def test_texts_of_a_megabyte_are_refused(paused):
     long = "渦" * (MEGABYTE // 3)
     assert paused.refusal({"op": long}) == UNKNOWN_UI_OPERATION
     assert paused.refusal({"op": "set", "palette": long}) == f"Unknown palette: {long}"
@@ -43,7 +42,7 @@ def test_texts_of_a_megabyte_are_refused_whole(paused):
     assert paused.refusal('{"op":"' + "x" * MEGABYTE).startswith(PARSE_ERROR)
 
 
-def test_a_path_of_a_megabyte_is_told_with_the_failure(paused):
+def test_a_path_of_a_megabyte_is_quoted_in_the_failure(paused):
     paused.call("benchmark", initial="x" * MEGABYTE, spectrum="x" * MEGABYTE)
     paused.call("reset")
     report = paused.settled()
@@ -76,7 +75,7 @@ def deep_requests(library: Library, depth: int):
     return answers
 
 
-def test_deep_nesting_is_told_as_what_it_is(library_path):
+def test_deep_nesting_is_reported_as_a_type_error(library_path):
     answers = in_fresh_process(library_path, deep_requests, DEPTH)
     assert answers.pop("array") == NOT_AN_OBJECT
     assert answers.pop("open").startswith(PARSE_ERROR)
@@ -100,7 +99,7 @@ def test_deep_nesting_is_told_as_what_it_is(library_path):
 
 
 @pytest.mark.parametrize("octets", ILL_FORMED)
-def test_ill_formed_utf8_is_a_syntax_error_told_in_utf8(paused, octets):
+def test_ill_formed_utf8_is_a_syntax_error_reported_in_utf8(paused, octets):
     for request in (
         b'{"op":"' + octets + b'"}',
         b'{"op":"get","' + octets + b'":1}',

@@ -6,7 +6,7 @@ import pytest
 
 from .words import NO_FRAME, NO_RENDERER, UNKNOWN_UI_OPERATION, type_error
 
-# What every operation but those that ask for a file can be asked at any time.
+# The operations that are valid at any time: all but those that need a file.
 PLAIN = ["get", "flush", "start", "toggle", "running", "step", "reset", "seed", "visible",
          "dismiss", "configure", "set", "benchmark"]  # fmt: skip
 
@@ -56,14 +56,14 @@ def test_toggle_before_start_makes_a_paused_flow(view):
     view.steps(10)
 
 
-def test_toggle_twice_is_nothing(view):
+def test_toggling_twice_changes_nothing(view):
     view.call("toggle")
     assert view.call("toggle")["running"]
     assert view.get()["generation"] == 0
 
 
 @pytest.mark.parametrize("value", [True, False])
-def test_running_before_start_is_what_the_flow_starts_with(view, value):
+def test_running_set_before_start_applies_to_the_flow(view, value):
     assert view.call("running", value=value)["running"] is value
     assert view.call("start")["running"] is value
 
@@ -111,7 +111,7 @@ def test_step_pauses_a_running_flow(view):
 # reset, seed
 
 
-def test_reset_before_start_is_nothing(view):
+def test_reset_before_start_does_nothing(view):
     assert view.call("reset")["generation"] == 0
 
 
@@ -142,7 +142,7 @@ def test_seed_is_the_next_one_and_a_new_flow(paused):
     assert paused.settled()["stats"]["enstrophy"] != first
 
 
-def test_seed_before_start_is_what_the_flow_starts_with(view, make_engine):
+def test_a_seed_before_start_applies_to_the_flow(view, make_engine):
     assert view.call("seed")["generation"] == 0
     view.call("running", value=False)
     view.call("start")
@@ -172,7 +172,7 @@ def test_a_view_started_hidden_makes_no_frame_once_it_is_known(view):
     view.wait(lambda now: now["ready"])
 
 
-def test_dismiss_without_an_error_is_nothing(paused):
+def test_dismiss_without_an_error_does_nothing(paused):
     before = paused.get()
     assert paused.call("dismiss") == before
 

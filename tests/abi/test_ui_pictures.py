@@ -1,4 +1,4 @@
-"""What is seen in the host's window, texel by texel, against the picture that is exported of the
+"""The contents of the host's window, texel by texel, against the exported picture of the
 same frame."""
 
 from __future__ import annotations
@@ -65,7 +65,7 @@ def exported(view: View, side: int, folder: Path) -> Shot:
 
 
 def expect(holds: Callable[[], np.ndarray | bool]) -> None:
-    """That it comes to hold of every texel."""
+    """Waits until the condition holds for every texel."""
     end = time.monotonic() + PATIENCE_SECONDS
     while not np.all(found := np.asarray(holds())):
         wrong = np.argwhere(~found)
@@ -220,7 +220,7 @@ def test_panels_darken_the_picture_where_they_have_no_text(still, host, tmp_path
 
 
 @pytest.mark.parametrize("scale", [1, 1.5, 2])
-def test_texts_stand_at_their_places(still, host, tmp_path, scale):
+def test_texts_are_at_their_places(still, host, tmp_path, scale):
     shot, _ = shown_at(still, host, tmp_path, scale)
     left, *_, right = np.flatnonzero(ink(shot, BADGE_TEXT, scale)) / scale
     assert left < 4 and 60 < right < 130
@@ -231,7 +231,7 @@ def test_texts_stand_at_their_places(still, host, tmp_path, scale):
     assert 9 < left < 14 and 40 < right < 75
 
 
-def test_the_first_glyph_tells_whether_the_flow_runs(make_view, window):
+def test_the_first_glyph_shows_whether_the_flow_runs(make_view, window):
     view = make_view(resolution=64, fixed_dt=1e-4)
     view.show(window.id)
 
@@ -269,7 +269,7 @@ def test_the_clock_follows_the_flow(still, window, tmp_path):
 
 
 @pytest.mark.parametrize("scale", [1, 2])
-def test_a_flow_that_is_not_there_yet_is_said_to_be_prepared(make_view, host, scale):
+def test_a_flow_in_preparation_is_shown_as_such(make_view, host, scale):
     host.set_resolution(96 * scale)
     window = host.window(300 * scale, 300 * scale)
     view = make_view()
@@ -286,7 +286,7 @@ def test_a_flow_that_is_not_there_yet_is_said_to_be_prepared(make_view, host, sc
     until(lambda: not ink(window.shot(), (20, 130, 60, 170), scale).all(), "the message to go")
 
 
-def test_a_flow_that_cannot_be_made_is_said_to_have_failed(make_view, host):
+def test_a_flow_that_cannot_be_created_is_shown_as_failed(make_view, host):
     window = host.window(400, 400)
     view = make_view()
     view.attach(window.id)
@@ -310,7 +310,7 @@ def test_a_tiny_window_shows_what_it_can(still, host, tmp_path, size):
     assert still.get()["error_message"] is None
 
 
-def test_what_was_covered_is_shown_again(still, host, window, tmp_path):
+def test_a_covered_area_is_redrawn(still, host, window, tmp_path):
     still.attach(window.id)
     expect_picture(still, window, tmp_path)
     shot = window.shot()
@@ -321,7 +321,7 @@ def test_what_was_covered_is_shown_again(still, host, window, tmp_path):
     until(lambda: (window.shot() == shot).all(), "what was covered")
 
 
-def test_what_changes_while_nobody_sees_it_is_shown_afterwards(still, window, tmp_path):
+def test_changes_while_hidden_are_shown_afterwards(still, window, tmp_path):
     still.attach(window.id)
     before = expect_picture(still, window, tmp_path)
     window.hide()

@@ -1,4 +1,4 @@
-"""How often the view is presented, and what of that is counted."""
+"""How often the view is presented, and which presentations are counted."""
 
 from __future__ import annotations
 
@@ -10,13 +10,13 @@ from .view import View
 
 
 def after_turns(view: View, turns: int = 1) -> int:
-    """Presentations after the render thread has been through so many turns."""
+    """The count of presentations after so many turns of the render thread."""
     for _ in range(turns):
         view.call("export")
     return view.get()["presentations"]
 
 
-def test_what_is_shown_without_a_frame_is_not_counted(view, window):
+def test_presentations_without_a_frame_are_not_counted(view, window):
     view.attach(window.id)
     until(lambda: ink(window.shot(), message(300)).any(), "the message")
     assert view.get()["presentations"] == 0
@@ -36,7 +36,7 @@ def test_presentations_are_counted_while_nothing_changes(attached):
 
 
 @pytest.mark.parametrize("op", ["reset", "seed"])
-def test_each_flow_has_a_count_of_its_own(attached, op):
+def test_each_flow_is_counted_separately(attached, op):
     attached.wait(lambda now: now["presentations"] > 60)
     attached.call(op)
     first = attached.wait(lambda now: now["presentations"] < 60)
@@ -45,7 +45,7 @@ def test_each_flow_has_a_count_of_its_own(attached, op):
 
 
 @pytest.mark.parametrize("way", ["visible", "unmapped", "iconic"])
-def test_what_is_hidden_is_not_presented(attached, window, way):
+def test_a_hidden_canvas_is_not_presented(attached, window, way):
     def hide(hidden: bool) -> None:
         if way == "visible":
             attached.call("visible", value=not hidden)

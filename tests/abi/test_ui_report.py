@@ -82,7 +82,7 @@ def test_a_running_flow_reports_its_rates(make_view):
     assert report["error_message"] is None
 
 
-def test_a_report_right_after_a_reset_has_nothing_of_the_old_flow(paused):
+def test_a_report_right_after_a_reset_holds_nothing_of_the_old_flow(paused):
     paused.call("step")
     paused.steps(1)
     report = paused.call("configure", resolution=512)
@@ -158,7 +158,7 @@ def test_the_history_grows_by_a_sample_every_quarter_of_a_second(make_view):
     assert report["history"][-1] == report["stats"]["energy"]
 
 
-def test_the_configuration_is_told_as_everywhere(make_view):
+def test_the_configuration_has_the_usual_members(make_view):
     report = make_view(resolution=18, cfl=0.1, fixed_dt=0.25, seed=str(2**64 - 1)).get()
     config = report["config"]
     assert config["padded_resolution"] == 27
@@ -173,7 +173,7 @@ def test_the_configuration_is_told_as_everywhere(make_view):
 
 
 @pytest.mark.parametrize("op", ["get", "flush"])
-def test_looking_changes_nothing(paused, op):
+def test_reading_the_report_changes_nothing(paused, op):
     before = paused.get()
     assert paused.call(op) == before
     assert paused.call(op, value=1, resolution=3) == before

@@ -1,4 +1,4 @@
-"""What a view takes from the machine while it lives, and that all of it comes back promptly."""
+"""The resources of a view, and that they are all released promptly."""
 
 from __future__ import annotations
 
@@ -12,8 +12,8 @@ from .test_host_process import LEAVING
 from .test_resources import SANITIZER_SLACK
 from .view import View
 
-# A batch is near 8 milliseconds; the rest is for machines that are busy or watched by a sanitizer.
-# Whatever is left to be done when a view ends would take much longer.
+# A batch is near 8 milliseconds; the rest is a margin for busy machines and sanitizers.
+# Finishing the queued work would take much longer.
 PROMPT_SECONDS = 5.0
 
 
@@ -78,7 +78,7 @@ def growth_over_lives(library: Library, lives: int):
             if number % 5 == 0:
                 view.call("reset")
             view.refusal("{")
-        # Nothing is made of a view that is only made.
+        # A view that is not started makes no flow.
         View(library).close()
 
     for number in range(60):
@@ -89,7 +89,7 @@ def growth_over_lives(library: Library, lives: int):
     return [before, counts()]
 
 
-def test_views_come_and_go_and_leave_nothing_behind(library_path, sanitized):
+def test_creating_and_destroying_views_does_not_leak(library_path, sanitized):
     lives = 150 if sanitized else 500
     before, after = in_fresh_process(library_path, growth_over_lives, lives)
     assert after[1:] == before[1:]
@@ -115,7 +115,7 @@ def processor_time_of_a_paused_view(library: Library, visible: bool):
 
 
 @pytest.mark.parametrize("visible", [True, False])
-def test_a_paused_view_takes_next_to_no_processor_time(library_path, sanitized, visible):
+def test_a_paused_view_uses_almost_no_processor_time(library_path, sanitized, visible):
     share = in_fresh_process(library_path, processor_time_of_a_paused_view, visible)
     assert share < (0.2 if sanitized else 0.03)
 
@@ -140,7 +140,7 @@ def steps_kept_pending(library: Library, state: str):
 
 
 @pytest.mark.parametrize("state", ["finished", "lost"])
-def test_a_step_that_must_wait_takes_no_processor_time(library_path, sanitized, state):
+def test_a_pending_step_uses_no_processor_time(library_path, sanitized, state):
     share = in_fresh_process(library_path, steps_kept_pending, state)
     assert share < (0.2 if sanitized else 0.03)
 
@@ -153,12 +153,12 @@ def left_running(library: Library):
     view.call("configure", resolution=256)
     view.call("start")
     view.steps(5)
-    sys.modules["open view"] = view  # Lives as long as the interpreter.
+    sys.modules["open view"] = view  # Kept until the interpreter exits.
     time.sleep(0.1)
     return view.get()["running"]
 
 
-def test_a_host_may_end_while_a_view_runs(library_path):
+def test_a_host_may_exit_while_a_view_runs(library_path):
     for _ in range(3):
         assert in_fresh_process(library_path, left_running, environment=LEAVING, limit_seconds=30)
 

@@ -18,7 +18,7 @@ STEP = 2.0**-7
 
 @pytest.fixture
 def steady(make_view) -> View:
-    """A paused view of a flow whose steps can be told from its time."""
+    """A paused view of a flow whose step count follows from its time."""
     view = make_view(fixed_dt=STEP)
     view.call("running", value=False)
     view.call("set", regulated=False)
@@ -96,7 +96,7 @@ def test_a_finished_run_can_go_on_only_without_its_limit(steady):
     assert steady.settled()["stats"]["steps"] == 65
 
 
-def test_fixed_batches_leave_the_pace_alone(steady):
+def test_fixed_batches_do_not_change_the_pace(steady):
     steady.call("benchmark", batch=3, until=2)
     report = run(steady)
     assert report["stats"]["steps"] == 256
@@ -154,7 +154,7 @@ def test_an_end_beyond_the_clock_fails_the_flow(steady):
     assert steady.settled()["ready"]
 
 
-def test_a_finished_run_leaves_its_spectrum(steady, make_engine, tmp_path):
+def test_a_finished_run_writes_its_spectrum(steady, make_engine, tmp_path):
     path = tmp_path / "Spektrum µ"
     steady.call("benchmark", until=0.5, spectrum=str(path))
     report = run(steady)

@@ -12,14 +12,14 @@ from .words import BAD_CONFIGURATION, BAD_SEED, type_error
 # configure
 
 
-def test_configure_before_start_is_what_the_flow_starts_with(view):
+def test_configure_before_start_applies_to_the_flow(view):
     report = view.call("configure", resolution=18, k0=2)
     assert report["generation"] == 0 and report["config"]["resolution"] == 18
     view.call("start")
     assert view.wait(lambda now: now["ready"])["frame"]["grid_size"] == 18
 
 
-def test_configure_with_what_is_in_force_changes_nothing(paused):
+def test_configure_with_the_current_values_changes_nothing(paused):
     before = paused.get()
     assert paused.call("configure") == before
     assert paused.call("configure", **before["config"]) == before
@@ -110,7 +110,7 @@ def test_capping_the_cfl_is_for_a_change_to_another_method(view, started):
 # set
 
 
-def test_set_of_nothing_changes_nothing(paused):
+def test_an_empty_set_changes_nothing(paused):
     before = paused.get()
     assert paused.call("set") == before
     nulls = dict.fromkeys(
@@ -155,7 +155,7 @@ def test_a_live_reynolds_number_is_ignored_while_regulated(view):
     assert after["config"]["cfl"] == 2
 
 
-def test_switching_regulation_off_in_the_same_request_lets_the_number_in(view):
+def test_a_reynolds_number_applies_if_the_same_request_switches_regulation_off(view):
     assert view.call("set", regulated=False, log_reynolds=4)["config"]["reynolds"] == 10000
     assert view.call("set", regulated=True, log_reynolds=5)["config"]["reynolds"] == 10000
 
@@ -171,7 +171,7 @@ def test_switching_regulation_off_holds_the_number_reached(view):
     assert report["config"]["reynolds"] == report["effective_reynolds"] == reached
 
 
-def test_live_numbers_are_what_a_later_start_begins_with(view, make_engine):
+def test_live_numbers_apply_to_a_later_start(view, make_engine):
     view.call("set", regulated=False, log_reynolds=3.5, cfl=1.5)
     view.call("running", value=False)
     view.call("start")
@@ -238,7 +238,7 @@ def test_what_is_set_wrongly_is_refused(paused, members, words):
 
 @pytest.mark.parametrize("key", ["cfl", "log_reynolds", "exposure", "sigma"])
 @pytest.mark.parametrize("number", ["1e999", "-1e999"])
-def test_a_number_beyond_all_numbers_is_no_number(view, key, number):
+def test_a_number_beyond_the_range_of_floats_is_refused(view, key, number):
     words = view.refusal(f'{{"op":"set","{key}":{number}}}')
     assert words.startswith("[json.exception.out_of_range.406] number overflow parsing ")
 

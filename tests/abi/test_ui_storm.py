@@ -1,4 +1,4 @@
-"""Operations of all kinds in no order, and what holds of every report meanwhile.
+"""Operations of all kinds in random order, with every report checked.
 
 Lasts for ZEPHANE_STORM_SECONDS, which the sanitizers raise.
 """
@@ -53,7 +53,7 @@ class Storm:
             "cap_cfl": self.chance(0.5),
             "seed": self.source.randrange(2**64),
         }
-        # A step that throws the flow out of the range of numbers, and the way back.
+        # A step that makes the flow overflow, and the recovery.
         return {"op": "configure", "fixed_dt": 1e30 if self.chance(0.1) else None,
                 **self.some(members)}  # fmt: skip
 
@@ -95,7 +95,7 @@ SAMPLES_OF = {"running": 1.0, "toggle": 1.0, "step": 2.0}
 
 
 class Watch:
-    """Holds each report against the one before."""
+    """Compares each report with the previous one."""
 
     def __init__(self, report: dict) -> None:
         self.last = report
@@ -153,7 +153,7 @@ class Watch:
             assert self.moved <= 0.01 * self.samples + 1e-9
 
 
-def test_a_storm_of_operations_leaves_every_report_sound(library, tmp_path):
+def test_a_storm_of_operations_keeps_every_report_consistent(library, tmp_path):
     seed = random.randrange(2**32)
     print("seed", seed)
     storm = Storm(seed, str(tmp_path))
@@ -170,12 +170,12 @@ def test_a_storm_of_operations_leaves_every_report_sound(library, tmp_path):
                 report = view.ask(request)
             except Refused as refused:
                 assert refused.text
-                # What stands before the refused member is done.
+                # The members before the refused one take effect.
                 report = view.get()
             watch.see(request, report, time.monotonic() - before)
             if storm.chance(0.4):
                 time.sleep(storm.source.choice([0.0005, 0.002, 0.005, 0.05]))
-        # After all of it the view does what it is told.
+        # Afterwards the view still works.
         limits = dict.fromkeys(["until", "wall_seconds", "batch", "initial", "spectrum"])
         view.call("benchmark", **limits)
         view.call("configure", resolution=20, fixed_dt=None, cfl=1)

@@ -1,4 +1,4 @@
-"""A view through the C functions, each of its reports held against what a report promises."""
+"""A view through the C functions, with each of its reports checked."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from .harness import Library, Refused, decode, encode, error_of
 
 
 class View:
-    """One view, for the main thread alone. Every report is held against what a report promises."""
+    """One view, for the main thread only. Every report is checked."""
 
     PATIENCE_SECONDS = 120
 
@@ -77,7 +77,7 @@ class View:
         return self.ask({"op": op, **members})
 
     def refusal(self, request: Any) -> str:
-        """The words with which a request is refused."""
+        """The text of the refusal of a request."""
         return error_of(self.raw(request))
 
     def attach(self, window: int) -> None:
@@ -88,7 +88,7 @@ class View:
         assert reply == {}
 
     def show(self, window: int, pictures: int = 1) -> dict[str, Any]:
-        """Lets the flow run in a window until so many pictures of it have been shown."""
+        """Runs the flow in a window until so many pictures of it have been shown."""
         self.attach(window)
         self.call("start")
         return self.wait(lambda report: report["presentations"] >= pictures)
@@ -97,7 +97,7 @@ class View:
         return self.call("get")
 
     def wait(self, holds: Callable[[dict[str, Any]], bool]) -> dict[str, Any]:
-        """The first report of which it holds."""
+        """The first report for which the predicate holds."""
         end = time.monotonic() + self.PATIENCE_SECONDS
         while not holds(report := self.get()):
             assert time.monotonic() < end, f"waited in vain: {report}"
@@ -108,7 +108,7 @@ class View:
         return self.wait(lambda report: report["settled"])
 
     def steps(self, count: int) -> dict[str, Any]:
-        """The first report of so many steps."""
+        """The first report with so many steps."""
         return self.wait(lambda report: report.get("stats", {"steps": -1})["steps"] >= count)
 
     @classmethod

@@ -1,4 +1,4 @@
-"""What the library says of what it cannot do."""
+"""The texts of the library's refusals and failures."""
 
 from __future__ import annotations
 

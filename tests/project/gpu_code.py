@@ -1,7 +1,7 @@
 """The GPU code that a library holds: one block of entries, for machine code and for PTX each.
 
 A block has a header (magic, version, bytes of the header, bytes of the entries) and entries, each
-with a header of its own (kind, version, bytes of the header, bytes of the code, ..., processor).
+with a separate header (kind, version, bytes of the header, bytes of the code, ..., processor).
 """
 
 from __future__ import annotations
@@ -51,7 +51,7 @@ def entries(library: bytes) -> list[Entry]:
 
 
 def kernels_of(entry: Entry) -> list[str]:
-    """Those of our kernels that an entry has."""
+    """The library's kernels in an entry."""
     form = ".entry %s(" if entry.kind == "PTX" else ".text.%s\0"
     return [name for name in KERNELS if (form % name).encode() in entry.code]
 
@@ -67,9 +67,9 @@ def operations(ptx: str) -> list[str]:
 
 
 def is_inexact(operation: str) -> bool:
-    """Whether an operation on floats may not round each result on its own and to the nearest.
+    """Whether an operation on floats may not round each result separately and to the nearest.
 
-    Operations that are told to round (.rn) are never contracted by what comes after PTX.
+    Operations with explicit rounding (.rn) are never contracted when PTX is compiled further.
     """
     name, *modifiers = operation.split(".")
     if not {"f32", "f64", "f32x2", "f16", "f16x2", "bf16"} & set(modifiers):

@@ -1,4 +1,4 @@
-"""The documents: their links and file names lead somewhere, and the version is that of VERSION."""
+"""The documents: their links and file names exist, and the version is that of VERSION."""
 
 from __future__ import annotations
 
@@ -12,13 +12,13 @@ PAGES = sorted([*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md"), *ROOT.glob("*
 
 
 def anchors(page: Path) -> set[str]:
-    """The names that a page's headings have in links."""
+    """The anchors of a page's headings."""
     headings = re.findall(r"^#+ (.*)$", page.read_text("utf-8"), re.MULTILINE)
     return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
 
 @pytest.mark.parametrize("page", PAGES, ids=[str(page.relative_to(ROOT)) for page in PAGES])
-def test_the_links_of_a_page_lead_somewhere(page: Path) -> None:
+def test_the_links_of_a_page_resolve(page: Path) -> None:
     text = re.sub(r"^```.*?^```", "", page.read_text("utf-8"), flags=re.MULTILINE | re.DOTALL)
     for link in re.findall(r"\]\(([^)]+)\)", text):
         if link.startswith("https://"):

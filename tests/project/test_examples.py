@@ -17,7 +17,7 @@ EXAMPLES = ROOT / "examples"
 WARNINGS = "-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror"
 LIMIT_SECONDS = 120
 
-# For what needs the examples in C and C++, so that only one of pytest's processes builds them.
+# Tests that need the examples in C and C++, so that only one of pytest's processes builds them.
 compiled = pytest.mark.xdist_group("examples")
 
 
@@ -127,14 +127,14 @@ def test_a_start_field_in_python(packages: Path, tmp_path: Path) -> None:
     ],
     ids=lambda command: command[0],
 )
-def test_an_example_that_fails_says_why(programs: Path, tmp_path: Path, command) -> None:
+def test_a_failing_example_prints_the_reason(programs: Path, tmp_path: Path, command) -> None:
     program = [str(programs / command[0]), *command[1:]]
     done = subprocess.run(program, cwd=tmp_path, capture_output=True, text=True)
     assert done.returncode == 1
     assert done.stderr.strip()
 
 
-def test_a_window_without_a_display_says_why(packages: Path) -> None:
+def test_a_window_without_a_display_prints_the_reason(packages: Path) -> None:
     command = [sys.executable, str(EXAMPLES / "window_tk.py")]
     without = environment(packages)
     without.pop("DISPLAY", None)
@@ -145,7 +145,7 @@ def test_a_window_without_a_display_says_why(packages: Path) -> None:
 
 @pytest.fixture
 def example_window(host, display: str, packages: Path) -> Iterator:
-    """Starts an example, and gives its process and its window once that shows a flow."""
+    """Starts an example; returns its process and its window once it shows a flow."""
     from xwindow import until
 
     started: list[subprocess.Popen[str]] = []
@@ -176,12 +176,12 @@ def example_window(host, display: str, packages: Path) -> Iterator:
 
 
 def colors_of(handle) -> int:
-    """How many colours a square within the window shows, away from its labels."""
+    """The number of colours in a square of the window away from its labels."""
     from Xlib import X, error
 
     try:
         data = handle.get_image(100, 100, 300, 300, X.ZPixmap, 0xFFFFFFFF).data
-    except error.BadMatch:  # It is not shown yet.
+    except error.BadMatch:  # The window is not shown yet.
         return 0
     return len({data[k : k + 3] for k in range(0, len(data), 4)})
 

@@ -1,4 +1,4 @@
-"""The sources are laid out by the formatter."""
+"""The sources are formatted by clang-format."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
-# Each version lays some lines out in its own way.
+# Versions format some lines differently.
 VERSION = "14."
 
 
@@ -24,7 +24,7 @@ def sources() -> list[str]:
     )
 
 
-def test_the_formatter_would_change_nothing() -> None:
+def test_every_source_is_formatted() -> None:
     formatter = shutil.which(f"clang-format-{VERSION.rstrip('.')}") or shutil.which("clang-format")
     if formatter is None:
         pytest.skip("there is no clang-format")

@@ -1,4 +1,4 @@
-"""What the library holds for GPUs, and what it needs of the machine that loads it."""
+"""The GPU code in the library, and the libraries and symbols that loading it needs."""
 
 from __future__ import annotations
 
@@ -26,12 +26,12 @@ C_LIBRARY = {
 @pytest.fixture(scope="module")
 def code(library_path: Path) -> list[Entry]:
     library = library_path.read_bytes()
-    if b"libnvrtc.so" not in library:  # which the part for GPUs looks for
-        pytest.skip("the library under test is built without the part for GPUs")
+    if b"libnvrtc.so" not in library:  # the name that the CUDA part loads
+        pytest.skip("the library under test is built without CUDA")
     return entries(library)
 
 
-def test_the_kernels_are_there_for_each_processor_and_as_ptx(code: list[Entry]) -> None:
+def test_the_library_holds_machine_code_for_each_gpu_and_ptx(code: list[Entry]) -> None:
     assert sorted((entry.kind, entry.processor) for entry in code) == [
         ("PTX", 86),
         ("machine code", 86),
@@ -41,7 +41,7 @@ def test_the_kernels_are_there_for_each_processor_and_as_ptx(code: list[Entry]) 
     ]
 
 
-def test_every_form_has_all_ten_kernels(code: list[Entry]) -> None:
+def test_every_entry_has_all_ten_kernels(code: list[Entry]) -> None:
     assert [kernels_of(entry) for entry in code] == [KERNELS] * len(code)
 
 
@@ -49,7 +49,7 @@ def inexact(ptx: str) -> set[str]:
     return {operation for operation in operations(ptx) if is_inexact(operation)}
 
 
-def test_every_operation_of_the_kernels_rounds_on_its_own(code: list[Entry]) -> None:
+def test_no_kernel_operation_is_fused_or_approximate(code: list[Entry]) -> None:
     for entry in code:
         if entry.kind == "PTX":
             ptx = entry.code.decode()
@@ -70,11 +70,11 @@ def compiled(folder: Path, *options: str) -> str:
     return ptx.read_text()
 
 
-def test_a_contracted_operation_would_be_found(tmp_path: Path) -> None:
+def test_a_contracted_operation_is_found(tmp_path: Path) -> None:
     assert {"fma.rn.f32", "fma.rn.f64"} <= inexact(compiled(tmp_path, "--fmad=true"))
 
 
-def test_a_quick_division_or_root_would_be_found(tmp_path: Path) -> None:
+def test_an_approximate_division_is_found(tmp_path: Path) -> None:
     found = inexact(compiled(tmp_path, "--fmad=false", "--prec-div=false", "--ftz=true"))
     assert any(re.fullmatch(r"div\.(full|approx)\.ftz\.f32", operation) for operation in found)
     assert "add.rn.ftz.f32" in found
@@ -112,7 +112,7 @@ def test_each_kind_of_inexact_operation_is_found(line: str) -> None:
         "// add.f32 in words;",
     ],
 )
-def test_exact_operations_are_left_alone(line: str) -> None:
+def test_exact_operations_are_not_reported(line: str) -> None:
     assert inexact(line) == set()
 
 
@@ -123,14 +123,14 @@ def listing(*command: str | Path) -> str:
     ).stdout
 
 
-def test_the_library_needs_nothing_but_the_c_library(library_path: Path) -> None:
+def test_the_library_needs_only_the_c_library(library_path: Path) -> None:
     dynamic = listing("readelf", "--dynamic", "--wide", library_path)
     needed = re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)
     assert "libc.so.6" in needed
     assert set(needed) <= C_LIBRARY
 
 
-def test_no_function_of_cuda_is_looked_up_when_the_library_is_loaded(library_path: Path) -> None:
+def test_the_library_imports_no_cuda_function(library_path: Path) -> None:
     undefined = listing("nm", "--dynamic", "--undefined-only", "--format=posix", library_path)
     names = {line.split()[0] for line in undefined.splitlines()}
     assert names

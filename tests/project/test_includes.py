@@ -1,4 +1,4 @@
-"""The folders depend on each other as docs/architecture.md draws them."""
+"""The folders depend on each other as docs/architecture.md shows."""
 
 from __future__ import annotations
 
@@ -33,7 +33,7 @@ def exceptions_on_the_page() -> set[tuple[str, str]]:
 
 
 def includes_of(folder: str) -> Iterator[tuple[str, str]]:
-    """Each file of the folder, by its path, with each path that it includes in quotes."""
+    """The path of each file of the folder with each path that it includes in quotes."""
     for file in sorted((ROOT / folder).rglob("*")):
         if file.suffix in SOURCES:
             text = file.read_text(encoding="utf-8")
@@ -41,8 +41,8 @@ def includes_of(folder: str) -> Iterator[tuple[str, str]]:
                 yield file.relative_to(ROOT).as_posix(), path
 
 
-def against_the_order(includes: list[tuple[str, str]], order: list[str]) -> set[tuple[str, str]]:
-    """The includes of a folder that stands further left than their own."""
+def violations(includes: list[tuple[str, str]], order: list[str]) -> set[tuple[str, str]]:
+    """The includes that point to a folder further left than their own."""
     rank = {folder: place for place, folder in enumerate(order)}
     return {
         (file, path)
@@ -55,7 +55,7 @@ def all_includes() -> list[tuple[str, str]]:
     return [include for folder in order_on_the_page() for include in includes_of(folder)]
 
 
-def test_the_page_names_every_folder_that_the_library_is_built_from() -> None:
+def test_the_page_names_every_folder_of_the_library() -> None:
     build = (ROOT / "CMakeLists.txt").read_text(encoding="utf-8")
     built = re.search(r"zephane_objects\(zephane_core ([^)]*)\)", build)
     assert built
@@ -63,17 +63,17 @@ def test_the_page_names_every_folder_that_the_library_is_built_from() -> None:
     assert folders == set(order_on_the_page())
 
 
-def test_includes_point_down_the_order_but_for_the_exceptions_on_the_page() -> None:
-    assert against_the_order(all_includes(), order_on_the_page()) == exceptions_on_the_page()
+def test_includes_follow_the_order_with_the_listed_exceptions() -> None:
+    assert violations(all_includes(), order_on_the_page()) == exceptions_on_the_page()
 
 
-def test_an_include_that_points_up_would_be_found() -> None:
+def test_an_include_against_the_order_is_found() -> None:
     upward = ("solver/solver.cpp", "boundary/config.h")
     downward = ("boundary/config.h", "solver/config_record.h")
-    assert against_the_order([upward, downward], order_on_the_page()) == {upward}
+    assert violations([upward, downward], order_on_the_page()) == {upward}
 
 
-def test_every_include_is_written_from_the_root() -> None:
+def test_every_include_path_starts_at_the_root() -> None:
     missing = [(file, path) for file, path in all_includes() if not (ROOT / path).is_file()]
     assert missing == []
 
@@ -91,7 +91,7 @@ def test_only_the_seams_include_headers_of_a_system(folder: str) -> None:
 
 
 def test_file_names_are_unique() -> None:
-    """Two headers of one name would leave a reader to guess which one an include means."""
+    """With two headers of the same name a reader must guess which one an include means."""
     headers: dict[str, list[str]] = {}
     for folder in order_on_the_page():
         for file in (ROOT / folder).rglob("*"):

@@ -1,4 +1,4 @@
-"""What `cmake --install` leaves, and how CMake and pkg-config find it."""
+"""The files of `cmake --install`, and how CMake and pkg-config find them."""
 
 from __future__ import annotations
 
@@ -42,14 +42,14 @@ def test_the_library_its_header_its_packages_and_its_license_are_installed(insta
     assert os.readlink(installed / "lib" / "libzephane.so") == "libzephane.so.1"
 
 
-def test_the_installed_library_names_itself_and_exports_nine_functions(installed: Path) -> None:
+def test_the_installed_library_has_its_soname_and_exports_nine_functions(installed: Path) -> None:
     library = installed / "lib" / "libzephane.so"
     assert "soname: [libzephane.so.1]" in output("readelf", "-d", library)
     listing = output("nm", "-D", "--defined-only", "--format=posix", library)
     assert {line.split()[0] for line in listing.splitlines()} == FUNCTIONS
 
 
-def test_pkg_config_finds_the_installation_where_it_is_now(
+def test_pkg_config_finds_a_moved_installation(
     installed: Path, tmp_path: Path
 ) -> None:
     search = {**os.environ, "PKG_CONFIG_PATH": str(installed / "lib" / "pkgconfig")}
@@ -64,7 +64,7 @@ def test_pkg_config_finds_the_installation_where_it_is_now(
 
 
 def configured(installed: Path, folder: Path, version: str) -> subprocess.CompletedProcess[str]:
-    """A project in C that wants this version of the package."""
+    """Configures a C project that requires this version of the package."""
     (folder / "CMakeLists.txt").write_text(
         "cmake_minimum_required(VERSION 3.25)\n"
         "project(stranger LANGUAGES C)\n"

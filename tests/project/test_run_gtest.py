@@ -1,4 +1,4 @@
-"""The runner of GoogleTest programs keeps to the test at fault, and runs the others."""
+"""The runner of GoogleTest programs fails only the faulty test, and runs the others."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ import pytest
 
 RUNNER = Path(__file__).resolve().parents[2] / "scripts" / "run_gtest.py"
 
-# Speaks as a GoogleTest program does. A test does what its name says.
+# Prints what a GoogleTest program prints. The name of a test is its behaviour.
 PROGRAM = """#!{python}
 import os, sys, time
 flags = dict(a.split("=", 1) for a in sys.argv[1:] if "=" in a)
@@ -57,14 +57,14 @@ def run(tmp_path: Path, monkeypatch: pytest.MonkeyPatch):
     return outcomes
 
 
-def test_all_that_pass_are_a_success(run) -> None:
+def test_the_run_succeeds_if_every_test_passes(run) -> None:
     status, found, _ = run("One", "Two", "Skips")
     assert status == 0
     assert found == {"One": "passed", "Two": "passed", "Skips": "skipped"}
 
 
 @pytest.mark.parametrize("fault", ["Fails", "Crashes", "Hangs"])
-def test_the_test_at_fault_fails_and_those_around_it_are_run(run, fault: str) -> None:
+def test_only_the_faulty_test_fails_and_the_others_run(run, fault: str) -> None:
     status, found, said = run("Before", fault, "After")
     assert status == 1
     assert found == {"Before": "passed", fault: "failure", "After": "passed"}
@@ -72,11 +72,11 @@ def test_the_test_at_fault_fails_and_those_around_it_are_run(run, fault: str) ->
     assert ("about to crash" in said) == (fault == "Crashes")
 
 
-def test_a_process_that_fails_after_its_tests_has_failed(run) -> None:
+def test_a_process_that_fails_after_its_tests_is_a_failure(run) -> None:
     status, found, _ = run("Passes", "Leaks")
     assert status == 1
     assert found == {"Passes": "passed", "Leaks": "passed", "end_of_process": "failure"}
 
 
-def test_a_program_without_tests_is_no_success(run) -> None:
+def test_a_program_without_tests_is_a_failure(run) -> None:
     assert run()[0] == 1

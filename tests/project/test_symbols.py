@@ -1,4 +1,4 @@
-"""What the parts of the library may share with each other."""
+"""Symbols that the objects of the library may share."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""The closing line of the test suites counts what happened, and never makes it better."""
+"""The last line of the test suites counts all outcomes, and never hides a failure."""
 
 from __future__ import annotations
 
@@ -17,14 +17,14 @@ SKIP = '<testcase name="d"><skipped/></testcase>'
 NOT_RUN = '<testcase name="e" status="notrun"/>'
 
 
-def told(*folders: Path) -> tuple[int, list[str]]:
+def output(*folders: Path) -> tuple[int, list[str]]:
     command = [sys.executable, str(TALLY), *map(str, folders)]
     done = subprocess.run(command, capture_output=True, text=True)
     return done.returncode, done.stdout.splitlines()
 
 
 def tally(*folders: Path) -> tuple[int, str]:
-    status, lines = told(*folders)
+    status, lines = output(*folders)
     return status, lines[-1]
 
 
@@ -44,27 +44,27 @@ def test_outcomes_are_summed_over_all_files(record, tmp_path: Path) -> None:
     assert tally(tmp_path) == (1, "3 passed, 2 failed, 2 skipped")
 
 
-def test_what_failed_is_told_with_the_end_of_its_words(record, tmp_path: Path) -> None:
+def test_a_failure_is_printed_with_the_end_of_its_output(record, tmp_path: Path) -> None:
     long = "\n".join(f"line {number}" for number in range(1000))
     record("two", 1, PASS + f'<testcase classname="x" name="y"><failure>{long}</failure></testcase>')
-    lines = told(tmp_path)[1]
+    lines = output(tmp_path)[1]
     assert lines[0] == f"{tmp_path.name}/two: x.y"
     assert lines[1].strip() != "line 0"
     assert lines[-3:] == ["    line 999", f"{tmp_path.name}/two: 1 failed", "1 passed, 1 failed"]
 
 
-def test_what_a_program_printed_is_told_where_its_failure_is_silent(record, tmp_path: Path) -> None:
+def test_the_output_is_printed_when_the_failure_has_no_text(record, tmp_path: Path) -> None:
     printed = '<failure message=""/><system-out>it broke</system-out>'
     record("one", 1, f'<testcase name="y">{printed}</testcase>')
-    assert "    it broke" in told(tmp_path)[1]
+    assert "    it broke" in output(tmp_path)[1]
 
 
-def test_a_command_that_is_one_test_is_told_with_the_end_of_its_words(
+def test_a_failed_command_without_a_file_is_printed_with_the_end_of_its_log(
     record, tmp_path: Path
 ) -> None:
     record("one", 1)
     (tmp_path / "one.log").write_text("it began\nit broke\n")
-    lines = told(tmp_path)[1]
+    lines = output(tmp_path)[1]
     assert lines[:3] == [f"{tmp_path.name}/one", "    it began", "    it broke"]
 
 
@@ -89,10 +89,10 @@ def test_a_command_without_a_file_is_one_test(record, tmp_path: Path) -> None:
 
 
 @pytest.mark.parametrize("cases", ["", SKIP, "<broken"])
-def test_a_command_that_passed_no_test_has_failed(record, tmp_path: Path, cases: str) -> None:
+def test_a_command_that_passed_no_test_is_a_failure(record, tmp_path: Path, cases: str) -> None:
     record("one", 0, cases)
     assert tally(tmp_path)[0] == 1
 
 
-def test_nothing_recorded_is_a_failure(tmp_path: Path) -> None:
+def test_an_empty_folder_is_a_failure(tmp_path: Path) -> None:
     assert tally(tmp_path) == (1, "0 passed, 0 failed")

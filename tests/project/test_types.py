@@ -20,5 +20,5 @@ def test_the_package_is_clean_under_strict_type_checking(tmp_path: Path) -> None
         pytest.fail(done.stdout + done.stderr, pytrace=False)
 
 
-def test_the_package_says_that_it_has_type_hints() -> None:
+def test_the_package_declares_its_type_hints() -> None:
     assert (PACKAGE / "py.typed").is_file()

@@ -1,4 +1,4 @@
-"""Vulkan's validation layer has nothing to say about how the renderer uses Vulkan."""
+"""Vulkan's validation layer reports nothing about the renderer."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 
 LAYER = "VK_LAYER_KHRONOS_validation"
-# One or more of each way to use Vulkan: shapes, pieces, threads, transfers, lines, failures.
+# At least one test of each use of Vulkan: shapes, pieces, threads, transfers, lines, failures.
 SUITES = (
     "Renderers.*:FieldTransfer.*:FlowLines.RunAlong*:Colors.AreLight*:GpuPictures*"
     "-Renderers.LeaveNothing*"
@@ -48,7 +48,7 @@ vulkan.vkCreateInstance(ctypes.byref(info), None, ctypes.byref(instance))
 
 @pytest.fixture
 def validated(tmp_path: Path):
-    """Runs a command under the layer; its outcome, and what the layer has reported."""
+    """Runs a command under the layer; returns its result and the messages of the layer."""
 
     def run(*command: str | Path) -> tuple[subprocess.CompletedProcess[str], list[str]]:
         settings = tmp_path / "vk_layer_settings.txt"
@@ -74,7 +74,7 @@ def validated(tmp_path: Path):
 
 
 @pytest.fixture(autouse=True)
-def layer_is_there(validated) -> None:
+def layer_is_installed(validated) -> None:
     listing = "import ctypes; ctypes.CDLL('libvulkan.so.1')"
     if subprocess.run([sys.executable, "-c", listing], capture_output=True).returncode:
         pytest.skip("there is no Vulkan")
@@ -83,13 +83,13 @@ def layer_is_there(validated) -> None:
         pytest.skip("Vulkan's validation layer is not installed")
 
 
-def test_the_layer_reports_a_call_that_is_wrong(validated) -> None:
+def test_the_layer_reports_a_wrong_call(validated) -> None:
     _, reports = validated(sys.executable, "-c", MISUSE)
     assert any("VUID-VkInstanceCreateInfo-flags-parameter" in report for report in reports)
 
 
 @pytest.mark.parametrize("program", PROGRAMS)
-def test_nothing_is_reported_of_the_renderer(
+def test_nothing_is_reported_about_the_renderer(
     validated, library_path: Path, program: str
 ) -> None:
     path = library_path.parent / "tests" / program

@@ -1,6 +1,6 @@
 """The wheel: built from the source distribution by pip, installed in a fresh environment, and run.
 
-It holds the library under test. With ZEPHANE_WHEEL_BUILDS=1 it builds one of its own, as
+It holds the library under test. With ZEPHANE_WHEEL_BUILDS=1 it builds a new one, as
 `pip install .` does, which takes minutes.
 """
 
@@ -22,10 +22,10 @@ VERSION = (ROOT / "VERSION").read_text().strip()
 BUILDS = os.environ.get("ZEPHANE_WHEEL_BUILDS") == "1"
 LIMIT_SECONDS = 1800
 
-# In one process of those that pytest shares the tests among, since each builds a wheel of its own.
+# In a single process of pytest-xdist, because each process would build the wheel again.
 pytestmark = pytest.mark.xdist_group("wheel")
 
-# What pip says when it cannot fetch the build's tools.
+# The messages of pip when it cannot download the build tools.
 UNREACHABLE = (
     "Could not find a version that satisfies",
     "Failed to establish a new connection",
@@ -36,7 +36,7 @@ UNREACHABLE = (
 
 
 def environment(**changes: str) -> dict[str, str]:
-    """Nothing of the checkout: neither its package nor a display."""
+    """Without the checkout's package and without a display."""
     unwanted = {"PYTHONPATH", "DISPLAY", "LD_LIBRARY_PATH"}
     kept = {key: value for key, value in os.environ.items() if key not in unwanted}
     return {**kept, **changes}
@@ -55,7 +55,7 @@ def run(*command: str | Path, folder: Path) -> subprocess.CompletedProcess[str]:
     )
 
 
-def fetched(*command: str | Path, folder: Path) -> str:
+def with_the_registry(*command: str | Path, folder: Path) -> str:
     """The output of a command that needs the registry of Python packages."""
     done = run(*command, folder=folder)
     said = done.stdout + done.stderr
@@ -76,7 +76,8 @@ def make_environment(folder: Path, *options: str) -> Path:
 def tools(tmp_path_factory: pytest.TempPathFactory) -> Path:
     """The interpreter of an environment with the build backend."""
     python = make_environment(tmp_path_factory.mktemp("tools") / "environment")
-    fetched(python, "-m", "pip", "install", "scikit-build-core>=0.11", folder=python.parent)
+    install = ("-m", "pip", "install", "scikit-build-core>=0.11")
+    with_the_registry(python, *install, folder=python.parent)
     return python
 
 
@@ -96,14 +97,14 @@ def wheel(sources: Path, library_path: Path, tools: Path, tmp_path_factory) -> P
     folder = tmp_path_factory.mktemp("wheel")
     prebuilt = f"--config-settings=cmake.define.ZEPHANE_PREBUILT={library_path}"
     options = ["--no-deps", "--wheel-dir", folder, *([] if BUILDS else [prebuilt])]
-    fetched(tools, "-m", "pip", "wheel", *options, sources, folder=folder)
+    with_the_registry(tools, "-m", "pip", "wheel", *options, sources, folder=folder)
     (file,) = folder.glob("*.whl")
     return file
 
 
 @pytest.fixture(scope="module")
 def python(wheel: Path, tools: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """The interpreter of an environment with the wheel alone."""
+    """The interpreter of an environment with only the wheel."""
     made = make_environment(tmp_path_factory.mktemp("user") / "environment", "--without-pip")
     pip = [tools, "-m", "pip", "--python", made]
     done = run(*pip, "install", "--no-index", wheel, folder=made.parent)
@@ -146,7 +147,7 @@ def test_the_console_command_describes_the_machine(python: Path, tmp_path: Path)
     assert run(command, "--help", folder=tmp_path).stdout.startswith("usage: zephane ")
 
 
-def test_the_module_describes_the_machine_too(python: Path, tmp_path: Path) -> None:
+def test_the_module_describes_the_machine(python: Path, tmp_path: Path) -> None:
     done = run(python, "-m", "zephane", "info", folder=tmp_path)
     assert done.returncode == 0, done.stderr
     assert "default flow" in done.stdout

@@ -1,4 +1,4 @@
-"""Small engines and viewers on the library under test, and a Python that has no NumPy."""
+"""Small engines and viewers on the library under test, and a Python without NumPy."""
 
 from __future__ import annotations
 
@@ -12,7 +12,7 @@ import pytest
 import zephane
 from zephane._numpy import numpy
 
-if TYPE_CHECKING:  # It needs tkinter, which the other tests do without.
+if TYPE_CHECKING:  # It imports tkinter, which other tests do not need.
     from zephane.viewer import Viewer
 
 
@@ -23,7 +23,7 @@ def system(library_path: Path) -> zephane.SystemInfo:
 
 @pytest.fixture
 def make_engine(library_path: Path) -> Iterator[Callable[..., zephane.Engine]]:
-    """Makes engines, of 64 x 64 points unless told otherwise, and closes them in the end."""
+    """Makes engines, by default of 64 x 64 points, and closes them at the end."""
     made: list[zephane.Engine] = []
 
     def make(**changes: Any) -> zephane.Engine:
@@ -58,7 +58,7 @@ def open_viewer(
 ) -> Iterator[Callable[..., Viewer]]:
     """Opens viewers of flows of 32 x 32 points that are paused at their start, and closes them.
 
-    Nothing may have been raised out of an event meanwhile.
+    Fails if an event handler raised an exception.
     """
     from viewer_driver import wait
 

@@ -1,4 +1,4 @@
-"""A terminal that a process draws on, and what stands on its screen."""
+"""A terminal that a process writes to, and the contents of its screen."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ INCOMPLETE = re.compile(r"\x1b(\[[0-9;?]*)?$")
 
 
 class Display:
-    """The part of a terminal that programs here make use of; anything else is an error."""
+    """The part of a terminal that the commands use; anything else is an error."""
 
     def __init__(self, columns: int, lines: int) -> None:
         self.alternate = False
@@ -98,7 +98,7 @@ class Display:
 
 
 class TerminalProcess:
-    """A process whose three streams are one terminal, with a keyboard for us."""
+    """A process whose three streams are one terminal, with a keyboard for the test."""
 
     def __init__(
         self, command: Sequence[str], environment: Mapping[str, str], columns: int, lines: int
@@ -125,7 +125,7 @@ class TerminalProcess:
         os.write(self._host, keys.encode("utf-8"))
 
     def read(self, seconds: float) -> None:
-        """Take what is written in this time."""
+        """Read what is written in this time."""
         end = time.monotonic() + seconds
         while (left := end - time.monotonic()) > 0:
             if select.select([self._host], [], [], left)[0]:
@@ -160,7 +160,7 @@ class TerminalProcess:
 
 
 def _take_terminal() -> None:
-    """In the new process: the terminal is its own, and no signal is ignored, as under nohup."""
+    """In the new process: make the terminal its own, and ignore no signals, even under nohup."""
     fcntl.ioctl(0, termios.TIOCSCTTY, 0)
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM, signal.SIGTSTP):
         signal.signal(number, signal.SIG_DFL)

@@ -31,7 +31,7 @@ def test_fields_are_three_planes_of_single_precision(moved: zephane.Engine) -> N
     assert np.array_equal(np.stack([vorticity, u, v]), fields.data)
 
 
-def test_the_snapshot_tells_the_moments_of_its_fields(moved: zephane.Engine) -> None:
+def test_the_snapshot_holds_the_moments_of_its_fields(moved: zephane.Engine) -> None:
     fields = moved.fields()
     snapshot = fields.snapshot
     vorticity = fields.vorticity.astype(np.float64)
@@ -66,7 +66,7 @@ def test_the_spectrum_is_the_transform_of_the_vorticity(moved: zephane.Engine) -
     assert spectrum == pytest.approx(expected, abs=1e-6)
 
 
-def test_without_numpy_the_same_numbers_come_as_plain_arrays(
+def test_without_numpy_the_same_numbers_are_plain_arrays(
     moved: zephane.Engine, without_numpy: None
 ) -> None:
     fields, spectrum = moved.fields(), moved.spectrum()

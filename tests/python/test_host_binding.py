@@ -1,4 +1,4 @@
-"""The binding: what the library tells and takes, as Python sees it."""
+"""The binding: the operations and reports of the library in Python."""
 
 from __future__ import annotations
 
@@ -22,7 +22,7 @@ COMBINED = "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method
 Maker = Callable[..., zephane.Engine]
 
 
-def test_the_description_of_the_system_is_whole(system: zephane.SystemInfo) -> None:
+def test_the_description_of_the_system_is_complete(system: zephane.SystemInfo) -> None:
     assert system.abi_version == 1
     assert system.precision == "float32"
     assert system.gpu
@@ -30,19 +30,19 @@ def test_the_description_of_the_system_is_whole(system: zephane.SystemInfo) -> N
     assert set(system.capabilities) == {"native_rendering", "forcing", "drag", "vortex_injection"}
 
 
-def test_the_defaults_of_the_package_are_those_of_the_library(system: zephane.SystemInfo) -> None:
+def test_the_defaults_of_the_package_match_the_library(system: zephane.SystemInfo) -> None:
     assert system.defaults == zephane.Config()
     assert system.defaults.reynolds == zephane.default_reynolds(1024, 4)
 
 
-def test_derived_figures_of_a_configuration_are_those_of_the_library(library_path: Path) -> None:
+def test_derived_figures_of_a_configuration_match_the_library(library_path: Path) -> None:
     told = _library.load(library_path).initialize()["defaults"]
     config = zephane.Config.from_json(told)
     assert config.padded_resolution == told["padded_resolution"]
     assert config.viscosity == told["viscosity"]
 
 
-def test_a_configuration_survives_the_way_to_json_and_back() -> None:
+def test_a_configuration_survives_a_round_trip_through_json() -> None:
     config = zephane.Config(128, 7, 2**64 - 1, 5e3, 1.5, 0.01, "ifHeunRK3", "advective", "KM3")
     assert config.to_json()["seed"] == "18446744073709551615"
     assert zephane.Config.from_json(config.to_json()) == config
@@ -62,7 +62,7 @@ def test_an_engine_starts_at_time_zero(engine: zephane.Engine) -> None:
     assert start.allocated_bytes > 0
 
 
-def test_advance_takes_one_step_unless_told_otherwise(engine: zephane.Engine) -> None:
+def test_advance_takes_one_step_by_default(engine: zephane.Engine) -> None:
     assert engine.advance().steps == 1
     assert engine.advance(4).steps == 5
     assert engine.advance(0).steps == 5
@@ -225,7 +225,7 @@ def together(count: int, action: Callable[[], Any]) -> None:
 
 
 class Recorder:
-    """The library's functions, with a note of every block that they hand out and take back."""
+    """The library's functions, recording every string and handle that they return and free."""
 
     def __init__(self, functions: Any) -> None:
         self._functions = functions
@@ -298,7 +298,7 @@ assert made == [20] * 8, made
     subprocess.run(words, env=environment, check=True, timeout=60)
 
 
-def test_every_string_is_given_back_once(recorder: Recorder, make_engine: Maker) -> None:
+def test_every_string_is_freed_once(recorder: Recorder, make_engine: Maker) -> None:
     engine = make_engine()
     engine.inspect()
     with pytest.raises(ZephaneError):
@@ -322,13 +322,13 @@ def test_a_forgotten_engine_is_destroyed(recorder: Recorder, library_path: Path)
     assert len(recorder.destroyed) == 1
 
 
-def test_the_library_once_loaded_serves_all_that_name_none(library_path: Path) -> None:
+def test_the_loaded_library_is_the_default(library_path: Path) -> None:
     chosen = _library.load(library_path)
     assert _library.load() is chosen
     assert _library.load(os.path.relpath(library_path)) is chosen
 
 
-def test_the_library_is_looked_for_beside_the_package_and_in_the_builds(
+def test_the_library_is_searched_for_beside_the_package_and_in_the_builds(
     monkeypatch: pytest.MonkeyPatch, tmp_path: Path
 ) -> None:
     package = tmp_path / "checkout" / "python" / "zephane"
@@ -346,13 +346,13 @@ def test_the_library_is_looked_for_beside_the_package_and_in_the_builds(
         assert _library.find_library() == str(place / name)
 
 
-def test_the_system_loader_is_asked_last(monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
+def test_the_system_loader_is_tried_last(monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
     monkeypatch.setattr(_library, "__file__", str(tmp_path / "a" / "b" / "c.py"))
     monkeypatch.setattr(_library.ctypes.util, "find_library", lambda name: f"lib{name}.so.7")
     assert _library.find_library() == "libzephane.so.7"
 
 
-def test_a_library_that_is_missing_or_none_is_refused(tmp_path: Path) -> None:
+def test_a_missing_or_invalid_library_is_refused(tmp_path: Path) -> None:
     with pytest.raises(ZephaneError, match="No library at .*absent.so"):
         zephane.initialize(tmp_path / "absent.so")
     (tmp_path / "text.so").write_text("no machine code\n")
@@ -360,7 +360,7 @@ def test_a_library_that_is_missing_or_none_is_refused(tmp_path: Path) -> None:
         zephane.initialize(tmp_path / "text.so")
 
 
-def test_the_version_is_that_of_the_project() -> None:
+def test_the_version_matches_the_project() -> None:
     version = Path(__file__).resolve().parents[2] / "VERSION"
     assert zephane.__version__ == version.read_text().strip()
 

@@ -47,7 +47,7 @@ def angles() -> list[float]:
 
 
 @pytest.mark.parametrize("palette", zephane.PALETTES)
-def test_signed_colors_are_those_of_a_picture(
+def test_signed_colors_match_a_picture(
     wave: zephane.Engine, tmp_path: Path, palette: str
 ) -> None:
     sigma = 1.75  # so that both ends of the scale are reached
@@ -58,7 +58,7 @@ def test_signed_colors_are_those_of_a_picture(
 
 
 @pytest.mark.parametrize("palette", zephane.PALETTES)
-def test_unsigned_colors_are_those_of_a_picture(
+def test_unsigned_colors_match_a_picture(
     wave: zephane.Engine, tmp_path: Path, palette: str
 ) -> None:
     exposure = 3.0

@@ -41,7 +41,7 @@ def command(library_path: Path) -> Callable[..., list[str]]:
 
 @pytest.fixture
 def zeph(command: Callable[..., list[str]], environment: dict[str, str]) -> Runner:
-    """Runs a command of the command line to its end, with nothing that is a terminal."""
+    """Runs a command to its end, without a terminal."""
 
     def call(
         name: str, *options: str, extra: dict[str, str] | None = None
@@ -66,7 +66,7 @@ class Terminal:
         self.text = ""
 
     def read(self) -> bool:
-        """Take what has been written; False when nobody holds the terminal any more."""
+        """Read what has been written; False once every process has closed the terminal."""
         try:
             data = os.read(self._reader, 65536)
         except OSError:
@@ -80,7 +80,7 @@ class Terminal:
 
 @pytest.fixture
 def in_terminal(command: Callable[..., list[str]], environment: dict[str, str]) -> Any:
-    """Starts a command whose standard error is a terminal; gives the process and the terminal."""
+    """Starts a command whose standard error is a terminal; returns the process and the terminal."""
     terminal = Terminal()
     running: list[Any] = []
 
@@ -115,7 +115,7 @@ def test_a_run_ends_with_a_report(zeph: Runner) -> None:
     assert re.search(r"^  time +0\.5, ", result.stdout, re.MULTILINE)
 
 
-def test_a_run_is_that_of_the_engine(zeph: Runner, library_path: Path) -> None:
+def test_a_run_matches_the_engine(zeph: Runner, library_path: Path) -> None:
     options = ("--k0", "6", "--seed", "3", "--integrator", "ifHeunRK3", "--operator", "advective")
     more = ("--start-spectrum", "KM3", "--cfl", "1.5", "--steps", "37", "--json")
     told = json.loads(zeph("run", *SMALL, *options, *more).stdout)
@@ -128,7 +128,7 @@ def test_a_run_is_that_of_the_engine(zeph: Runner, library_path: Path) -> None:
     assert told == {key: value for key, value in expected.items() if key != "gpu_milliseconds"}
 
 
-def test_a_run_is_a_few_turnover_times_long_unless_told(zeph: Runner) -> None:
+def test_a_run_lasts_a_few_turnover_times_by_default(zeph: Runner) -> None:
     told = json.loads(zeph("run", *SMALL, "--json").stdout)
     assert told["simulation_time"] == pytest.approx(3 * told["initial_turnover_time"], rel=1e-12)
 
@@ -151,7 +151,7 @@ def test_a_fixed_step_is_kept(zeph: Runner) -> None:
     assert (told["dt"], told["simulation_time"]) == (0.0078125, 0.0625)
 
 
-def test_the_reynolds_number_suits_the_grid_unless_told(zeph: Runner) -> None:
+def test_the_default_reynolds_number_suits_the_grid(zeph: Runner) -> None:
     told = json.loads(
         zeph("run", "--resolution", "64", "--k0", "3", "--steps", "1", "--json").stdout
     )
@@ -307,13 +307,13 @@ def test_a_file_for_a_missing_folder_is_refused_before_the_run(zeph: Runner) -> 
 
 
 @pytest.mark.parametrize("name", ["run", "info"])
-def test_a_device_that_is_none_is_refused(zeph: Runner, name: str) -> None:
+def test_an_invalid_device_is_refused(zeph: Runner, name: str) -> None:
     result = zeph(name, extra={"ZEPHANE_DEVICE": "first"})
     assert result.returncode == 1
     assert result.stderr == "zephane: ZEPHANE_DEVICE must be a nonnegative device index.\n"
 
 
-def test_a_missing_library_is_told(zeph: Runner) -> None:
+def test_a_missing_library_is_reported(zeph: Runner) -> None:
     result = zeph("run", "--library", "/nowhere/libzephane.so")
     assert result.returncode == 1
     assert result.stderr == "zephane: No library at /nowhere/libzephane.so.\n"
@@ -323,7 +323,7 @@ def test_a_missing_library_is_told(zeph: Runner) -> None:
     "arguments",
     [("fly",), ("run", "--resolution", "big"), ("run", "--viscosity", "1"), ("run", "stray")],
 )
-def test_a_command_line_that_cannot_be_understood_ends_with_2(
+def test_an_invalid_command_line_exits_with_2(
     environment: dict[str, str], arguments: list[str]
 ) -> None:
     result = subprocess.run(
@@ -333,7 +333,7 @@ def test_a_command_line_that_cannot_be_understood_ends_with_2(
     assert result.stderr.startswith(b"usage: ")
 
 
-def test_help_tells_the_defaults_without_a_library(environment: dict[str, str]) -> None:
+def test_help_shows_the_defaults_without_a_library(environment: dict[str, str]) -> None:
     words = [sys.executable, "-m", "zephane", "run", "--help"]
     text = subprocess.run(words, env=environment, capture_output=True, text=True, check=True).stdout
     text = " ".join(text.split())
@@ -353,7 +353,7 @@ def test_the_machine_is_described(zeph: Runner, system: zephane.SystemInfo) -> N
     assert told["defaults"]["resolution"] == 1024
 
 
-def test_progress_moves_on_a_terminal_and_leaves_nothing(in_terminal: Any) -> None:
+def test_progress_is_updated_on_a_terminal_and_erased_at_the_end(in_terminal: Any) -> None:
     process, terminal = in_terminal("run", *SMALL, "--until", "8")
     while terminal.read():
         pass
@@ -366,7 +366,7 @@ def test_progress_moves_on_a_terminal_and_leaves_nothing(in_terminal: Any) -> No
     assert terminal.text.endswith("\r\x1b[K")
 
 
-def test_no_progress_can_be_had_on_a_terminal(in_terminal: Any) -> None:
+def test_progress_can_be_switched_off_on_a_terminal(in_terminal: Any) -> None:
     process, terminal = in_terminal("run", *SMALL, "--steps", "3", "--no-progress")
     while terminal.read():
         pass
@@ -392,7 +392,7 @@ def test_control_c_ends_a_run_with_the_report_so_far(in_terminal: Any, tmp_path:
     assert read_png(picture).shape == (20, 20, 4)
 
 
-def test_in_a_log_progress_is_a_line_now_and_then(
+def test_in_a_log_progress_is_an_occasional_line(
     engine: zephane.Engine, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]
 ) -> None:
     monkeypatch.setattr(progress, "LOG_SECONDS", 0.0)

@@ -1,4 +1,4 @@
-"""What a running view has to tell, drawn as lines of text."""
+"""The status of a running view as lines of text."""
 
 from __future__ import annotations
 
@@ -79,13 +79,13 @@ def plain(lines: list[Line]) -> list[str]:
 
 
 def row(label: str, status: ViewStatus, width: int = 100, **options: Any) -> str:
-    """What stands beside a label."""
+    """The text beside a label."""
     found = [x for x in plain(dashboard(status, width, 40, **options)) if x.startswith(label)]
     assert len(found) == 1
     return found[0][len(label) :].strip()
 
 
-def test_the_screen_tells_the_state_of_the_flow() -> None:
+def test_the_screen_shows_the_state_of_the_flow() -> None:
     lines = plain(dashboard(RUNNING, 100, 24))
     assert lines[0] == "Zephane  running  256 x 256, k0 4, seed 2, etdrk4, stress, PAO"
     turnovers = "3.2500   2.00 turnovers   step 1234   dt 0.0025   1:15 elapsed"
@@ -177,14 +177,14 @@ def test_the_keys_tell_what_space_would_do() -> None:
     assert plain(dashboard(PAUSED, 80, 24))[-1] == f"space run   {keys}"
 
 
-def test_help_takes_the_place_of_the_figures() -> None:
+def test_help_replaces_the_figures() -> None:
     lines = plain(dashboard(RUNNING, 80, 24, help_shown=True))
     assert not any(line.startswith("energy") for line in lines)
     for key in ("space", "s", "r", "n", "h", "q"):
         assert any(line.startswith(f"{key:<12}") for line in lines)
 
 
-def test_styles_are_left_out_where_no_colours_are_wanted() -> None:
+def test_no_styles_are_written_without_colours() -> None:
     head = dashboard(RUNNING, 80, 24)[0]
     assert paint(head, colored=True).startswith("\x1b[1mZephane\x1b[0m  \x1b[32mrunning\x1b[0m  ")
     assert re.sub(r"\x1b\[[0-9;]*m", "", paint(head, colored=True)) == paint(head, colored=False)
@@ -218,7 +218,7 @@ def test_the_chart_grows_with_the_terminal_and_has_a_scale() -> None:
     assert "#" in "".join(plain(dashboard(RUNNING, 80, 24, fine=False)))
 
 
-def test_the_line_of_a_log_tells_the_same() -> None:
+def test_the_log_line_shows_the_same_figures() -> None:
     assert status_line(RUNNING) == (
         "running  time 3.2500  step 1234  200 steps/s  0.5 time/s  5 ms/step  Re 6500  "
         "control 19 of 20  energy 0.4875"

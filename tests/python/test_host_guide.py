@@ -17,7 +17,7 @@ def test_the_examples_of_the_guide_run(
     system: zephane.SystemInfo, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     monkeypatch.chdir(tmp_path)
-    # The library under test, not the one that a search would find.
+    # Use the library under test, not the first one found.
     library = zephane._library.load()
     monkeypatch.setattr(zephane._library, "find_library", lambda path: library.path)
     examples = re.findall(r"```python\n(.*?)```", GUIDE.read_text(encoding="utf-8"), re.DOTALL)

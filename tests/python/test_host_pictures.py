@@ -1,4 +1,4 @@
-"""Pictures from Python: the record of their settings, and the arguments on their way."""
+"""Pictures from Python: the record of their settings, and the arguments sent to the library."""
 
 from __future__ import annotations
 
@@ -24,13 +24,13 @@ from zephane import PictureSettings
         ({"sigma": math.nan}, "Non-finite sigma"),
     ],
 )
-def test_settings_that_are_none_are_refused_when_they_are_made(changes: Any, words: str) -> None:
+def test_invalid_settings_are_refused_on_construction(changes: Any, words: str) -> None:
     with pytest.raises(ValueError) as refusal:
         PictureSettings(**changes)
     assert str(refusal.value) == words
 
 
-def test_the_defaults_of_the_settings_are_those_of_the_library(
+def test_the_defaults_of_the_settings_match_the_library(
     engine: zephane.Engine, tmp_path: Path
 ) -> None:
     told, left_out = tmp_path / "a.png", tmp_path / "b.png"

@@ -26,9 +26,9 @@ Maker = Callable[..., zephane.View]
 
 @pytest.fixture
 def make_view(library_path: Path, system: zephane.SystemInfo) -> Iterator[Maker]:
-    """Makes views of 32 x 32 points unless told otherwise, and closes them in the end.
+    """Makes views, by default of 32 x 32 points, and closes them at the end.
 
-    Their step is fixed: a flow of this size that chooses its own comes to rest within a second.
+    Their step is fixed: a flow of this size with an adaptive step decays within a second.
     """
     made: list[zephane.View] = []
 
@@ -52,7 +52,7 @@ def settled(status: ViewStatus) -> bool:
 
 
 def on_another_thread(work: Callable[[], Any]) -> BaseException | None:
-    """What ``work()`` raises on a thread of its own."""
+    """The exception that ``work()`` raises on another thread."""
     raised: list[BaseException] = []
 
     def run() -> None:
@@ -67,7 +67,7 @@ def on_another_thread(work: Callable[[], Any]) -> BaseException | None:
     return raised[0] if raised else None
 
 
-def test_a_new_view_rests(view: zephane.View, system: zephane.SystemInfo) -> None:
+def test_a_new_view_is_idle(view: zephane.View, system: zephane.SystemInfo) -> None:
     status = view.status()
     assert (status.generation, status.ready, status.running) == (0, False, True)
     assert (status.stats, status.frame, status.canvas, status.history) == (None, None, None, ())
@@ -143,7 +143,7 @@ def test_a_view_begins_with_the_configuration_that_it_is_given(make_view: Maker)
     assert not make_view(regulated=False).status().regulated
 
 
-def test_a_configuration_that_cannot_be_is_refused(make_view: Maker, view: zephane.View) -> None:
+def test_an_invalid_configuration_is_refused(make_view: Maker, view: zephane.View) -> None:
     with pytest.raises(ZephaneError, match="^Invalid resolution, "):
         make_view(resolution=17)
     with pytest.raises(ZephaneError, match="^Unknown integrator: RK9$"):
@@ -184,7 +184,7 @@ def test_limits_end_the_flows_that_follow(view: zephane.View, tmp_path: Path) ->
         view.benchmark(batch=33)
 
 
-def test_a_failure_is_told_once_it_is_waited_for(view: zephane.View) -> None:
+def test_waiting_raises_the_failure_of_the_flow(view: zephane.View) -> None:
     view.benchmark(initial="/nowhere/start")
     view.start()
     with pytest.raises(ZephaneError, match="/nowhere/start"):
@@ -195,7 +195,7 @@ def test_a_failure_is_told_once_it_is_waited_for(view: zephane.View) -> None:
     assert view.wait(lambda status: status.ready, SECONDS).error_message is None
 
 
-def test_waiting_has_an_end(view: zephane.View) -> None:
+def test_waiting_times_out(view: zephane.View) -> None:
     with pytest.raises(TimeoutError, match="0.05 seconds"):
         view.wait(lambda status: status.ready, 0.05)
 
@@ -209,7 +209,7 @@ def test_an_unseen_view_makes_no_frames(view: zephane.View) -> None:
     assert view.wait(lambda status: status.ready, SECONDS).frame is not None
 
 
-def test_what_needs_a_canvas_is_refused_in_the_words_of_the_library(
+def test_operations_without_a_canvas_are_refused_with_the_text_of_the_library(
     view: zephane.View, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     monkeypatch.delenv("DISPLAY", raising=False)
@@ -223,7 +223,7 @@ def test_what_needs_a_canvas_is_refused_in_the_words_of_the_library(
         view.export(png=Path("flow.png"), pixel_size=100)
 
 
-def test_a_question_that_nothing_can_ask_is_told(
+def test_a_missing_save_dialog_is_reported(
     view: zephane.View, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     for name in ("DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"):

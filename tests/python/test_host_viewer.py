@@ -84,7 +84,7 @@ def test_keys_cycle_the_picture(
         wait(viewer, lambda status, value=value: getattr(status, setting) == value)
 
 
-def test_b_hides_the_panel_and_leaves_its_room_to_the_picture(viewer: Viewer, host: Host) -> None:
+def test_b_hides_the_panel_and_enlarges_the_picture(viewer: Viewer, host: Host) -> None:
     picture, panel = viewer.picture, viewer.panel
     viewer.root.geometry("900x600")
     wait_until(viewer, lambda: panel.winfo_height() == 600)
@@ -97,7 +97,7 @@ def test_b_hides_the_panel_and_leaves_its_room_to_the_picture(viewer: Viewer, ho
     wait_until(viewer, lambda: panel.winfo_ismapped() and picture.winfo_width() == width)
 
 
-def test_h_tells_the_keys(viewer: Viewer, host: Host) -> None:
+def test_h_shows_the_keys(viewer: Viewer, host: Host) -> None:
     press(viewer, host, "h")
     wait(viewer, lambda status: viewer.help.shown)
     texts = texts_of(viewer.help)
@@ -106,7 +106,7 @@ def test_h_tells_the_keys(viewer: Viewer, host: Host) -> None:
     wait(viewer, lambda status: not viewer.help.shown)
 
 
-def test_the_help_tells_every_key(viewer: Viewer) -> None:
+def test_the_help_lists_every_key(viewer: Viewer) -> None:
     told = {{"Esc": "escape"}.get(key, key.lower()) for key, _ in viewer_help.KEYS}
     assert told == set(viewer.keys) - {"question"}
 
@@ -139,7 +139,7 @@ def test_a_click_on_the_picture_steers_the_flow_and_leaves_the_keys(
     wait_for_steps(viewer, 2)
 
 
-def test_the_buttons_do_what_they_say(viewer: Viewer, host: Host) -> None:
+def test_the_buttons_do_what_their_labels_say(viewer: Viewer, host: Host) -> None:
     buttons = viewer.panel.buttons.by_name
     click_on(viewer, host, buttons["step"])
     wait_for_steps(viewer, 1)
@@ -254,7 +254,7 @@ def test_where_the_desktop_cannot_ask_the_window_does(
     assert not answers and not viewer.panel.error.shown
 
 
-def test_the_focus_is_told(viewer: Viewer, host: Host) -> None:
+def test_the_focus_is_reported(viewer: Viewer, host: Host) -> None:
     wait(viewer, lambda status: status.focused)
     host.root.set_input_focus(X.RevertToPointerRoot, X.CurrentTime)
     host.display.sync()

@@ -1,4 +1,4 @@
-"""The command ``view`` as a process of its own, and the guide's own window."""
+"""The command ``view`` in a separate process, and the window of the guide's example."""
 
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ FLOW = ("--resolution", "32", "--fixed-dt", "0.001")
 
 
 class Command:
-    """``python3 -m zephane view`` as a process of its own."""
+    """``python3 -m zephane view`` in a separate process."""
 
     def __init__(self, library: Path, python_path: Path, *arguments: str, **more: str) -> None:
         environment = {"PATH": "/usr/bin:/bin", "PYTHONPATH": str(python_path), **more}
@@ -61,7 +61,7 @@ def run_view(library_path: Path, python_path: Path) -> Iterator[Callable[..., Co
 
 
 def window_named(host: Host, words: str) -> Any:
-    """The topmost window of that title, once it is there."""
+    """The topmost window with that title, once it exists."""
     end = time.monotonic() + SECONDS
     while time.monotonic() < end:
         for window in host.root.query_tree().children:
@@ -96,7 +96,7 @@ def test_ctrl_c_closes_the_window(
     assert command.end() == (0, "", "")
 
 
-def test_without_a_display_the_command_says_so(run_view: Callable[..., Command]) -> None:
+def test_without_a_display_the_command_reports_it(run_view: Callable[..., Command]) -> None:
     assert run_view().end() == (
         1,
         "",
@@ -110,7 +110,7 @@ def test_without_a_display_the_command_says_so(run_view: Callable[..., Command])
 @pytest.mark.parametrize(
     "options", [("--display", "sound"), ("--seed", "-1"), ("--resolution", "33")]
 )
-def test_bad_options_are_told(
+def test_bad_options_are_reported(
     run_view: Callable[..., Command], display: str, options: tuple[str, str]
 ) -> None:
     code, out, err = run_view(*options, DISPLAY=display).end()

@@ -1,4 +1,4 @@
-"""The viewer's page of a new flow, and the line that tells what went wrong."""
+"""The viewer's page of a new flow, and the line that shows errors."""
 
 from __future__ import annotations
 
@@ -61,7 +61,7 @@ def test_each_field_is_sent_alone(open_viewer: Maker) -> None:
         after = dataclasses.asdict(viewer.status.config)
         assert after[key] == value != before[key]
         changed = {name for name in after if after[name] != before[name]}
-        # Another grid has a Reynolds number of its own.
+        # Another grid has another default Reynolds number.
         assert changed - {"reynolds"} == {key} - {"reynolds"}
 
 
@@ -87,7 +87,7 @@ def test_a_fixed_step_is_taken_away(viewer: Viewer, text: str) -> None:
     assert viewer.panel.configuration.fields["fixed_dt"].text.get() == "adaptive"
 
 
-def test_what_is_no_number_is_told_and_stays(viewer: Viewer) -> None:
+def test_an_invalid_number_is_reported_and_stays_in_its_field(viewer: Viewer) -> None:
     edit(viewer, resolution="12e3", k0="2")
     viewer.panel.configuration.apply()
     live_on(viewer)
@@ -99,7 +99,7 @@ def test_what_is_no_number_is_told_and_stays(viewer: Viewer) -> None:
     assert viewer.panel.configuration.fields["resolution"].text.get() == "32"
 
 
-def test_a_refusal_is_told_until_it_is_dismissed(viewer: Viewer, host: Host) -> None:
+def test_a_refusal_is_shown_until_it_is_dismissed(viewer: Viewer, host: Host) -> None:
     edit(viewer, resolution="33")
     viewer.panel.configuration.apply()
     live_on(viewer)

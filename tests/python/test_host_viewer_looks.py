@@ -32,7 +32,7 @@ def test_nothing_is_cut_off_at_any_scale(open_viewer: Maker, host: Host, scale: 
     host.set_resolution(96 * scale)
     viewer = open_viewer()
     assert viewer.style.scale == scale
-    viewer.show_message("A failure that takes a few words more to tell than there is room for.")
+    viewer.show_message("A failure with a few more words than there is room for.")
     for page in (viewer.panel.live, viewer.panel.configuration):
         viewer.panel.tabs.select(page)
         live_on(viewer)
@@ -83,7 +83,7 @@ def test_plots_come_by_the_room_there_is(viewer: Viewer) -> None:
     assert all(some == shown[0][: len(some)] for some in shown)
 
 
-def test_the_plots_begin_anew_with_a_new_flow(open_viewer: Maker) -> None:
+def test_a_new_flow_clears_the_plots(open_viewer: Maker) -> None:
     viewer = open_viewer(paused=False)
     wait(viewer, lambda status: len(viewer.panel.plots.trace.points()) > 3)
     viewer.do(View.pause)
@@ -111,7 +111,7 @@ def _is_dashed(viewer: Viewer, item: int) -> bool:
     return plots.type(item) == "line" and bool(plots.itemcget(item, "dash"))
 
 
-def test_a_trace_keeps_the_whole_course_in_few_points() -> None:
+def test_a_trace_keeps_the_whole_history_in_few_points() -> None:
     trace = Trace(limit=64)
     for n in range(10_000):
         assert trace.add((float(n), 2.0 * n))
@@ -123,7 +123,7 @@ def test_a_trace_keeps_the_whole_course_in_few_points() -> None:
     assert not trace.add((1e4, math.nan))
 
 
-def test_the_color_scale_tells_what_the_colors_stand_for() -> None:
+def test_the_color_scale_labels_the_meaning_of_the_colors() -> None:
     frame = zephane.Snapshot(1, 0.0, 32, 8.0, 0.5, 2.0, 3.0)
     sigma = zephane.PictureSettings(sigma=2.5)
     assert scale_texts(sigma, frame) == ("-4.5", "vorticity", "5.5")
@@ -134,7 +134,7 @@ def test_the_color_scale_tells_what_the_colors_stand_for() -> None:
     assert scale_texts(sigma, None) == ("", "vorticity", "")
 
 
-def test_the_figures_are_those_of_the_status(open_viewer: Maker) -> None:
+def test_the_figures_match_the_status(open_viewer: Maker) -> None:
     viewer = open_viewer(paused=False, until=0.05)
     status = wait(viewer, lambda status: status.settled and not status.running)
     live_on(viewer)
@@ -147,8 +147,8 @@ def test_the_figures_are_those_of_the_status(open_viewer: Maker) -> None:
     assert viewer.root.title() == "Zephane, 32 x 32, k0 4, seed 2"
 
 
-def test_pictures_are_counted_by_the_second(viewer: Viewer) -> None:
+def test_pictures_are_counted_per_second(viewer: Viewer) -> None:
     live_on(viewer, 2.0)
     (text,) = (text for text in texts_of(viewer.panel.figures) if text.endswith("pictures/s"))
-    # Never above the 60 that are aimed at, however few of them a busy machine can draw.
+    # At most the target of 60; a busy machine may draw fewer.
     assert 1 <= int(text.split()[0]) <= 70

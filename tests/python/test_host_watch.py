@@ -1,4 +1,4 @@
-"""The command ``watch``: its behaviour on terminals and elsewhere."""
+"""The command ``watch``: its behaviour with and without a terminal."""
 
 from __future__ import annotations
 
@@ -57,7 +57,7 @@ def steps_on(text: str) -> int:
     return int(re.search(r"step (\d+)", text).group(1))  # type: ignore[union-attr]
 
 
-def assert_as_before(terminal: TerminalProcess) -> None:
+def assert_restored(terminal: TerminalProcess) -> None:
     assert terminal.settings_now() == terminal.settings_before
     assert terminal.display.cursor_shown and not terminal.display.alternate
 
@@ -87,7 +87,7 @@ def test_a_flow_is_watched_paused_stepped_and_reset_by_keys(watch: Any) -> None:
 
     terminal.press("q")
     assert terminal.end() == 0
-    assert_as_before(terminal)
+    assert_restored(terminal)
     assert re.match(r"running  time [\d.]+  step \d+  ", terminal.display.text())
 
 
@@ -117,7 +117,7 @@ def test_the_screen_follows_the_size_of_the_terminal(watch: Any) -> None:
     terminal.read_until(lambda text: "memory" in text)
 
 
-def test_a_screen_that_stands_is_not_written_again(watch: Any) -> None:
+def test_an_unchanged_screen_is_not_written_again(watch: Any) -> None:
     terminal = watch("--paused")
     terminal.read_until(lambda text: "Zephane  paused" in text)
     terminal.read(0.5)
@@ -126,7 +126,7 @@ def test_a_screen_that_stands_is_not_written_again(watch: Any) -> None:
     assert len(terminal.display.written) == before
 
 
-def test_colours_can_be_declined(watch: Any) -> None:
+def test_colours_can_be_switched_off(watch: Any) -> None:
     colored, plain_one = watch(), watch(NO_COLOR="1")
     for terminal in (colored, plain_one):
         terminal.read_until(lambda text: "steps/s" in text)
@@ -145,40 +145,40 @@ def test_control_c_quits(watch: Any) -> None:
     terminal.read_until(lambda text: "running" in text)
     terminal.press("\x03")
     assert terminal.end() == 0
-    assert_as_before(terminal)
+    assert_restored(terminal)
     assert "Traceback" not in terminal.display.written
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
-def test_a_terminated_watch_leaves_the_terminal_as_it_was(watch: Any, number: int) -> None:
+def test_a_terminated_watch_restores_the_terminal(watch: Any, number: int) -> None:
     terminal = watch()
     terminal.read_until(lambda text: "running" in text)
     terminal.process.send_signal(number)
     assert terminal.end() == 128 + number
-    assert_as_before(terminal)
+    assert_restored(terminal)
     assert "Traceback" not in terminal.display.written
 
 
-def test_control_z_gives_the_terminal_back_for_a_while(watch: Any) -> None:
+def test_control_z_restores_the_terminal_until_resumed(watch: Any) -> None:
     terminal = watch()
     terminal.read_until(lambda text: "running" in text)
-    # A session of its own has no shell to bring it back; the signal comes from us.
+    # A new session has no shell to resume the process, so the test sends the signal.
     terminal.process.send_signal(signal.SIGTSTP)
     deadline = time.monotonic() + 10
     while "T (stopped)" not in Path(f"/proc/{terminal.process.pid}/status").read_text():
         assert time.monotonic() < deadline
         terminal.read(0.05)
     terminal.read(0.1)
-    assert_as_before(terminal)
+    assert_restored(terminal)
     terminal.process.send_signal(signal.SIGCONT)
     terminal.read_until(lambda text: text.startswith("Zephane"))
     assert terminal.display.alternate
     terminal.press("q")
     assert terminal.end() == 0
-    assert_as_before(terminal)
+    assert_restored(terminal)
 
 
-def test_an_exception_leaves_the_terminal_as_it_was(
+def test_an_exception_restores_the_terminal(
     command: list[str], environment: dict[str, str]
 ) -> None:
     script = (
@@ -192,7 +192,7 @@ def test_an_exception_leaves_the_terminal_as_it_was(
     terminal = TerminalProcess(words, environment, 80, 24)
     try:
         assert terminal.end() == 1
-        assert_as_before(terminal)
+        assert_restored(terminal)
         assert "ZeroDivisionError: made up" in terminal.display.text()
     finally:
         terminal.close()
@@ -212,7 +212,7 @@ def test_a_failure_is_shown_and_fails_the_command(watch: Any) -> None:
     assert "/nowhere/start" in terminal.read_until(lambda text: "failure" in text)
     terminal.press("q")
     assert terminal.end() == 1
-    assert_as_before(terminal)
+    assert_restored(terminal)
     assert "zephane: " in terminal.display.text()
 
 
@@ -255,7 +255,7 @@ def test_without_a_terminal_there_are_lines(
     assert sorted(map(steps_on, lines)) == list(map(steps_on, lines))
 
 
-def test_the_course_of_a_watch_is_told_by_options(
+def test_options_control_a_watch(
     command: list[str], environment: dict[str, str]
 ) -> None:
     flow = ("--k0", "5", "--seed", "9", "--cfl", "2", "--reynolds", "2000", "--until", "1.5")
@@ -276,7 +276,7 @@ def test_the_course_of_a_watch_is_told_by_options(
         (("--initial", "/nowhere/start"), "/nowhere/start"),
     ],
 )
-def test_nonsense_is_refused(
+def test_invalid_options_are_refused(
     command: list[str], environment: dict[str, str], options: tuple[str, ...], words: str
 ) -> None:
     refused = run_in_pipes(command, environment, *options)
@@ -284,7 +284,9 @@ def test_nonsense_is_refused(
     assert refused.stderr.startswith("zephane: ") and words in refused.stderr
 
 
-def test_a_reader_may_leave(command: list[str], environment: dict[str, str]) -> None:
+def test_a_closed_output_pipe_ends_the_command(
+    command: list[str], environment: dict[str, str]
+) -> None:
     process = subprocess.Popen(
         [*command, *SMALL],
         env=environment,

@@ -1,4 +1,4 @@
-"""README.md: its example runs, and its command lines are understood."""
+"""README.md: its example runs, and its command lines are valid."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ def test_the_example_of_the_readme_runs(
     system: zephane.SystemInfo, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     monkeypatch.chdir(tmp_path)
-    # The library under test, not the one that a search would find.
+    # Use the library under test, not the first one found.
     library = zephane._library.load()
     monkeypatch.setattr(zephane._library, "find_library", lambda path: library.path)
     (example,) = re.findall(r"```python\n(.*?)```", README.read_text("utf-8"), re.DOTALL)
@@ -29,7 +29,7 @@ def test_the_example_of_the_readme_runs(
     assert read_png(tmp_path / "flow.png").shape == (800, 800, 4)
 
 
-def test_the_commands_of_the_readme_are_understood() -> None:
+def test_the_commands_of_the_readme_are_valid() -> None:
     commands = re.findall(r"(?:^    |`)zephane (\w+.*?)(?:$|`)", README.read_text("utf-8"), re.M)
     assert len(commands) >= 2
     for command in commands:

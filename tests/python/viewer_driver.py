@@ -1,4 +1,4 @@
-"""What a user does to a viewer, for tests: keys, clicks, edits, and time that passes."""
+"""User actions on a viewer, for tests: keys, clicks, edits, and waiting."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ SECONDS = 60.0
 
 
 def wait(viewer: Viewer, holds: Callable[[ViewStatus], object]) -> ViewStatus:
-    """Let the window live until something holds of what it shows."""
+    """Handle events until a condition holds for the status."""
     end = time.monotonic() + SECONDS
     while not holds(viewer.status):
         assert time.monotonic() < end, f"waited in vain at {viewer.status}"
@@ -32,7 +32,7 @@ def wait_for_steps(viewer: Viewer, count: int) -> None:
 
 
 def wait_until(viewer: Viewer, holds: Callable[[], object]) -> None:
-    """Let the window live until something holds of the window itself."""
+    """Handle events until a condition holds for the window."""
     wait(viewer, lambda status: holds())
 
 
@@ -51,7 +51,7 @@ def close_by_events(viewer: Viewer) -> None:
 
 
 def press(viewer: Viewer, host: Host, key: str) -> None:
-    """A key of the keyboard, as the server tells it to who has the focus."""
+    """Press a key, which the server sends to the focused window."""
     viewer.root.update()
     host.press_key(host.display.keysym_to_keycode(XK.string_to_keysym(key)))
 
@@ -76,6 +76,6 @@ def edit(viewer: Viewer, **texts: str) -> None:
 
 
 def texts_of(widget: Any) -> list[str]:
-    """What all the labels and buttons inside say."""
+    """The texts of all labels and buttons inside."""
     own = [str(widget["text"])] if "text" in widget.keys() else []
     return own + [text for child in widget.winfo_children() for text in texts_of(child)]

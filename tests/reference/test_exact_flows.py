@@ -13,7 +13,7 @@ EXPONENTIAL = ("ifHeunRK3", "etdrk4")
 
 
 def decay(grid, integrator, viscosity, dt, steps):
-    """What `steps` steps leave of each mode where the nonlinear term vanishes."""
+    """The factor of each mode after `steps` steps if the nonlinear term vanishes."""
     if integrator in EXPONENTIAL:
         return np.exp(-viscosity * grid.k2 * dt * steps)
     # Crank-Nicolson over the three stages, of 8/15, 2/15 and 1/3 of a step.

@@ -1,4 +1,4 @@
-"""Fields, spectra and reports of the library tell of the same flow."""
+"""Fields, spectra and reports of the library describe the same flow."""
 
 import numpy as np
 import pytest
@@ -43,15 +43,15 @@ def test_a_seeded_start_is_hermitian_to_the_bit(engine, start):
 
 @pytest.mark.parametrize("operator", FORMS)
 def test_a_long_run_stays_hermitian_to_rounding(engine, operator):
-    # Were the other part of the column kx = 0 fed back into the flow, it would grow like any
-    # disturbance of it.
+    # If the non-Hermitian part of the column kx = 0 fed back into the flow, it would grow like any
+    # disturbance.
     flow = engine(resolution=32, k0=4, reynolds=1e5, operator=operator)
     flow.advance(4000)
     spectrum = flow.raw_spectrum()
     assert np.linalg.norm(spectrum - mirrored(spectrum)) < 1e-5 * np.linalg.norm(spectrum)
 
 
-def test_the_exported_fields_are_those_of_the_spectrum(flow):
+def test_the_exported_fields_match_the_spectrum(flow):
     grid = Grid(flow.points)
     vorticity = flow.vorticity()
     planes, _ = flow.fields()
@@ -74,7 +74,7 @@ def test_statistics_are_the_means_of_the_fields(flow):
     assert report["palinstrophy_ratio"] == pytest.approx(ratio, rel=4e-6)
 
 
-def test_the_snapshot_report_is_of_the_fields(flow):
+def test_the_snapshot_report_matches_the_fields(flow):
     statistics = flow.inspect()
     (vorticity, u, v), report = flow.fields()
     assert report["max_vorticity"] == np.max(np.abs(vorticity))

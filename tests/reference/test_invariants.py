@@ -1,4 +1,4 @@
-"""What the library's flows keep, and how fast they lose the rest."""
+"""Conserved quantities of the library's flows, and the decay rates of the others."""
 
 import numpy as np
 import pytest
@@ -11,7 +11,7 @@ from flow64.measures import difference
 @pytest.mark.parametrize("integrator", INTEGRATORS)
 @pytest.mark.parametrize("operator", FORMS)
 @pytest.mark.parametrize("points", (32, 34))
-def test_without_viscosity_energy_and_enstrophy_stay(engine, points, integrator, operator):
+def test_without_viscosity_energy_and_enstrophy_are_conserved(engine, points, integrator, operator):
     # The start fills every mode kept, so that any product folded back would show.
     flow = engine(
         resolution=points,

@@ -1,4 +1,4 @@
-"""The double-precision model against calculus, on its own."""
+"""The double-precision model against calculus, without the library."""
 
 import numpy as np
 import pytest
@@ -13,7 +13,7 @@ SIZES = (16, 18, 50, 64)
 
 
 @pytest.mark.parametrize("points", SIZES)
-def test_the_two_forms_of_the_nonlinear_term_are_one(points):
+def test_the_two_forms_of_the_nonlinear_term_are_equal(points):
     grid = Grid(points)
     vorticity = start_spectrum(grid, "PAO", points // 2, 3)
     stress, advective = (nonlinear_term(grid, vorticity, form) for form in FORMS)
@@ -32,7 +32,7 @@ def test_the_nonlinear_term_of_two_modes_is_known_in_closed_form(form):
 
 @pytest.mark.parametrize("form", FORMS)
 @pytest.mark.parametrize("points", SIZES)
-def test_products_are_those_of_a_convolution_without_aliasing(points, form):
+def test_products_equal_a_convolution_without_aliasing(points, form):
     grid, finer = Grid(points), Grid(2 * points)
     vorticity = start_spectrum(grid, "PAO", points, 4)
     kept = grid.half
@@ -49,7 +49,7 @@ def test_products_are_those_of_a_convolution_without_aliasing(points, form):
 
 @pytest.mark.parametrize("form", FORMS)
 @pytest.mark.parametrize("points", SIZES)
-def test_the_truncated_term_makes_neither_energy_nor_enstrophy(points, form):
+def test_the_truncated_term_produces_neither_energy_nor_enstrophy(points, form):
     grid = Grid(points)
     vorticity = start_spectrum(grid, "PAO", points, 4)
     work = grid.multiplicity * (np.conj(vorticity) * nonlinear_term(grid, vorticity, form)).real

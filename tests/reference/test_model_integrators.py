@@ -1,4 +1,4 @@
-"""The model's integrators against exact solutions and their orders, on their own."""
+"""The model's integrators against exact solutions and their orders, without the library."""
 
 import functools
 from math import exp, factorial
@@ -85,7 +85,7 @@ def test_a_single_shell_decays_as_the_heat_equation(integrator):
 
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)
-def test_energy_and_enstrophy_are_kept_but_for_the_error_of_the_step(integrator):
+def test_energy_and_enstrophy_are_conserved_to_the_error_of_the_step(integrator):
     def losses(dt):
         flow = Flow(24, 1e30, k0=6, fixed_dt=dt, integrator=integrator)
         before = energy(flow.grid, flow.vorticity), enstrophy(flow.grid, flow.vorticity)

@@ -1,4 +1,4 @@
-"""The model's start fields against what they are to be, on their own."""
+"""The model's start fields against their definition, without the library."""
 
 import numpy as np
 import pytest
@@ -9,7 +9,7 @@ from flow64.start import splitmix64, start_spectrum
 
 
 def test_splitmix64_gives_its_published_sequence():
-    # The first outputs for the seed 1234567, known from many implementations.
+    # The first outputs for the seed 1234567, as published.
     assert [int(z) for z in splitmix64(1234567, 3)] == [
         6457827717110365317,
         3203168211198807973,
@@ -49,7 +49,7 @@ def test_km3_keeps_the_energy_of_pao(k0):
 
 
 @pytest.mark.parametrize("kind", ("PAO", "KM3"))
-def test_a_start_field_is_real_and_stands_inside_the_truncation(kind):
+def test_a_start_field_is_real_and_truncated(kind):
     grid = Grid(32)
     vorticity = start_spectrum(grid, kind, 4, 3)
     assert np.all(vorticity[~grid.active] == 0)

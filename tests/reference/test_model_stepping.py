@@ -1,4 +1,4 @@
-"""The model's time-step rule, on its own."""
+"""The model's time-step rule, without the library."""
 
 import numpy as np
 import pytest
@@ -21,7 +21,7 @@ def test_a_flow_at_rest_takes_unit_steps_and_then_its_last_step():
     assert chosen_step(0.0, 20, 1.0, before=0.25) == pytest.approx(0.25)
 
 
-def test_a_step_cut_at_an_endpoint_does_not_hold_back_the_next():
+def test_a_step_cut_at_an_endpoint_does_not_limit_the_next():
     flow = Flow(16, 100, k0=2)
     whole = flow.advance(1).dt
     flow.advance(1, until=flow.time + whole / 10)

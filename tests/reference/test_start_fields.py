@@ -14,7 +14,7 @@ STARTS += [("KM3", 16, 2), ("KM3", 18, 5), ("KM3", 64, 4), ("KM3", 128, 9), ("KM
 
 @pytest.mark.parametrize("kind, points, k0", STARTS)
 @pytest.mark.parametrize("seed", (2, 2**64 - 1))
-def test_each_mode_of_a_start_field_is_the_one_of_the_seed(engine, kind, points, k0, seed):
+def test_each_mode_of_a_start_field_follows_from_the_seed(engine, kind, points, k0, seed):
     grid = Grid(points)
     started = engine(resolution=points, k0=k0, seed=str(seed), start_spectrum=kind).vorticity()
     expected = start_spectrum(grid, kind, k0, seed)

@@ -41,7 +41,7 @@ def test_a_fixed_step_is_kept_whatever_the_flow(engine):
     assert flow.advance()["dt"] == float(np.float32(0.0123))
 
 
-def test_a_step_cut_at_an_endpoint_does_not_hold_back_the_next(engine):
+def test_a_step_cut_at_an_endpoint_does_not_limit_the_next(engine):
     grid = Grid(32)
     flow = engine(resolution=32, k0=3, reynolds=300.0)
     whole = flow.advance(3)

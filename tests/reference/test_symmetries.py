@@ -85,7 +85,7 @@ def test_doubled_vorticity_and_viscosity_give_the_same_bits_in_half_the_time(
     assert np.array_equal(fast.raw_spectrum(), 2 * slow.raw_spectrum())
 
 
-def test_the_symmetries_are_those_of_the_model_too():
+def test_the_model_has_the_same_symmetries():
     samples = smooth_field(POINTS, speed=0.5).astype(float)
     flow = Flow(POINTS, 400, samples=samples).advance(5)
     field = flow.grid.to_field(flow.vorticity)

@@ -12,13 +12,13 @@ from flow64.stepping import Flow
 from flows import FLOAT32, smooth_field
 
 # Each stage adds rounding of about a unit in the last place. It adds up like a random walk and is
-# stretched by the flow, for which the runs last about one turnover: 12 units were seen at the most.
+# stretched by the flow, for which the runs last about one turnover: at most 12 units were observed.
 TOLERANCE = 40 * FLOAT32
-# A mean square over thousands of modes averages most of that out: 3 units were seen.
+# A mean square over thousands of modes averages most of that out: 3 units were observed.
 MEAN_TOLERANCE = 10 * FLOAT32
 
 GRIDS = {16: 2, 18: 2, 50: 4, 64: 4}
-# The start and the choice of the step have nothing to do with each other, so they vary together.
+# The start and the choice of the step are independent, so they vary together.
 STARTS = (("PAO", None), ("KM3", 2.0**-6))
 
 
@@ -47,7 +47,7 @@ def pair(engine, **config):
 @pytest.mark.parametrize("integrator", INTEGRATORS)
 @pytest.mark.parametrize("operator", FORMS)
 @pytest.mark.parametrize("start, fixed_dt", STARTS)
-def test_a_flow_is_the_one_of_the_model(engine, points, integrator, operator, start, fixed_dt):
+def test_a_flow_matches_the_model(engine, points, integrator, operator, start, fixed_dt):
     flow, model = pair(
         engine,
         resolution=points,
@@ -64,7 +64,7 @@ def test_a_flow_is_the_one_of_the_model(engine, points, integrator, operator, st
 
 
 @pytest.mark.parametrize("operator", FORMS)
-def test_at_the_step_compared_the_schemes_differ_by_far_more_than_the_tolerance(operator):
+def test_the_schemes_differ_by_far_more_than_the_tolerance(operator):
     # Otherwise the comparison could not tell one scheme from another.
     ends = [
         Flow(32, 150, k0=3, cfl=1.0, integrator=name, operator=operator).advance(2000, until=1.0)
@@ -93,7 +93,7 @@ def test_every_kind_of_grid_size_gives_the_same_physics(engine, points, operator
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)
 @pytest.mark.parametrize("reynolds", (3.0, 0.1, 1e-3))
-def test_a_strongly_damped_flow_is_the_one_of_the_model(engine, integrator, reynolds):
+def test_a_strongly_damped_flow_matches_the_model(engine, integrator, reynolds):
     # The damping of the highest modes in a step is 3, 90 and 9000: to where exponentials vanish.
     flow, model = pair(
         engine, resolution=32, reynolds=reynolds, fixed_dt=0.02, integrator=integrator
@@ -101,7 +101,7 @@ def test_a_strongly_damped_flow_is_the_one_of_the_model(engine, integrator, reyn
     flow.advance(5)
     model.advance(5)
     grid = model.grid
-    # Modes that viscosity wipes out leave rounding of what they were.
+    # Modes that viscosity removes leave rounding errors of their former size.
     start = Flow(32, 1.0).vorticity
     scale = np.sqrt(measures.enstrophy(grid, start))
     error = np.sqrt(measures.enstrophy(grid, flow.vorticity() - model.vorticity))
@@ -109,7 +109,7 @@ def test_a_strongly_damped_flow_is_the_one_of_the_model(engine, integrator, reyn
 
 
 @pytest.mark.parametrize("integrator", INTEGRATORS)
-def test_the_smallest_viscosity_and_none_are_the_inviscid_flow(engine, integrator):
+def test_zero_and_the_smallest_viscosity_give_the_inviscid_flow(engine, integrator):
     flow, model = pair(
         engine, resolution=32, k0=3, reynolds=1e300, cfl=0.5, integrator=integrator
     )
@@ -133,7 +133,7 @@ def test_changes_of_reynolds_and_courant_number_take_effect_at_the_next_step(
             compare(flow, model.advance())
 
 
-def test_stress_and_advective_are_the_same_flow(engine):
+def test_stress_and_advective_give_the_same_flow(engine):
     config = dict(resolution=64, k0=4, reynolds=500.0, cfl=1.0)
     ends = []
     for operator in FORMS:

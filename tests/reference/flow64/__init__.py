@@ -1,6 +1,6 @@
 """Decaying two-dimensional turbulence in double precision, written from the mathematics.
 
-The library is compared with this model. It is kept apart from the library on purpose: it stores
+The library is compared with this model. It is independent of the library on purpose: it stores
 plain Fourier coefficients instead of unnormalised transforms, takes its time-stepping coefficients
 from contour integrals instead of series, and shares no formula with the library where mathematics
 offers a second way to the same number.

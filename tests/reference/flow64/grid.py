@@ -20,7 +20,7 @@ class Grid:
         self.k2 = (self.kx**2 + self.ky**2).astype(float)
         self.active = (self.kx < self.half) & (np.abs(self.ky) < self.half) & (self.k2 > 0)
         self.inverse_k2 = np.divide(1.0, self.k2, out=np.zeros_like(self.k2), where=self.active)
-        # How often a mode of the half plane stands in the whole one.
+        # How often a mode of the half plane occurs in the whole one.
         self.multiplicity = np.where((self.kx == 0) | (self.kx == self.half), 1.0, 2.0)
 
     def coordinates(self):

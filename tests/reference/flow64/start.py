@@ -1,7 +1,7 @@
 """The seeded start fields, as spectra of the vorticity.
 
 A velocity mode of energy |U|^2 + |V|^2 = e across its wavevector makes a vorticity mode of modulus
-|k| sqrt(e); only its phase is a matter of convention.
+|k| sqrt(e); only its phase is a convention.
 """
 
 import numpy as np
@@ -27,8 +27,8 @@ def pao(grid, k0, seed):
     """Energy exp(-k^2/k0^2) / (pi k0^2) a mode: in all 1/2, as the field's <u^2 + v^2>/2.
 
     Each mode of the half plane (kx > 0, and kx = 0 with ky > 0) draws one phase, row by row in the
-    order of storage. The generator's first output is left out, and of each the upper 24 bits make
-    the angle.
+    order of storage. The generator's first output is skipped, and the upper 24 bits of each output
+    give the angle.
     """
     drawn = (grid.kx < grid.half) & (np.abs(grid.ky) < grid.half)
     drawn &= (grid.kx > 0) | (grid.ky > 0)
@@ -44,7 +44,7 @@ def km3(grid, k0, seed, gaussian):
     """Shells that rise as k^4 to k0 and fall as k^-3 beyond, with the energy of `gaussian`.
 
     Within a shell, energy is shared in proportion to 3/4 + h/2 with a hash h of the mode, and a
-    second hash makes the phase.
+    second hash gives the phase.
     """
     radius = np.sqrt(grid.k2)
     shell = np.floor(radius + 0.5).astype(int)

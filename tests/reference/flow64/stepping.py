@@ -15,7 +15,7 @@ def chosen_step(bound, points, cfl, before=None):
 
 
 def split_time(time):
-    """The time that a pair of floats holds of a double, as a double."""
+    """A time rounded to a pair of floats, as a double."""
     high = float(np.float32(time))
     return high + float(np.float32(time - high))
 
