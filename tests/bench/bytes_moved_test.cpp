@@ -10,7 +10,7 @@ constexpr Integrator integrators[] = {Integrator::imexRK3, Integrator::ifHeunRK3
 constexpr OperatorKind operators[] = {OperatorKind::stress, OperatorKind::advective};
 
 // N = 16, M = 24: 1024 bytes of modes, 1536 of columns between the passes, 2304 of samples.
-TEST(BytesMoved, ATransformTakesItsFieldOnceAlongEachAxis) {
+TEST(BytesMoved, ATransformReadsAndWritesItsFieldOncePerAxis) {
   EXPECT_EQ(GridBytes(16).transform(), (1024u + 1536u) + (1536u + 2304u));
 }
 
@@ -27,7 +27,7 @@ TEST(BytesMoved, AStepOfImexRK3WithAdvectiveIsCountedByHand) {
   EXPECT_EQ(bytes.kernels, 3u * (5u * 1024u + 5u * 2304u + 1u * 1024u) + 17u * 1024u);
 }
 
-TEST(BytesMoved, TwiceTheGridMovesFourTimesAsMuch) {
+TEST(BytesMoved, DoublingTheGridQuadruplesTheBytes) {
   for (const Integrator integrator : integrators) {
     for (const OperatorKind operatorKind : operators) {
       const std::uint64_t small = bytesOfStep(4096, integrator, operatorKind).total();

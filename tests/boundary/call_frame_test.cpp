@@ -26,7 +26,7 @@ TEST(CallFrame, ARequestIsAnObject) {
               "Expected a JSON object.");
 }
 
-TEST(CallFrame, WhatIsNoJsonFailsInTheWordsOfTheLibrary) {
+TEST(CallFrame, InvalidJsonFailsWithTheTextOfTheJsonLibrary) {
   for (const char* text : {"", "{", "{} {}", "{'a': 1}", "{/* note */}"}) {
     const auto words = failureText<Json::parse_error>([=] { parseObject(text); });
     EXPECT_TRUE(words.starts_with("[json.exception.parse_error.101]")) << words;
@@ -41,12 +41,12 @@ TEST(CallFrame, AReplyIsCompactSortedUtf8) {
   EXPECT_EQ(replyText([] { return Json::object(); }), "{}");
 }
 
-TEST(CallFrame, AFailureIsAnErrorObjectWithItsWords) {
+TEST(CallFrame, AFailureIsAnErrorObjectWithItsText) {
   EXPECT_EQ(replyText([]() -> Json { throw std::runtime_error("It \"broke\"."); }),
             R"({"error":"It \"broke\"."})");
 }
 
-TEST(CallFrame, AFailureOutsideTheStandardFamilyIsUnknown) {
+TEST(CallFrame, AnExceptionOutsideStdExceptionIsUnknown) {
   EXPECT_EQ(replyText([]() -> Json { throw 3; }), R"({"error":"Unknown native failure"})");
 }
 
@@ -57,14 +57,14 @@ TEST(CallFrame, AReplyThatIsNotUtf8BecomesAnError) {
   EXPECT_TRUE(object["error"].get<std::string>().starts_with("[json.exception.type_error.316]"));
 }
 
-TEST(CallFrame, AnErrorThatQuotesBadBytesStillReachesTheHost) {
+TEST(CallFrame, AnErrorThatQuotesInvalidUtf8StillReachesTheHost) {
   const auto text = replyText([] { return parseObject("{\"\xff\": 1}"); });
   const auto words = Json::parse(text)["error"].get<std::string>();
   EXPECT_TRUE(words.starts_with("[json.exception.parse_error.101]")) << words;
   EXPECT_NE(words.find("\ufffd"), std::string::npos) << words;
 }
 
-TEST(CallFrame, TextThatIsUtf8StaysAsItIs) {
+TEST(CallFrame, ValidUtf8IsUnchanged) {
   for (const char* text : {"", "plain", "a \"quoted\" \\ line\n\ttext", "Zürich 流 \U0001f300"})
     EXPECT_EQ(validUtf8(text), text);
   EXPECT_EQ(validUtf8("bad \xff byte"), "bad \ufffd byte");

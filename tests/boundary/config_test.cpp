@@ -1,5 +1,5 @@
-// Configurations as JSON. tests/abi/test_configuration.py holds what is refused, and with which
-// text.
+// Configurations as JSON. tests/abi/test_configuration.py checks the refusals and their
+// texts.
 #include "boundary/config.h"
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ std::string failure(const std::string& text, const Config& base = {}) {
   return failureText([&] { parsed(text, base); });
 }
 
-TEST(Config, TheDefaultsReadAsTheirJson) {
+TEST(Config, TheDefaultsMatchTheirJson) {
   const Json json = configToJson(Config{});
   EXPECT_EQ(json.size(), 11u);
   EXPECT_EQ(json["resolution"], 1024);
@@ -56,7 +56,7 @@ TEST(Config, EveryMemberIsReadAndWritten) {
   EXPECT_FALSE(json.contains("colour"));
 }
 
-TEST(Config, NullLeavesTheBaseButSetsTheAdaptiveStep) {
+TEST(Config, NullKeepsTheBaseExceptThatItSelectsTheAdaptiveStep) {
   Config base;
   base.resolution = 64;
   base.k0 = 5;

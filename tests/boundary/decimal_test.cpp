@@ -19,7 +19,7 @@ TEST(Decimal, OnlyDigitsAreDecimal) {
     EXPECT_FALSE(isDecimal(text)) << '"' << text << '"';
 }
 
-TEST(Decimal, TheLimitItselfIsAValueAndOneMoreIsNot) {
+TEST(Decimal, TheLimitIsAcceptedAndOneMoreIsNot) {
   EXPECT_EQ(decimalValue("18446744073709551615", largest, "over"), largest);
   EXPECT_EQ(decimalValue("2147483647", 2147483647, "over"), 2147483647u);
   const auto over = [](const char* digits, std::uint64_t limit) {

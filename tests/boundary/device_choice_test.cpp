@@ -31,7 +31,7 @@ class DeviceChoice : public testing::Test {
   std::optional<std::string> before_;
 };
 
-TEST_F(DeviceChoice, TheFirstGpuIsTheDefaultOrElseTheProcessor) {
+TEST_F(DeviceChoice, TheDefaultIsTheFirstGpuOrElseTheProcessor) {
   const std::vector<int> gpus = test::gpus();
   EXPECT_EQ(chooseDevice(), gpus.empty() ? test::processorDevice() : gpus.front());
 }

@@ -16,7 +16,7 @@ constexpr const char* badSize = "PNG size must be 1 through 8192.";
 constexpr const char* badType =
     "[json.exception.type_error.302] type must be string, but is number";
 
-TEST(AnExportRequest, NamesItsFilesAndThePicturesSize) {
+TEST(ExportRequest, NamesItsFilesAndThePicturesSize) {
   const FrameFiles none = readViewExport({{"fields", nullptr}});
   EXPECT_FALSE(none.fields || none.png);
   EXPECT_EQ(none.pixels, 1800u);
@@ -27,7 +27,7 @@ TEST(AnExportRequest, NamesItsFilesAndThePicturesSize) {
   EXPECT_EQ(refusalOf(both), accepted);
 }
 
-TEST(AnExportRequest, KeepsWhatWasReadBeforeTheRefusal) {
+TEST(ExportRequest, KeepsWhatWasReadBeforeTheRefusal) {
   const FrameFiles fields = readViewExport({{"fields", 1}, {"png", "p"}});
   EXPECT_FALSE(fields.fields || fields.png);
   EXPECT_EQ(refusalOf(fields), badType);
@@ -41,13 +41,13 @@ TEST(AnExportRequest, KeepsWhatWasReadBeforeTheRefusal) {
   EXPECT_EQ(refusalOf(size), badSize);
 }
 
-TEST(AnExportRequest, IsNotReadFurtherWithoutAPicture) {
+TEST(ExportRequest, IsNotReadFurtherWithoutAPicture) {
   const Json request = {{"pixel_size", 0}, {"display", "none"}, {"flow", nullptr}};
   EXPECT_EQ(refusalOf(readViewExport(request)), accepted);
   EXPECT_EQ(refusalOf(readEngineExport(request)), accepted);
 }
 
-TEST(AnExportRequest, HasTheSettingsOfAnEnginesPictureAfterItsSize) {
+TEST(ExportRequest, HasTheSettingsOfAnEnginesPictureAfterItsSize) {
   Json request = {{"png", "p"}, {"pixel_size", 8193}, {"display", "none"}, {"flow", nullptr}};
   EXPECT_EQ(refusalOf(readEngineExport(request)), badSize);
   request["pixel_size"] = 1;

@@ -1,10 +1,10 @@
-// The words of a failure, for comparison.
+// The text of a failure, for comparison.
 #pragma once
 
 #include <exception>
 #include <string>
 
-// What an action raises as `Failure`, or "(nothing raised)"; another kind passes on.
+// The text of the `Failure` that an action throws, or "(nothing raised)". Others propagate.
 template <class Failure = std::exception, class Action>
 std::string failureText(Action&& action) {
   try {

@@ -1,4 +1,4 @@
-// Integers and numbers at their limits. tests/abi holds the types and names of a request's members.
+// Integers and numbers at their limits. tests/abi checks the types and names of request members.
 #include "boundary/json_reading.h"
 
 #include <gtest/gtest.h>
@@ -35,7 +35,7 @@ TEST(JsonIntegers, LoseTheirFraction) {
   EXPECT_EQ(int32Of("-2147483648.5"), smallest);
 }
 
-TEST(JsonIntegers, BecomeTheSmallestOneWhereAFloatDoesNotFit) {
+TEST(JsonIntegers, BecomeTheSmallestIntegerIfAFloatDoesNotFit) {
   for (const char* text : {"2147483648.0", "3e9", "1e300", "-1e300", "-2147483649.0", "1e19"})
     EXPECT_EQ(int32Of(text), smallest) << text;
 }

@@ -1,5 +1,5 @@
-// What each operation of a controller does to its two blocks at once. The thread stands still
-// meanwhile.
+// What each operation of a controller changes at once in Control and Status, while its thread is
+// held.
 #include "controller/controller.h"
 
 #include <gtest/gtest.h>
@@ -21,8 +21,8 @@ using test::DrivenClock;
 constexpr const char* refused =
     "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum.";
 
-// A controller whose thread stands still, before it has published anything.
-class StandingStill : public testing::Test {
+// A controller whose thread is held before it has published anything.
+class ControllerTest : public testing::Test {
  protected:
   void make(const RunSettings& run) {
     hold_.emplace(clock_);
@@ -55,9 +55,7 @@ bool isFresh(const Status& status) {
          status.error_message.empty();
 }
 
-using AController = StandingStill;
-
-TEST_F(AController, BeginsAsItsSettingsSay) {
+TEST_F(ControllerTest, StartsWithItsSettings) {
   RunSettings run;
   run.config = test::configOf(16);
   make(run);
@@ -80,7 +78,7 @@ TEST_F(AController, BeginsAsItsSettingsSay) {
   EXPECT_TRUE(status().regulated);
 }
 
-TEST_F(AController, BeginsPausedUnregulatedAndWithoutLimitsWhereItsSettingsSaySo) {
+TEST_F(ControllerTest, CanStartPausedUnregulatedAndWithoutLimits) {
   RunSettings run = test::pausedRun();
   run.stepLimited = true;
   make(run);
@@ -91,7 +89,7 @@ TEST_F(AController, BeginsPausedUnregulatedAndWithoutLimitsWhereItsSettingsSaySo
   EXPECT_FALSE(status().regulated);
 }
 
-TEST_F(AController, NeedsTheVelocityForSpeedForFlowLinesAndForItsReader) {
+TEST_F(ControllerTest, NeedsTheVelocityForSpeedFlowLinesAndReaders) {
   const auto needed = [this](auto change) {
     RunSettings run = test::pausedRun();
     change(run);
@@ -108,7 +106,7 @@ TEST_F(AController, NeedsTheVelocityForSpeedForFlowLinesAndForItsReader) {
   EXPECT_FALSE(needed([](RunSettings& run) { run.spectrum = "somewhere"; }));
 }
 
-TEST_F(AController, TakesRunningAtOnceAndIsNoLongerSettled) {
+TEST_F(ControllerTest, AppliesRunningAtOnceAndIsNoLongerSettled) {
   makeSettled(test::pausedRun());
   controller().setRunning(true);
   EXPECT_TRUE(control().running);
@@ -118,7 +116,7 @@ TEST_F(AController, TakesRunningAtOnceAndIsNoLongerSettled) {
   EXPECT_TRUE(status().ready);
 }
 
-TEST_F(AController, APauseDropsThePendingStepsAndRunningKeepsThem) {
+TEST_F(ControllerTest, APauseDropsThePendingStepsAndRunningKeepsThem) {
   makeSettled(test::pausedRun());
   controller().step();
   controller().step();
@@ -131,7 +129,7 @@ TEST_F(AController, APauseDropsThePendingStepsAndRunningKeepsThem) {
   EXPECT_FALSE(status().settled);
 }
 
-TEST_F(AController, AStepPauses) {
+TEST_F(ControllerTest, AStepPauses) {
   make(test::freeRun());
   controller().step();
   EXPECT_EQ(control().pendingSteps, 1);
@@ -140,7 +138,7 @@ TEST_F(AController, AStepPauses) {
   EXPECT_FALSE(status().settled);
 }
 
-TEST_F(AController, AResetIsANewFlowWithNothingOfTheOldOne) {
+TEST_F(ControllerTest, AResetStartsANewFlowWithNothingOfTheOldOne) {
   makeSettled(test::pausedRun());
   EXPECT_TRUE(status().ready);
   controller().step();
@@ -160,7 +158,7 @@ TEST_F(AController, AResetIsANewFlowWithNothingOfTheOldOne) {
   EXPECT_TRUE(control().running);
 }
 
-TEST_F(AController, RefusesAConfigurationAndGoesOn) {
+TEST_F(ControllerTest, KeepsWorkingAfterARefusedConfiguration) {
   makeSettled(test::pausedRun());
   controller().step();
   const auto text = [this](auto change) {
@@ -179,7 +177,7 @@ TEST_F(AController, RefusesAConfigurationAndGoesOn) {
   EXPECT_EQ(text([](Config& config) { config.k0 = 1000001; }), "nothing failed");
 }
 
-TEST_F(AController, OfANewGridTakesItsUsualReynoldsNumber) {
+TEST_F(ControllerTest, UsesTheDefaultReynoldsNumberOfANewGrid) {
   makeSettled(test::pausedRun());
   Config config = control().config;
   config.resolution = 32;
@@ -188,7 +186,7 @@ TEST_F(AController, OfANewGridTakesItsUsualReynoldsNumber) {
   EXPECT_EQ(status().config, control().config);
 }
 
-TEST(FollowGrid, LeavesTheReynoldsNumberOnTheSameGrid) {
+TEST(FollowGrid, KeepsTheReynoldsNumberOnTheSameGrid) {
   const Config current = test::configOf(16);
   Config next = current;
   next.seed = 9;
@@ -201,7 +199,7 @@ TEST(FollowGrid, LeavesTheReynoldsNumberOnTheSameGrid) {
   }
 }
 
-TEST(FollowGrid, OnAnotherGridANumberStandsOnlyIfItIsNamedAndNotRegulated) {
+TEST(FollowGrid, OnAnotherGridOnlyANumberThatIsGivenAndNotRegulatedIsKept) {
   const Config current = test::configOf(16);
   const auto followed = [&](int resolution, int k0, double reynolds, bool regulated) {
     Config next = current;
@@ -220,7 +218,7 @@ TEST(FollowGrid, OnAnotherGridANumberStandsOnlyIfItIsNamedAndNotRegulated) {
   }
 }
 
-TEST(FollowGrid, NoNumberDiffersFromEveryNumber) {
+TEST(FollowGrid, NaNDiffersFromEveryNumber) {
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   Config current = test::configOf(16);
   Config next = test::configOf(32);
@@ -232,7 +230,7 @@ TEST(FollowGrid, NoNumberDiffersFromEveryNumber) {
   EXPECT_EQ(next.reynolds, DefaultReynolds(32, next.k0));
 }
 
-TEST_F(AController, LiveValuesShowAtOnceInTheSameFlow) {
+TEST_F(ControllerTest, LiveValuesShowAtOnceInTheSameFlow) {
   makeSettled(test::pausedRun());
   controller().setLive(1.5f, 2000);
   EXPECT_EQ(control().parameterEpoch, 1u);
@@ -243,12 +241,12 @@ TEST_F(AController, LiveValuesShowAtOnceInTheSameFlow) {
   EXPECT_EQ(status().stats.reynolds, 2000);
   EXPECT_EQ(status().generation, 1u);
   EXPECT_TRUE(status().ready);
-  // Also where nothing has changed.
+  // Even if nothing has changed.
   controller().setLive(1.5f, 2000);
   EXPECT_EQ(control().parameterEpoch, 2u);
 }
 
-TEST_F(AController, ALiveReynoldsNumberIsDroppedWhileRegulated) {
+TEST_F(ControllerTest, ALiveReynoldsNumberIsDroppedWhileRegulated) {
   RunSettings run = test::pausedRun();
   run.regulated = true;
   makeSettled(run);
@@ -261,14 +259,14 @@ TEST_F(AController, ALiveReynoldsNumberIsDroppedWhileRegulated) {
   EXPECT_EQ(status().stats.reynolds, before.stats.reynolds);
 }
 
-TEST_F(AController, RegulationThatIsAlreadySoChangesNothing) {
+TEST_F(ControllerTest, SettingTheCurrentRegulationChangesNothing) {
   makeSettled(test::pausedRun());
   controller().setRegulated(false);
   EXPECT_EQ(control().regulationEpoch, 0u);
   EXPECT_EQ(control().parameterEpoch, 0u);
 }
 
-TEST_F(AController, SwitchedOnRegulationLeavesTheConfiguredNumber) {
+TEST_F(ControllerTest, SwitchingRegulationOnKeepsTheConfiguredNumber) {
   makeSettled(test::pausedRun());
   controller().setRegulated(true);
   EXPECT_EQ(control().regulationEpoch, 1u);
@@ -279,7 +277,7 @@ TEST_F(AController, SwitchedOnRegulationLeavesTheConfiguredNumber) {
   EXPECT_TRUE(status().settled);
 }
 
-TEST_F(AController, SwitchedOffRegulationHoldsTheNumberReached) {
+TEST_F(ControllerTest, SwitchingRegulationOffKeepsTheNumberReached) {
   RunSettings run = test::pausedRun();
   run.regulated = true;
   makeSettled(run);
@@ -295,7 +293,7 @@ TEST_F(AController, SwitchedOffRegulationHoldsTheNumberReached) {
   EXPECT_EQ(control().parameterEpoch, 1u);
 }
 
-TEST_F(AController, SwitchedOffBeforeAnyStatisticsKeepsTheConfiguredNumber) {
+TEST_F(ControllerTest, SwitchingRegulationOffBeforeAnyStatisticsKeepsTheConfiguredNumber) {
   RunSettings run = test::pausedRun();
   run.regulated = true;
   make(run);
@@ -305,7 +303,7 @@ TEST_F(AController, SwitchedOffBeforeAnyStatisticsKeepsTheConfiguredNumber) {
   EXPECT_EQ(status().config.reynolds, run.config.reynolds);
 }
 
-TEST_F(AController, CountsChangesOfTheDisplayEvenIfTheyAreUndone) {
+TEST_F(ControllerTest, CountsDisplayChangesEvenIfTheyAreUndone) {
   makeSettled(test::pausedRun());
   controller().setVisible(true);
   controller().setVelocityNeeded(false);
@@ -321,7 +319,7 @@ TEST_F(AController, CountsChangesOfTheDisplayEvenIfTheyAreUndone) {
   EXPECT_TRUE(status().settled);
 }
 
-TEST_F(AController, KeepsLimitsForTheNextGeneration) {
+TEST_F(ControllerTest, KeepsLimitsForTheNextGeneration) {
   makeSettled(test::pausedRun());
   RunSettings limits = test::pausedRun();
   limits.until = 1;
@@ -336,7 +334,7 @@ TEST_F(AController, KeepsLimitsForTheNextGeneration) {
   EXPECT_EQ(kept.until, 1);
 }
 
-TEST_F(AController, HandsOutTheFrameItself) {
+TEST_F(ControllerTest, HandsOutTheFrameItself) {
   makeSettled(test::pausedRun());
   const auto frame = status().frame;
   ASSERT_NE(frame, nullptr);
@@ -346,7 +344,7 @@ TEST_F(AController, HandsOutTheFrameItself) {
   EXPECT_EQ(frame->gridSize, 16);
 }
 
-TEST_F(AController, ANewFlowEmptiesTheMessage) {
+TEST_F(ControllerTest, ANewFlowClearsTheMessage) {
   make(test::pausedRun());
   controller().failStart("words");
   EXPECT_EQ(status().error_message, "words");
@@ -357,7 +355,7 @@ TEST_F(AController, ANewFlowEmptiesTheMessage) {
   EXPECT_EQ(status().error_message, "");
 }
 
-TEST(AControllerWithoutADevice, SaysSoAndNeverBecomesReady) {
+TEST(ControllerWithoutADevice, ReportsItAndNeverBecomesReady) {
   Controller controller(test::freeRun(), 1000);
   const Status failed =
       test::waitFor(controller, [](const Status& status) { return !status.error_message.empty(); });
@@ -365,7 +363,7 @@ TEST(AControllerWithoutADevice, SaysSoAndNeverBecomesReady) {
   EXPECT_FALSE(failed.running);
   EXPECT_FALSE(failed.ready);
   controller.reset();
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_FALSE(controller.status().ready);
   EXPECT_EQ(controller.status().generation, 2u);
 }

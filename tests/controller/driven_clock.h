@@ -1,4 +1,4 @@
-// A clock that a test drives, and through it the thread that reads it.
+// A clock that a test controls, and with it the thread that reads the clock.
 #pragma once
 
 #include <condition_variable>
@@ -9,8 +9,8 @@
 
 namespace zeph::test {
 
-// Time stands still but for a tick with every reading, so that what a thread measures between two
-// readings does not depend on the machine. Outlives its readers.
+// Time advances only by a tick at every reading, so that the time between two readings does not
+// depend on the machine. Must outlive its readers.
 class DrivenClock {
  public:
   explicit DrivenClock(double tick = 0) : tick_(tick) {}
@@ -30,7 +30,7 @@ class DrivenClock {
     return time_;
   }
 
-  // While it lives, the reading thread stands still at its next reading.
+  // While it exists, the reading thread blocks at its next reading.
   class Hold {
    public:
     explicit Hold(DrivenClock& clock) : clock_(clock) {
@@ -42,7 +42,7 @@ class DrivenClock {
       clock_.held_ = false;
       clock_.changed_.notify_all();
     }
-    // Until it does.
+    // Waits until the reading thread is blocked.
     void awaitReader() {
       std::unique_lock lock(clock_.mutex_);
       clock_.changed_.wait(lock, [this] { return clock_.waiting_; });

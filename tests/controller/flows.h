@@ -31,7 +31,7 @@ inline RunSettings freeRun(const Config& config = configOf(16)) {
   return run;
 }
 
-// The first status of which it holds. Fails the test where there is none.
+// The first status for which the predicate holds. Fails the test on a timeout.
 template <class Predicate>
 Status waitFor(const Controller& controller, Predicate holds) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -39,9 +39,9 @@ Status waitFor(const Controller& controller, Predicate holds) {
     Status status = controller.status();
     if (holds(status)) return status;
     if (std::chrono::steady_clock::now() > deadline) {
-      ADD_FAILURE() << "waited in vain; steps " << status.stats.steps << ", running "
-                    << status.running << ", settled " << status.settled << ", error \""
-                    << status.error_message << "\"";
+      ADD_FAILURE() << "timed out; steps " << status.stats.steps << ", running " << status.running
+                    << ", settled " << status.settled << ", error \"" << status.error_message
+                    << "\"";
       return status;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -61,7 +61,7 @@ inline Status afterSteps(const Controller& controller, std::uint64_t steps) {
   return waitFor(controller, [=](const Status& status) { return status.stats.steps >= steps; });
 }
 
-// Lets a resting flow run until it holds; the status once it rests again.
+// Runs a paused flow until the predicate holds, pauses it, and returns its settled status.
 template <class Predicate>
 Status afterRunning(Controller& controller, Predicate holds) {
   whenSettled(controller);
@@ -71,7 +71,7 @@ Status afterRunning(Controller& controller, Predicate holds) {
   return whenSettled(controller);
 }
 
-// Frames of a resting flow's start and first two steps, which are all that its solver lends.
+// The frames of a paused flow's start and first two steps: all the blocks that its solver has.
 inline std::vector<std::shared_ptr<const Frame>> holdEveryBlock(Controller& controller) {
   std::vector<std::shared_ptr<const Frame>> held = {whenSettled(controller).frame};
   for (std::uint64_t k = 1; k <= 2; ++k) {
@@ -82,13 +82,13 @@ inline std::vector<std::shared_ptr<const Frame>> holdEveryBlock(Controller& cont
   return held;
 }
 
-// Until the thread has been through its loop a few times.
-inline void letPass() {
+// Waits until the thread has run its loop a few times.
+inline void waitForSomePasses() {
   std::this_thread::sleep_for(std::chrono::milliseconds(80));
 }
 
-// Whether the solver that has made the frame is still there: it keeps all blocks that it lends.
-inline bool solverLives(const std::shared_ptr<const Frame>& frame) {
+// Whether the solver of the frame still exists: it holds a reference to each of its blocks.
+inline bool solverExists(const std::shared_ptr<const Frame>& frame) {
   return frame->block.use_count() > 1;
 }
 

@@ -66,7 +66,7 @@ void atEveryMoment(const Command& command, Check check, const RunSettings& run =
   }
 }
 
-TEST(ACommandAtAnyMoment, AResetLeavesNothingOfTheFlowBefore) {
+TEST(CommandTiming, AResetKeepsNothingOfTheOldFlow) {
   const auto command = [](Controller& controller) {
     controller.setRunning(false);
     controller.reset();
@@ -88,11 +88,11 @@ TEST(ACommandAtAnyMoment, AResetLeavesNothingOfTheFlowBefore) {
   });
 }
 
-TEST(ACommandAtAnyMoment, ANewFlowThatRunsCountsItsOwnStepsAlone) {
+TEST(CommandTiming, ANewRunningFlowCountsOnlyItsOwnSteps) {
   const auto command = [](Controller& controller) {
     Config config = test::configOf(18);
     config.reynolds = 123;
-    config.fixed_dt = 0.0078125f;  // or the flow has come to rest before it is looked at
+    config.fixed_dt = 0.0078125f;  // otherwise the flow decays before the status is read
     controller.applyConfig(config);
   };
   atEveryMoment(command, [](Controller& controller) {
@@ -106,14 +106,14 @@ TEST(ACommandAtAnyMoment, ANewFlowThatRunsCountsItsOwnStepsAlone) {
   });
 }
 
-TEST(ACommandAtAnyMoment, APauseEndsAfterTheBatchUnderWay) {
+TEST(CommandTiming, APauseTakesEffectAfterTheCurrentBatch) {
   const auto command = [](Controller& controller) { controller.setRunning(false); };
   atEveryMoment(command, [](const Controller& controller) {
     const Status status = test::whenSettled(controller);
     EXPECT_FALSE(status.running);
     EXPECT_EQ(status.stats.steps, 4 * status.batchCount);
     EXPECT_EQ(status.elapsedSeconds > 0, status.batchCount > 0);
-    // What is shown is the flow that stands still, and stays as it is.
+    // The status shows the paused flow, and does not change.
     Solver solver(test::configOf(16));
     solver.advance(static_cast<std::int32_t>(status.stats.steps));
     EXPECT_EQ(status.stats.energy, solver.inspect().energy);
@@ -126,7 +126,7 @@ TEST(ACommandAtAnyMoment, APauseEndsAfterTheBatchUnderWay) {
   });
 }
 
-TEST(ACommandAtAnyMoment, AStepIsTheOneAfterTheBatchUnderWay) {
+TEST(CommandTiming, AStepFollowsTheCurrentBatch) {
   const auto command = [](Controller& controller) { controller.step(); };
   atEveryMoment(command, [](const Controller& controller) {
     const Status status = test::whenSettled(controller);
@@ -137,7 +137,7 @@ TEST(ACommandAtAnyMoment, AStepIsTheOneAfterTheBatchUnderWay) {
   });
 }
 
-TEST(ACommandAtAnyMoment, SwitchedRegulationHoldsTheNumberShown) {
+TEST(CommandTiming, SwitchingRegulationKeepsTheNumberShown) {
   const auto command = [](Controller& controller) {
     controller.setRegulated(true);
     controller.setRegulated(false);
@@ -155,7 +155,7 @@ TEST(ACommandAtAnyMoment, SwitchedRegulationHoldsTheNumberShown) {
   });
 }
 
-TEST(ACommandAtAnyMoment, AHiddenViewThatIsShownAgainHasANewFrame) {
+TEST(CommandTiming, ShowingAHiddenViewMakesANewFrame) {
   const auto command = [](Controller& controller) {
     controller.setVisible(false);
     controller.setRunning(false);
@@ -170,7 +170,7 @@ TEST(ACommandAtAnyMoment, AHiddenViewThatIsShownAgainHasANewFrame) {
   });
 }
 
-TEST(ACommandAtAnyMoment, AFailingFlowThatIsReplacedLeavesNoMessage) {
+TEST(CommandTiming, ReplacingAFailingFlowLeavesNoMessage) {
   const auto command = [](Controller& controller) {
     controller.setLive(-1.0f, -1.0);
     controller.setRunning(false);
@@ -184,7 +184,7 @@ TEST(ACommandAtAnyMoment, AFailingFlowThatIsReplacedLeavesNoMessage) {
   });
 }
 
-TEST(ACommandAtAnyMoment, TheEndOfARunThatIsReplacedIsNotTheEndOfTheNextOne) {
+TEST(CommandTiming, TheEndOfAReplacedRunDoesNotEndTheNextOne) {
   RunSettings limited = batchesOfFour();
   limited.config.fixed_dt = 0.0078125f;
   limited.until = 12 * 0.0078125;  // three batches
@@ -198,7 +198,7 @@ TEST(ACommandAtAnyMoment, TheEndOfARunThatIsReplacedIsNotTheEndOfTheNextOne) {
   };
   int replaced = 0;
   const auto check = [&](Controller& controller) {
-    if (!running) return;  // it had ended before
+    if (!running) return;  // it had already ended
     ++replaced;
     test::afterSteps(controller, 40);
     EXPECT_TRUE(controller.status().running);

@@ -11,7 +11,7 @@ namespace {
 
 using test::DrivenClock;
 
-TEST(AMeasuredRun, OfFixedBatchesCountsThemAndPacesOn) {
+TEST(MeasuredRun, WithFixedBatchesCountsThemAndKeepsItsPace) {
   RunSettings run = test::freeRun();
   run.fixedBatch = true;
   run.batch = 4;
@@ -23,7 +23,7 @@ TEST(AMeasuredRun, OfFixedBatchesCountsThemAndPacesOn) {
   EXPECT_GT(status.batchSteps, 4);
 }
 
-TEST(AMeasuredRun, PacesItsBatchesByItsClock) {
+TEST(MeasuredRun, PacesItsBatchesByItsClock) {
   // Hidden, so that no frame cuts a batch short.
   for (const double tick : {1e-7, 0.002, 0.005, 0.02}) {
     RunSettings run = test::pausedRun();
@@ -44,7 +44,7 @@ TEST(AMeasuredRun, PacesItsBatchesByItsClock) {
   }
 }
 
-TEST(AMeasuredRun, OfAVisibleViewMakesAFrameForEachPointThatItMeets) {
+TEST(MeasuredRun, WhileVisibleMakesAFrameAtEachGridPoint) {
   RunSettings run = test::pausedRun();
   DrivenClock clock(0.05);  // slower than the grid
   Controller controller(run, test::processor, clock.clock());
@@ -56,7 +56,7 @@ TEST(AMeasuredRun, OfAVisibleViewMakesAFrameForEachPointThatItMeets) {
   EXPECT_EQ(status.stats.steps, status.batchCount);
 }
 
-TEST(AMeasuredRun, MakesNoMoreFramesThanTheGridHasPoints) {
+TEST(MeasuredRun, MakesNoMoreFramesThanTheGridHasPoints) {
   RunSettings run = test::pausedRun();
   run.fixedBatch = true;
   run.batch = 1;
@@ -68,9 +68,9 @@ TEST(AMeasuredRun, MakesNoMoreFramesThanTheGridHasPoints) {
   EXPECT_GE(status.frameCount, status.elapsedSeconds * 60 - 3);
 }
 
-TEST(AMeasuredRun, LooksAtItsFlowFourTimesASecond) {
+TEST(MeasuredRun, SamplesStatisticsFourTimesASecond) {
   Config slow = test::configOf(16);
-  slow.fixed_dt = 1e-4f;  // so that its energy still changes in the end
+  slow.fixed_dt = 1e-4f;  // so that its energy still changes at the end
   RunSettings run = test::pausedRun(slow);
   run.fixedBatch = true;
   run.batch = 1;
@@ -83,7 +83,7 @@ TEST(AMeasuredRun, LooksAtItsFlowFourTimesASecond) {
   EXPECT_GE(samples, status.elapsedSeconds / 0.27 - 1);
 }
 
-TEST(AMeasuredRun, CountsItsStepsASecondOverItsLastWindow) {
+TEST(MeasuredRun, MeasuresStepsPerSecondOverItsLastWindow) {
   RunSettings run = test::pausedRun();
   run.fixedBatch = true;
   run.batch = 2;
@@ -99,7 +99,7 @@ TEST(AMeasuredRun, CountsItsStepsASecondOverItsLastWindow) {
               0.2 * status.simtimePerSecond);
 }
 
-TEST(AMeasuredRun, APauseAndSingleStepsAreNotMeasured) {
+TEST(MeasuredRun, LeavesPausesAndSingleStepsOutOfItsRates) {
   RunSettings run = test::pausedRun();
   DrivenClock clock(0.01);
   Controller controller(run, test::processor, clock.clock());
@@ -115,7 +115,7 @@ TEST(AMeasuredRun, APauseAndSingleStepsAreNotMeasured) {
   EXPECT_GT(stepped.gpuSeconds, stopped.gpuSeconds);
 }
 
-TEST(AMeasuredRun, LeavesSingleStepsOutOfItsSimulatedTime) {
+TEST(MeasuredRun, LeavesSingleStepsOutOfItsSimulatedTime) {
   Config config = test::configOf(16);
   config.fixed_dt = 0.0078125f;
   RunSettings run = test::pausedRun(config);
@@ -131,7 +131,7 @@ TEST(AMeasuredRun, LeavesSingleStepsOutOfItsSimulatedTime) {
   EXPECT_LE(status.simtimePerSecond * status.elapsedSeconds, 2 * batches * 0.0078125);
 }
 
-// Clock time of free running that a batch takes, with so many single steps on the way.
+// Clock time per batch of a running flow that is interrupted by so many single steps.
 double secondsOfABatch(int singles) {
   RunSettings run = test::pausedRun();
   run.fixedBatch = true;
@@ -156,11 +156,11 @@ double secondsOfABatch(int singles) {
   return status.elapsedSeconds / (status.batchCount - singles);
 }
 
-TEST(AMeasuredRun, LeavesSingleStepsOutOfItsWallTime) {
+TEST(MeasuredRun, LeavesSingleStepsOutOfItsWallTime) {
   EXPECT_NEAR(secondsOfABatch(400), secondsOfABatch(0), 0.01);
 }
 
-TEST(AMeasuredRun, ThatEndsWithItsFirstBatchHasNoRates) {
+TEST(MeasuredRun, HasNoRatesIfItEndsWithItsFirstBatch) {
   RunSettings run = test::freeRun();
   run.wallSeconds = 0.1;
   DrivenClock clock(0.3);  // every batch is a window

@@ -12,7 +12,7 @@ namespace {
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-// The rule of the batches once more.
+// The rule for the batch size, written independently.
 struct Model {
   double secondsPerStep = 0.001;
   int batchSteps = 1;
@@ -34,7 +34,7 @@ struct Model {
   }
 };
 
-TEST(Pace, IsTheModelsToTheLastBit) {
+TEST(Pace, MatchesTheModelBitForBit) {
   std::mt19937_64 source(11);
   std::lognormal_distribution<double> perStep(std::log(0.0008), 1.5);
   for (int run = 0; run < 50; ++run) {
@@ -42,7 +42,7 @@ TEST(Pace, IsTheModelsToTheLastBit) {
     Model model;
     for (int k = 0; k < 200; ++k) {
       const double seconds = perStep(source) * pace.batchSteps;
-      // Now and then another number of steps than the pace asks for.
+      // Sometimes a number of steps that differs from the pace.
       const int steps = k % 7 == 0 ? 1 : pace.batchSteps;
       pace.account(steps, seconds);
       model.account(steps, seconds);
@@ -54,7 +54,7 @@ TEST(Pace, IsTheModelsToTheLastBit) {
   }
 }
 
-TEST(Pace, OfAFastFlowDoublesUpToThirtyTwo) {
+TEST(Pace, DoublesUpToThirtyTwoForAFastFlow) {
   Pace pace;
   std::vector<int> sizes;
   for (int k = 0; k < 8; ++k) {
@@ -71,7 +71,7 @@ TEST(Pace, StartsAtOneStepOfAMillisecond) {
   EXPECT_EQ(pace.secondsPerStep, 0.001);
 }
 
-TEST(Pace, AFifthOfAMeasurementEntersTheSmoothedFigure) {
+TEST(Pace, SmoothsMeasurementsWithAWeightOfAFifth) {
   Pace pace;
   pace.account(4, 0.012);
   EXPECT_EQ(pace.secondsPerStep, 0.2 * 0.003 + 0.8 * 0.001);
@@ -92,7 +92,7 @@ TEST(Pace, ABatchOfNoStepsCountsAsOne) {
   EXPECT_EQ(pace.secondsPerStep, 0.2 * 0.005 + 0.8 * 0.001);
 }
 
-TEST(Pace, OfAFlowOfEightMillisecondsAStepIsOneStep) {
+TEST(Pace, IsOneStepAtEightMillisecondsAStep) {
   for (const double slow : {0.008, 0.02, 1.0, 1e6}) {
     Pace pace = {.secondsPerStep = slow, .batchSteps = 32};
     pace.account(1, slow);
@@ -100,7 +100,7 @@ TEST(Pace, OfAFlowOfEightMillisecondsAStepIsOneStep) {
   }
 }
 
-TEST(Pace, IsCutBackAtOnceFromABatchThatTookTwiceTheAim) {
+TEST(Pace, IsReducedAtOnceAfterABatchOfTwiceTheTarget) {
   // The smoothed figure alone would still allow 32 steps.
   Pace pace = {.secondsPerStep = 1e-5, .batchSteps = 32};
   pace.account(32, 0.032);
@@ -118,7 +118,7 @@ TEST(Pace, NeverFallsBelowOneStep) {
   EXPECT_EQ(pace.batchSteps, 1);
 }
 
-TEST(WallClock, AddsUpTheStretchesBetweenOpeningAndClosing) {
+TEST(WallClock, SumsTheIntervalsBetweenOpeningAndClosing) {
   WallClock wall;
   EXPECT_EQ(wall.at(100), 0);
   wall.open(10);
@@ -131,7 +131,7 @@ TEST(WallClock, AddsUpTheStretchesBetweenOpeningAndClosing) {
   EXPECT_EQ(wall.seconds, 5);
 }
 
-TEST(WallClock, OpenedOrClosedTwiceGoesOn) {
+TEST(WallClock, IgnoresOpeningOrClosingTwice) {
   WallClock wall;
   wall.close(5);
   EXPECT_EQ(wall.seconds, 0);
@@ -150,7 +150,7 @@ TEST(WallClock, NeverRunsBackwards) {
   EXPECT_EQ(wall.seconds, 0);
 }
 
-TEST(FrameGrid, BeginsASixtiethAfterTheFirstFrame) {
+TEST(FrameGrid, StartsASixtiethAfterTheFirstFrame) {
   FrameGrid grid;
   EXPECT_TRUE(grid.isDue(0));
   EXPECT_TRUE(grid.isDue(123));
@@ -160,14 +160,14 @@ TEST(FrameGrid, BeginsASixtiethAfterTheFirstFrame) {
   EXPECT_TRUE(grid.isDue(100.017));
 }
 
-TEST(FrameGrid, StaysBeforeItsNextPoint) {
+TEST(FrameGrid, DoesNotMoveBeforeItsNextPoint) {
   FrameGrid grid = {.next = 5};
   grid.advance(4.9);
   EXPECT_EQ(grid.next, 5);
   EXPECT_FALSE(grid.isDue(4.9));
 }
 
-TEST(FrameGrid, AFrameInTimeMovesItByOnePoint) {
+TEST(FrameGrid, AFrameOnTimeMovesItByOnePoint) {
   FrameGrid grid = {.next = 5};
   grid.advance(5);
   EXPECT_EQ(grid.next, 5 + 1.0 / 60);
@@ -182,7 +182,7 @@ TEST(FrameGrid, SkipsThePointsThatHaveBeenMissed) {
   EXPECT_EQ(grid.next, 5 + 11.0 / 60);
 }
 
-TEST(FrameGrid, KeepsToItsPointsHoweverLateFramesAre) {
+TEST(FrameGrid, KeepsItsPointsHoweverLateFramesAre) {
   std::mt19937_64 source(3);
   std::exponential_distribution<double> late(100);
   FrameGrid grid;
@@ -200,7 +200,7 @@ TEST(FrameGrid, KeepsToItsPointsHoweverLateFramesAre) {
   }
 }
 
-TEST(RateWindow, IsOverAfterAQuarterOfASecond) {
+TEST(RateWindow, EndsAfterAQuarterOfASecond) {
   const RateWindow window = {.start = 10, .steps = 0};
   EXPECT_FALSE(window.isOver(10));
   EXPECT_FALSE(window.isOver(10.2499));
@@ -208,7 +208,7 @@ TEST(RateWindow, IsOverAfterAQuarterOfASecond) {
   EXPECT_TRUE(window.isOver(11));
 }
 
-TEST(RateWindow, CountsTheStepsASecondAndBeginsAnew) {
+TEST(RateWindow, MeasuresStepsPerSecondAndRestarts) {
   RateWindow window = {.start = 10, .steps = 100};
   EXPECT_EQ(window.close(10.5, 150), 100);
   EXPECT_EQ(window.start, 10.5);
@@ -216,14 +216,14 @@ TEST(RateWindow, CountsTheStepsASecondAndBeginsAnew) {
   EXPECT_EQ(window.close(10.75, 151), 4);
 }
 
-TEST(Rates, OverNothingAreNothing) {
+TEST(Rates, AreZeroOverNoTime) {
   EXPECT_EQ(ratePer(3, 2), 1.5);
   EXPECT_EQ(ratePer(3, 0), 0);
   EXPECT_EQ(ratePer(3, -1), 0);
   EXPECT_EQ(ratePer(3, nan), 0);
 }
 
-TEST(History, TakesValuesThatDiffer) {
+TEST(History, AddsOnlyValuesThatDiffer) {
   std::vector<double> history;
   for (const double value : {1.0, 1.0, 2.0, 2.0, 1.0}) addToHistory(history, value);
   EXPECT_EQ(history, (std::vector<double>{1, 2, 1}));
@@ -242,13 +242,13 @@ TEST(History, KeepsTheLatestHundredAndTwenty) {
   EXPECT_EQ(history.front(), 2);
 }
 
-TEST(History, TakesEveryNaN) {
+TEST(History, AddsEveryNaN) {
   std::vector<double> history;
   for (int k = 0; k < 3; ++k) addToHistory(history, nan);
   EXPECT_EQ(history.size(), 3u);
 }
 
-TEST(History, TakesZeroOnceWhateverItsSign) {
+TEST(History, AddsZeroOnceWhateverItsSign) {
   std::vector<double> history;
   addToHistory(history, 0.0);
   addToHistory(history, -0.0);

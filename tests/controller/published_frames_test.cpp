@@ -1,4 +1,4 @@
-// When a controller's thread makes a frame, and what happens to those that are held.
+// When a controller's thread makes a frame, and what happens to held frames.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -14,7 +14,7 @@ namespace {
 
 using test::DrivenClock;
 
-TEST(AFrame, IsMadeAtOnceWhenTheViewBecomesVisible) {
+TEST(PublishedFrame, IsMadeAtOnceWhenTheViewBecomesVisible) {
   DrivenClock clock;
   std::optional<DrivenClock::Hold> hold(clock);
   Controller controller(test::pausedRun(), test::processor, clock.clock());
@@ -35,12 +35,12 @@ TEST(AFrame, IsMadeAtOnceWhenTheViewBecomesVisible) {
   test::waitFor(controller, [](const Status& now) { return now.frameCount == 2; });
 }
 
-TEST(AFrame, IsNotMadeForAViewThatIsNotVisible) {
+TEST(PublishedFrame, IsNotMadeForAViewThatIsNotVisible) {
   RunSettings run = test::freeRun();
   Controller controller(run, test::processor);
   test::waitFor(controller, [](const Status& status) { return status.frameCount > 2; });
   controller.setVisible(false);
-  test::letPass();
+  test::waitForSomePasses();
   const Status hidden = controller.status();
   test::afterSteps(controller, hidden.stats.steps + 500);
   controller.step();
@@ -50,7 +50,7 @@ TEST(AFrame, IsNotMadeForAViewThatIsNotVisible) {
   EXPECT_GE(status.history.size(), 1u);
 }
 
-TEST(AFrame, HasTheVelocityFromTheNextOneOn) {
+TEST(PublishedFrame, HasTheVelocityFromTheNextFrameOn) {
   Controller controller(test::pausedRun(), test::processor);
   test::whenSettled(controller);
   controller.setVelocityNeeded(true);
@@ -62,7 +62,7 @@ TEST(AFrame, HasTheVelocityFromTheNextOneOn) {
   test::waitFor(controller, [](const Status& now) { return !now.frame->hasVelocity; });
 }
 
-TEST(AFrame, ThatIsHeldWhileOthersAreMadeStaysAsItIs) {
+TEST(PublishedFrame, IsUnchangedWhileItIsHeld) {
   Controller controller(test::pausedRun(), test::processor);
   const auto frame = test::whenSettled(controller).frame;
   const std::vector<float> before(frame->data(), frame->data() + 256);
@@ -75,12 +75,12 @@ TEST(AFrame, ThatIsHeldWhileOthersAreMadeStaysAsItIs) {
   EXPECT_TRUE(test::sameBits(std::vector<float>(frame->data(), frame->data() + 256), before));
 }
 
-TEST(AFrame, IsMadeAsSoonAsABlockIsFree) {
+TEST(PublishedFrame, WaitsForAFreeBlock) {
   Controller controller(test::pausedRun(), test::processor);
   auto held = test::holdEveryBlock(controller);
   controller.step();
   test::afterSteps(controller, 3);
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_EQ(controller.status().frame->sequence, 2u);
   EXPECT_EQ(controller.status().error_message, "");
   held.front().reset();

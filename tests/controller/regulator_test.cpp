@@ -22,7 +22,7 @@ double ratioOf(double error) {
   return 0.002 * (1 + error);
 }
 
-// The law once more, one statement after another and with nothing shared.
+// The control law, written independently.
 struct Model {
   double fast = 0, slow = 0, previous = 0;
 
@@ -54,7 +54,7 @@ struct Model {
   }
 };
 
-TEST(Regulator, GivesTheModelsNumberToTheLastBit) {
+TEST(Regulator, MatchesTheModelBitForBit) {
   std::mt19937_64 source(7);
   std::lognormal_distribution<double> ratio(std::log(0.002), 0.02);
   for (const int resolution : {16, 64, 1024, 16384}) {
@@ -64,7 +64,7 @@ TEST(Regulator, GivesTheModelsNumberToTheLastBit) {
       double reynolds = DefaultReynolds(resolution, wave);
       double expected = reynolds;
       for (int k = 0; k < 2000; ++k) {
-        // Now and then the flow jumps, and now and then a sample is of no use.
+        // Sometimes the flow jumps, and sometimes a sample is unusable.
         const double r = k % 97 == 0 ? ratio(source) * 3 : k % 41 == 0 ? 0 : ratio(source);
         reynolds = regulator.sample(r, reynolds, resolution, wave).value_or(reynolds);
         expected = model.sample(r, expected, resolution, wave);
@@ -74,18 +74,18 @@ TEST(Regulator, GivesTheModelsNumberToTheLastBit) {
   }
 }
 
-TEST(Regulator, RaisesTheNumberByOneStepWhereTheFirstRatioIsFarAboveTheTarget) {
+TEST(Regulator, RaisesTheNumberByOneStepIfTheFirstRatioIsFarAboveTheTarget) {
   EXPECT_EQ(Regulator().sample(ratioOf(0.5), 20000, n, k0), std::exp(0.01) * 20000);
   EXPECT_EQ(Regulator().sample(ratioOf(1e300), 20000, n, k0), std::exp(0.01) * 20000);
 }
 
-TEST(Regulator, LowersTheNumberByOneStepWhereTheFirstRatioIsFarBelowTheTarget) {
+TEST(Regulator, LowersTheNumberByOneStepIfTheFirstRatioIsFarBelowTheTarget) {
   EXPECT_EQ(Regulator().sample(ratioOf(-0.5), 20000, n, k0), std::exp(-0.01) * 20000);
   EXPECT_EQ(Regulator().sample(std::numeric_limits<double>::denorm_min() * 1e4, 20000, n, k0),
             std::exp(-0.01) * 20000);
 }
 
-TEST(Regulator, LeavesTheNumberAtTheTargetAndNearIt) {
+TEST(Regulator, KeepsTheNumberAtAndNearTheTarget) {
   for (const double error : {0.0, 0.0005, -0.0005, 0.00099, -0.00099})
     EXPECT_EQ(Regulator().sample(ratioOf(error), 20000, n, k0), std::nullopt) << error;
   for (const double error : {0.0011, -0.0011})
@@ -129,7 +129,7 @@ TEST(Regulator, ASampleInsideTheBandStillMovesTheFilter) {
   EXPECT_EQ(regulator.sample(ratioOf(-0.03), 20000, n, k0).has_value(), std::abs(error) >= 0.001);
 }
 
-TEST(Regulator, OfARatioThatIsOfNoUseTakesNoNotice) {
+TEST(Regulator, IgnoresAnUnusableRatio) {
   for (const double useless : {0.0, -0.0, -0.002, infinity, -infinity, nan}) {
     Regulator regulator;
     EXPECT_EQ(regulator.sample(useless, 20000, n, k0), std::nullopt);
@@ -143,7 +143,7 @@ TEST(Regulator, OfARatioThatIsOfNoUseTakesNoNotice) {
   }
 }
 
-TEST(Regulator, OfANumberThatIsOfNoUseTakesNoNotice) {
+TEST(Regulator, IgnoresAnUnusableNumber) {
   for (const double useless : {0.0, -1.0, infinity, -infinity, nan}) {
     Regulator regulator;
     EXPECT_EQ(regulator.sample(ratioOf(0.5), useless, n, k0), std::nullopt);
@@ -152,11 +152,11 @@ TEST(Regulator, OfANumberThatIsOfNoUseTakesNoNotice) {
   }
 }
 
-TEST(Regulator, ARatioTooLargeForTheScaleIsOfNoUse) {
+TEST(Regulator, IgnoresARatioTooLargeForTheScale) {
   EXPECT_EQ(Regulator().sample(1e305, 20000, n, k0), std::nullopt);
 }
 
-TEST(Regulator, KeepsBetweenAThousandAndAMillionOnAnOrdinaryGrid) {
+TEST(Regulator, StaysBetweenAThousandAndAMillionOnAnOrdinaryGrid) {
   EXPECT_EQ(DefaultReynolds(n, k0), 27898.36614974335);
   EXPECT_EQ(Regulator().sample(ratioOf(1), 1000000, n, k0), 1000000.0);
   EXPECT_EQ(Regulator().sample(ratioOf(1), 995000, n, k0), 1000000.0);
@@ -166,7 +166,7 @@ TEST(Regulator, KeepsBetweenAThousandAndAMillionOnAnOrdinaryGrid) {
   EXPECT_EQ(Regulator().sample(ratioOf(1), 3, n, k0), 1000.0);
 }
 
-TEST(Regulator, PullsANumberAboveTheLimitDownOnlyOutsideTheBand) {
+TEST(Regulator, LowersANumberAboveTheLimitOnlyOutsideTheBand) {
   Regulator regulator;
   EXPECT_EQ(regulator.sample(ratioOf(0.0001), 2e6, n, k0), std::nullopt);
   EXPECT_EQ(regulator.sample(ratioOf(-5.0 / 6), 2e6, n, k0), 1000000.0);
@@ -179,8 +179,8 @@ TEST(Regulator, OnASmallGridTheGridSetsTheUpperLimit) {
   EXPECT_EQ(Regulator().sample(ratioOf(-0.9), 5, 16, 1), 1000.0);
 }
 
-TEST(Regulator, WhereTheLimitsCrossTheUpperOneHoldsFirst) {
-  // On no grid that a configuration allows.
+TEST(Regulator, AppliesTheUpperLimitFirstIfTheLimitsCross) {
+  // No valid configuration has such a grid.
   const double upper = DefaultReynolds(1, 4) * 1000;
   EXPECT_EQ(Regulator().sample(ratioOf(1), 1e6, 1, 4), upper);
 }

@@ -1,4 +1,4 @@
-// Runs that limits end, where they begin, and the files that they leave.
+// Runs with limits: where they start and end, and the files that they write.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -18,16 +18,16 @@ namespace {
 
 using test::DrivenClock;
 
-// A folder of its own for each test.
-class ARun : public testing::Test {
+// Each test has its own folder.
+class RunTest : public testing::Test {
  protected:
-  ARun() {
+  RunTest() {
     const auto* info = testing::UnitTest::GetInstance()->current_test_info();
     folder_ = std::filesystem::temp_directory_path() /
               ("zephane-run-" + std::string(info->name()) + "-" + std::to_string(moment()));
     std::filesystem::create_directories(folder_);
   }
-  ~ARun() override { std::filesystem::remove_all(folder_); }
+  ~RunTest() override { std::filesystem::remove_all(folder_); }
 
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
@@ -53,14 +53,14 @@ class ARun : public testing::Test {
   std::filesystem::path folder_;
 };
 
-// A flow whose steps can be told from its time.
+// A flow whose step count follows from its time.
 Config steady() {
   Config config = test::configOf(16);
   config.fixed_dt = 0.0078125f;  // 2^-7
   return config;
 }
 
-TEST_F(ARun, EndsAtItsTimeAndNoLater) {
+TEST_F(RunTest, EndsAtItsTimeAndNoLater) {
   RunSettings run = test::freeRun();
   run.until = 0.75;
   Controller controller(run, test::processor);
@@ -76,14 +76,14 @@ TEST_F(ARun, EndsAtItsTimeAndNoLater) {
   EXPECT_EQ(status.frame->sequence, status.stats.steps);
 }
 
-TEST_F(ARun, EndsAtTheVeryTimeOfItsLastStep) {
+TEST_F(RunTest, CanEndExactlyAtItsLastStep) {
   RunSettings run = test::freeRun(steady());
   run.until = 10 * 0.0078125;
   Controller controller(run, test::processor);
   EXPECT_EQ(test::whenFinished(controller).stats.steps, 10u);
 }
 
-TEST_F(ARun, OfNoTimeEndsBeforeItsFirstStep) {
+TEST_F(RunTest, OfZeroLengthEndsBeforeItsFirstStep) {
   RunSettings run = test::freeRun();
   run.until = 0;
   Controller controller(run, test::processor);
@@ -92,7 +92,7 @@ TEST_F(ARun, OfNoTimeEndsBeforeItsFirstStep) {
   EXPECT_EQ(status.batchCount, 1u);
 }
 
-TEST_F(ARun, IsMeasuredInTurnoversOfItsStart) {
+TEST_F(RunTest, IsMeasuredInInitialTurnoverTimes) {
   RunSettings run = test::freeRun();
   run.until = 0.01;
   run.untilTurnovers = 0.5;
@@ -102,7 +102,7 @@ TEST_F(ARun, IsMeasuredInTurnoversOfItsStart) {
   EXPECT_NEAR(status.stats.time, status.firstStats.initialTurnoverTime * 0.5, 1e-6);
 }
 
-TEST_F(ARun, EndsAfterItsWallTimeWhateverTheStepLimitSays) {
+TEST_F(RunTest, EndsAfterItsWallTimeWhateverTheStepLimit) {
   RunSettings run = test::pausedRun();
   DrivenClock clock(0.01);
   Controller controller(run, test::processor, clock.clock());
@@ -119,7 +119,7 @@ TEST_F(ARun, EndsAfterItsWallTimeWhateverTheStepLimitSays) {
   EXPECT_GT(status.stats.steps, 3u);
 }
 
-TEST_F(ARun, TakesExactlyItsStepsWhereTheLimitComesLater) {
+TEST_F(RunTest, TakesExactlyItsStepsWithALaterTimeLimit) {
   RunSettings run = test::pausedRun();
   Controller controller(run, test::processor);
   test::whenSettled(controller);
@@ -131,7 +131,7 @@ TEST_F(ARun, TakesExactlyItsStepsWhereTheLimitComesLater) {
   EXPECT_EQ(test::whenFinished(controller).stats.steps, 57u);
 }
 
-TEST_F(ARun, LimitedInStepsFromItsCreationKnowsNoLimit) {
+TEST_F(RunTest, IgnoresAStepLimitGivenAtCreation) {
   RunSettings run = test::freeRun(steady());
   run.stepLimited = true;
   run.stepLimit = 5;
@@ -146,7 +146,7 @@ TEST_F(ARun, LimitedInStepsFromItsCreationKnowsNoLimit) {
   EXPECT_FALSE(controller.status().finished);
 }
 
-TEST_F(ARun, EndsAtItsTimeWhateverTheStepLimitSays) {
+TEST_F(RunTest, EndsAtItsTimeWhateverTheStepLimit) {
   RunSettings run = test::pausedRun(steady());
   Controller controller(run, test::processor);
   test::whenSettled(controller);
@@ -159,7 +159,7 @@ TEST_F(ARun, EndsAtItsTimeWhateverTheStepLimitSays) {
   EXPECT_EQ(test::whenFinished(controller).stats.steps, 64u);
 }
 
-TEST_F(ARun, TakesItsLimitsOverAtTheNextGeneration) {
+TEST_F(RunTest, AppliesNewLimitsAtTheNextGeneration) {
   RunSettings run = test::freeRun(steady());
   Controller controller(run, test::processor);
   test::afterSteps(controller, 10);
@@ -169,7 +169,7 @@ TEST_F(ARun, TakesItsLimitsOverAtTheNextGeneration) {
   EXPECT_TRUE(controller.status().running);
   controller.reset();
   EXPECT_EQ(test::whenFinished(controller).stats.steps, 16u);
-  // And gives them up at another.
+  // The next generation drops the limits again.
   run.until.reset();
   controller.setRun(run);
   controller.reset();
@@ -177,7 +177,7 @@ TEST_F(ARun, TakesItsLimitsOverAtTheNextGeneration) {
   test::afterSteps(controller, 100);
 }
 
-TEST_F(ARun, ThatIsContinuedIsTestedAgainAfterOneBatch) {
+TEST_F(RunTest, ChecksItsLimitsAgainOneBatchAfterItIsContinued) {
   RunSettings run = test::freeRun(steady());
   run.until = 0.125;
   Controller controller(run, test::processor);
@@ -188,7 +188,7 @@ TEST_F(ARun, ThatIsContinuedIsTestedAgainAfterOneBatch) {
   EXPECT_EQ(again.stats.steps, first.stats.steps);
 }
 
-TEST_F(ARun, ThatIsFinishedKeepsAStepPendingUntilItRuns) {
+TEST_F(RunTest, KeepsAStepPendingAfterItsEndUntilItRunsAgain) {
   RunSettings run = test::freeRun(steady());
   run.until = 0.125;
   DrivenClock clock(1);  // counts its readings
@@ -197,21 +197,21 @@ TEST_F(ARun, ThatIsFinishedKeepsAStepPendingUntilItRuns) {
   controller.step();
   const double before = clock.time();
   const auto begin = std::chrono::steady_clock::now();
-  test::letPass();
+  test::waitForSomePasses();
   const double readings = clock.time() - before;
   const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - begin;
-  EXPECT_LT(readings / spent.count(), 750);  // it sleeps between its looks
+  EXPECT_LT(readings / spent.count(), 750);  // it sleeps between its checks
   EXPECT_EQ(controller.status().stats.steps, 16u);
   EXPECT_EQ(controller.control().pendingSteps, 1);
   controller.setRunning(true);
-  // The single step goes beyond the limit, which the batch behind it finds.
+  // The single step passes the limit; the batch after it notices.
   EXPECT_EQ(test::whenFinished(controller).stats.steps, 17u);
   controller.step();
   controller.setRunning(false);
   EXPECT_EQ(controller.control().pendingSteps, 0);
 }
 
-TEST_F(ARun, IsNotEndedByASingleStep) {
+TEST_F(RunTest, DoesNotEndAfterASingleStep) {
   RunSettings run = test::freeRun(steady());
   run.wallSeconds = 0.1;
   run.fixedBatch = true;
@@ -223,7 +223,7 @@ TEST_F(ARun, IsNotEndedByASingleStep) {
   EXPECT_EQ(test::whenFinished(controller).stats.steps, steps + 1 + 4);
 }
 
-TEST_F(ARun, StepsPastItsLimitWhenSingle) {
+TEST_F(RunTest, MayPassItsLimitBySingleSteps) {
   RunSettings run = test::pausedRun(steady());
   run.until = 0.0078125 * 2;
   Controller controller(run, test::processor);
@@ -234,7 +234,7 @@ TEST_F(ARun, StepsPastItsLimitWhenSingle) {
   EXPECT_FALSE(controller.status().finished);
 }
 
-TEST_F(ARun, LeavesItsSpectrumAndItsFields) {
+TEST_F(RunTest, WritesItsSpectrumAndItsFields) {
   RunSettings run = test::freeRun();
   run.until = 0.5;
   run.spectrum = path("spectrum");
@@ -247,7 +247,7 @@ TEST_F(ARun, LeavesItsSpectrumAndItsFields) {
   EXPECT_TRUE(test::sameBits(read<float>("field"), solver.copyFields(*solver.snapshot(true))));
 }
 
-TEST_F(ARun, WhoseFileCannotBeWrittenFailsAndCanBeRepeated) {
+TEST_F(RunTest, FailsIfItsFileCannotBeWrittenAndCanBeRepeated) {
   for (const bool spectrum : {true, false}) {
     RunSettings run = test::freeRun();
     run.until = 0.1;
@@ -268,7 +268,7 @@ TEST_F(ARun, WhoseFileCannotBeWrittenFailsAndCanBeRepeated) {
   }
 }
 
-TEST_F(ARun, WithoutAFreeBlockCannotLeaveItsFields) {
+TEST_F(RunTest, CannotWriteItsFieldsWithoutAFreeBlock) {
   RunSettings run = test::pausedRun(steady());
   run.until = 0.0078125 * 3;
   run.field = path("field");
@@ -280,7 +280,7 @@ TEST_F(ARun, WithoutAFreeBlockCannotLeaveItsFields) {
   EXPECT_EQ(status.error_message, "No snapshot slot.");
 }
 
-TEST_F(ARun, BeginsFromItsFileOnceTheFileIsRight) {
+TEST_F(RunTest, StartsFromItsFileOnceTheFileIsValid) {
   RunSettings run = test::pausedRun();
   run.initial = path("start");
   write("start", std::vector<float>(255));
@@ -292,7 +292,7 @@ TEST_F(ARun, BeginsFromItsFileOnceTheFileIsRight) {
 
   const std::vector<float> wave = test::wave(16, 1, 2, 3.0);
   write("start", wave);
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_FALSE(controller.status().ready);
   controller.reset();
   status = test::whenSettled(controller);
@@ -315,7 +315,7 @@ TEST_F(ARun, BeginsFromItsFileOnceTheFileIsRight) {
   EXPECT_EQ(status.stats.energy, Solver(test::configOf(16)).inspect().energy);
 }
 
-// Takes the device's memory, but for a little, while it lives.
+// Occupies all but a little of the device's memory while it exists.
 class FullDevice {
  public:
   explicit FullDevice(std::size_t left) {
@@ -331,26 +331,26 @@ class FullDevice {
   void* block_ = nullptr;
 };
 
-TEST_F(ARun, WhoseGridDoesNotFitIsFollowedByOneThatDoes) {
+TEST_F(RunTest, CanFollowARunWhoseGridDoesNotFit) {
   constexpr const char* words = "cudaMalloc(&ptr,bytes): out of memory";
   Controller controller(test::freeRun(), test::processor);
   const auto frame = test::waitFor(controller, [](const Status& now) { return now.ready; }).frame;
   {
-    // A grid of 8192 points needs some 7 GB; other programs may come and go.
+    // A grid of 8192 points needs some 7 GB; other programs may allocate and free memory.
     const FullDevice full(std::size_t{1} << 30);
     controller.applyConfig(test::configOf(8192));
     const Status status = test::whenSettled(controller);
     EXPECT_EQ(status.error_message, words);
     EXPECT_FALSE(status.running);
     EXPECT_FALSE(status.ready);
-    EXPECT_FALSE(test::solverLives(frame));
-    // Nothing is asked of the solver that is not there.
+    EXPECT_FALSE(test::solverExists(frame));
+    // The missing solver is not used.
     controller.setLive(1.0f, 300);
     controller.setRegulated(true);
     controller.setVisible(false);
     controller.setVisible(true);
     controller.step();
-    test::letPass();
+    test::waitForSomePasses();
     EXPECT_EQ(controller.status().error_message, words);
     controller.reset();
     EXPECT_EQ(test::whenSettled(controller).error_message, words);

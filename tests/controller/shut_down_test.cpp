@@ -1,4 +1,4 @@
-// A controller ends within a batch's time, whatever its flow is doing.
+// A controller shuts down within the time of a batch, whatever its flow is doing.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -11,8 +11,8 @@
 namespace zeph {
 namespace {
 
-// A batch is near 8 milliseconds; the rest is for machines that are busy or watched by a sanitizer.
-// Whatever is left to be done when a controller ends would take much longer.
+// A batch is near 8 milliseconds; the rest is a margin for busy machines and sanitizers. Finishing
+// the queued work would take much longer.
 constexpr double prompt = 5;
 
 double secondsToEnd(const RunSettings& run, const std::function<void(Controller&)>& prepare) {
@@ -23,16 +23,16 @@ double secondsToEnd(const RunSettings& run, const std::function<void(Controller&
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-TEST(TheEnd, ComesPromptlyWhileIdle) {
+TEST(ShutDown, IsPromptWhileIdle) {
   EXPECT_LT(secondsToEnd(test::pausedRun(test::configOf(128)), test::whenSettled), prompt);
 }
 
-TEST(TheEnd, ComesPromptlyWhileRunning) {
+TEST(ShutDown, IsPromptWhileRunning) {
   const auto running = [](Controller& controller) { test::afterSteps(controller, 20); };
   EXPECT_LT(secondsToEnd(test::freeRun(test::configOf(128)), running), prompt);
 }
 
-TEST(TheEnd, ComesPromptlyWithStepsPending) {
+TEST(ShutDown, IsPromptWithStepsPending) {
   const auto stepping = [](Controller& controller) {
     for (int k = 0; k < 100000; ++k) controller.step();
     test::afterSteps(controller, 2);
@@ -40,7 +40,7 @@ TEST(TheEnd, ComesPromptlyWithStepsPending) {
   EXPECT_LT(secondsToEnd(test::pausedRun(test::configOf(128)), stepping), prompt);
 }
 
-TEST(TheEnd, ComesPromptlyWhenFinished) {
+TEST(ShutDown, IsPromptAfterAFinishedRun) {
   RunSettings run = test::freeRun();
   run.until = 0.1;
   const auto finished = [](Controller& controller) {
@@ -50,7 +50,7 @@ TEST(TheEnd, ComesPromptlyWhenFinished) {
   EXPECT_LT(secondsToEnd(run, finished), prompt);
 }
 
-TEST(TheEnd, ComesPromptlyAfterAFailure) {
+TEST(ShutDown, IsPromptAfterAFailure) {
   const auto failed = [](Controller& controller) {
     test::waitFor(controller, [](const Status& status) { return !status.error_message.empty(); });
     controller.step();
@@ -58,12 +58,12 @@ TEST(TheEnd, ComesPromptlyAfterAFailure) {
   EXPECT_LT(secondsToEnd(test::freeRun(test::explosive(16)), failed), prompt);
 }
 
-TEST(TheEnd, ComesPromptlyWithoutADevice) {
+TEST(ShutDown, IsPromptWithoutADevice) {
   const Controller controller(test::freeRun(), 1000);
 }
 
-// The making of a solver is not interrupted.
-TEST(TheEnd, ComesWhenALargeFlowIsMade) {
+// The construction of a solver is not interrupted.
+TEST(ShutDown, WaitsForALargeFlowThatIsBeingCreated) {
   const auto building = [](Controller& controller) { EXPECT_FALSE(controller.status().ready); };
   EXPECT_LT(secondsToEnd(test::freeRun(test::configOf(1024)), building), 30);
   const auto rebuilding = [](Controller& controller) {
@@ -73,7 +73,7 @@ TEST(TheEnd, ComesWhenALargeFlowIsMade) {
   EXPECT_LT(secondsToEnd(test::freeRun(), rebuilding), 30);
 }
 
-TEST(TheEnd, LeavesAFrameThatIsHeldWhole) {
+TEST(ShutDown, KeepsAHeldFrameIntact) {
   std::shared_ptr<const Frame> frame;
   {
     Controller controller(test::pausedRun(), test::processor);
@@ -85,7 +85,7 @@ TEST(TheEnd, LeavesAFrameThatIsHeldWhole) {
   EXPECT_EQ(solver.copyFields(*frame).size(), 3u * 256);
 }
 
-TEST(TheEnd, ComesAThousandTimes) {
+TEST(ShutDown, WorksAThousandTimes) {
   for (int k = 0; k < 1000; ++k) {
     Controller controller(k % 2 == 0 ? test::freeRun() : test::pausedRun(), test::processor);
     if (k % 5 == 0) controller.step();

@@ -1,4 +1,4 @@
-// What the thread of a controller makes of what it is told.
+// How the thread of a controller carries out commands.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -17,7 +17,7 @@ namespace {
 
 using test::DrivenClock;
 
-TEST(APausedFlow, HasOneFrameOneSampleAndNoTime) {
+TEST(PausedFlow, HasOneFrameOneSampleAndNoTime) {
   Controller controller(test::pausedRun(), test::processor);
   Status status = test::whenSettled(controller);
   EXPECT_TRUE(status.ready);
@@ -29,7 +29,7 @@ TEST(APausedFlow, HasOneFrameOneSampleAndNoTime) {
   EXPECT_EQ(status.stats.energy, Solver(test::configOf(16)).inspect().energy);
   EXPECT_EQ(status.firstStats.energy, status.stats.energy);
   EXPECT_EQ(status.stats.steps, 0u);
-  test::letPass();
+  test::waitForSomePasses();
   status = controller.status();
   EXPECT_TRUE(status.settled);
   EXPECT_FALSE(status.running);
@@ -39,7 +39,7 @@ TEST(APausedFlow, HasOneFrameOneSampleAndNoTime) {
   EXPECT_EQ(status.gpuSeconds, 0);
 }
 
-TEST(APausedFlow, TakesExactlyTheStepsAskedForEachWithAFrame) {
+TEST(PausedFlow, TakesExactlyTheRequestedStepsEachWithAFrame) {
   DrivenClock clock;
   Controller controller(test::pausedRun(), test::processor, clock.clock());
   test::whenSettled(controller);
@@ -56,7 +56,7 @@ TEST(APausedFlow, TakesExactlyTheStepsAskedForEachWithAFrame) {
   EXPECT_EQ(status.frameCount, 4u);
   EXPECT_EQ(status.frame->sequence, 3u);
   EXPECT_EQ(status.history.size(), 4u);
-  // Single steps are neither running time nor rates.
+  // Single steps count neither as running time nor in the rates.
   EXPECT_EQ(status.elapsedSeconds, 0);
   EXPECT_EQ(status.stepsPerSecond, 0);
   EXPECT_EQ(status.simtimePerSecond, 0);
@@ -66,7 +66,7 @@ TEST(APausedFlow, TakesExactlyTheStepsAskedForEachWithAFrame) {
   EXPECT_EQ(status.stats.time, solver.lastStats().time);
 }
 
-TEST(ARunningFlow, PausesForAStepAndTakesExactlyOne) {
+TEST(RunningFlow, PausesForAStepAndTakesExactlyOne) {
   RunSettings run = test::freeRun();
   run.fixedBatch = true;
   run.batch = 4;
@@ -80,7 +80,7 @@ TEST(ARunningFlow, PausesForAStepAndTakesExactlyOne) {
   EXPECT_EQ(status.frame->sequence, status.stats.steps);
 }
 
-TEST(ARunningFlow, KeepsPendingStepsAndRunsOn) {
+TEST(RunningFlow, KeepsPendingStepsAndRunsOn) {
   Controller controller(test::pausedRun(), test::processor);
   test::whenSettled(controller);
   controller.step();
@@ -89,7 +89,7 @@ TEST(ARunningFlow, KeepsPendingStepsAndRunsOn) {
   EXPECT_TRUE(controller.status().running);
 }
 
-TEST(ARunningFlow, StopsWithItsFiguresKept) {
+TEST(RunningFlow, KeepsItsFiguresWhenPaused) {
   Controller controller(test::freeRun(), test::processor);
   test::waitFor(controller, [](const Status& status) { return status.stepsPerSecond > 0; });
   controller.setRunning(false);
@@ -101,7 +101,7 @@ TEST(ARunningFlow, StopsWithItsFiguresKept) {
                    stopped.simtimePerSecond / stopped.stats.initialTurnoverTime);
   EXPECT_GT(stopped.elapsedSeconds, 0);
   EXPECT_GT(stopped.gpuSeconds, 0);
-  test::letPass();
+  test::waitForSomePasses();
   const Status later = controller.status();
   EXPECT_EQ(later.elapsedSeconds, stopped.elapsedSeconds);
   EXPECT_EQ(later.stepsPerSecond, stopped.stepsPerSecond);
@@ -110,7 +110,7 @@ TEST(ARunningFlow, StopsWithItsFiguresKept) {
   EXPECT_EQ(later.history, stopped.history);
 }
 
-TEST(ARunningFlow, IsTheFlowThatASolverMakes) {
+TEST(RunningFlow, MatchesTheFlowOfASolver) {
   Controller controller(test::freeRun(), test::processor);
   test::afterSteps(controller, 100);
   controller.step();  // ends with statistics and a frame of the last step
@@ -122,7 +122,7 @@ TEST(ARunningFlow, IsTheFlowThatASolverMakes) {
   EXPECT_EQ(status.frame->maxVorticity, solver.snapshot(false)->maxVorticity);
 }
 
-TEST(ANewGeneration, KeepsTheSolverWhereOnlyNumbersDiffer) {
+TEST(NewGeneration, KeepsTheSolverIfOnlyNumbersDiffer) {
   for (const auto& change : std::vector<std::function<void(Config&)>>{
            [](Config&) {},
            [](Config& config) { config.reynolds = 50; },
@@ -135,13 +135,13 @@ TEST(ANewGeneration, KeepsTheSolverWhereOnlyNumbersDiffer) {
     controller.applyConfig(config);
     const Status status = test::whenSettled(controller);
     EXPECT_EQ(status.generation, 2u);
-    EXPECT_TRUE(test::solverLives(frame));
+    EXPECT_TRUE(test::solverExists(frame));
     EXPECT_EQ(status.stats.reynolds, config.reynolds);
     EXPECT_EQ(status.stats.dt, Solver(config).inspect().dt);
   }
 }
 
-TEST(ANewGeneration, MakesANewSolverWhereTheFlowIsOfAnotherKind) {
+TEST(NewGeneration, CreatesANewSolverForAnotherKindOfFlow) {
   for (const auto& change : std::vector<std::function<void(Config&)>>{
            [](Config& config) { config.resolution = 18; },
            [](Config& config) { config.k0 = 2; },
@@ -158,7 +158,7 @@ TEST(ANewGeneration, MakesANewSolverWhereTheFlowIsOfAnotherKind) {
     followGrid(config, test::configOf(16), false);
     controller.applyConfig(config);
     const Status status = test::whenSettled(controller);
-    EXPECT_FALSE(test::solverLives(frame));
+    EXPECT_FALSE(test::solverExists(frame));
     Solver solver(config);
     EXPECT_EQ(status.stats.energy, solver.inspect().energy);
     EXPECT_EQ(status.stats.allocatedBytes, solver.lastStats().allocatedBytes);
@@ -166,7 +166,7 @@ TEST(ANewGeneration, MakesANewSolverWhereTheFlowIsOfAnotherKind) {
   }
 }
 
-TEST(ANewGeneration, ForgetsWhatTheRegulatorHasReached) {
+TEST(NewGeneration, DropsTheNumberThatTheRegulatorReached) {
   RunSettings run = test::pausedRun();
   run.regulated = true;
   Controller controller(run, test::processor);
@@ -203,23 +203,23 @@ int readingsOfResets(int resets) {
   return readings;
 }
 
-TEST(ANewGeneration, SeveralResetsInOneBatchMakeOneFlow) {
-  // Where in its pass the thread stands is by chance; a rebuild more would be some readings more.
+TEST(NewGeneration, IsOneForSeveralResetsInOneBatch) {
+  // The thread may be anywhere in its pass, so the count varies by a few readings.
   const int one = readingsOfResets(1);
   EXPECT_GT(one, 2);
   EXPECT_LT(readingsOfResets(50), one + 100);
 }
 
-TEST(AFlowThatIsLost, IsToldAndWaitsForANewGeneration) {
+TEST(LostFlow, IsReportedAndWaitsForANewGeneration) {
   Controller controller(test::freeRun(test::explosive(16)), test::processor);
   Status status =
       test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
   EXPECT_EQ(status.error_message, test::exploded);
   EXPECT_FALSE(status.running);
   status = test::whenSettled(controller);
-  EXPECT_TRUE(status.ready);  // the start was fine
+  EXPECT_TRUE(status.ready);  // the start was valid
 
-  // Running, stepping and dismissing leave it lost.
+  // Running, stepping and dismissing do not recover it.
   controller.setRunning(true);
   controller.step();
   controller.setRunning(true);
@@ -227,14 +227,14 @@ TEST(AFlowThatIsLost, IsToldAndWaitsForANewGeneration) {
   controller.setRegulated(true);
   controller.setVisible(false);
   controller.setVisible(true);
-  test::letPass();
+  test::waitForSomePasses();
   status = controller.status();
   EXPECT_TRUE(status.running);
   EXPECT_EQ(status.error_message, test::exploded);
   EXPECT_EQ(status.stats.steps, 0u);
   EXPECT_EQ(status.frameCount, 1u);
   controller.clearError();
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_EQ(controller.status().error_message, "");
   EXPECT_EQ(controller.status().stats.steps, 0u);
 
@@ -244,7 +244,7 @@ TEST(AFlowThatIsLost, IsToldAndWaitsForANewGeneration) {
   EXPECT_TRUE(status.running);
 }
 
-TEST(AFlowThatIsLost, DropsTheStepsBehindTheOneThatLostIt) {
+TEST(LostFlow, DropsTheStepsAfterTheFailedOne) {
   DrivenClock clock;
   Controller controller(test::pausedRun(test::explosive(16)), test::processor, clock.clock());
   test::whenSettled(controller);
@@ -257,7 +257,7 @@ TEST(AFlowThatIsLost, DropsTheStepsBehindTheOneThatLostIt) {
   EXPECT_EQ(controller.control().pendingSteps, 0);
 }
 
-TEST(AFlowThatIsLost, IsLostAgainAfterAReset) {
+TEST(LostFlow, IsLostAgainAfterAReset) {
   Controller controller(test::freeRun(test::explosive(16)), test::processor);
   test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
   controller.reset();
@@ -271,26 +271,26 @@ TEST(AFlowThatIsLost, IsLostAgainAfterAReset) {
   EXPECT_EQ(status.generation, 2u);
 }
 
-TEST(LiveNumbers, ThatTheSolverRefusesFailTheFlowOnce) {
+TEST(LiveNumbers, RefusedByTheSolverFailTheFlowOnce) {
   Controller controller(test::pausedRun(), test::processor);
   test::whenSettled(controller);
   controller.setLive(-1.0f, 1000);
   Status status =
       test::waitFor(controller, [](const Status& now) { return !now.error_message.empty(); });
   EXPECT_EQ(status.error_message, "CFL must be finite and positive.");
-  // Were it tried again, the message would be back.
+  // If the value were tried again, the message would return.
   controller.clearError();
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_EQ(controller.status().error_message, "");
   controller.applyConfig(test::configOf(16));
   EXPECT_EQ(test::whenSettled(controller).error_message, "");
 }
 
-TEST(LiveNumbers, HoldFromTheNextStepOnInTheSameFlow) {
+TEST(LiveNumbers, ApplyFromTheNextStepInTheSameFlow) {
   Controller controller(test::pausedRun(), test::processor);
   test::whenSettled(controller);
   controller.setLive(0.5f, 77);
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_EQ(controller.status().stats.reynolds, 77);
   controller.step();
   const Status status = test::afterSteps(controller, 1);
@@ -304,7 +304,7 @@ TEST(LiveNumbers, HoldFromTheNextStepOnInTheSameFlow) {
   EXPECT_EQ(status.generation, 1u);
 }
 
-TEST(Regulation, MovesTheNumberOnceForEachLookAtTheFlow) {
+TEST(Regulation, MovesTheNumberOncePerSample) {
   RunSettings run = test::pausedRun();
   run.regulated = true;
   DrivenClock clock(0.01);
@@ -318,11 +318,11 @@ TEST(Regulation, MovesTheNumberOnceForEachLookAtTheFlow) {
     EXPECT_EQ(status.config.reynolds, run.config.reynolds);
     before = status.stats.reynolds;
   }
-  test::letPass();
+  test::waitForSomePasses();
   EXPECT_EQ(controller.status().stats.reynolds, before);
 }
 
-TEST(Regulation, SwitchedOnBeginsFromTheConfiguredNumberAndSwitchedOffHolds) {
+TEST(Regulation, StartsFromTheConfiguredNumberAndKeepsTheNumberWhenSwitchedOff) {
   Controller controller(test::pausedRun(), test::processor);
   test::whenSettled(controller);
   controller.setLive(3.0f, 4000);
@@ -348,7 +348,7 @@ std::vector<float> nearTheTarget() {
   return samples;
 }
 
-TEST(Regulation, BeginsAfreshWhenItIsSwitched) {
+TEST(Regulation, RestartsWhenItIsSwitched) {
   const auto path = std::filesystem::temp_directory_path() /
                     ("zephane-regulation-" + std::to_string(monotonicSeconds()));
   writeRawFile(path.string(), nearTheTarget());
@@ -366,7 +366,7 @@ TEST(Regulation, BeginsAfreshWhenItIsSwitched) {
     test::afterSteps(controller, steps);
     return std::log(test::whenSettled(controller).stats.reynolds / before);
   };
-  // The change of the error moves the number with the first sample alone.
+  // Only at the first sample does the change of the error move the number.
   EXPECT_NEAR(std::log(test::whenSettled(controller).stats.reynolds / 20000), 0.01, 1e-9);
   EXPECT_LT(change(), 0.009);
   EXPECT_LT(change(), 0.009);

@@ -1,7 +1,7 @@
-// Commands of all kinds in no order, while the flow runs and another thread looks on. What holds of
-// every status is told in Watch.
+// Commands of all kinds in random order, while the flow runs and another thread reads the status.
+// Watch checks what holds for every status.
 //
-// Lasts for ZEPHANE_STORM_SECONDS, which the sanitizers raise.
+// Lasts for ZEPHANE_STORM_SECONDS; longer under the sanitizers.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -28,7 +28,7 @@ double stormSeconds() {
   return text ? std::atof(text) : 3;
 }
 
-// One who looks at a view again and again.
+// Reads the status repeatedly and checks it.
 class Watch {
  public:
   // The messages dismissed so far.
@@ -43,7 +43,7 @@ class Watch {
     } else {
       maybeLost_ = false;
     }
-    // Running and settled at once is only a flow that is lost and has been told to run.
+    // Only a lost flow that was commanded to run is both running and settled.
     maybeLost_ = maybeLost_ || !now.error_message.empty() || dismissed != lastDismissed_;
     EXPECT_FALSE(now.running && now.settled && !maybeLost_);
     last_ = now;
@@ -102,7 +102,7 @@ class Storm {
  public:
   explicit Storm(std::uint64_t seed) : source_(seed) {}
 
-  // A request, and now and then one that is refused.
+  // A request, sometimes one that is refused.
   std::string request() {
     static const char* const simple[] = {"get",   "flush",   "start", "toggle", "step",
                                          "reset", "dismiss", "seed",  "step",   "toggle"};
@@ -140,7 +140,7 @@ class Storm {
     if (chance(0.2)) request["k0"] = number(0, 5);
     if (chance(0.3)) request["reynolds"] = 1000 + number(0, 100000);
     if (chance(0.3)) request["cap_cfl"] = chance(0.5);
-    // A step that throws the flow out of the range of numbers, and the way back.
+    // A step that makes the flow overflow, and the recovery.
     request["fixed_dt"] = nullptr;
     if (chance(0.1)) request["fixed_dt"] = 1e30;
     return text(request);
@@ -180,7 +180,7 @@ Status look(const View& view) {
   return view.handle().report().status;
 }
 
-TEST(AStormOfCommands, LeavesEveryStatusSound) {
+TEST(CommandStorm, KeepsEveryStatusConsistent) {
   const auto seed = static_cast<std::uint64_t>(std::random_device()());
   SCOPED_TRACE(testing::Message() << "seed " << seed);
   Storm storm(seed);
@@ -218,7 +218,7 @@ TEST(AStormOfCommands, LeavesEveryStatusSound) {
   over = true;
   onlooker.join();
 
-  // After all of it the view does what it is told.
+  // Afterwards the controller still works.
   for (const char* request :
        {R"({"op":"benchmark","until":null,"wall_seconds":null,"initial":null,"spectrum":null})",
         R"({"op":"configure","resolution":20,"reynolds":2000,"fixed_dt":null})",

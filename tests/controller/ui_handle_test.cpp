@@ -1,4 +1,4 @@
-// How the host's thread and a render thread meet; the tests play the render thread.
+// How the host's thread and a render thread interact; the tests act as the render thread.
 #include "controller/ui_handle.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 class UIHandleTest : public testing::Test {
  protected:
-  // A flow that rests at its start, of a view without a render thread.
+  // A flow paused at its start, in a view without a render thread.
   void startFlow() {
     {
       const auto lock = ui_.lock();
@@ -57,7 +57,7 @@ class UIHandleTest : public testing::Test {
   UIHandle ui_;
 };
 
-TEST_F(UIHandleTest, RefusesAnExportForItsFrameFirstAndThenForItsRenderThread) {
+TEST_F(UIHandleTest, RefusesAnExportFirstForAMissingFrameThenForAMissingRenderThread) {
   EXPECT_EQ(exportFailure(), "No completed frame.");
   ui_.reportError("lost");
   EXPECT_EQ(exportFailure(), "No completed frame.");
@@ -73,7 +73,7 @@ TEST_F(UIHandleTest, RefusesAnExportForItsFrameFirstAndThenForItsRenderThread) {
   EXPECT_EQ(exportFailure(), "broken");
 }
 
-TEST_F(UIHandleTest, HandsAnExportOverWithTheFrameAndTheSettingsOfItsRequest) {
+TEST_F(UIHandleTest, PassesAnExportOnWithTheFrameAndSettingsOfItsRequest) {
   startFlow();
   attach();
   auto failure = exportInBackground();
@@ -87,7 +87,7 @@ TEST_F(UIHandleTest, HandsAnExportOverWithTheFrameAndTheSettingsOfItsRequest) {
   EXPECT_EQ(failure.get(), "full");
 }
 
-TEST_F(UIHandleTest, EndsAnExportWhoseRenderThreadEnds) {
+TEST_F(UIHandleTest, FailsAnExportWhoseRenderThreadEnds) {
   startFlow();
   attach();
   auto failure = exportInBackground();
@@ -97,7 +97,7 @@ TEST_F(UIHandleTest, EndsAnExportWhoseRenderThreadEnds) {
   EXPECT_FALSE(ui_.takeTurn());
 }
 
-TEST_F(UIHandleTest, EndsAnExportThatHasBeenTakenWhenTheRenderThreadIsStopped) {
+TEST_F(UIHandleTest, FailsAnExportInProgressWhenTheRenderThreadIsStopped) {
   startFlow();
   attach();
   auto failure = exportInBackground();

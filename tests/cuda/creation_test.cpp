@@ -1,4 +1,4 @@
-// Making a solver on a GPU: what it takes, and what is left when something fails on the way.
+// Creating a solver on a GPU: the memory it takes, and what is released when a call fails.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace zeph {
 namespace {
 
 #ifdef ZEPHANE_EMULATED_GPU
-// GPUs that are soon full.
+// GPUs with little memory.
 struct SmallGpus {
   emulation::MachineScope machine{{.gpus = {{.memory = std::size_t{8} << 20}}}};
 };
@@ -27,15 +27,15 @@ constexpr const char* outOfMemory = "cudaMalloc(&ptr,bytes): out of memory";
 
 class GpuCreation : public test::CudaDevice {
  protected:
-  // A solver of some weight.
+  // A solver of a size that can be measured.
   static Config heavy() { return test::configOf(test::isEmulated ? 48 : 1024); }
 };
 
-TEST_F(GpuCreation, TakesTheMemoryThatIsTold) {
+TEST_F(GpuCreation, AllocatesTheReportedMemory) {
   const std::size_t before = test::availableOn(gpu());
   const Solver solver(heavy());
   const Statistics stats = solver.lastStats();
-  // A GPU gives memory out in larger pieces, and code takes some too.
+  // A GPU allocates memory in larger pieces, and code takes some too.
   const std::size_t taken = before - test::availableOn(gpu());
   EXPECT_GE(taken, stats.allocatedBytes);
   if (test::isEmulated) {
@@ -43,20 +43,20 @@ TEST_F(GpuCreation, TakesTheMemoryThatIsTold) {
   }
 }
 
-TEST_F(GpuCreation, AndDestructionLeaveNothingBehind) {
+TEST_F(GpuCreation, AndDestructionDoNotLeak) {
   const auto once = [] {
     Solver solver(heavy(), test::still(heavy().resolution));
     solver.advance(20);
     const auto frame = solver.snapshot(true);
   };
-  once();  // what is loaded at first stays
+  once();  // code loaded at first use stays
   const std::size_t before = test::availableOn(gpu());
   for (int k = 0; k < 3; ++k) once();
-  constexpr std::size_t noise = std::size_t{32} << 20;  // of whatever else uses the GPU
+  constexpr std::size_t noise = std::size_t{32} << 20;  // of other users of the GPU
   EXPECT_GE(test::availableOn(gpu()) + (test::isEmulated ? 0 : noise), before);
 }
 
-// Takes what it can get of a device's memory, less the given number of bytes.
+// Allocates all of a device's free memory except the given number of bytes.
 class Hog {
  public:
   Hog(int device, std::size_t left) {
@@ -74,7 +74,7 @@ class Hog {
   std::vector<std::unique_ptr<DeviceBuffer>> pieces_;
 };
 
-TEST_F(GpuCreation, WithoutRoomFailsInWordsAndTheDeviceStaysUsable) {
+TEST_F(GpuCreation, FailsWithATextForLackOfMemoryAndTheDeviceStaysUsable) {
   [[maybe_unused]] const SmallGpus small;
   std::size_t bytes = 0;
   {
@@ -95,7 +95,7 @@ TEST_F(GpuCreation, WithoutRoomFailsInWordsAndTheDeviceStaysUsable) {
   EXPECT_EQ(Solver(heavy()).advance(2).steps, 2u);
 }
 
-TEST_F(GpuCreation, OfMoreThanAnyDeviceHasFailsInTheSameWords) {
+TEST_F(GpuCreation, FailsWithTheSameTextBeyondAnyDevicesMemory) {
   DeviceBuffer buffer;
   EXPECT_EQ(test::runtimeFailure([&] { buffer.allocate(std::size_t{1} << 60); }), outOfMemory);
   EXPECT_EQ(test::runtimeFailure([] { allocateBlock(std::size_t{1} << 58); }), outOfMemory);
@@ -110,9 +110,9 @@ struct Step {
   const char* text;
 };
 
-// Every piece that a solver is made of fails once, at each of its places.
-TEST_F(GpuCreation, ThatFailsAnywhereGivesBackWhatItHas) {
-  { const Solver first(test::configOf(16)); }  // what is loaded at first stays
+// Every call that creates part of a solver fails once, at each of its occurrences.
+TEST_F(GpuCreation, ReleasesEverythingIfAnyCallFails) {
+  { const Solver first(test::configOf(16)); }  // code loaded at first use stays
   const emulation::Holdings before = emulation::holdings();
   for (const Step& step :
        {Step{"cudaStreamCreateWithFlags", ::cudaErrorMemoryAllocation,
@@ -137,7 +137,7 @@ TEST_F(GpuCreation, ThatFailsAnywhereGivesBackWhatItHas) {
   }
 }
 
-TEST_F(GpuCreation, WhoseTransformsFailGivesBackWhatItHas) {
+TEST_F(GpuCreation, ReleasesEverythingIfTheTransformsFail) {
   { const Solver first(test::configOf(16)); }
   const emulation::Holdings before = emulation::holdings();
   for (const char* function : {"nvrtcCompileProgram", "cuModuleLoadDataEx"}) {
@@ -152,11 +152,11 @@ TEST_F(GpuCreation, WhoseTransformsFailGivesBackWhatItHas) {
       ASSERT_EQ(emulation::holdings(), before) << function << " " << passes;
     }
     EXPECT_GE(failures, 2) << function;
-    emulation::setMachine({});  // forgets the failure that is still to come
+    emulation::setMachine({});  // cancels the failure that has not occurred
   }
 }
 
-TEST_F(GpuCreation, FailuresWhileSteppingAreToldByTheirCallsAndLatched) {
+TEST_F(GpuCreation, StepFailuresNameTheirCallAndAreLatched) {
   struct Case {
     const char* function;
     std::string text;
@@ -180,7 +180,7 @@ TEST_F(GpuCreation, FailuresWhileSteppingAreToldByTheirCallsAndLatched) {
   }
 }
 
-TEST_F(GpuCreation, OnASecondDeviceStaysThere) {
+TEST_F(GpuCreation, StaysOnASecondDevice) {
   ASSERT_EQ(test::gpus().size(), 2u);
   const std::size_t onFirst = test::availableOn(0);
   const std::size_t onSecond = test::availableOn(1);

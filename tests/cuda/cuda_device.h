@@ -1,7 +1,6 @@
-// What the tests on GPUs share: a GPU to select, and the grids to try on it.
+// Shared by the tests on GPUs: a GPU to select, and the grids to try on it.
 //
-// The same tests run on GPUs that the processor plays (ZEPHANE_EMULATED_GPU), where grids are
-// small.
+// The same tests run on emulated GPUs (ZEPHANE_EMULATED_GPU), with small grids.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,7 +27,7 @@ inline std::vector<int> gridSizes() {
   return {16, 18, 54, 256, 1024, 4096, 8192, 16384};
 }
 
-// From here on a test does one case of each kind.
+// From this size on a test runs one case of each kind.
 constexpr int largeGrid = 2048;
 
 inline std::size_t availableOn(int device) {
@@ -39,7 +38,7 @@ inline std::size_t availableOn(int device) {
   return available;
 }
 
-// Skipped where there is no GPU; else the first one is selected as long as the test runs.
+// Skipped without a GPU; otherwise the first one is selected while the test runs.
 class CudaDevice : public testing::Test {
  protected:
   void SetUp() override {
@@ -58,7 +57,7 @@ class CudaDevice : public testing::Test {
   int gpu_ = -1;
 };
 
-// The same for each grid, where the machine has room for it.
+// The same for each grid that fits the machine.
 class GridOnCudaDevice : public CudaDevice, public testing::WithParamInterface<int> {
  protected:
   void SetUp() override {

@@ -1,4 +1,4 @@
-// Which device the process uses on machines with GPUs, and how it is described.
+// Which device the process uses on machines with GPUs, and its description.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -14,7 +14,7 @@
 namespace zeph {
 namespace {
 
-// ZEPHANE_DEVICE, and what it was before.
+// Sets ZEPHANE_DEVICE, and restores it at the end.
 class NamedDevice {
  public:
   explicit NamedDevice(const std::string& text) {
@@ -87,7 +87,7 @@ TEST_F(GpuChoice, EachThreadSelectsForItself) {
   EXPECT_STREQ(deviceBackend(), "CPU / built-in FFT");
 }
 
-TEST_F(GpuChoice, ErrorTextsAreTheRuntimes) {
+TEST_F(GpuChoice, ErrorTextsMatchTheRuntime) {
   EXPECT_STREQ(cudaGetErrorString(cudaSuccess), "no error");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidValue), "invalid argument");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorMemoryAllocation), "out of memory");
@@ -99,7 +99,7 @@ TEST_F(GpuChoice, ErrorTextsAreTheRuntimes) {
 using emulation::Gpu;
 using emulation::Machine;
 
-TEST(MachinesWithGpus, ThatAreTooOldForTheKernelsArePassedOver) {
+TEST(MachinesWithGpus, SkipThoseTooOldForTheKernels) {
   const NamedDevice none("");
   struct Case {
     std::vector<Gpu> gpus;
@@ -124,8 +124,8 @@ TEST(MachinesWithGpus, AnOldOneIsStillTakenWhenItIsNamed) {
   EXPECT_EQ(object["compute_capability"], "7.5");
 }
 
-// The GPUs of a machine are counted once for each process, so that each of these has its own, which
-// ends well if nothing failed in it.
+// The GPUs of a machine are counted once per process, so each of these tests runs in its own, which
+// exits with 0 if nothing failed.
 template <class Body>
 [[noreturn]] void endAfter(const Machine& machine, Body body) {
   emulation::setMachine(machine);
@@ -153,7 +153,7 @@ class MachinesWithoutGpus : public testing::Test {
   }
 };
 
-TEST_F(MachinesWithoutGpus, AndWithoutADriverHaveTheProcessor) {
+TEST_F(MachinesWithoutGpus, UseTheProcessorWithoutADriver) {
   EXPECT_EXIT(endAfter({.gpus = {}, .driverVersion = 0},
                        [] {
                          expectProcessor();
@@ -162,7 +162,7 @@ TEST_F(MachinesWithoutGpus, AndWithoutADriverHaveTheProcessor) {
               testing::ExitedWithCode(0), "");
 }
 
-TEST_F(MachinesWithoutGpus, ButWithADriverHaveTheProcessorAndItsVersion) {
+TEST_F(MachinesWithoutGpus, UseTheProcessorAndReportTheDriverVersion) {
   EXPECT_EXIT(endAfter({.gpus = {}, .driverVersion = 13000},
                        [] {
                          expectProcessor();
@@ -171,7 +171,7 @@ TEST_F(MachinesWithoutGpus, ButWithADriverHaveTheProcessorAndItsVersion) {
               testing::ExitedWithCode(0), "");
 }
 
-TEST_F(MachinesWithoutGpus, AreThoseWhoseDriverIsTooOld) {
+TEST_F(MachinesWithoutGpus, IncludeThoseWithATooOldDriver) {
   EXPECT_EXIT(endAfter({.driverVersion = 11040},
                        [] {
                          expectProcessor();
@@ -180,7 +180,7 @@ TEST_F(MachinesWithoutGpus, AreThoseWhoseDriverIsTooOld) {
               testing::ExitedWithCode(0), "");
 }
 
-TEST_F(MachinesWithoutGpus, AreToldFromThoseWithOne) {
+TEST_F(MachinesWithoutGpus, DifferFromThoseWithOne) {
   EXPECT_EXIT(endAfter({.gpus = {{}}}, [] { expectProcessor(); }), testing::ExitedWithCode(1), "");
 }
 

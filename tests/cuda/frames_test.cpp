@@ -28,9 +28,9 @@ TEST_F(GpuFrames, CarryTheirMoments) {
   EXPECT_NEAR(frame->stdVorticity, std::sqrt(2 * solver.inspect().enstrophy), 1e-4);
 }
 
-TEST_F(GpuFrames, WithoutVelocityHaveZerosInItsPlace) {
+TEST_F(GpuFrames, HaveZerosForAMissingVelocity) {
   Solver solver(test::configOf(16));
-  { const auto full = solver.snapshot(true); }  // what stood in the block before is gone
+  { const auto full = solver.snapshot(true); }  // fills the block with other values
   const auto frame = solver.snapshot(false);
   test::expectZerosForVelocity(*frame, solver.copyFields(*frame));
 }
@@ -43,7 +43,7 @@ TEST_F(GpuFrames, AreNotWrittenWhileTheyAreHeld) {
   test::expectNoWritesWhileHeld(6);
 }
 
-TEST_F(GpuFrames, OutliveTheirSolverAndMayBeLetGoOnAnotherThread) {
+TEST_F(GpuFrames, OutliveTheirSolverAndMayBeReleasedOnAnotherThread) {
   const Solver other(test::configOf(16));
   for (const bool isElsewhere : {false, true}) {
     const std::size_t before = test::availableOn(gpu());
@@ -61,14 +61,14 @@ TEST_F(GpuFrames, OutliveTheirSolverAndMayBeLetGoOnAnotherThread) {
       frame.reset();
       EXPECT_EQ(cudaGetLastError(), cudaSuccess);
     }).join();
-    // A GPU gives memory out in larger pieces and keeps some of it.
+    // A GPU allocates memory in larger pieces and keeps some of it.
     if (test::isEmulated) {
       EXPECT_EQ(test::availableOn(gpu()), before);
     }
   }
 }
 
-TEST_F(GpuFrames, ComeAndGoOnOtherThreadsWhileTheFlowGoesOn) {
+TEST_F(GpuFrames, MayBeReleasedOnOtherThreadsWhileTheFlowRuns) {
   Solver solver(test::configOf(16));
   std::vector<std::thread> holders;
   for (int k = 0; k < 30; ++k) {

@@ -1,4 +1,4 @@
-// The kernels around the stage update: a GPU leaves the same bits as the processor.
+// The kernels around the stage update: a GPU gives the same bits as the processor.
 #include <gtest/gtest.h>
 
 #include "kernels/kernels.h"
@@ -14,7 +14,7 @@ using test::Sizes;
 
 class GpuKernels : public test::GridOnCudaDevice {
  protected:
-  // Both operators, or that with the larger arrays alone.
+  // Both operators, or only the one with the larger arrays.
   static std::vector<std::uint32_t> operators() {
     if (n() >= test::largeGrid) return {1u};
     return {0u, 1u};
@@ -199,7 +199,7 @@ TEST_F(GpuClock, ChoosesTheSameSteps) {
   });
 }
 
-TEST_F(GpuClock, AdvancesTheSameWay) {
+TEST_F(GpuClock, AdvancesIdentically) {
   expectSameBits(gpu(), [&](DeviceArrays& arrays, cudaStream_t stream) {
     test::Numbers numbers(62);
     std::vector<ClockState> clocks;
@@ -211,14 +211,14 @@ TEST_F(GpuClock, AdvancesTheSameWay) {
 
 class GpuLaunch : public test::CudaDevice {};
 
-TEST_F(GpuLaunch, OfAKernelThatIsNotThereSurfacesAtTheNextLookAndOnlyOnce) {
+TEST_F(GpuLaunch, OfAMissingKernelIsReportedOnceAtTheNextCheck) {
   const Kernel missing = {"noSuchKernel", [](void**) {}};
   EXPECT_NE(cudaLaunchKernel(missing, {1}, {1}, nullptr, 0, nullptr), cudaSuccess);
   EXPECT_NE(cudaGetLastError(), cudaSuccess);
   EXPECT_EQ(cudaGetLastError(), cudaSuccess);
 }
 
-TEST_F(GpuLaunch, OfAnImpossibleShapeSurfacesAtTheNextLookAndOnlyOnce) {
+TEST_F(GpuLaunch, OfAnImpossibleShapeIsReportedOnceAtTheNextCheck) {
   const CudaQueue queue;
   ClockState* clock = nullptr;
   Params p = test::paramsOf(16);

@@ -1,4 +1,4 @@
-// The same launches on a GPU and on the processor, and what they leave in their arrays.
+// The same launches on a GPU and on the processor, and the contents of their arrays afterwards.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -77,7 +77,8 @@ class DeviceArrays {
   std::vector<Array> arrays_;
 };
 
-// What `launches` leave on a device; they are given arrays to put their arguments in, and a stream.
+// The contents after `launches` ran on a device; they are passed arrays for their arguments and a
+// stream.
 template <class Launches>
 std::vector<std::vector<float>> contentsAfter(int device, Launches launches) {
   const DeviceScope scope(device);
@@ -90,7 +91,7 @@ std::vector<std::vector<float>> contentsAfter(int device, Launches launches) {
   return arrays.contents();
 }
 
-// The contents, for whoever wants to know more of them.
+// The contents, for further checks.
 template <class Launches>
 std::vector<std::vector<float>> expectSameBits(int gpu, Launches launches) {
   std::vector<std::vector<float>> expected = contentsAfter(processorDevice(), launches);
@@ -103,7 +104,7 @@ std::vector<std::vector<float>> expectSameBits(int gpu, Launches launches) {
 }
 
 // Numbers as Numbers makes them, with zeros of both signs and subnormal numbers among them. They
-// come from one store, which `seed` enters at different places, for arrays may be very large.
+// come from one store, at an offset that depends on `seed`, because arrays may be very large.
 inline std::vector<float> floats(std::size_t count, unsigned seed) {
   static const std::vector<float> store = [] {
     std::vector<float> made = Numbers(7).floats(1000003);

@@ -1,4 +1,4 @@
-// The stage update: a GPU leaves the same bits as the processor, in every integrator.
+// The stage update: a GPU gives the same bits as the processor, in every integrator.
 #include <gtest/gtest.h>
 
 #include "kernels/kernels.h"
@@ -15,11 +15,11 @@ using test::Stage;
 
 using Contents = std::vector<std::vector<float>>;
 
-// The order in which the arrays of a stage are put on a device.
+// The order of the arrays of a stage on a device.
 constexpr std::size_t omegaArray = 0;
 constexpr std::size_t clockArray = 8;
 
-// Every array full of numbers, those that the integrator does not use of a single one.
+// Every array filled with numbers; arrays that the integrator does not use have one element.
 Stage stageOf(const Params& p, float dt) {
   const Sizes z(static_cast<int>(p.resolution));
   const std::size_t tables = test::coefficientPlanes(p.method);
@@ -94,7 +94,7 @@ class GpuStages : public test::GridOnCudaDevice {
   }
 };
 
-TEST_P(GpuStages, OneByOne) {
+TEST_P(GpuStages, MatchOneByOne) {
   if (n() >= test::largeGrid) GTEST_SKIP() << "shown on smaller grids";
   forEveryKind([&](const Params& p) {
     const Stage stage = stageOf(p, 0.02f);
@@ -104,7 +104,7 @@ TEST_P(GpuStages, OneByOne) {
   });
 }
 
-TEST_P(GpuStages, OfAWholeStep) {
+TEST_P(GpuStages, MatchOverAWholeStep) {
   forEveryKind([&](const Params& p) {
     EXPECT_EQ(healthOf(expectSameStages(gpu(), stageOf(p, 0.02f), stagesOf(p))), 1u);
   });
@@ -112,7 +112,7 @@ TEST_P(GpuStages, OfAWholeStep) {
 
 // Damping from nothing, through the series and the closed forms of the phi functions and through
 // the whole range of the exponential, to far beyond it.
-TEST_P(GpuStages, WithAnyDamping) {
+TEST_P(GpuStages, MatchWithAnyDamping) {
   if (n() >= test::largeGrid) GTEST_SKIP() << "shown on smaller grids";
   struct Figures {
     float viscosity, dt;
@@ -128,7 +128,7 @@ TEST_P(GpuStages, WithAnyDamping) {
   });
 }
 
-TEST_P(GpuStages, WithoutAStepNothingIsWritten) {
+TEST_P(GpuStages, WriteNothingWithoutAStep) {
   if (n() >= test::largeGrid) GTEST_SKIP() << "shown on smaller grids";
   forEveryKind([&](const Params& p) {
     Stage stage = stageOf(p, 0.02f);
@@ -140,7 +140,7 @@ TEST_P(GpuStages, WithoutAStepNothingIsWritten) {
   });
 }
 
-TEST_P(GpuStages, LoseTheirHealthToAnyValueThatIsNotFinite) {
+TEST_P(GpuStages, ClearTheHealthFlagForAnyValueThatIsNotFinite) {
   if (n() >= test::largeGrid) GTEST_SKIP() << "shown on smaller grids";
   const Sizes z(n());
   forEveryKind([&](const Params& p) {
@@ -154,7 +154,7 @@ TEST_P(GpuStages, LoseTheirHealthToAnyValueThatIsNotFinite) {
   });
 }
 
-TEST_P(GpuStages, DoNotHeedWhatStandsOutsideTheActiveSet) {
+TEST_P(GpuStages, IgnoreModesOutsideTheActiveSet) {
   if (n() >= test::largeGrid) GTEST_SKIP() << "shown on smaller grids";
   const Sizes z(n());
   forEveryKind([&](const Params& p) {

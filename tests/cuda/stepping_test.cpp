@@ -1,4 +1,4 @@
-// Stepping on a GPU, where steps are queued ahead of what the host knows.
+// Stepping on a GPU, where steps are queued before the host knows the clock.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -15,7 +15,7 @@
 namespace zeph {
 namespace {
 
-// Most steps that are queued before the clock is read.
+// The largest number of steps queued before the clock is read.
 constexpr int batch = 256;
 
 class GpuStepping : public test::CudaDevice {};
@@ -31,13 +31,13 @@ TEST_F(GpuStepping, AnEndInsideABatchStopsTheFlowThere) {
   for (const Integrator integrator : test::integrators) {
     Solver solver(test::fixedStep(0.0078125f, integrator));
     Solver counted(test::fixedStep(0.0078125f, integrator));
-    // Void steps cost as much as others where kernels take their time; some are enough.
+    // Void steps cost as much as others on slow GPUs, so only some are queued there.
     const Statistics stats = solver.advance(test::isEmulated ? 30 : batch, 10 * 0.0078125);
     EXPECT_EQ(stats.steps, 10u);
     EXPECT_EQ(stats.time, 10 * 0.0078125);
     counted.advance(10);
     expectSameState(solver, counted);
-    // The void steps behind the end have left nothing: both go on alike.
+    // The void steps after the end changed nothing: both continue identically.
     solver.advance(5);
     counted.advance(5);
     expectSameState(solver, counted);
@@ -63,7 +63,7 @@ TEST_F(GpuStepping, AnAdaptiveFlowLandsOnTheEndToo) {
   }
 }
 
-TEST_F(GpuStepping, OneEndAfterAnotherIsMet) {
+TEST_F(GpuStepping, LandsOnEachOfSeveralEnds) {
   Solver solver(test::fixedStep(0.03f));
   for (const double end : {0.05, 0.12, 0.2, 0.31}) {
     EXPECT_EQ(solver.advance(10, end).time, test::asPair(end));
@@ -71,7 +71,7 @@ TEST_F(GpuStepping, OneEndAfterAnotherIsMet) {
   EXPECT_EQ(solver.lastStats().steps, 2u + 3u + 3u + 4u);
 }
 
-TEST_F(GpuStepping, AnEndInTheSecondBatchIsMet) {
+TEST_F(GpuStepping, LandsOnAnEndInTheSecondBatch) {
   Solver solver(test::fixedStep(0.0078125f));
 #ifdef ZEPHANE_EMULATED_GPU
   const long before = emulation::callsOf("cudaEventElapsedTime");  // once per batch
@@ -84,7 +84,7 @@ TEST_F(GpuStepping, AnEndInTheSecondBatchIsMet) {
 #endif
 }
 
-TEST_F(GpuStepping, AtTheEndAlreadyNothingIsDone) {
+TEST_F(GpuStepping, DoesNothingAtTheEnd) {
   Solver solver(test::fixedStep(0.03f));
   const Statistics first = solver.advance(10, 0.1);
   const std::vector<V2> before = solver.spectrum();
@@ -96,7 +96,7 @@ TEST_F(GpuStepping, AtTheEndAlreadyNothingIsDone) {
   EXPECT_TRUE(test::sameBits(solver.spectrum(), before));
 }
 
-TEST_F(GpuStepping, HowStepsAreSharedOutOverCallsDoesNotMatter) {
+TEST_F(GpuStepping, DoesNotDependOnHowStepsAreSplitIntoCalls) {
   for (const Integrator integrator : test::integrators) {
     for (const OperatorKind operatorKind : test::operators) {
       Solver whole(test::configOf(16, integrator, operatorKind));
@@ -120,11 +120,11 @@ TEST_F(GpuStepping, DeviceTimeIsThatOfTheLastLoop) {
   EXPECT_EQ(solver.lastStats().gpuMilliseconds, 0.0);
 }
 
-TEST_F(GpuStepping, NewFiguresHoldFromTheNextStep) {
+TEST_F(GpuStepping, NewSettingsApplyFromTheNextStep) {
   Config config = test::configOf(32);
   config.reynolds = 1e12;
   Solver solver(config, test::wave(32, 2, 1, 1.0));
-  // As many steps as make it worth while to remember them.
+  // Enough steps for a graph to be recorded.
   const float start = solver.advance(16).dt;
   solver.setCFL(0.3f);
   EXPECT_NEAR(solver.advance(16).dt / start, 0.1f, 1e-5f);
@@ -137,7 +137,7 @@ TEST_F(GpuStepping, NewFiguresHoldFromTheNextStep) {
   EXPECT_NEAR(solver.inspect().energy / before, std::exp(-2 * 5 * 0.1 * elapsed), 1e-5);
 }
 
-TEST_F(GpuStepping, ChangesBetweenBatchesAreThoseBetweenSteps) {
+TEST_F(GpuStepping, ChangesBetweenBatchesEqualChangesBetweenSteps) {
   Solver batches(test::configOf(16));
   Solver steps(test::configOf(16));
   for (const double reynolds : {1000.0, 50.0, 1000.0, 300.0}) {
@@ -154,14 +154,14 @@ TEST_F(GpuStepping, ChangesBetweenBatchesAreThoseBetweenSteps) {
 
 class GpuFailure : public test::CudaDevice {};
 
-TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
+TEST_F(GpuFailure, IsReportedOnceAndThenLatchedWithAnotherBatchQueued) {
   for (const Integrator integrator : test::integrators) {
     for (const OperatorKind operatorKind : test::operators) {
       Config config = test::explosive(16);
       config.integrator = integrator;
       config.operatorKind = operatorKind;
       Solver solver(config);
-      // Where kernels take their time, few void steps are enough.
+      // On slow GPUs a few void steps are enough.
       const int steps = test::isEmulated ? 10 : batch;
       EXPECT_EQ(test::runtimeFailure([&] { solver.advance(steps); }), test::exploded);
       test::expectLatched(solver);
@@ -171,13 +171,13 @@ TEST_F(GpuFailure, OfAFlowWithABatchBehindItIsToldOnceAndThenLatched) {
   }
 }
 
-TEST_F(GpuFailure, IsLeftByAResetAsIfNothingHadHappened) {
-  test::expectNoTraceOfAFailureAfterAReset(test::isEmulated ? 10 : batch);
+TEST_F(GpuFailure, IsClearedCompletelyByAReset) {
+  test::expectCleanFlowAfterAReset(test::isEmulated ? 10 : batch);
 }
 
 class GpuEngines : public test::CudaDevice {};
 
-TEST_F(GpuEngines, OnThreadsOfTheirOwnDoNotDisturbEachOther) {
+TEST_F(GpuEngines, OnSeveralThreadsDoNotAffectEachOther) {
   const auto configOf = [](std::size_t k) {
     Config config = test::configOf(k == 0 ? 32 : 18, test::integrators[k], test::operators[k]);
     config.seed = k;

@@ -71,7 +71,7 @@ class GpuFlows : public test::GridOnCudaDevice {
   static constexpr double tolerance = 2e-5;
 };
 
-TEST_P(GpuFlows, FromASeedGoTheWayOfTheProcessors) {
+TEST_P(GpuFlows, FromASeedMatchTheProcessor) {
   for (const Integrator integrator : test::integrators) {
     for (const OperatorKind operatorKind : test::operators) {
       const bool isDefault =
@@ -84,7 +84,7 @@ TEST_P(GpuFlows, FromASeedGoTheWayOfTheProcessors) {
   }
 }
 
-TEST_P(GpuFlows, FromSamplesGoTheWayOfTheProcessors) {
+TEST_P(GpuFlows, FromSamplesMatchTheProcessor) {
   std::vector<float> samples = test::wave(n(), 3, -2, 2.0);
   const std::vector<float> other = test::wave(n(), 1, 4, 1.0);
   for (std::size_t k = 0; k < samples.size(); ++k) samples[k] += other[k];
@@ -102,7 +102,7 @@ TEST_P(GpuFlows, StartFromTheSameSpectrumBitForBit) {
   }
 }
 
-TEST_P(GpuFlows, HaveTheSameBitsEveryTime) {
+TEST_P(GpuFlows, AreRepeatableBitForBit) {
   for (const Integrator integrator : test::integrators) {
     if (n() >= test::largeGrid && integrator != Integrator::etdrk4) continue;
     const Config config = test::configOf(n(), integrator);

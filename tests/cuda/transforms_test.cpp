@@ -18,7 +18,7 @@ namespace {
 
 using test::Sizes;
 
-// The root mean square of what two devices may differ in, relative to that of the result.
+// The allowed root-mean-square difference between two devices, relative to the result.
 constexpr double rounding = 1e-6;
 
 struct Shape {
@@ -61,7 +61,7 @@ std::vector<float> transformed(int device, const Shape& shape, int batch, bool i
   return std::move(contents[0]);
 }
 
-// Calls visit(index) for each float that counts: the samples, or the modes that are kept.
+// Calls visit(index) for each float that is defined: the samples, or the modes that are kept.
 template <class Visit>
 void forEveryValue(const Shape& shape, int batch, bool isPhysical, Visit visit) {
   const bool isSample = isPhysical && shape.isReal;
@@ -87,8 +87,8 @@ double difference(const Shape& shape, int batch, bool isPhysical, const std::vec
   return std::sqrt(error / magnitude);
 }
 
-// Of the values that count those of `from`, and NaN in the rest of the rows; the band is zero, as
-// kernels leave it.
+// The defined values of `from`, and NaN in the rest of the rows; the band is zero, as the kernels
+// leave it.
 std::vector<float> arranged(const Shape& shape, int batch, bool isPhysical,
                             const std::vector<float>& from) {
   std::vector<float> values(from.size(), test::notANumber);
@@ -119,15 +119,15 @@ void expectSameTransforms(int gpu, const Shape& shape, int batch) {
 
 class GpuTransforms : public test::GridOnCudaDevice {};
 
-TEST_P(GpuTransforms, OfPaddedFieldsAreThoseOfTheProcessor) {
+TEST_P(GpuTransforms, OfPaddedFieldsMatchTheProcessor) {
   for (const int batch : {1, 2, 4}) expectSameTransforms(gpu(), padded(n()), batch);
 }
 
-TEST_P(GpuTransforms, OfFieldsOnTheGridAreThoseOfTheProcessor) {
+TEST_P(GpuTransforms, OfFieldsOnTheGridMatchTheProcessor) {
   for (const int batch : {1, 3}) expectSameTransforms(gpu(), grid(n()), batch);
 }
 
-TEST_P(GpuTransforms, OfComplexFieldsAreThoseOfTheProcessor) {
+TEST_P(GpuTransforms, OfComplexFieldsMatchTheProcessor) {
   expectSameTransforms(gpu(), complex(n()), 1);
 }
 
@@ -135,7 +135,7 @@ ZEPHANE_ON_EVERY_GRID(GpuTransforms);
 
 class GpuPlans : public test::CudaDevice {};
 
-TEST_F(GpuPlans, TakeAnyBatch) {
+TEST_F(GpuPlans, AcceptAnyBatch) {
   for (int batch = 1; batch <= 4; ++batch) {
     expectSameTransforms(gpu(), padded(16), batch);
     expectSameTransforms(gpu(), grid(16), batch);
@@ -180,7 +180,7 @@ bool isCode(const std::string& text) {
   return !text.empty() && text != "0" && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-TEST_F(GpuPlans, ThatCannotBeMadeSayWhichAndWhy) {
+TEST_F(GpuPlans, ReportWhichOneCannotBeCreatedAndWhy) {
   const CudaQueue queue;
   const emulation::Holdings before = emulation::holdings();
   for (const char* function : {"nvrtcCreateProgram", "nvrtcCompileProgram", "nvrtcGetPTX",
@@ -196,8 +196,8 @@ TEST_F(GpuPlans, ThatCannotBeMadeSayWhichAndWhy) {
   }
 }
 
-// A failure says nothing against leaving the band out.
-TEST_F(GpuPlans, ThatFailWhileTheyAreTriedAreNotMadeInAnotherWay) {
+// A failed call must not be mistaken for a transform that is wrong about the removed band.
+TEST_F(GpuPlans, AreNotRetriedAfterAFailedTrialRun) {
   const CudaQueue queue;
   const auto kernelsMade = [&](const auto& make) {
     const long before = emulation::callsOf("nvrtcCompileProgram");
@@ -224,7 +224,7 @@ TEST_F(GpuPlans, ThatFailWhileTheyAreTriedAreNotMadeInAnotherWay) {
   }
 }
 
-TEST_F(GpuPlans, ThatCannotBeQueuedSaySo) {
+TEST_F(GpuPlans, ReportThatTheyCannotBeQueued) {
   const CudaQueue queue;
   DeviceBuffer buffer;
   buffer.allocate(Sizes(18).half * sizeof(V2));
@@ -244,7 +244,7 @@ TEST_F(GpuPlans, NeedADeviceOfTheDriver) {
             "Cannot select CUDA driver device.");
 }
 
-TEST(GpuPlansWithoutNvrtc, CannotBeMade) {
+TEST(GpuPlansWithoutNvrtc, CannotBeCreated) {
   const emulation::MachineScope lacking({.hasCompiler = false});
   const DeviceScope scope(0);
   const CudaQueue queue;

@@ -51,7 +51,7 @@ inline ExactValues exactPlane(ExactValues plane, int n, int sign) {
   return plane;
 }
 
-// Root mean square of a difference, relative to that of what is right.
+// Root mean square of a difference, relative to the exact values.
 class RelativeError {
  public:
   void add(std::complex<double> value, std::complex<double> right) {

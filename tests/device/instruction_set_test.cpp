@@ -14,7 +14,7 @@ TEST(InstructionSets, ALimitHoldsUntilItIsRaised) {
   EXPECT_EQ(instructionSet(), widest);
 }
 
-TEST(InstructionSets, NoMoreIsUsedThanTheMachineHas) {
+TEST(InstructionSets, NeverExceedWhatTheMachineHas) {
   limitInstructionSet(InstructionSet::avx2);
   EXPECT_LE(instructionSet(), InstructionSet::avx2);
   limitInstructionSet(InstructionSet::avx512);

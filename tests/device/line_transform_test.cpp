@@ -79,7 +79,7 @@ double errorOf(const cpu::PlanePasses& passes, int length, bool inverse) {
     for (int k = 0; k < length; k += step) {
       error.add(element(lines, c, k), exactElement(line, roots, k));
     }
-    // What is not looked at must at least have the energy that is left for it.
+    // The frequencies that are not compared must have the remaining energy.
     EXPECT_NEAR(energy(column(lines, c)) / (length * energy(line)), 1, 3e-6) << length;
   }
   return error.value();
@@ -134,7 +134,7 @@ TEST(LineTransforms, LongLinesOfLargePrimeFactorsAreExactToRounding) {
   }
 }
 
-TEST(LineTransforms, LinesWithALargePrimeFactorGoThroughALongerConvolution) {
+TEST(LineTransforms, LinesWithALargePrimeFactorUseALongerConvolution) {
   EXPECT_EQ(cpu::LinePlan(3 * 61).tables().inner, nullptr);
   const cpu::LinePlan plan(3 * 67);
   ASSERT_NE(plan.tables().inner, nullptr);

@@ -1,4 +1,4 @@
-// The ledger of the processor's device memory, on machines of a made-up size.
+// The accounting of the processor's device memory, on machines of invented sizes.
 #include "device/cpu/processor_memory.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ TEST(ProcessorMemory, GivesZeroedBlocksOnCacheLines) {
   }
 }
 
-TEST(ProcessorMemory, RefusesWhatTheMachineCouldNotBack) {
+TEST(ProcessorMemory, RefusesMoreThanTheMachineCanBack) {
   DeviceMemory memory(with64);
   EXPECT_EQ(memory.available(), 64 * mebibyte);
   EXPECT_EQ(memory.allocate(65 * mebibyte), nullptr);
@@ -45,13 +45,13 @@ TEST(ProcessorMemory, RefusesWhatTheMachineCouldNotBack) {
   EXPECT_EQ(memory.allocate(~std::size_t{0} / 2), nullptr);
 }
 
-TEST(ProcessorMemory, LeavesAMarginToTheRestOfTheMachine) {
+TEST(ProcessorMemory, LeavesAMarginForOtherPrograms) {
   DeviceMemory memory(without);
   EXPECT_EQ(memory.available(), 0u);
   EXPECT_EQ(memory.allocate(4096), nullptr);
 }
 
-TEST(ProcessorMemory, CountsABlockThatNobodyHasTouchedYet) {
+TEST(ProcessorMemory, CountsAnUntouchedBlock) {
   DeviceMemory memory(with64);
   void* first = memory.allocate(40 * mebibyte);
   ASSERT_NE(first, nullptr);
@@ -61,7 +61,7 @@ TEST(ProcessorMemory, CountsABlockThatNobodyHasTouchedYet) {
   EXPECT_NE(memory.allocate(20 * mebibyte), nullptr);
 }
 
-TEST(ProcessorMemory, LeavesATouchedBlockToTheMachinesOwnCount) {
+TEST(ProcessorMemory, DoesNotCountATouchedBlockTwice) {
   DeviceMemory memory(with64);
   void* first = memory.allocate(40 * mebibyte);
   ASSERT_NE(first, nullptr);
@@ -73,7 +73,7 @@ TEST(ProcessorMemory, LeavesATouchedBlockToTheMachinesOwnCount) {
   EXPECT_NE(memory.allocate(40 * mebibyte), nullptr);
 }
 
-TEST(ProcessorMemory, TakesABlockBackOnce) {
+TEST(ProcessorMemory, FreesABlockOnce) {
   DeviceMemory memory(with64);
   void* block = memory.allocate(40 * mebibyte);
   int elsewhere = 0;
@@ -118,7 +118,7 @@ TEST(ProcessorMemory, ServesSeveralThreads) {
   EXPECT_EQ(memory.available(), 64 * mebibyte);
 }
 
-TEST(ProcessorMemory, TheOneOfTheProcessKnowsTheRealMachine) {
+TEST(ProcessorMemory, OfTheProcessUsesTheRealMachine) {
   const std::uint64_t before = DeviceMemory::shared().available();
   EXPECT_GT(before, 0u);
   EXPECT_EQ(DeviceMemory::shared().allocate(std::size_t{1} << 50), nullptr);

@@ -1,4 +1,4 @@
-// Where the run-time compiler of CUDA is looked for, and in which order.
+// Where NVRTC is searched for, and in which order.
 #if ZEPHANE_CUDA
 
 #include "device/cuda/nvrtc_library.h"
@@ -31,11 +31,11 @@ TEST(NvrtcCandidates, AreTheNewestFirstUpToTheDriver) {
   EXPECT_EQ(cuda::nvrtcCandidates(12, none, none), (Paths{"libnvrtc.so.12", "libnvrtc.so.13"}));
 }
 
-TEST(NvrtcCandidates, AreNotForgottenWithADriverOlderThanAll) {
+TEST(NvrtcCandidates, AreStillListedWithADriverOlderThanAll) {
   EXPECT_EQ(cuda::nvrtcCandidates(11, none, none).size(), 2u);
 }
 
-TEST(NvrtcCandidates, AreThoseOfTheLoaderThenOfToolkitsThenOfPackages) {
+TEST(NvrtcCandidates, ComeFromTheLoaderThenToolkitsThenPackages) {
   const Paths toolkits = {"/usr/local/cuda/lib64", "/opt/cuda/lib64"};
   const Paths loaded = {"/venv/lib/python3.12/site-packages/numpy/core/math.so"};
   EXPECT_EQ(cuda::nvrtcCandidates(12, toolkits, loaded),
@@ -47,20 +47,20 @@ TEST(NvrtcCandidates, AreThoseOfTheLoaderThenOfToolkitsThenOfPackages) {
                    "/venv/lib/python3.12/site-packages/nvidia/cu13/lib/libnvrtc.so.13"}));
 }
 
-TEST(NvrtcCandidates, ThatTheDriverCanReadComeBeforeAnyThatItMayNot) {
+TEST(NvrtcCandidates, ThatTheDriverSupportsComeFirst) {
   const Paths found = cuda::nvrtcCandidates(12, {"/toolkit"}, {"/p/site-packages/a.so"});
   EXPECT_LT(placeOf(found, "/p/site-packages/nvidia/cuda_nvrtc/lib/libnvrtc.so.12"),
             placeOf(found, "libnvrtc.so.13"));
 }
 
-TEST(NvrtcCandidates, FindPackagesBesideModulesOfPythonsOwn) {
+TEST(NvrtcCandidates, IncludePackagesBesidePythonsOwnModules) {
   const Paths loaded = {"/usr/lib/python3.11/lib-dynload/_json.cpython-311-x86_64-linux-gnu.so"};
   const Paths found = cuda::nvrtcCandidates(13, none, loaded);
   EXPECT_TRUE(contains(found, "/usr/lib/python3.11/site-packages/nvidia/cu13/lib/libnvrtc.so.13"));
   EXPECT_TRUE(contains(found, "/usr/lib/python3.11/dist-packages/nvidia/cu13/lib/libnvrtc.so.13"));
 }
 
-TEST(NvrtcCandidates, FindPackagesInBothKindsOfFolders) {
+TEST(NvrtcCandidates, IncludePackagesInBothKindsOfFolders) {
   const Paths loaded = {"/usr/lib/python3/dist-packages/numpy/linalg/lapack_lite.so",
                         "/home/me/.local/lib/python3.11/site-packages/x.so"};
   const Paths found = cuda::nvrtcCandidates(13, none, loaded);
@@ -69,7 +69,7 @@ TEST(NvrtcCandidates, FindPackagesInBothKindsOfFolders) {
       found, "/home/me/.local/lib/python3.11/site-packages/nvidia/cu13/lib/libnvrtc.so.13"));
 }
 
-TEST(NvrtcCandidates, NameEachFolderOnce) {
+TEST(NvrtcCandidates, ListEachFolderOnce) {
   const Paths loaded = {"/p/site-packages/a/b.so", "/p/site-packages/a/c.so",
                         "/p/lib-dynload/d.so"};
   const Paths found = cuda::nvrtcCandidates(13, none, loaded);
@@ -77,7 +77,7 @@ TEST(NvrtcCandidates, NameEachFolderOnce) {
       std::count(found.begin(), found.end(), "/p/site-packages/nvidia/cu13/lib/libnvrtc.so.13"), 1);
 }
 
-TEST(NvrtcCandidates, DoNotComeFromFilesElsewhere) {
+TEST(NvrtcCandidates, ExcludeFilesInOtherFolders) {
   const Paths loaded = {"/usr/bin/python3.11", "/lib/x86_64-linux-gnu/libc.so.6", "", "[vdso]"};
   EXPECT_EQ(cuda::nvrtcCandidates(13, none, loaded), cuda::nvrtcCandidates(13, none, none));
 }

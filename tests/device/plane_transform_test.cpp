@@ -22,7 +22,7 @@ constexpr double rounding = 4e-7;
 constexpr float guard = 12345;
 constexpr std::size_t guardFloats = 64;
 
-// The whole machine again, however a test ends.
+// Restores all threads and instruction sets at the end of a test.
 struct WholeMachine {
   ~WholeMachine() {
     cpu::limitInstructionSet(InstructionSet::avx512);
@@ -88,7 +88,7 @@ std::size_t index(int n, int row, int column) {
          static_cast<std::size_t>(column);
 }
 
-// What a forward transform of real planes gives, in the modes that are part of it.
+// The result of a forward transform of real planes, in the modes that it defines.
 void expectForward(const TransformRequest& request) {
   SCOPED_TRACE("forward " + name(request));
   const int n = request.size;
@@ -132,7 +132,7 @@ ExactValues wholeSpectrum(const Planes& planes, int plane) {
   return whole;
 }
 
-// What an inverse transform gives of noise in every mode, with NaN in those that are not part.
+// The inverse transform of noise in every mode, with NaN in modes that must not be read.
 void expectInverse(const TransformRequest& request) {
   SCOPED_TRACE("inverse " + name(request));
   const int n = request.size;
@@ -202,7 +202,7 @@ TEST(PlaneTransforms, BatchesAreTransformedPlaneByPlane) {
   }
 }
 
-TEST(PlaneTransforms, TheRemovedBandIsNeitherReadNorMissed) {
+TEST(PlaneTransforms, TheRemovedBandIsNotRead) {
   for (const int resolution : {16, 18, 22, 30, 32, 46, 64, 86}) {
     const int size = 3 * resolution / 2;
     expectForward(requestOf(size, paddedStride(size), resolution / 2, 2));
@@ -281,7 +281,7 @@ TEST(PlaneTransforms, BitsDependNeitherOnTheInstructionSetNorOnTheThreads) {
           std::copy(values.begin(), values.end(), planes.memory.begin());
           planes.transform(inverse);
           if (first.empty()) first = planes.memory;
-          // Where a band is undefined after a forward transform, only the rest can be compared.
+          // If a band is undefined after a forward transform, only the rest can be compared.
           for (int p = 0; p < request.batch; ++p) {
             for (int j = 0; j < request.size; ++j) {
               for (int k = 0; k < planes.columns(); ++k) {
@@ -298,7 +298,7 @@ TEST(PlaneTransforms, BitsDependNeitherOnTheInstructionSetNorOnTheThreads) {
   }
 }
 
-TEST(PlaneTransforms, TheTablesOfEqualSizesAreHeldOnce) {
+TEST(PlaneTransforms, EqualSizesShareTheirTables) {
   Transform *one = nullptr, *two = nullptr;
   ASSERT_EQ(cpu::createTransform(requestOf(96, 56, 0, 1), &one), 0);
   ASSERT_EQ(cpu::createTransform(requestOf(96, 56, 32, 2), &two), 0);
@@ -311,7 +311,7 @@ TEST(PlaneTransforms, TheTablesOfEqualSizesAreHeldOnce) {
     EXPECT_GT(ofOne[k].bytes, 0U);
     shared += ofOne[k].pointer == ofTwo[k].pointer ? 1 : 0;
   }
-  EXPECT_EQ(shared, ofOne.size() - 1);  // all but the memory that each works in
+  EXPECT_EQ(shared, ofOne.size() - 1);  // all but the scratch memory of each
   cpu::destroyTransform(one);
   cpu::destroyTransform(two);
 }

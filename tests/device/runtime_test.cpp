@@ -1,4 +1,4 @@
-// The device calls, with the processor behind them.
+// The device calls, on the processor.
 #include "device/runtime.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ int processorOrdinal() {
   return count - 1;
 }
 
-// The processor is selected on the test's thread, whatever else the machine has.
+// The processor is selected on the test's thread, whatever GPUs the machine has.
 class Runtime : public testing::Test {
  protected:
   void SetUp() override {
@@ -37,7 +37,7 @@ class Runtime : public testing::Test {
   int before_ = 0;
 };
 
-TEST_F(Runtime, TheProcessorIsAlwaysThereAsTheLastDevice) {
+TEST_F(Runtime, TheProcessorIsAlwaysTheLastDevice) {
   EXPECT_GE(processorOrdinal(), 0);
   EXPECT_STREQ(deviceBackend(), "CPU / built-in FFT");
   EXPECT_TRUE(deviceIsSynchronous());
@@ -66,7 +66,7 @@ TEST_F(Runtime, EachThreadSelectsForItself) {
   EXPECT_EQ(elsewhere, processorOrdinal());
 }
 
-TEST_F(Runtime, TheProcessorTellsItsModelItsThreadsAndItsMemory) {
+TEST_F(Runtime, TheProcessorReportsItsModelThreadsAndMemory) {
   cudaDeviceProp properties;
   ASSERT_EQ(cudaGetDeviceProperties(&properties, processorOrdinal()), cudaSuccess);
   const int threads = cpu::ThreadPool::shared().participants();
@@ -84,7 +84,7 @@ TEST_F(Runtime, TheProcessorTellsItsModelItsThreadsAndItsMemory) {
   EXPECT_LT(available, total);
 }
 
-TEST_F(Runtime, ABuildWithCudaTellsItsVersionAndThatOfADriver) {
+TEST_F(Runtime, ABuildWithCudaReportsItsVersionAndTheDrivers) {
   int runtime = 0;
   int driver = 0;
   const cudaError_t runtimeResult = cudaRuntimeGetVersion(&runtime);
@@ -108,7 +108,7 @@ TEST_F(Runtime, TheProcessorRunsTheKernelsAndOrdinalsWithoutADeviceDoNot) {
   EXPECT_FALSE(deviceRunsKernels(-1));
 }
 
-TEST_F(Runtime, MemoryComesAndGoes) {
+TEST_F(Runtime, MemoryIsAllocatedAndFreed) {
   void* pointer = nullptr;
   ASSERT_EQ(cudaMalloc(&pointer, 1000), cudaSuccess);
   ASSERT_NE(pointer, nullptr);
@@ -121,7 +121,7 @@ TEST_F(Runtime, MemoryComesAndGoes) {
   EXPECT_EQ(cudaFreeHost(nullptr), cudaSuccess);
 }
 
-TEST_F(Runtime, NoMachineHasMemoryForEverything) {
+TEST_F(Runtime, AHugeAllocationFails) {
   for (const std::size_t bytes : {std::size_t{1} << 60, ~std::size_t{0}, ~std::size_t{0} / 2}) {
     void* pointer = nullptr;
     EXPECT_EQ(cudaMalloc(&pointer, bytes), cudaErrorMemoryAllocation);
@@ -129,7 +129,7 @@ TEST_F(Runtime, NoMachineHasMemoryForEverything) {
   }
 }
 
-TEST_F(Runtime, AnAllocationOfNothingSucceedsEveryTime) {
+TEST_F(Runtime, AnAllocationOfZeroBytesSucceeds) {
   for (int k = 0; k < 40; ++k) {
     void* pointer = nullptr;
     EXPECT_EQ(cudaMalloc(&pointer, 0), cudaSuccess) << k;
@@ -137,7 +137,7 @@ TEST_F(Runtime, AnAllocationOfNothingSucceedsEveryTime) {
   }
 }
 
-TEST_F(Runtime, CopiesAndFillsAreDoneWhenTheCallReturns) {
+TEST_F(Runtime, CopiesAndFillsAreCompleteOnReturn) {
   cudaStream_t stream = nullptr;
   ASSERT_EQ(cudaStreamCreateWithFlags(&stream, streamNonBlocking), cudaSuccess);
   void* device = nullptr;
@@ -188,7 +188,7 @@ TEST_F(Runtime, ALaunchRunsTheKernelWithTheAddressesOfItsArguments) {
   EXPECT_EQ(cudaGetLastError(), cudaSuccess);
 }
 
-TEST(ErrorTexts, AreThoseThatAHostMayKnow) {
+TEST(ErrorTexts, AreStable) {
   EXPECT_STREQ(cudaGetErrorString(cudaSuccess), "no error");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorInvalidValue), "invalid argument");
   EXPECT_STREQ(cudaGetErrorString(cudaErrorMemoryAllocation), "out of memory");

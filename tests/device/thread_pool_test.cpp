@@ -40,7 +40,7 @@ TEST(ThreadPool, CallsEachIndexExactlyOnce) {
   }
 }
 
-TEST(ThreadPool, HasAtLeastItsCaller) {
+TEST(ThreadPool, HasAtLeastOneThread) {
   for (const int participants : {0, -3}) {
     ThreadPool pool(participants);
     EXPECT_EQ(pool.participants(), 1);
@@ -48,7 +48,7 @@ TEST(ThreadPool, HasAtLeastItsCaller) {
   }
 }
 
-TEST(ThreadPool, IsDoneWhenTheCallReturns) {
+TEST(ThreadPool, HasFinishedWhenTheCallReturns) {
   ThreadPool pool(3);
   for (int round = 0; round < 20; ++round) {
     std::atomic<int> done = 0;
@@ -60,7 +60,7 @@ TEST(ThreadPool, IsDoneWhenTheCallReturns) {
   }
 }
 
-TEST(ThreadPool, SeesWhatTheTasksWroteWithoutFurtherCare) {
+TEST(ThreadPool, WritesOfTheTasksAreVisibleToTheCaller) {
   ThreadPool pool(4);
   std::vector<int> values(500);
   for (int round = 1; round <= 200; ++round) {
@@ -69,7 +69,7 @@ TEST(ThreadPool, SeesWhatTheTasksWroteWithoutFurtherCare) {
   }
 }
 
-TEST(ThreadPool, SharesTheWorkAmongItsThreads) {
+TEST(ThreadPool, DividesTheWorkAmongItsThreads) {
   ThreadPool pool(2);
   // Each of the first two tasks waits for the other: one thread alone would never end.
   std::atomic<int> arrived = 0;
@@ -85,7 +85,7 @@ TEST(ThreadPool, SharesTheWorkAmongItsThreads) {
   EXPECT_FALSE(late);
 }
 
-// Notes which participants are at work, and whether two ever had the same number.
+// Records which participants are running, and whether two ever had the same number.
 struct Attendance {
   explicit Attendance(int participants) : present(static_cast<std::size_t>(participants)) {}
 
@@ -128,7 +128,7 @@ TEST(ThreadPool, ALimitBoundsTheParticipants) {
   EXPECT_EQ(pool.participants(), 4);
 }
 
-TEST(ThreadPool, LimitsOutsideTheRangeAreTheNearestInside) {
+TEST(ThreadPool, LimitsAreClamped) {
   ThreadPool pool(2);
   for (const int limit : {-5, 0, 100}) {
     pool.limit(limit);
@@ -161,14 +161,14 @@ TEST(ThreadPool, ATaskMayRunTasksItself) {
   EXPECT_EQ(calls.load(), 50 * 5 * 7 * 2);
 }
 
-TEST(ThreadPool, TakesThousandsOfSmallRuns) {
+TEST(ThreadPool, HandlesThousandsOfSmallRuns) {
   ThreadPool pool(3);
   std::atomic<int> calls = 0;
   for (int round = 0; round < 20000; ++round) runOn(pool, 3, [&](int, int) { ++calls; });
   EXPECT_EQ(calls.load(), 60000);
 }
 
-TEST(ThreadPool, EndsWhetherOrNotItHasEverRun) {
+TEST(ThreadPool, CanBeDestroyedWhetherOrNotItHasRun) {
   for (int k = 0; k < 50; ++k) {
     ThreadPool idle(4);
   }
@@ -178,7 +178,7 @@ TEST(ThreadPool, EndsWhetherOrNotItHasEverRun) {
   }
 }
 
-TEST(ThreadPool, TheOneOfTheProcessHasAThreadForEachUsableProcessor) {
+TEST(ThreadPool, OfTheProcessHasAThreadForEachUsableProcessor) {
   EXPECT_EQ(ThreadPool::shared().participants(), platform::usableProcessors());
   EXPECT_EQ(participants(), platform::usableProcessors());
   std::atomic<int> calls = 0;

@@ -1,4 +1,4 @@
-// The check of a transform against known modes accepts what is right and nothing else.
+// The check of a transform against known modes accepts correct transforms and rejects all others.
 #include "device/transform_check.h"
 
 #include <gtest/gtest.h>
@@ -48,7 +48,7 @@ bool isRight(const TransformRequest& request) {
   return isRight(made.transform, request);
 }
 
-// A transform that goes wrong: what is done in place of the right one, to the floats of the buffer.
+// A wrong transform: a function on the floats of the buffer that replaces the correct one.
 using Append = std::function<int(Transform* transform, float* floats, bool isInverse)>;
 Append fault;
 
@@ -87,7 +87,7 @@ void forEachRequest(const std::vector<TransformRequest>& requests, Body body) {
   }
 }
 
-TEST(TransformCheck, AcceptsEveryShapeThatIsRight) {
+TEST(TransformCheck, AcceptsCorrectTransformsOfEveryShape) {
   std::vector<TransformRequest> requests;
   for (const int n : {16, 18, 22, 34, 64, 150, 256}) {
     for (int batch = 1; batch <= 4; ++batch) {
@@ -100,7 +100,7 @@ TEST(TransformCheck, AcceptsEveryShapeThatIsRight) {
   forEachRequest(requests, [](const TransformRequest& request) { EXPECT_TRUE(isRight(request)); });
 }
 
-TEST(TransformCheck, AcceptsATransformThatLeavesNothingOut) {
+TEST(TransformCheck, AcceptsATransformWithoutARemovedBand) {
   const TransformRequest request = padded(18, 2);
   TransformRequest whole = request;
   whole.cutoff = 0;
@@ -108,7 +108,7 @@ TEST(TransformCheck, AcceptsATransformThatLeavesNothingOut) {
   EXPECT_TRUE(isRight(made.transform, request));
 }
 
-TEST(TransformCheck, WorksInTheMemoryThatItIsGiven) {
+TEST(TransformCheck, UsesOnlyTheMemoryGiven) {
   TransformRequest request = padded(18, 2);
   std::vector<float> memory(2 * test::fieldFloats(request) + 1,
                             std::numeric_limits<float>::quiet_NaN());
@@ -131,7 +131,7 @@ TEST(TransformCheck, RejectsTheWrongDirection) {
   });
 }
 
-TEST(TransformCheck, RejectsEitherDirectionIfItScales) {
+TEST(TransformCheck, RejectsAScaledTransformInEitherDirection) {
   forEachRequest(someRequests(), [](const TransformRequest& request) {
     const std::size_t count = test::fieldFloats(request) * static_cast<std::size_t>(request.batch);
     const float samples = static_cast<float>(request.size * request.size);
@@ -151,7 +151,7 @@ TEST(TransformCheck, RejectsEitherDirectionIfItScales) {
   });
 }
 
-TEST(TransformCheck, RejectsAnExchangeOfFields) {
+TEST(TransformCheck, RejectsSwappedFields) {
   forEachRequest({padded(16, 2), grid(18, 3), complex(16, 4)}, [](const TransformRequest& request) {
     const auto field = static_cast<std::ptrdiff_t>(test::fieldFloats(request));
     const std::ptrdiff_t last = request.batch - 1;
@@ -165,7 +165,7 @@ TEST(TransformCheck, RejectsAnExchangeOfFields) {
   });
 }
 
-TEST(TransformCheck, RejectsAFieldThatIsLeftOut) {
+TEST(TransformCheck, RejectsASkippedField) {
   forEachRequest({padded(16, 2), grid(18, 3)}, [](const TransformRequest& request) {
     TransformRequest fewer = request;
     fewer.batch = request.batch - 1;
@@ -211,7 +211,7 @@ TEST(TransformCheck, RejectsTheLossOfTheHighestModes) {
   });
 }
 
-TEST(TransformCheck, RejectsWhatIsNoNumber) {
+TEST(TransformCheck, RejectsNaN) {
   forEachRequest(someRequests(), [](const TransformRequest& request) {
     for (const bool inInverse : {false, true}) {
       EXPECT_FALSE(isRightWith(request, [=](Transform* transform, float* floats, bool isInverse) {
@@ -229,7 +229,7 @@ TEST(TransformCheck, RejectsATransformThatDoesNothing) {
   });
 }
 
-TEST(TransformCheck, TellsTheCodeOfATransformThatFailsAndTriesNoMore) {
+TEST(TransformCheck, ReturnsTheErrorOfAFailedTransformAndStops) {
   forEachRequest(someRequests(), [](const TransformRequest& request) {
     for (const bool inInverse : {false, true}) {
       int calls = 0;

@@ -24,7 +24,7 @@ namespace zeph::emulation {
 
 constexpr std::size_t guardBytes = 1024;
 
-// What a launch adds, under the name that kernels know it by.
+// The dynamic shared memory of a launch, under the name that kernels use.
 extern std::byte launchShared[mostSharedBytes + guardBytes] asm("shared") EMULATION_SHOWN;
 alignas(1024) std::byte launchShared[mostSharedBytes + guardBytes];
 
@@ -32,7 +32,7 @@ namespace {
 
 constexpr int nanByte = 0xFF;
 
-// Every number below a count once, in an order that is another one each time.
+// A permutation of the numbers below a count, different each time.
 class Scrambled {
  public:
   explicit Scrambled(unsigned count) : count_(count), at_(next() % count) {
@@ -69,8 +69,8 @@ unsigned countOf(const ::dim3& size) {
   return size.x * size.y * size.z;
 }
 
-// The threads of a block. Stacks are kept from block to block; one that a thread has done with
-// serves the next, so that a kernel without barriers needs only one.
+// The threads of a block. Stacks are kept from block to block; a thread that has ended passes its
+// stack on to the next, so that a kernel without barriers needs only one.
 class Block {
  public:
   Block(const Grid& grid, void (*kernel)(void**), void** arguments)

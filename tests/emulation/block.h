@@ -1,4 +1,4 @@
-// How a grid of blocks runs: one thread after another, each to its next barrier.
+// Runs a grid of blocks: one thread after another, each to its next barrier.
 #pragma once
 
 #include <cuda_runtime_api.h>
@@ -14,11 +14,11 @@ constexpr std::size_t mostSharedBytes = 232448;
 
 struct Grid {
   ::dim3 blocks, threads;
-  std::size_t sharedBytes;  // what the launch adds to the kernel's own
+  std::size_t sharedBytes;  // dynamic, in addition to the kernel's static memory
 };
 
-// One at a time in the process. Fails where a block's threads do not all come to a barrier that
-// some of them wait at, or where a block writes past the end of its shared memory.
+// One at a time in the process. Fails if some threads of a block wait at a barrier that others
+// never reach, or if a block writes past the end of its shared memory.
 ::cudaError_t runGrid(const Grid& grid, void (*kernel)(void**), void** arguments);
 
 }  // namespace zeph::emulation

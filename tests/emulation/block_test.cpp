@@ -85,7 +85,7 @@ std::vector<unsigned> reversed(std::size_t blocks) {
   return values;
 }
 
-// The order in which the threads of 8 blocks of 8 write themselves down.
+// The order in which the threads of 8 blocks of 8 run.
 std::vector<unsigned> visits() {
   DeviceArray<unsigned> order(64);
   DeviceArray<unsigned> count(1);
@@ -94,14 +94,14 @@ std::vector<unsigned> visits() {
   return order.content();
 }
 
-TEST(EmulatedBlock, BehindABarrierAThreadSeesWhatTheOthersWrote) {
+TEST(EmulatedBlock, AfterABarrierAThreadSeesTheWritesOfOthers) {
   const auto values = counting(3 * threads);
   fill(values, 3 * threads);
   ASSERT_EQ(launch<&reverseBlocks>(3, threads, 0, nullptr, values.begin()), ::cudaSuccess);
   EXPECT_EQ(values.content(), reversed(3));
 }
 
-TEST(EmulatedBlock, WithoutABarrierItDoesNot) {
+TEST(EmulatedBlock, WithoutABarrierAThreadDoesNotSeeTheWritesOfOthers) {
   const auto values = counting(threads);
   fill(values, threads);
   ASSERT_EQ(launch<&reverseWithoutBarrier>(1, threads, 0, nullptr, values.begin()), ::cudaSuccess);
@@ -117,7 +117,7 @@ TEST(EmulatedBlock, ReducesOverThreeAxesOfThreadsAndTwoOfBlocks) {
   for (unsigned block = 0; block < 6; ++block) EXPECT_EQ(found[block], 63 * 32 + 64 * block);
 }
 
-TEST(EmulatedBlock, ABarrierThatSomeThreadsPassByIsAFault) {
+TEST(EmulatedBlock, ABarrierThatSomeThreadsSkipIsAFault) {
   const MachineScope scope({});
   ASSERT_EQ(launch<&waitInPart>(1, 40, 0, nullptr, 40u), ::cudaSuccess);
   ASSERT_EQ(::cudaDeviceSynchronize(), ::cudaSuccess);
@@ -127,7 +127,7 @@ TEST(EmulatedBlock, ABarrierThatSomeThreadsPassByIsAFault) {
   EXPECT_FALSE(hasFault(1));
 }
 
-TEST(EmulatedBlock, FindsNothingOfOthersInSharedMemory) {
+TEST(EmulatedBlock, StartsWithFreshSharedMemory) {
   const auto found = counting(8);
   ASSERT_EQ(launch<&leftInSharedMemory>(4, 32, 16, nullptr, found.begin()), ::cudaSuccess);
   EXPECT_EQ(found.content(), std::vector<unsigned>(8, 0xFFFFFFFFu));
@@ -141,7 +141,7 @@ TEST(EmulatedBlock, AWritePastTheEndOfSharedMemoryIsAFault) {
   EXPECT_EQ(::cudaDeviceSynchronize(), ::cudaErrorLaunchFailure);
 }
 
-TEST(EmulatedBlock, EveryThreadRunsOnceInAnotherOrderEachTime) {
+TEST(EmulatedBlock, EveryThreadRunsOnceInADifferentOrderEachTime) {
   const std::vector<unsigned> first = visits();
   const std::vector<unsigned> second = visits();
   EXPECT_EQ(std::set(first.begin(), first.end()).size(), 64u);

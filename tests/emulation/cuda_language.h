@@ -1,5 +1,5 @@
-// What CUDA's C++ has beyond the host's, for kernels that are compiled for the host: the program's
-// own, those of tests, and those that are written at run time.
+// CUDA's extensions of C++, for kernels that are compiled for the host: those of the library, those
+// of tests, and those that are written at run time.
 //
 // One thread of one block runs at a time, so the built-in variables are plain ones.
 #pragma once
@@ -19,7 +19,7 @@
 #define __constant__
 #define __launch_bounds__(...)
 #if EMULATION_MODULE
-// Modules have no shared memory but that of the launch, `extern __shared__ float shared[]`.
+// Modules have only dynamic shared memory, `extern __shared__ float shared[]`.
 #define __shared__
 #else
 #define __shared__ static __attribute__((section("emulated_shared")))

@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t usualSharedBytes = 48 * 1024;
 
-// A driver's failures are the runtime's by number, but are not kept as the thread's last error.
+// The driver's error codes equal the runtime's, but are not kept as the thread's last error.
 template <class Body>
 CUresult driverCall(const char* name, Body body) {
   const std::lock_guard lock(state().mutex);
@@ -90,7 +90,7 @@ bool findAttribute(CUdevice_attribute attribute, const Gpu& gpu, int& value) {
   }
 }
 
-// Every module has variables of its own, also where two have the same code.
+// Every module has separate variables, even if two have the same code.
 void* openCopy(const fs::path& library) {
   static int copies = 0;
   const fs::path copy =
@@ -112,7 +112,7 @@ const KernelFunction* findKernel(void* library, const char* name) {
   return nullptr;
 }
 
-// The module that a function belongs to is found through what is alive.
+// The module of a function is found among those that are loaded.
 std::list<CUmod_st>& modules() {
   static auto* loaded = new std::list<CUmod_st>;
   return *loaded;
@@ -165,7 +165,7 @@ CUresult cuModuleLoadDataEx(CUmodule* module, const void* image, unsigned, CUjit
   });
 }
 
-// The code itself stays in the process: work that is never done may still refer to it.
+// The code itself stays in the process: queued work may still refer to it.
 CUresult cuModuleUnload(CUmodule module) {
   return driverCall("cuModuleUnload", [=] {
     if (!isLoaded(module)) return cudaErrorInvalidResourceHandle;
@@ -217,8 +217,8 @@ CUresult cuFuncSetAttribute(CUfunction function, CUfunction_attribute attribute,
   });
 }
 
-// Variables of modules are memory of the program; they can be written at any time, and work that
-// waits sees the new value.
+// Variables of modules are memory of the program; they can be written at any time, and queued
+// work sees the new value.
 CUresult cuMemcpyHtoD(CUdeviceptr to, const void* from, std::size_t bytes) {
   return driverCall("cuMemcpyHtoD", [=] {
     void* address = reinterpret_cast<void*>(to);

@@ -1,4 +1,4 @@
-// Failures of the emulated GPU: those that a test asks for, and those of other machines.
+// Failures of the emulated GPU: injected ones, and those of other machines.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,7 +13,7 @@ namespace {
 
 __global__ void nothing(int) {}
 
-TEST(EmulatedFailure, ComesOnceAfterTheCallsThatPass) {
+TEST(EmulatedFailure, OccursOnceAfterThePassingCalls) {
   const MachineScope scope({});
   failNext("cudaMalloc", ::cudaErrorMemoryAllocation, 1);
   const long before = callsOf("cudaMalloc");
@@ -27,7 +27,7 @@ TEST(EmulatedFailure, ComesOnceAfterTheCallsThatPass) {
   ::cudaFree(blocks[2]);
 }
 
-TEST(EmulatedFailure, IsItsThreadsLastErrorUntilThatIsAskedFor) {
+TEST(EmulatedFailure, IsTheLastErrorOfItsThreadUntilRead) {
   const MachineScope scope({});
   EXPECT_EQ(::cudaSetDevice(2), ::cudaErrorInvalidDevice);
   std::thread([] { EXPECT_EQ(::cudaGetLastError(), ::cudaSuccess); }).join();
@@ -35,7 +35,7 @@ TEST(EmulatedFailure, IsItsThreadsLastErrorUntilThatIsAskedFor) {
   EXPECT_EQ(::cudaGetLastError(), ::cudaSuccess);
 }
 
-TEST(EmulatedFailure, AThreadBeginsOnTheFirstGpu) {
+TEST(EmulatedFailure, AThreadStartsOnTheFirstGpu) {
   ASSERT_EQ(::cudaSetDevice(1), ::cudaSuccess);
   std::thread([] {
     int gpu = -1;

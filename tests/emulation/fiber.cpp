@@ -9,9 +9,9 @@
 #include <sanitizer/common_interface_defs.h>
 #endif
 
-// Keeps what a function must keep (System V ABI, AMD64) on the stack that is left, stores where
-// that stack ends, and takes up the other one where it was left. The C library's functions for this
-// would ask the kernel at each switch, a hundred times as slow.
+// Saves the callee-saved registers (System V ABI, AMD64) on the current stack, stores its stack
+// pointer, and continues on the other stack. The C library's functions for this make a system call
+// at each switch, which is a hundred times as slow.
 extern "C" void emulationSwitchStack(void** left, void* taken);
 asm(R"(
 .text
@@ -42,8 +42,8 @@ namespace {
 constexpr std::size_t guardBytes = 4096;
 constexpr int keptRegisters = 6;
 
-// The tops of stacks would share a few lines of the processor's cache if they all lay alike in
-// their pages.
+// If all stacks started at the same offset in their pages, their tops would compete for a few cache
+// lines.
 std::size_t nextShift() {
   static std::size_t shift = 0;
   shift = (shift + 13 * 64) % 4096;
@@ -53,28 +53,28 @@ std::size_t nextShift() {
 Fiber* running = nullptr;
 void* schedulerTop = nullptr;
 
-// The address sanitizer must be told of each change of stacks.
+// The address sanitizer must be notified of each stack switch.
 #if defined(__SANITIZE_ADDRESS__)
 const void* schedulerBottom = nullptr;
 std::size_t schedulerBytes = 0;
 
-void tellLeaving(void** fakeStack, const void* bottom, std::size_t bytes) {
+void announceLeaving(void** fakeStack, const void* bottom, std::size_t bytes) {
   __sanitizer_start_switch_fiber(fakeStack, bottom, bytes);
 }
-void tellLeavingForScheduler(void** fakeStack) {
+void announceLeavingForScheduler(void** fakeStack) {
   __sanitizer_start_switch_fiber(fakeStack, schedulerBottom, schedulerBytes);
 }
-void tellArrival(void* fakeStack) {
+void announceArrival(void* fakeStack) {
   __sanitizer_finish_switch_fiber(fakeStack, nullptr, nullptr);
 }
-void tellArrivalFromScheduler(void* fakeStack) {
+void announceArrivalFromScheduler(void* fakeStack) {
   __sanitizer_finish_switch_fiber(fakeStack, &schedulerBottom, &schedulerBytes);
 }
 #else
-void tellLeaving(void**, const void*, std::size_t) {}
-void tellLeavingForScheduler(void**) {}
-void tellArrival(void*) {}
-void tellArrivalFromScheduler(void*) {}
+void announceLeaving(void**, const void*, std::size_t) {}
+void announceLeavingForScheduler(void**) {}
+void announceArrival(void*) {}
+void announceArrivalFromScheduler(void*) {}
 #endif
 
 }  // namespace
@@ -109,23 +109,23 @@ bool Fiber::resume() {
   running = this;
   isWaiting_ = true;
   void* ownFakeStack = nullptr;
-  tellLeaving(&ownFakeStack, memory_ + guardBytes, stackBytes);
+  announceLeaving(&ownFakeStack, memory_ + guardBytes, stackBytes);
   emulationSwitchStack(&schedulerTop, top_);
-  tellArrival(ownFakeStack);
+  announceArrival(ownFakeStack);
   return isWaiting_;
 }
 
 void Fiber::wait() {
-  tellLeavingForScheduler(&running->fakeStack_);
+  announceLeavingForScheduler(&running->fakeStack_);
   emulationSwitchStack(&running->top_, schedulerTop);
-  tellArrivalFromScheduler(running->fakeStack_);
+  announceArrivalFromScheduler(running->fakeStack_);
 }
 
 void Fiber::enter() {
-  tellArrivalFromScheduler(nullptr);
+  announceArrivalFromScheduler(nullptr);
   running->body_(running->context_);
   running->isWaiting_ = false;
-  tellLeavingForScheduler(nullptr);
+  announceLeavingForScheduler(nullptr);
   emulationSwitchStack(&running->top_, schedulerTop);
 }
 

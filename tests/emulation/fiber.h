@@ -1,4 +1,4 @@
-// A thread of a block: a stack of its own, which it leaves at every barrier and comes back to.
+// A thread of a block, with a separate stack that it leaves at every barrier and returns to.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ class Fiber {
   Fiber(const Fiber&) = delete;
   Fiber& operator=(const Fiber&) = delete;
 
-  // Prepares a run of body(context) from its beginning; an unfinished run is forgotten.
+  // Prepares a run of body(context) from its beginning; an unfinished run is dropped.
   void prepare(void (*body)(void*), void* context);
 
   // Runs until the body waits or ends; true where it waits.
@@ -27,7 +27,7 @@ class Fiber {
 
   static constexpr std::size_t stackBytes = 256 * 1024;
 
-  std::byte* memory_;  // a page that nobody may touch, and the stack above it
+  std::byte* memory_;  // a guard page, and the stack above it
   std::byte* bottom_;  // where the stack begins, to grow downwards
   void* top_ = nullptr;
   void (*body_)(void*) = nullptr;

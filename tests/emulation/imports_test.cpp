@@ -1,4 +1,4 @@
-// What the emulated GPU does with another interface's memory.
+// Memory of other interfaces on the emulated GPU.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -37,7 +37,7 @@ int exported(std::size_t bytes) {
   return ::cudaExternalMemoryGetMappedBuffer(pointer, memory, &range);
 }
 
-TEST(EmulatedImport, WhatIsCopiedThereIsInTheFile) {
+TEST(EmulatedImport, CopiesReachTheFile) {
   const MachineScope scope({});
   const int file = exported(5000);
   const int seen = dup(file);
@@ -60,7 +60,7 @@ TEST(EmulatedImport, WhatIsCopiedThereIsInTheFile) {
   close(seen);
 }
 
-TEST(EmulatedImport, OwnsTheFileOnceItHasIt) {
+TEST(EmulatedImport, OwnsTheFileOnceImported) {
   const MachineScope scope({});
   const int file = exported(100);
   ::cudaExternalMemory_t memory = nullptr;
@@ -75,7 +75,7 @@ TEST(EmulatedImport, OwnsTheFileOnceItHasIt) {
   ::cudaGetLastError();
 }
 
-TEST(EmulatedImport, KeepsWhatIsMappedUntilItIsGivenBack) {
+TEST(EmulatedImport, KeepsMappedMemoryUntilItIsFreed) {
   const MachineScope scope({});
   ::cudaExternalMemory_t memory = nullptr;
   void* pointer = nullptr;

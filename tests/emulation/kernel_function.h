@@ -1,4 +1,4 @@
-// A kernel as a launch needs it: how to call it, and how its arguments lie in memory.
+// A kernel as a launch needs it: how to call it, and the sizes of its arguments.
 #pragma once
 
 #include <cstddef>

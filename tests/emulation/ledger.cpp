@@ -29,14 +29,14 @@ std::uintptr_t addressOf(const void* pointer) {
 
 }  // namespace
 
-// Closed pages, with one more on both sides.
+// Inaccessible pages, with one more on each side.
 void* Ledger::reserve(std::size_t pages) {
   void* mapped =
       mmap(nullptr, pages + 2 * pageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   return mapped != MAP_FAILED ? mapped : nullptr;
 }
 
-// A block ends at the end of its last page, as nearly as its alignment lets it.
+// A block ends at the end of its last page, as closely as its alignment allows.
 void* Ledger::allocate(int gpu, std::size_t bytes) {
   const std::size_t used = roundUp(bytes, alignment);
   const std::size_t pages = roundUp(used, pageBytes);

@@ -9,11 +9,11 @@ namespace zeph::emulation {
 
 class Ledger {
  public:
-  // Both kinds are full of NaN at first. Null where the host has nothing left.
+  // Both kinds are initially full of NaN. Null if the host is out of memory.
   void* allocate(int gpu, std::size_t bytes);
   void* allocateHost(std::size_t bytes);
-  // A block that is memory of somebody else, the pages of a file from an offset on. Null where that
-  // cannot be.
+  // A block of memory owned by another interface: the pages of a file from an offset on. Null on
+  // failure.
   void* adopt(int gpu, int file, std::size_t offset, std::size_t bytes);
 
   // The GPU that a block begins on, or -1 for a pointer that is no block's beginning.
@@ -33,18 +33,18 @@ class Ledger {
   std::size_t blocks() const { return blocks_.size(); }
   std::size_t hostBlocks() const { return hostBlocks_.size(); }
 
-  // Between blocks of work, nobody can touch the memory of GPUs.
+  // Except while work runs, the memory of GPUs cannot be accessed.
   void setOpen(int gpu, bool isOpen) const;
 
-  // Whether nothing has been written beside the blocks of a GPU, whose memory is open. Adopted
-  // memory has neighbours that write.
+  // Whether nothing has been written beside the blocks of a GPU, whose memory is open. Not checked
+  // for adopted memory, whose neighbours may be written.
   bool isIntact(int gpu) const;
 
  private:
   struct Block {
     int gpu;
     std::size_t bytes;
-    std::byte* mapped;  // pages around the block, the first and the last of which stay closed
+    std::byte* mapped;  // pages around the block, the first and the last of which stay inaccessible
     std::size_t mappedBytes;
     bool isAdopted = false;
   };
@@ -57,7 +57,7 @@ class Ledger {
   std::map<Address, std::size_t> hostBlocks_;
 };
 
-// Lets the memory of a GPU be touched as long as it lives.
+// Makes the memory of a GPU accessible while it exists.
 class OpenMemory {
  public:
   OpenMemory(const Ledger& ledger, int gpu) : ledger_(ledger), gpu_(gpu) {

@@ -23,11 +23,11 @@ __global__ void writeAt(float* array, int at) {
   return ::cudaMalloc(block, bytes);
 }
 
-TEST(EmulatedMemory, IsFullOfNaNAtFirst) {
+TEST(EmulatedMemory, IsInitiallyFullOfNaN) {
   for (const float value : DeviceArray<float>(100).content()) EXPECT_TRUE(std::isnan(value));
 }
 
-TEST(EmulatedMemory, EndsWhereTheGpuEnds) {
+TEST(EmulatedMemory, IsLimitedToThatOfTheGpu) {
   const MachineScope scope({.gpus = {{.memory = 64 * kib}, {.memory = 16 * kib}}});
   void* block = nullptr;
   EXPECT_EQ(allocate(64 * kib + 1, &block), ::cudaErrorMemoryAllocation);
@@ -45,7 +45,7 @@ TEST(EmulatedMemory, EndsWhereTheGpuEnds) {
   ASSERT_EQ(::cudaFree(block), ::cudaSuccess);
 }
 
-TEST(EmulatedMemory, IsGivenBackOnce) {
+TEST(EmulatedMemory, IsFreedOnce) {
   void* block = nullptr;
   ASSERT_EQ(allocate(100, &block), ::cudaSuccess);
   EXPECT_EQ(::cudaFree(static_cast<char*>(block) + 4), ::cudaErrorInvalidValue);
@@ -58,7 +58,7 @@ TEST(EmulatedMemory, IsGivenBackOnce) {
   ::cudaGetLastError();
 }
 
-TEST(EmulatedMemory, CopiesStayWithinABlockAndKeepToTheirKind) {
+TEST(EmulatedMemory, CopiesMustStayWithinABlockAndMatchTheirKind) {
   const DeviceArray<float> array(16);
   const DeviceArray<float> other(16);
   std::vector<float> host(32);
@@ -88,12 +88,12 @@ TEST(EmulatedMemory, AWriteBesideABlockIsAFault) {
   }
 }
 
-// As the system or the address sanitizer ends a process.
+// How the system or the address sanitizer ends a process.
 bool isFault(int status) {
   return (WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) || testing::ExitedWithCode(1)(status);
 }
 
-TEST(EmulatedMemoryDeathTest, NoHostTouchesIt) {
+TEST(EmulatedMemoryDeathTest, TheHostCannotTouchIt) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_EXIT(
       {
@@ -104,7 +104,7 @@ TEST(EmulatedMemoryDeathTest, NoHostTouchesIt) {
       isFault, "");
 }
 
-TEST(EmulatedMemoryDeathTest, NoKernelTouchesThatOfAnotherGpu) {
+TEST(EmulatedMemoryDeathTest, AKernelCannotTouchThatOfAnotherGpu) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   EXPECT_EXIT(
       {

@@ -33,7 +33,7 @@ std::string hashOf(const std::string& text) {
   return digits;
 }
 
-// The name before the first parenthesis that opens parameters and not the bounds of launches.
+// The name before the first parenthesis that opens parameters, not launch bounds.
 std::string nameFrom(const std::string& source, std::size_t at) {
   for (;;) {
     const std::size_t open = source.find('(', at);
@@ -70,7 +70,7 @@ std::string hostSourceOf(const std::string& source) {
   return text + moduleKernels + "() {\n  return kernels;\n}\n";
 }
 
-// What the compiled form depends on beside the source itself.
+// Everything except the source that the compiled code depends on.
 std::string circumstances() {
   static const std::string found = contentOf(fs::path(EMULATION_ROOT) / languageHeader) +
                                    contentOf(fs::path(EMULATION_ROOT) / functionHeader) + flags +
@@ -91,7 +91,7 @@ fs::path compileModule(const std::string& source, std::string& log) {
   const fs::path library = folder / (hash + ".so");
   if (fs::exists(library)) return library;
   fs::create_directories(folder);
-  // Several processes may want the same one.
+  // Several processes may compile the same one.
   const std::string mine = hash + "." + std::to_string(getpid());
   const fs::path made = folder / (mine + ".so");
   const fs::path file = folder / (mine + ".cpp");

@@ -1,4 +1,4 @@
-// Kernels that are written at run time, as libraries of the host.
+// Kernels that are written at run time, as shared libraries of the host.
 #pragma once
 
 #include <filesystem>
@@ -6,11 +6,11 @@
 
 namespace zeph::emulation {
 
-// Compiles CUDA source to a library, unless the one of an earlier run is still there. An empty path
-// where the compiler refuses; `log` has its words.
+// Compiles CUDA source to a library, unless one of an earlier run exists. Returns an empty path on
+// a compile error; `log` has its text.
 std::filesystem::path compileModule(const std::string& source, std::string& log);
 
-// The name of the function of a compiled module that tells its kernels.
+// The name of the function in a compiled module that lists its kernels.
 constexpr const char* moduleKernels = "emulatedModuleKernels";
 
 }  // namespace zeph::emulation

@@ -70,7 +70,7 @@ CUresult launchScale(CUfunction scale, float* values, float offset) {
   return cuLaunchKernel(scale, 1, 1, 1, 32, 1, 1, 32 * sizeof(float), nullptr, arguments, nullptr);
 }
 
-TEST(EmulatedModule, RunsWhatIsWrittenAtRunTime) {
+TEST(EmulatedModule, RunsKernelsWrittenAtRunTime) {
   const Module module(scaleSource);
   module.set("factor", 2.0f);
   const DeviceArray<float> values(32);
@@ -84,7 +84,7 @@ TEST(EmulatedModule, RunsWhatIsWrittenAtRunTime) {
   for (std::size_t k = 0; k < 32; ++k) EXPECT_EQ(found[k], 2.0f * start[31 - k] + 0.5f);
 }
 
-TEST(EmulatedModule, HasVariablesOfItsOwn) {
+TEST(EmulatedModule, HasSeparateVariables) {
   const Module one(scaleSource);
   const Module two(scaleSource);
   one.set("factor", 0.0f);
@@ -98,7 +98,7 @@ TEST(EmulatedModule, HasVariablesOfItsOwn) {
   EXPECT_EQ(values.content()[0], 3.0f);
 }
 
-TEST(EmulatedModule, TellsWhatTheCompilerDidNotTake) {
+TEST(EmulatedModule, ReportsCompilerErrors) {
   std::string code;
   std::string log;
   EXPECT_EQ(compile("extern \"C\" __global__ void broken() { missing(); }", code, log),
@@ -106,7 +106,7 @@ TEST(EmulatedModule, TellsWhatTheCompilerDidNotTake) {
   EXPECT_NE(log.find("missing"), std::string::npos);
 }
 
-TEST(EmulatedModule, BelongsToItsGpuAndIsGoneOnceItIsUnloaded) {
+TEST(EmulatedModule, BelongsToItsGpuAndIsInvalidOnceUnloaded) {
   const std::size_t before = holdings().modules;
   Module module(scaleSource);
   EXPECT_EQ(holdings().modules, before + 1);

@@ -1,4 +1,4 @@
-// NVRTC's functions. What they call PTX is the path of a library of the host.
+// NVRTC's functions. Their PTX is the path of a shared library of the host.
 #include <nvrtc.h>
 
 #include <cstring>
@@ -21,7 +21,7 @@ struct _nvrtcProgram {
 
 namespace {
 
-// Kept here, as VkFFT forgets those that it fails with.
+// Kept here, because VkFFT does not destroy its program after a failure.
 std::list<_nvrtcProgram>& programs() {
   static std::list<_nvrtcProgram> alive;
   return alive;

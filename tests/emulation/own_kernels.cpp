@@ -1,4 +1,4 @@
-// The system's own kernels, compiled for the host, in place of their machine code.
+// The library's kernels, compiled for the host, in place of their machine code.
 #include "tests/emulation/own_kernels.h"
 
 #include <iterator>

@@ -1,4 +1,4 @@
-// What stands where a program has its kernels' machine code.
+// The replacement of a program's machine code for its kernels.
 #pragma once
 
 #include "tests/emulation/kernel_function.h"

@@ -1,5 +1,5 @@
-// Pictures of a GPU's frames: the field goes from device to device, and the driver of Vulkan that
-// draws on the processor takes the part of the GPU's own.
+// Pictures of a GPU's frames: the field goes from device to device, and the software Vulkan driver
+// acts as the GPU's driver.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ using emulation::Machine;
 using emulation::MachineScope;
 using Uuid = std::array<char, 16>;
 
-// Of the driver that draws on the processor.
+// Of the software Vulkan driver.
 std::optional<Uuid> softwareDriver() {
   const vulkan::GlobalFunctions global = vulkan::globalFunctions();
   const VkApplicationInfo application = {.sType = VK_STRUCTURE_TYPE_APPLICATION_INFO,
@@ -97,7 +97,7 @@ class GpuPictures : public testing::Test {
   Uuid uuid_ = {};
 };
 
-TEST_F(GpuPictures, AreThoseOfTheSameFramesOnTheProcessor) {
+TEST_F(GpuPictures, MatchThoseOfTheSameFramesOnTheProcessor) {
   {
     Renderer renderer(gpu);
     for (const int n : {16, 18, 54, 16}) {
@@ -113,7 +113,7 @@ TEST_F(GpuPictures, AreThoseOfTheSameFramesOnTheProcessor) {
   EXPECT_EQ(holdings(), Holdings());
 }
 
-TEST_F(GpuPictures, OfAFieldInPiecesAreThoseOfTheProcessor) {
+TEST_F(GpuPictures, OfAFieldInPiecesMatchTheProcessor) {
   const int n = 3400;
   const auto frameOn = [=](int device) {
     const DeviceScope scope(device);
@@ -146,7 +146,7 @@ TEST_F(GpuPictures, AreDrawnByTheDeviceOfTheSameNumber) {
   EXPECT_EQ(holdings(), Holdings());
 }
 
-TEST_F(GpuPictures, NeedADeviceOfVulkanWithTheirNumber) {
+TEST_F(GpuPictures, NeedAVulkanDeviceOfTheSameNumber) {
   Uuid nearly = uuid();
   nearly.back() = static_cast<char>(nearly.back() ^ 1);
   const MachineScope scope(machineOf(nearly, {}));
@@ -158,7 +158,7 @@ TEST_F(GpuPictures, NeedADeviceOfVulkanWithTheirNumber) {
   EXPECT_EQ(test::openFiles(), before);
 }
 
-TEST_F(GpuPictures, TheSameFrameAgainCallsNothing) {
+TEST_F(GpuPictures, MakeNoCudaCallsForTheSameFrame) {
   Renderer renderer(gpu);
   const auto frame = noiseOn(gpu, 16);
   const char* const functions[] = {"cudaImportExternalMemory",
@@ -176,7 +176,7 @@ TEST_F(GpuPictures, TheSameFrameAgainCallsNothing) {
   const std::vector<long> before = calls();
   renderer.transferField(frame);
   EXPECT_EQ(calls(), before);
-  // Another frame of the same grid is one copy into the memory that is there.
+  // Another frame of the same grid is one copy into the existing memory.
   renderer.transferField(noiseOn(gpu, 16, 2));
   EXPECT_EQ(callsOf("cudaImportExternalMemory"), before[0]);
   EXPECT_EQ(callsOf("cudaMemcpyAsync"), before[2] + 1);
@@ -199,7 +199,7 @@ TEST_F(GpuPictures, DoNotDependOnTheDeviceThatTheThreadSelectsLater) {
   EXPECT_EQ(holdings().allocations, 2u);  // the frames
 }
 
-TEST_F(GpuPictures, LeaveNothingBehind) {
+TEST_F(GpuPictures, DoNotLeak) {
   const auto live = [&] {
     Renderer renderer(gpu);
     picture(renderer, noiseOn(gpu, 16), {}, 90);
@@ -220,8 +220,8 @@ struct FailingStep {
 class GpuPicturesWithAFailure : public GpuPictures,
                                 public testing::WithParamInterface<FailingStep> {};
 
-// A grid of another size, so that each step is taken.
-TEST_P(GpuPicturesWithAFailure, TellTheCallAndThenGoOn) {
+// A grid of another size, so that every step is executed.
+TEST_P(GpuPicturesWithAFailure, NameTheFailedCallAndThenWork) {
   const auto [function, text] = GetParam();
   const std::ptrdiff_t before = test::openFiles();
   {
@@ -260,7 +260,7 @@ INSTANTIATE_TEST_SUITE_P(
         FailingStep{"cudaStreamSynchronize", "cudaStreamSynchronize(copyStream): unknown error"}),
     [](const auto& test) { return std::string(test.param.function); });
 
-TEST_F(GpuPictures, AreNotBegunWhereNoStreamCanBeMade) {
+TEST_F(GpuPictures, AreNotStartedIfNoStreamCanBeCreated) {
   const std::ptrdiff_t before = test::openFiles();
   failNext("cudaStreamCreateWithFlags", ::cudaErrorMemoryAllocation);
   EXPECT_EQ(failureText<std::runtime_error>([] { Renderer renderer(gpu); }),

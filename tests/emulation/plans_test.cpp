@@ -91,7 +91,7 @@ double difference(const std::vector<V2>& found, const std::vector<V2>& expected,
   return std::sqrt(error / magnitude);
 }
 
-TEST_P(PlanOfPasses, IsRightAndStaysInItsMemory) {
+TEST_P(PlanOfPasses, IsCorrectAndStaysWithinItsMemory) {
   const long before = emulation::callsOf("nvrtcCompileProgram");
   const BothWays found = transformOn(0);
   const long compiled = emulation::callsOf("nvrtcCompileProgram") - before;

@@ -98,7 +98,7 @@ cudaError_t cudaDeviceGetAttribute(int* value, cudaDeviceAttr attribute, int ord
   });
 }
 
-// The thread's last error is forgotten; a fault is not.
+// Clears the thread's last error, but not a fault.
 cudaError_t cudaGetLastError() {
   const std::lock_guard lock(state().mutex);
   const cudaError_t error = lastError();

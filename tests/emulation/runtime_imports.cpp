@@ -1,7 +1,7 @@
 // Memory of other interfaces in CUDA's runtime: what Mesa's software driver of Vulkan exports.
 //
-// It is a file in memory that begins with a header, two words of which are the length of all and
-// the place where the memory itself begins.
+// It is a memory file that starts with a header, two words of which are the total length and the
+// offset of the memory itself.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,7 +18,7 @@ struct Header {
   std::size_t begin = 0;
 };
 
-// Nothing where the file is no such memory.
+// Empty if the file is not such memory.
 Header headerOf(int file) {
   Header header;
   struct stat status = {};
@@ -39,7 +39,7 @@ std::shared_ptr<const int> owned(int file) {
 
 extern "C" {
 
-// A file that could not be imported stays its caller's.
+// If the import fails, the caller still owns the file.
 cudaError_t cudaImportExternalMemory(cudaExternalMemory_t* memory,
                                      const cudaExternalMemoryHandleDesc* description) {
   return call("cudaImportExternalMemory", [=] {
@@ -69,7 +69,7 @@ cudaError_t cudaExternalMemoryGetMappedBuffer(void** pointer, cudaExternalMemory
   });
 }
 
-// Buffers that are mapped stay so until they are given back.
+// Mapped buffers stay mapped until they are freed.
 cudaError_t cudaDestroyExternalMemory(cudaExternalMemory_t memory) {
   return call("cudaDestroyExternalMemory", [=] {
     return state().imports.remove(memory) ? cudaSuccess : cudaErrorInvalidResourceHandle;

@@ -9,7 +9,7 @@ using namespace zeph::emulation;
 
 namespace {
 
-// What a kernel may add to its shared memory unless it asks for more.
+// The dynamic shared memory that a kernel may use without setting an attribute.
 constexpr std::size_t usualSharedBytes = 48 * 1024;
 
 bool hasCode(const Gpu& gpu) {

@@ -51,7 +51,7 @@ cudaError_t queueCopy(Stream& stream, void* to, const void* from, std::size_t by
     std::memcpy(to, from, bytes);
     return cudaSuccess;
   });
-  // Memory that is not page-locked has the values when the call returns.
+  // Pageable memory has the values when the call returns.
   const bool isAwaited = kind == cudaMemcpyDeviceToHost && !state().ledger.isPageLocked(to);
   return isAwaited && !stream.isCapturing ? finish(stream) : cudaSuccess;
 }
@@ -78,7 +78,7 @@ cudaError_t cudaMalloc(void** pointer, std::size_t bytes) {
   });
 }
 
-// Work under way may use the memory still.
+// Running work may still use the memory.
 cudaError_t cudaFree(void* pointer) {
   return call("cudaFree", [=] {
     if (pointer == nullptr) return cudaSuccess;

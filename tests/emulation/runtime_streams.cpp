@@ -55,7 +55,7 @@ cudaError_t cudaEventRecord(cudaEvent_t handle, cudaStream_t streamHandle) {
     Stream* stream = streamOf(streamHandle);
     if (event == nullptr || stream == nullptr || event->gpu != stream->gpu)
       return cudaErrorInvalidResourceHandle;
-    // In a capture it would only mark a place.
+    // In a capture it would only mark a position.
     if (stream->isCapturing) return cudaSuccess;
     event->isRecorded = true;
     ++event->pending;

@@ -21,8 +21,8 @@ Config smallConfig() {
   return config;
 }
 
-// What a solver does in its life.
-void live() {
+// Uses every operation of a solver.
+void useSolver() {
   Solver solver(smallConfig());
   solver.advance(2);
   solver.inspect();
@@ -46,7 +46,7 @@ void expectNear(const std::vector<V2>& found, const std::vector<V2>& expected) {
   }
 }
 
-// The first calls, and some of those that come in numbers.
+// The first calls, and some of those that are made often.
 int nextPasses(int passes) {
   return passes < 2 ? passes + 1 : passes * 3;
 }
@@ -56,18 +56,18 @@ class FailingCall : public testing::TestWithParam<const char*> {
   emulation::MachineScope scope_{{}};
 };
 
-TEST_P(FailingCall, IsToldAndLeavesNothingBehind) {
+TEST_P(FailingCall, IsReportedAndLeaksNothing) {
   const std::string function = GetParam();
-  live();
+  useSolver();
   ASSERT_EQ(emulation::holdings(), Holdings());
   const long before = emulation::callsOf(function);
-  live();
+  useSolver();
   const long calls = emulation::callsOf(function) - before;
   ASSERT_GT(calls, 0);
   for (int passes = 0; passes < calls; passes = nextPasses(passes)) {
     SCOPED_TRACE(testing::Message() << function << " fails after " << passes << " calls");
     emulation::failNext(function, ::cudaErrorMemoryAllocation, passes);
-    EXPECT_THROW(live(), std::runtime_error);
+    EXPECT_THROW(useSolver(), std::runtime_error);
     EXPECT_EQ(emulation::holdings(), Holdings());
     EXPECT_EQ(::cudaGetLastError(), ::cudaSuccess);
   }
@@ -119,13 +119,13 @@ TEST(FailingTransform, IsToldOrMadeGoodAndLeavesNothingBehind) {
   EXPECT_GT(transforms, 0);
 }
 
-TEST(FailingTransform, ThatNeverSucceedsIsToldWhereItIsMade) {
+TEST(FailingTransform, ThatNeverSucceedsIsReportedAtCreation) {
   for (const bool hasCompiler : {true, false}) {
     const emulation::MachineScope scope({.hasCompiler = hasCompiler});
     if (hasCompiler) emulation::failNext("nvrtcCompileProgram", ::cudaErrorUnknown);
     try {
-      live();
-      FAIL() << "nothing was told";
+      useSolver();
+      FAIL() << "nothing was reported";
     } catch (const std::runtime_error& failure) {
       EXPECT_EQ(failure.what(),
                 std::string(hasCompiler ? "VkFFT CUDA plan N=24 batch=2 failed: 4031"

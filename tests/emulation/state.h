@@ -1,4 +1,4 @@
-// What the functions of CUDA share: the machine, what lives on it, and how a call begins and ends.
+// Shared by the CUDA functions: the machine, the objects on it, and how a call begins and ends.
 #pragma once
 
 #include <cuda_runtime_api.h>
@@ -34,7 +34,7 @@ struct Stream {
 struct Event {
   int gpu = 0;
   bool isRecorded = false;
-  int pending = 0;  // records on their way
+  int pending = 0;  // records queued
   std::chrono::steady_clock::time_point time = {};
 };
 
@@ -53,7 +53,7 @@ struct ExternalMemory {
   std::size_t bytes = 0;
 };
 
-// Objects that handles stand for.
+// Objects behind handles.
 template <class T, class Handle>
 class Registry {
  public:
@@ -63,7 +63,7 @@ class Registry {
     return reinterpret_cast<Handle>(made.get());
   }
 
-  // Null for a handle that stands for nothing.
+  // Null for an invalid handle.
   std::shared_ptr<T> find(Handle handle) const {
     const auto found = objects_.find(reinterpret_cast<T*>(handle));
     return found != objects_.end() ? found->second : nullptr;
@@ -110,12 +110,12 @@ State& state();
 int& currentGpu();           // of the thread
 ::cudaError_t& lastError();  // of the thread
 
-// Counts the call; the failure that is planned for it, or cudaSuccess. The state is locked.
+// Counts the call; returns the failure planned for it, or cudaSuccess. The state is locked.
 ::cudaError_t beginCall(const char* function);
-// What keeps the thread from using its GPU: no driver, no such GPU, a fault.
+// The error that prevents the thread from using its GPU: no driver, no such GPU, a fault.
 ::cudaError_t obstacle();
 
-// A call of CUDA's runtime that needs nothing of the GPU, with the state locked.
+// A call of CUDA's runtime that does not use the GPU, with the state locked.
 template <class Body>
 ::cudaError_t query(const char* function, Body body) {
   const std::lock_guard lock(state().mutex);

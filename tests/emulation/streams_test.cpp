@@ -26,7 +26,7 @@ class Stream {
   ::cudaStream_t handle = nullptr;
 };
 
-// Page-locked, so that copies to it need not be awaited.
+// Page-locked, so that copies to it are asynchronous.
 class Awaited {
  public:
   Awaited() {
@@ -49,7 +49,7 @@ class Awaited {
   return ::cudaMemcpyAsync(to, sum, sizeof(int), ::cudaMemcpyDeviceToHost, stream);
 }
 
-TEST(EmulatedStream, WorkWaitsUntilItIsWaitedFor) {
+TEST(EmulatedStream, DefersWorkUntilItIsSynchronized) {
   for (const bool deferred : {true, false}) {
     const MachineScope scope({.deferred = deferred});
     const Stream stream;
@@ -64,7 +64,7 @@ TEST(EmulatedStream, WorkWaitsUntilItIsWaitedFor) {
   }
 }
 
-TEST(EmulatedStream, ACopyFromPlainMemoryTakesWhatStandsThereAtTheCall) {
+TEST(EmulatedStream, ACopyFromPageableMemoryReadsItAtTheCall) {
   const Stream stream;
   const DeviceArray<int> on(1);
   const Awaited locked;
@@ -83,7 +83,7 @@ TEST(EmulatedStream, ACopyFromPlainMemoryTakesWhatStandsThereAtTheCall) {
   EXPECT_EQ(copied(locked.value), 2);
 }
 
-TEST(EmulatedStream, TheDefaultStreamWaitsForBlockingStreamsAlone) {
+TEST(EmulatedStream, TheDefaultStreamWaitsOnlyForBlockingStreams) {
   for (const bool blocking : {true, false}) {
     const Stream stream(blocking ? cudaStreamDefault : cudaStreamNonBlocking);
     const DeviceArray<int> sum(1);
@@ -106,7 +106,7 @@ TEST(EmulatedStream, AKernelRunsOnTheGpuOfItsStream) {
   ::cudaGetLastError();
 }
 
-TEST(EmulatedEvent, TellsTheTimeBetweenTwoPlacesOnceTheyArePassed) {
+TEST(EmulatedEvent, MeasuresTheTimeBetweenTwoRecordsOnceReached) {
   const MachineScope scope({});
   const Stream stream;
   ::cudaEvent_t begin = nullptr;
@@ -147,7 +147,7 @@ class EmulatedCapture : public testing::Test {
   ::cudaGraph_t graph = nullptr;
 };
 
-TEST_F(EmulatedCapture, IsNotDoneUntilItIsLaunchedAndThenEachTime) {
+TEST_F(EmulatedCapture, RunsAtEachLaunchAndNotBefore) {
   ASSERT_EQ(queueZero(sum.begin(), stream.handle), ::cudaSuccess);
   begin();
   queueAdd(3);

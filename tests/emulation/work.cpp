@@ -5,7 +5,7 @@
 namespace zeph::emulation {
 namespace {
 
-// A launch's arguments outlive the caller's.
+// A copy of a launch's arguments, which outlives the caller's.
 class Arguments {
  public:
   Arguments(const KernelFunction& kernel, void** arguments) {

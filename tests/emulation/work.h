@@ -1,4 +1,4 @@
-// Work on streams: what waits, what is captured, and what a launch is.
+// Work on streams: the queue, captures and launches.
 #pragma once
 
 #include <memory>
@@ -8,21 +8,21 @@
 
 namespace zeph::emulation {
 
-// The stream of a handle, the thread's default stream for none; null for a handle that stands for
-// nothing. Valid while the state is locked.
+// The stream of a handle, the thread's default stream for none; null for an invalid handle. Valid
+// while the state is locked.
 Stream* streamOf(::cudaStream_t handle);
 
 // Queues work, or records it where the stream is being captured.
 void queue(Stream& stream, Work work);
 
-// Does what waits on a stream, or on all streams of a GPU, and tells the GPU's fault.
+// Runs the work queued on a stream, or on all streams of a GPU, and returns the GPU's fault.
 ::cudaError_t finish(Stream& stream);
 ::cudaError_t finishGpu(int gpu);
 
-// A call on this stream would wait for it, which no capture can hold.
+// A call on this stream would synchronize with it, which is not allowed during a capture.
 bool breaksCapture(Stream& stream);
 
-// Queues a kernel with a copy of its arguments. `isLoaded` tells whether its code is still there.
+// Queues a kernel with a copy of its arguments. `isLoaded` is whether its module is still loaded.
 struct Launch {
   KernelFunction kernel;
   Grid grid;

@@ -2,7 +2,7 @@
 // engine if it is an object with the member "op", else a configuration. Every input starts from the
 // same flow, so that a finding can be repeated.
 //
-// What would take long, or reach files outside a scratch folder, is left out.
+// Requests that would take long, or use files outside a scratch folder, are skipped.
 #include <cstdint>
 #include <cstdlib>
 #include <sstream>
@@ -29,7 +29,7 @@ bool isSmall(const Json& configuration) {
   try {
     return zeph::parseConfig(configuration, {}).resolution <= largestGrid;
   } catch (const std::exception&) {
-    return true;  // and refused
+    return true;  // it will be refused
   }
 }
 
@@ -74,8 +74,8 @@ void take(const std::string& line) {
 
 }  // namespace
 
-// Without a driver nothing is drawn: a picture takes the time of many requests, and what drivers
-// keep for themselves would count as leaks. Newer and older loaders of Vulkan read these names.
+// No driver, so nothing is drawn: a picture takes the time of many requests, and memory that
+// drivers keep would count as leaks. Newer and older loaders of Vulkan read these names.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   setenv("VK_DRIVER_FILES", "/nonexistent", 1);
   setenv("VK_ICD_FILENAMES", "/nonexistent", 1);

@@ -1,5 +1,5 @@
-// What the fuzz targets share: a scratch folder for the files that requests name, and what is
-// expected of every reply.
+// Shared by the fuzz targets: a scratch folder for the files that requests name, and the checks of
+// every reply.
 #pragma once
 
 #include <unistd.h>
@@ -27,7 +27,7 @@ inline void require(bool holds, const char* what) {
   std::abort();
 }
 
-// While it lives, relative paths lead into the scratch folder.
+// While it exists, relative paths are in the scratch folder.
 class InScratchFolder {
  public:
   InScratchFolder() : before_(std::filesystem::current_path()) {

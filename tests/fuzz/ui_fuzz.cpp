@@ -1,6 +1,6 @@
 // Feeds arbitrary texts to a view: each line of an input is a request to one view of a small flow.
 //
-// What would take long, ask the user, or reach files outside a scratch folder, is left out.
+// Requests that would take long, ask the user, or use files outside a scratch folder, are skipped.
 #include <chrono>
 #include <cstdint>
 #include <sstream>
@@ -22,7 +22,7 @@ bool isSmall(const Json& request) {
   try {
     return zeph::parseConfig(request, base).resolution <= largestGrid;
   } catch (const std::exception&) {
-    return true;  // and refused
+    return true;  // it will be refused
   }
 }
 
@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (int i = 0; i < mostLines && std::getline(text, line); ++i) {
     if (isFit(line)) view.call(line.c_str());
   }
-  // The flow, where there is one, has begun to act on it.
+  // A started flow has begun to act on the request.
   std::this_thread::sleep_for(std::chrono::milliseconds(1));
   view.call(R"({"op": "get"})", false);
   return 0;

@@ -47,7 +47,7 @@ TEST(CommitStep, AddsTheStepByATwoSum) {
   }
 }
 
-TEST(CommitStep, AMillionStepsLoseNothingThatAPairOfFloatsCanHold) {
+TEST(CommitStep, AMillionStepsAddUpToThePrecisionOfAPairOfFloats) {
   ClockState clock = clockAt(0.0f, 0.0f, 0.0f);
   long double exact = 0;
   float naive = 0;
@@ -79,7 +79,7 @@ TEST(CommitStep, TheFinalStepLandsOnTheEndExactly) {
   EXPECT_EQ(clock.steps, 42u);
 }
 
-TEST(CommitStep, LeavesTheOtherFiguresAlone) {
+TEST(CommitStep, DoesNotChangeTheOtherFigures) {
   ClockState clock = clockAt(1.0f, 0.0f, 0.5f);
   commitStep(nullptr, &clock, test::paramsOf(16));
   EXPECT_EQ(clock.dt, 0.5f);
@@ -89,7 +89,7 @@ TEST(CommitStep, LeavesTheOtherFiguresAlone) {
   EXPECT_EQ(clock.stepState, 1u);
 }
 
-TEST(CommitStep, TheClockStandsStillWithoutAStepAndAfterAFailure) {
+TEST(CommitStep, TheClockDoesNotAdvanceWithoutAStepOrAfterAFailure) {
   Params p = test::paramsOf(16);
   p.endHigh = 9.0f;
   struct Case {

@@ -1,4 +1,4 @@
-// The per-mode factors that stage 0 leaves for the step: phi functions and the exponential.
+// The per-mode factors that stage 0 computes for the step: phi functions and the exponential.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -40,8 +40,8 @@ Phi closedOf(float z, float e) {
   return {one, two, (two - 0.5f) / z};
 }
 
-// What the rule allows at z: one value from the series; from the closed forms one for each
-// exponential that is within a unit in the last place of the exact one.
+// The values allowed at z: one from the series; from the closed forms one for each exponential
+// within a unit in the last place of the exact one.
 std::vector<Phi> candidates(float z) {
   if (std::fabs(z) <= 1.0f) return {seriesOf(z)};
   const float e = static_cast<float>(std::exp(static_cast<double>(z)));
@@ -192,7 +192,7 @@ TEST(Coefficients, WithoutViscosityTheSchemesFallBackToTheirExplicitTableaus) {
   }
 }
 
-TEST(Coefficients, DampingBeyondTheExponentialsRangeWipesAModeInOneStep) {
+TEST(Coefficients, DampingBeyondTheExponentialsRangeClearsAModeInOneStep) {
   for (const Integrator method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {
     SCOPED_TRACE(static_cast<int>(method));
     Params p = paramsOf(16, method, 1e3f);
@@ -231,7 +231,7 @@ TEST(Coefficients, OfModesOutsideTheActiveSetAreNotWritten) {
   }
 }
 
-TEST(Coefficients, LaterStagesLeaveThemAsTheyStand) {
+TEST(Coefficients, AreNotChangedByLaterStages) {
   for (const Integrator method : {test::ifHeunRK3, test::etdrk4}) {
     Params p = paramsOf(16, method, 0.01f);
     const Stage start = test::randomStage(p, 0.1f, 76);
@@ -261,7 +261,7 @@ TEST(Coefficients, AreTheSameOnEveryProcessor) {
   }
 }
 
-// The exponential shows in plane 2 of the integrating factor: z phi1(z) = e^z - 1 for z < -1.
+// The exponential is visible in plane 2 of the integrating factor: z phi1(z) = e^z - 1 for z < -1.
 TEST(Coefficients, TheExponentialIsNearTheExactOneOverItsWholeRange) {
   const Sizes z(16);
   double worst = 0;

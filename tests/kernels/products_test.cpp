@@ -44,7 +44,7 @@ struct Reduced {
   std::vector<V2> partials;
 };
 
-// Thread by thread, as the launch of 64 blocks of 256 threads has it.
+// Thread by thread, as in a launch of 64 blocks of 256 threads.
 Reduced expectedReduction(const std::vector<float>& planes, int n, const Params& p) {
   const Sizes z(n);
   const std::size_t plane = 2 * z.plane;
@@ -90,7 +90,7 @@ TEST(ReduceCFLAndProducts, FormsProductsAndBoundsTheSpeedOfEachBlock) {
   }
 }
 
-TEST(ReduceCFLAndProducts, WhatIsNotFiniteFlagsItsOwnBlockAndNoOther) {
+TEST(ReduceCFLAndProducts, AValueThatIsNotFiniteFlagsOnlyItsBlock) {
   const int n = 64;
   const Sizes z(n);
   for (const std::uint32_t operatorKind : {0u, 1u}) {
@@ -159,7 +159,7 @@ TEST(ReduceCFLAndProducts, BlocksWithoutSamplesAreZero) {
   for (std::size_t b = 3; b < 64; ++b) EXPECT_TRUE(test::sameBits(partials[b], V2{0.0f, 0.0f}));
 }
 
-TEST(NonlinearProducts, AreThoseOfTheFirstStage) {
+TEST(NonlinearProducts, MatchThoseOfTheFirstStage) {
   for (const int n : test::resolutions) {
     for (const std::uint32_t operatorKind : {0u, 1u}) {
       SCOPED_TRACE(testing::Message() << "N = " << n << ", operator " << operatorKind);

@@ -141,7 +141,7 @@ TEST(ExtractSnapshot, WithOnePlaneTheVelocityIsZeroWhateverItsPlanesHold) {
   }
 }
 
-TEST(ExtractSnapshot, WhatIsNotFiniteFlagsItsBlockAndStaysOutOfTheMaxima) {
+TEST(ExtractSnapshot, AValueThatIsNotFiniteFlagsItsBlockAndIsLeftOutOfTheMaxima) {
   const int n = 34;
   const Sizes z(n);
   const std::vector<float> clean = Numbers(94).floats(3 * planeSize(z));

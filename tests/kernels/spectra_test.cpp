@@ -52,7 +52,7 @@ std::vector<V2> expectedPadded(const std::vector<V2>& omega, int n, std::size_t 
   return expected;
 }
 
-TEST(VelocityToPadded, FillsTheWorkPlanesAndNothingBesideThem) {
+TEST(VelocityToPadded, WritesOnlyTheWorkPlanes) {
   for (const int n : test::resolutions) {
     const Sizes z(n);
     const std::vector<V2> omega = Numbers(7).modes(z.half);
@@ -110,7 +110,7 @@ TEST(VelocityToPadded, TheLastRetainedColumnIsTheOneBeforeNyquist) {
   }
 }
 
-TEST(ProjectState, KeepsActiveModesAsTheyStand) {
+TEST(ProjectState, KeepsActiveModesUnchanged) {
   for (const int n : test::resolutions) {
     SCOPED_TRACE(n);
     const Sizes z(n);
@@ -131,7 +131,7 @@ TEST(ProjectState, KeepsActiveModesAsTheyStand) {
   }
 }
 
-TEST(ProjectState, DropsWhatIsNotFiniteOutsideTheActiveSet) {
+TEST(ProjectState, ClearsValuesThatAreNotFiniteOutsideTheActiveSet) {
   const Sizes z(16);
   std::vector<V2> full(z.n * z.n, V2{1.0f, 1.0f});
   full[0] = {test::notANumber, 0.0f};

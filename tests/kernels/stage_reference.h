@@ -26,7 +26,7 @@ struct Stage {
   ClockState clock;
 };
 
-// Every array full of numbers, and a clock within a normal step.
+// Every array filled with numbers, and a clock within a normal step.
 inline Stage randomStage(const Params& p, float dt, unsigned seed) {
   const Sizes z(static_cast<int>(p.resolution));
   Numbers numbers(seed);
@@ -67,7 +67,7 @@ inline V2 termOf(const Stage& stage, const Params& p, int i, int ky) {
   return {r * t.re, r * t.im};
 }
 
-// One component of one mode; planes of coefficients are already those of the step.
+// One component of one mode; the planes hold the coefficients of this step.
 struct Component {
   float &omega, &base, &first, &middle, &predictor, &correction;
   const float* c;  // of the mode, one for each plane
@@ -158,7 +158,7 @@ inline void advanceMode(Stage& stage, const Params& p, std::size_t at, int i, in
   if (!std::isfinite(w.re) || !std::isfinite(w.im)) stage.clock.healthy = 0;
 }
 
-// A whole launch, with the coefficients that stand in the planes.
+// A whole launch, with the coefficients in the planes.
 inline void advance(Stage& stage, const Params& p) {
   if (stage.clock.stepState == 0) return;
   const Sizes z(static_cast<int>(p.resolution));

@@ -50,7 +50,7 @@ TEST(AdvanceStage, UpdatesEveryModeBitForBit) {
           StageLaunch launch(start);
           launch.run(p);
           Stage expected = start;
-          // Those of stage 0 have a test of their own.
+          // Those of stage 0 are tested separately.
           if (stage == 0) expected.coefficients = launch.coefficients.content();
           test::advance(expected, p);
           launch.expect(expected);
@@ -92,7 +92,7 @@ TEST(AdvanceStage, RunsInAFinalStepAndAfterAFailureWithinTheStep) {
   });
 }
 
-TEST(AdvanceStage, MaskedModesAreForcedToZeroWhateverTheyHeld) {
+TEST(AdvanceStage, MaskedModesAreSetToZero) {
   forEveryStage([&](Integrator method, std::uint32_t stage) {
     const Params p = paramsOf(18, method, stage, 0);
     const Sizes z(18);
@@ -121,7 +121,7 @@ TEST(AdvanceStage, MaskedModesAreForcedToZeroWhateverTheyHeld) {
   });
 }
 
-TEST(AdvanceStage, AModeThatIsNotFiniteEndsTheHealthOfTheFlow) {
+TEST(AdvanceStage, AModeThatIsNotFiniteClearsTheHealthFlag) {
   const int n = 64;
   const Sizes z(n);
   for (const std::uint32_t operatorKind : {0u, 1u}) {
@@ -137,7 +137,7 @@ TEST(AdvanceStage, AModeThatIsNotFiniteEndsTheHealthOfTheFlow) {
         for (const float value : {test::notANumber, test::infinity, -test::infinity}) {
           for (const bool imaginary : {false, true}) {
             Stage bad = start;
-            // A plane that the term of this mode really takes.
+            // A plane that the term of this mode uses.
             const bool needsProduct = operatorKind == 0 && (mode.i == 0 || mode.ky == 0);
             V2& given = bad.padded[(needsProduct ? z.plane : 0) + paddedAt(z, mode.i, mode.ky)];
             (imaginary ? given.im : given.re) = value;
@@ -145,7 +145,7 @@ TEST(AdvanceStage, AModeThatIsNotFiniteEndsTheHealthOfTheFlow) {
             launch.run(p);
             EXPECT_EQ(launch.clock.healthy, 0u)
                 << mode.i << " " << mode.ky << " " << value << " " << imaginary;
-            // The other modes are advanced all the same.
+            // The other modes are still advanced.
             EXPECT_TRUE(std::isfinite(launch.omega[modeAt(z, 9, 9)].re));
           }
         }
@@ -189,7 +189,7 @@ TEST(AdvanceStage, TheFirstStageReadsNothingOfAnEarlierStep) {
   }
 }
 
-TEST(AdvanceStage, AModeAtAnAngleOfHalfARightOneTakesOnlyOneProductOfTheStress) {
+TEST(AdvanceStage, AModeAt45DegreesUsesOnlyOneProductOfTheStress) {
   const Sizes z(16);
   const Params p = paramsOf(16, test::imexRK3, 0, 0);
   const Stage start = test::randomStage(p, 0.01f, 68);
@@ -210,7 +210,7 @@ TEST(AdvanceStage, AModeAtAnAngleOfHalfARightOneTakesOnlyOneProductOfTheStress) 
   EXPECT_TRUE(changed(1, 5, 0));
 }
 
-TEST(AdvanceStage, TheCorrectionCarriesWhatRoundingLost) {
+TEST(AdvanceStage, TheCorrectionCarriesTheRoundingError) {
   // Increments far below the last digit of the state add up over many steps.
   const Sizes z(16);
   for (const Integrator method : {test::imexRK3, test::ifHeunRK3, test::etdrk4}) {

@@ -163,7 +163,7 @@ TEST(SpectralStatistics, AnEmptySpectrumGivesZerosAndAClearFlag) {
   }
 }
 
-TEST(SpectralStatistics, WhatIsNotFiniteFlagsTheRecordOfItsBlockAlone) {
+TEST(SpectralStatistics, AValueThatIsNotFiniteFlagsOnlyTheRecordOfItsBlock) {
   const int n = 256;
   const Sizes z(n);
   const std::vector<V2> clean = Numbers(83).modes(z.half);
@@ -183,7 +183,7 @@ TEST(SpectralStatistics, WhatIsNotFiniteFlagsTheRecordOfItsBlockAlone) {
   }
 }
 
-TEST(SpectralStatistics, AnOverflowOfASquareIsNoFlag) {
+TEST(SpectralStatistics, AnOverflowOfASquareSetsNoFlag) {
   const int n = 16;
   std::vector<V2> omega(Sizes(n).half, V2{0.0f, 0.0f});
   omega[20] = {1e30f, 0.0f};

@@ -127,7 +127,7 @@ TEST(SelectTimeStep, MeasuresTheSpeedBoundAgainstTheHighestWavenumber) {
   EXPECT_EQ(clock.healthy, 1u);
 }
 
-TEST(SelectTimeStep, AtRestKeepsTheLastStepOrBeginsWithOne) {
+TEST(SelectTimeStep, AtRestKeepsTheLastStepOrStartsWithOne) {
   const Params p = test::paramsOf(16);
   EXPECT_EQ(selected(freshClock(), speeds(0.0f), p).dt, 1.0f);
   ClockState later = freshClock();
@@ -145,7 +145,7 @@ TEST(SelectTimeStep, GrowsByAFifthOfTheWayAndShrinksAtOnce) {
   EXPECT_EQ(selected(clock, speeds(1.0f), p).dt, (p.cfl + p.cfl) / 16.0f);
 }
 
-TEST(SelectTimeStep, AFixedStepHeedsNeitherSpeedNorLimiter) {
+TEST(SelectTimeStep, AFixedStepIgnoresSpeedAndLimiter) {
   Params p = test::paramsOf(16);
   p.fixedDt = 0.3f;
   ClockState clock = freshClock();
@@ -178,7 +178,7 @@ TEST(SelectTimeStep, AStepThatEqualsTheRemainderIsTheFinalOne) {
   EXPECT_EQ(selected(clock, speeds(1.0f), p).stepState, 1u);
 }
 
-TEST(SelectTimeStep, AtOrBehindTheEndNoStepIsTakenAndNothingFails) {
+TEST(SelectTimeStep, AtOrPastTheEndNoStepIsTakenAndNothingFails) {
   Params p = test::paramsOf(16);
   setEnd(p, 1.0);
   ClockState clock = freshClock();
@@ -208,7 +208,7 @@ TEST(SelectTimeStep, TheLowPartOfTheClockDecidesNearTheEnd) {
   EXPECT_EQ(result.dt, 1e-9f);
 }
 
-TEST(SelectTimeStep, AnyFlagButZeroIsBad) {
+TEST(SelectTimeStep, AnyNonzeroFlagIsBad) {
   const Params p = test::paramsOf(16);
   for (const float flag : {1.0f, -1.0f, 1e-45f, test::infinity, test::notANumber}) {
     for (const std::size_t block : {std::size_t{0}, std::size_t{63}}) {
@@ -261,7 +261,7 @@ TEST(SelectTimeStep, AStepThatOverflowsFails) {
   EXPECT_EQ(selected(freshClock(), speeds(1e-45f), p).healthy, 0u);
 }
 
-TEST(SelectTimeStep, ANaNBoundIsPassedOver) {
+TEST(SelectTimeStep, ANaNBoundIsIgnored) {
   std::vector<V2> partials = speeds(2.0f);
   partials[0].re = test::notANumber;
   partials[63].re = test::notANumber;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
-TEST(MachineMemory, SomeOfItIsAvailableAndNotMoreThanThereIs) {
+TEST(MachineMemory, TheAvailableAmountIsPositiveAndAtMostTheTotal) {
   EXPECT_GT(availableMemory(), 0u);
   EXPECT_LE(availableMemory(), physicalMemory());
 }
@@ -26,7 +26,7 @@ TEST(MappedPages, AreZeroedAndAligned) {
   }
 }
 
-TEST(MappedPages, StandInMemoryAsFarAsTheyWereTouched) {
+TEST(MappedPages, UseMemoryOnlyWhereTouched) {
   for (const std::size_t bytes : {100 * std::size_t{4096}, 10 * mebibyte + 100}) {
     auto* pages = static_cast<unsigned char*>(mapPages(bytes));
     ASSERT_NE(pages, nullptr);
@@ -53,7 +53,7 @@ TEST(MappedPages, ManyCanComeAndGo) {
   }
 }
 
-TEST(MappedPages, AreRefusedWhereTheAddressSpaceEnds) {
+TEST(MappedPages, AreRefusedBeyondTheAddressSpace) {
   EXPECT_EQ(mapPages(std::size_t{1} << 62), nullptr);
 }
 

@@ -14,7 +14,7 @@ TEST(System, HasOneOfTheTwoNames) {
   EXPECT_TRUE(systemName() == "Linux"s || systemName() == "Windows"s);
 }
 
-TEST(System, AThreadKeepsAnIdOfItsOwn) {
+TEST(System, EachThreadHasAConstantId) {
   const std::uint32_t mine = threadId();
   EXPECT_NE(mine, 0u);
   EXPECT_EQ(threadId(), mine);
@@ -33,7 +33,7 @@ TEST(System, HasAtLeastOneProcessor) {
   EXPECT_EQ(model.find('\n'), std::string::npos);
 }
 
-TEST(Paths, TextComesBackAsItWas) {
+TEST(Paths, TextSurvivesARoundTrip) {
   for (const std::string& text :
        {""s, "field.raw"s, "/a dir/b.f32"s, "/data/Wirbelst\u00e4rke \u03c9.raw"s}) {
     EXPECT_EQ(pathToUtf8(pathFromUtf8(text)), text);

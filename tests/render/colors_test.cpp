@@ -17,8 +17,8 @@ constexpr Palette palettes[] = {Palette::aurora, Palette::ember, Palette::glacie
                                 Palette::inferno};
 constexpr ColorRange ranges[] = {ColorRange::sigma, ColorRange::exposure};
 
-// Linear light has no steps; what is left is the arithmetic of 32 bits, the device's powers, and
-// the 11 bits of a half float.
+// Linear light is not rounded to steps; the error is from 32-bit arithmetic, the device's powers,
+// and the 11 bits of a half float.
 bool isAsBright(double found, double expected) {
   return std::fabs(found - expected) <= 1e-4 + 0.005 * expected;
 }
@@ -92,7 +92,7 @@ TEST_F(Colors, FollowExposureWithAFloorAndSigma) {
   }
 }
 
-TEST_F(Colors, OfVorticityHeedExposureOrTheMeanButNotBoth) {
+TEST_F(Colors, OfVorticityUseExposureOrTheMeanButNotBoth) {
   const auto frame = test::noise(grid);
   const auto shifted = std::make_shared<Frame>(*frame);
   shifted->meanVorticity += 0.5f;
@@ -116,7 +116,7 @@ TEST_F(Colors, OfAFlowAtRestSaturateWithTheSmallestDeviation) {
   EXPECT_LE(test::largestDifference(picture.at(44, 32), {0.001, 0, 0.014}), test::displayTolerance);
 }
 
-TEST_F(Colors, OfNothingAreTheBase) {
+TEST_F(Colors, OfAZeroFieldAreTheBase) {
   const auto frame = test::frameOf(16, test::zero);
   for (const Display display : displays) {
     const test::Color base = display == Display::vorticity ? test::Color{0.017, 0.026, 0.055}

@@ -1,4 +1,4 @@
-// How a failure of the graphics system is told.
+// The text of a failure of the graphics system.
 #include "render/failure.h"
 
 #include <gtest/gtest.h>
@@ -14,14 +14,14 @@ std::string textOf(std::int32_t result) {
   return failureText<std::runtime_error>([=] { checkResult(result, "Create brush"); });
 }
 
-TEST(GraphicsFailure, TellsTheStepAndTheResultInLowercaseHexadecimal) {
+TEST(GraphicsFailure, NamesTheStepAndTheResultInLowercaseHexadecimal) {
   EXPECT_EQ(textOf(-1), "Create brush failed (0xffffffff)");
   EXPECT_EQ(textOf(-9), "Create brush failed (0xfffffff7)");
   EXPECT_EQ(textOf(std::numeric_limits<std::int32_t>::min()), "Create brush failed (0x80000000)");
   EXPECT_EQ(textOf(static_cast<std::int32_t>(0x887a0005u)), "Create brush failed (0x887a0005)");
 }
 
-TEST(GraphicsFailure, IsNoResultThatIsNotNegative) {
+TEST(GraphicsFailure, IsOnlyANegativeResult) {
   for (const std::int32_t result : {0, 1, 5, std::numeric_limits<std::int32_t>::max()})
     EXPECT_EQ(textOf(result), "(nothing raised)");
 }

@@ -41,7 +41,7 @@ class Cover {
     return sum;
   }
 
-  // How alike the cover is to itself, moved.
+  // The correlation of the cover with itself, shifted.
   double likeness(int right, int down) const {
     double sum = 0;
     for (int row = std::max(0, -down); row < height_ - std::max(0, down); ++row)
@@ -238,7 +238,7 @@ TEST_F(FlowLines, FadeLikeASineToThePowerOfSevenTenths) {
 }
 
 // In a flow that turns as a whole they are arcs of circles, so that few radii have any.
-TEST_F(FlowLines, KeepToTheirStreamline) {
+TEST_F(FlowLines, FollowTheirStreamline) {
   const auto frame = test::frameOf(
       64, test::zero, [](double, double y) { return 0.5 - y; },
       [](double x, double) { return x - 0.5; });

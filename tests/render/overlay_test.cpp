@@ -69,7 +69,7 @@ TEST(Overlay, HangsOnTheSideOfThePicture) {
   EXPECT_EQ(items[7].place, (Rectangle{219.25f, 287.25f, 319.25f, 316.25f}));
 }
 
-TEST(Overlay, OnASmallSideIsDrawnAllTheSame) {
+TEST(Overlay, IsAlsoDrawnOnASmallSide) {
   for (const float side : {0.5f, 1.0f, 20.0f, 100.0f}) {
     const std::vector<OverlayItem> items = overlayOf(statusOf(false), side);
     ASSERT_EQ(items.size(), 9u) << side;
@@ -81,12 +81,12 @@ TEST(Overlay, OnASmallSideIsDrawnAllTheSame) {
   }
 }
 
-TEST(Overlay, SaysBeforeTheFirstFrameThatTheFlowIsPrepared) {
+TEST(Overlay, ShowsBeforeTheFirstFrameThatTheFlowIsPrepared) {
   EXPECT_EQ(textsOf(statusOf(false)).front(), preparing);
   EXPECT_EQ(textsOf(statusOf(false)).size(), 6u);
 }
 
-TEST(Overlay, SaysThatTheFlowCouldNotBeMade) {
+TEST(Overlay, ShowsThatTheFlowCouldNotBeCreated) {
   ShownStatus status = statusOf(false);
   status.failed = true;
   EXPECT_EQ(textsOf(status).front(), failed);

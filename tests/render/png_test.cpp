@@ -54,7 +54,7 @@ Image read(const std::string& path) {
   return found;
 }
 
-// Nothing that packs well.
+// Pixels that do not compress well.
 std::vector<std::byte> noise(std::uint32_t width, std::uint32_t height) {
   std::mt19937 engine(width);
   std::vector<std::byte> pixels(std::size_t{4} * width * height);
@@ -91,7 +91,7 @@ TEST_F(PngFiles, OfLightHoldDisplayValues) {
 }
 
 // tests/abi holds the other places where no picture can be written; there is no other user there.
-TEST_F(PngFiles, ThatMayNotBeWrittenTellSo) {
+TEST_F(PngFiles, ThatCannotBeWrittenAreReported) {
   if (geteuid() == 0) GTEST_SKIP() << "root may write everywhere";
   ASSERT_EQ(chmod(folder().c_str(), 0500), 0);
   EXPECT_EQ(failureText<std::runtime_error>([&] { writePng(path("flow.png"), 8, 8, noise(8, 8)); }),

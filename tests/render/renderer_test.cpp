@@ -22,11 +22,11 @@ namespace fs = std::filesystem;
 
 class Renderers : public test::OnRenderer {};
 
-TEST_F(Renderers, TellTheNameOfWhatDraws) {
+TEST_F(Renderers, ReportTheNameOfTheirDevice) {
   EXPECT_FALSE(renderer().deviceName().empty());
 }
 
-TEST_F(Renderers, OfADeviceThatIsNotThereAreNotMade) {
+TEST_F(Renderers, OfAMissingDeviceAreNotCreated) {
   const int none = test::processorDevice() + 1;
   EXPECT_EQ(failureText<std::runtime_error>([=] { Renderer missing(none); }),
             "cudaSetDevice(cudaDevice): invalid device ordinal");
@@ -61,7 +61,7 @@ TEST_F(Renderers, ReadATargetThatNothingHasBeenDrawnInto) {
   }
 }
 
-TEST_F(Renderers, OutliveATargetThatCannotBe) {
+TEST_F(Renderers, SurviveAnImpossibleTarget) {
   for (const std::uint32_t side : {0u, 100000u, 0x7fffffffu, 0xffffffffu}) {
     for (const bool isWide : {true, false}) {
       const std::string text = failureText<std::runtime_error>([&] {
@@ -98,7 +98,7 @@ TEST_F(Renderers, WriteAPictureWhateverElseTheyHaveDrawn) {
   fs::remove(path);
 }
 
-TEST_F(Renderers, AFileThatCannotBeWrittenIsToldAndTheyGoOn) {
+TEST_F(Renderers, ReportAnUnwritableFileAndKeepWorking) {
   const auto frame = test::noise(18);
   EXPECT_EQ(failureText<std::runtime_error>(
                 [&] { renderer().renderPng(frame, {}, "/nonexistent/flow.png", 20); }),
@@ -107,7 +107,7 @@ TEST_F(Renderers, AFileThatCannotBeWrittenIsToldAndTheyGoOn) {
 }
 
 // The same pixels as one alone.
-TEST_F(Renderers, OfSeveralThreadsDoNotDisturbOneAnother) {
+TEST_F(Renderers, OfSeveralThreadsDoNotAffectEachOther) {
   constexpr int threads = 4;
   std::vector<std::shared_ptr<Frame>> frames;
   std::vector<std::vector<std::byte>> expected;
@@ -133,7 +133,7 @@ TEST_F(Renderers, OfSeveralThreadsDoNotDisturbOneAnother) {
   for (std::thread& thread : running) thread.join();
 }
 
-TEST_F(Renderers, LeaveNothingOpenAndNoThreadBehind) {
+TEST_F(Renderers, LeakNoFileAndNoThread) {
   endRenderer();
   const auto frame = test::noise(18);
   const auto live = [&] {

@@ -1,4 +1,4 @@
-// Where the points of a field stand in its picture.
+// Where the points of a field are in its picture.
 #include <gtest/gtest.h>
 
 #include <algorithm>

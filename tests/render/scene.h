@@ -41,7 +41,7 @@ inline std::vector<float> valuesOf(int n, const Plane& w, const Plane& u, const 
   return values;
 }
 
-// What a frame says about its planes.
+// The moments of a frame.
 inline Frame describe(int n, const std::vector<float>& values) {
   const std::size_t plane = static_cast<std::size_t>(n) * static_cast<std::size_t>(n);
   double sum = 0;
@@ -141,7 +141,7 @@ inline double largestDifference(const Color& a, const Color& b) {
       {std::fabs(a.red - b.red), std::fabs(a.green - b.green), std::fabs(a.blue - b.blue)});
 }
 
-// Whether a renderer could not be made for want of something to draw with.
+// Whether a renderer could not be created because there is no Vulkan device.
 inline bool isLackOfVulkan(const std::string& text) {
   return text == "No Vulkan device found." || text == "This build cannot draw pictures.";
 }

@@ -67,7 +67,7 @@ TEST(DisplayValues, OfEveryHalfAreItsLightClampedEncodedAndRounded) {
   }
 }
 
-TEST(DisplayValues, OfLightStandInTheOrderBlueGreenRedAlpha) {
+TEST(DisplayValues, OfLightAreInTheOrderBlueGreenRedAlpha) {
   constexpr std::uint16_t one = 0x3c00;
   constexpr std::uint16_t quarter = 0x3400;
   const std::vector<std::byte> values =

@@ -1,4 +1,4 @@
-// When a field is moved to where the shaders read it.
+// When a field is copied to the memory that the shaders read.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,15 +21,15 @@ void fill(const Frame& frame, float value) {
   std::fill_n(frame.block.get(), 3 * frame.gridSize * frame.gridSize, value);
 }
 
-TEST_F(FieldTransfer, NothingIsMovedForTheFrameThatIsThere) {
+TEST_F(FieldTransfer, TheSameFrameIsNotMovedAgain) {
   const auto frame = test::noise(16);
   const test::Picture first = draw(frame, {}, 50);
   fill(*frame, 0);
   EXPECT_EQ(draw(frame, {}, 50), first);
 }
 
-// What counts is the object, not what it says.
-TEST_F(FieldTransfer, AnotherFrameIsMovedEvenIfItIsTheSameInAllButItsPlace) {
+// Frames are compared by identity, not by their values.
+TEST_F(FieldTransfer, AnotherFrameIsMovedEvenIfItsFiguresAreEqual) {
   const auto frame = test::noise(16);
   const test::Picture first = draw(frame, {}, 50);
   fill(*frame, 0);
@@ -60,7 +60,7 @@ TEST_F(FieldTransfer, GridsOfAllSizesFollowOneAnother) {
   }
 }
 
-TEST_F(FieldTransfer, AFrameIsHeldUntilAnotherIsThere) {
+TEST_F(FieldTransfer, AFrameIsHeldUntilAnotherReplacesIt) {
   const auto first = test::noise(16);
   const auto second = test::noise(16, 2);
   renderer().transferField(first);
@@ -77,7 +77,7 @@ TEST_F(FieldTransfer, AFrameIsHeldUntilAnotherIsThere) {
 }
 
 // A frame that is never read: there is no such memory.
-TEST_F(FieldTransfer, AGridThatIsTooLargeIsToldAndTheFrameBeforeIsStillDrawn) {
+TEST_F(FieldTransfer, AGridThatIsTooLargeIsReportedAndTheLastFrameIsStillDrawn) {
   const auto frame = test::noise(16);
   const test::Picture first = draw(frame, {}, 50);
   const auto huge = std::make_shared<Frame>(*frame);

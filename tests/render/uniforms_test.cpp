@@ -20,7 +20,7 @@ Uniforms uniforms(const Frame& frame, const DisplaySettings& settings = {}) {
   return uniformsOf(frame, settings, {}, false);
 }
 
-TEST(Uniforms, TellAllOfAFrameItsSettingsItsPlaceAndItsTarget) {
+TEST(Uniforms, DescribeTheFrameItsSettingsItsPlaceAndItsTarget) {
   const DisplaySettings settings = {.display = Display::enstrophy,
                                     .palette = Palette::inferno,
                                     .colorRange = ColorRange::exposure,
@@ -55,7 +55,7 @@ TEST(Uniforms, OfTheUsualSettingsAreAnEmberPictureOfVorticityInStandardRange) {
 }
 
 // What the shaders find at each offset.
-TEST(Uniforms, StandInTheOrderThatTheShadersRead) {
+TEST(Uniforms, AreInTheOrderThatTheShadersRead) {
   EXPECT_EQ(offsetof(Uniforms, gridSize), 0u);
   EXPECT_EQ(offsetof(Uniforms, palette), 4u);
   EXPECT_EQ(offsetof(Uniforms, display), 8u);
@@ -70,7 +70,7 @@ TEST(Uniforms, StandInTheOrderThatTheShadersRead) {
   EXPECT_EQ(offsetof(Uniforms, rounded), 44u);
 }
 
-TEST(Uniforms, TheVorticityIsScaledByItsDeviationOnlyWhereItIsShownLinearly) {
+TEST(Uniforms, TheVorticityIsScaledByItsDeviationOnlyIfItIsShownLinearly) {
   for (const Display display : {Display::vorticity, Display::speed, Display::enstrophy}) {
     for (const ColorRange range : {ColorRange::sigma, ColorRange::exposure}) {
       const DisplaySettings settings = {.display = display, .colorRange = range, .sigma = 3.0f};

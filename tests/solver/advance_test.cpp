@@ -1,4 +1,4 @@
-// Stepping: what may be asked, where it stops, and what it reports.
+// Stepping: its arguments, where it stops, and what it reports.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -15,7 +15,7 @@ namespace {
 constexpr const char* refusal = "Invalid steps or endpoint.";
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-TEST(Advance, RefusesNegativeCountsAndTimesThatAreNone) {
+TEST(Advance, RefusesNegativeCountsAndInvalidTimes) {
   Solver solver(test::configOf(16));
   const std::vector<V2> before = solver.spectrum();
   EXPECT_EQ(test::badArgument([&] { solver.advance(-1); }), refusal);
@@ -29,7 +29,7 @@ TEST(Advance, RefusesNegativeCountsAndTimesThatAreNone) {
   EXPECT_EQ(solver.lastStats().steps, 0u);
 }
 
-TEST(Advance, NoStepsChangeNothingAndKeepTheFigures) {
+TEST(Advance, ByNoStepsChangesNothing) {
   Solver solver(test::configOf(16));
   const Statistics first = solver.advance(4);
   EXPECT_GT(first.gpuMilliseconds, 0.0);
@@ -54,7 +54,7 @@ TEST(Advance, CountsStepsAndTime) {
   }
 }
 
-TEST(Advance, AnEndThatIsReachedInsideABatchStopsTheFlow) {
+TEST(Advance, AnEndInsideABatchStopsTheFlow) {
   Solver solver(test::fixedStep(0.0078125f));
   const Statistics stats = solver.advance(1000, 10 * 0.0078125);
   EXPECT_EQ(stats.steps, 10u);
@@ -76,7 +76,7 @@ TEST(Advance, AnAdaptiveFlowLandsOnTheEndToo) {
   for (const Integrator integrator : test::integrators) {
     Solver solver(test::configOf(16, integrator));
     EXPECT_EQ(solver.advance(100000, 3.7).time, test::asPair(3.7));
-    // The cut step leaves no trace in the rule.
+    // The cut step does not affect the time-step rule.
     const float cut = solver.lastStats().dt;
     EXPECT_GT(solver.advance(1).dt, cut);
   }
@@ -89,7 +89,7 @@ TEST(Advance, TheStepsMayEndBeforeTheTime) {
   EXPECT_NEAR(stats.time, 0.05, 1e-8);
 }
 
-TEST(Advance, AtTheEndAlreadyItReturnsAtOnce) {
+TEST(Advance, ReturnsAtOnceAtTheEnd) {
   Solver solver(test::fixedStep(0.03f));
   const Statistics first = solver.advance(1000, 0.1);
   const std::vector<V2> before = solver.spectrum();
@@ -123,14 +123,14 @@ TEST(Advance, ATinyEndIsReached) {
   EXPECT_EQ(stats.time, test::asPair(1e-30));
 }
 
-TEST(Advance, AnEndBelowTheNumbersOfTheClockTakesNoStepAndNoTime) {
+TEST(Advance, AnEndBelowThePrecisionOfTheClockTakesNoStep) {
   Solver solver(test::configOf(16));
   const Statistics stats = solver.advance(std::numeric_limits<std::int32_t>::max(), 1e-50);
   EXPECT_EQ(stats.steps, 0u);
   EXPECT_EQ(stats.time, 0.0);
 }
 
-TEST(Advance, HowStepsAreSharedOutOverCallsDoesNotMatter) {
+TEST(Advance, DoesNotDependOnHowStepsAreSplitIntoCalls) {
   for (const Integrator integrator : test::integrators) {
     Solver whole(test::configOf(16, integrator));
     Solver parts(test::configOf(16, integrator));
@@ -143,7 +143,7 @@ TEST(Advance, HowStepsAreSharedOutOverCallsDoesNotMatter) {
   }
 }
 
-TEST(Advance, AnEndBeyondTheFirstBatchIsMet) {
+TEST(Advance, LandsOnAnEndBeyondTheFirstBatch) {
   Solver solver(test::fixedStep(0.0078125f));
   const Statistics stats = solver.advance(2000, 600 * 0.0078125);
   EXPECT_EQ(stats.steps, 600u);
@@ -174,14 +174,14 @@ TEST(Advance, AnEndCountsAsReachedThirtyTwoUnitsBelowIt) {
   EXPECT_LT(reachedFrom(0.0), 0.0);
 }
 
-TEST(Advance, LeavesTheFiguresOfTheLastInspection) {
+TEST(Advance, KeepsTheFiguresOfTheLastInspection) {
   Solver solver(test::configOf(16));
   const double energy = solver.lastStats().energy;
   EXPECT_EQ(solver.advance(50).energy, energy);
   EXPECT_LT(solver.inspect().energy, energy);
 }
 
-TEST(Setters, RefuseWhatIsNoNumberForThem) {
+TEST(Setters, RefuseInvalidNumbers) {
   Solver solver(test::configOf(16));
   for (const double reynolds :
        {0.0, -1.0, infinity, 1e-39, std::numeric_limits<double>::quiet_NaN()}) {
@@ -195,7 +195,7 @@ TEST(Setters, RefuseWhatIsNoNumberForThem) {
   EXPECT_EQ(solver.lastStats().reynolds, 1000.0);
 }
 
-TEST(Setters, TheConfigurationStaysAsConstructed) {
+TEST(Setters, DoNotChangeTheConfiguration) {
   Solver solver(test::configOf(16));
   solver.setCFL(1.0f);
   solver.setReynolds(5.0);
@@ -207,7 +207,7 @@ TEST(Setters, TheConfigurationStaysAsConstructed) {
   EXPECT_EQ(solver.inspect().reynolds, 5.0);
 }
 
-TEST(Setters, ACourantNumberHoldsFromTheVeryNextStep) {
+TEST(Setters, ACourantNumberAppliesFromTheNextStep) {
   Config config = test::configOf(32);
   config.reynolds = 1e12;
   const std::vector<float> wave = test::wave(32, 2, 1, 1.0);
@@ -222,7 +222,7 @@ TEST(Setters, ACourantNumberHoldsFromTheVeryNextStep) {
   EXPECT_NEAR(solver.lastStats().dt / start, 1.0f / 3.0f, 1e-5f);  // also kept by a reset
 }
 
-TEST(Setters, AReynoldsNumberHoldsFromTheVeryNextStep) {
+TEST(Setters, AReynoldsNumberAppliesFromTheNextStep) {
   Config config = test::configOf(16);
   config.fixed_dt = 0.01f;
   Solver solver(config, test::wave(16, 2, 0, 1.0));

@@ -1,4 +1,4 @@
-// What stepping asks of the heap.
+// Heap allocations while stepping.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,7 +7,7 @@
 
 #include "tests/support/flows.h"
 
-// A sanitizer brings a heap of its own.
+// A sanitizer replaces the heap.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define ZEPH_FOREIGN_HEAP 1
 #elif defined(__has_feature)
@@ -33,8 +33,7 @@ constexpr std::size_t plainAlignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 
 }  // namespace
 
-// The heap of the whole test program, with a count. The forms for arrays and those that raise
-// nothing come down to these.
+// Counts allocations in the whole test program. The array and nothrow forms call these.
 [[gnu::noinline]] void* operator new(std::size_t bytes) {
   return counted(bytes, plainAlignment);
 }
@@ -69,7 +68,7 @@ TEST(StepLoop, AllocatesNothing) {
   }
 }
 
-TEST(StepLoop, IsSeenWhenItAllocates) {
+TEST(StepLoop, AnAllocationIsDetected) {
   const std::size_t before = allocations;
   void* volatile plain = ::operator new(8);
   ::operator delete(plain);

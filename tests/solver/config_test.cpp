@@ -22,7 +22,7 @@ std::string checkWith(Change change) {
   return test::badArgument([&] { checkConfig(config); });
 }
 
-TEST(SolverConfig, HasDefaultsThatAreAccepted) {
+TEST(SolverConfig, HasValidDefaults) {
   EXPECT_NO_THROW(checkConfig(Config()));
   const Config config;
   EXPECT_EQ(config.resolution, 1024);
@@ -89,7 +89,7 @@ TEST(SolverConfig, ALiveReynoldsNumberMustBeFinite) {
   EXPECT_TRUE(isCfl(0.1f));
 }
 
-TEST(SolverConfig, ASolverHoldsARecordToTheSameRules) {
+TEST(SolverConfig, ASolverChecksTheSameRules) {
   Config config = test::configOf(15);
   EXPECT_EQ(test::badArgument([&] { Solver solver(config); }), refusal);
 }

@@ -1,4 +1,4 @@
-// Flows that fail, and the one way back.
+// Flows that fail, and their recovery by a reset.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,7 +14,7 @@ namespace {
 constexpr const char* badSamples =
     "Initial vorticity must contain exactly N\u00b2 finite Float32 samples.";
 
-TEST(Failure, OfAFlowIsToldOnceAndThenLatched) {
+TEST(Failure, IsReportedOnceAndThenLatched) {
   for (const Integrator integrator : test::integrators) {
     for (const OperatorKind operatorKind : test::operators) {
       Config config = test::explosive(16);
@@ -35,7 +35,7 @@ TEST(Failure, DoesNotHideABadRequest) {
   test::expectLatched(solver);
 }
 
-TEST(Failure, LeavesTheSettersAndTheConfiguration) {
+TEST(Failure, KeepsTheSettersAndTheConfigurationUsable) {
   Solver solver(test::explosive(16));
   test::runtimeFailure([&] { solver.advance(1000); });
   EXPECT_NO_THROW(solver.setReynolds(10.0));
@@ -45,7 +45,7 @@ TEST(Failure, LeavesTheSettersAndTheConfiguration) {
   test::expectLatched(solver);
 }
 
-TEST(Failure, IsLeftByAReset) {
+TEST(Failure, IsClearedByAReset) {
   Solver solver(test::explosive(16));
   const std::vector<V2> start = solver.spectrum();
   test::runtimeFailure([&] { solver.advance(1000); });
@@ -56,18 +56,18 @@ TEST(Failure, IsLeftByAReset) {
   EXPECT_NE(solver.snapshot(true), nullptr);
 }
 
-TEST(Failure, AfterAResetAFlowRunsAsIfNothingHadHappened) {
-  test::expectNoTraceOfAFailureAfterAReset(10000);
+TEST(Failure, AfterAResetAFlowRunsLikeANewOne) {
+  test::expectCleanFlowAfterAReset(10000);
 }
 
-TEST(Failure, RefusedSamplesLeaveALatchedSolverLatched) {
+TEST(Failure, RefusedSamplesKeepALatchedSolverLatched) {
   Solver solver(test::explosive(16));
   test::runtimeFailure([&] { solver.advance(1000); });
   EXPECT_EQ(test::badArgument([&] { solver.reset(std::vector<float>(3)); }), badSamples);
   test::expectLatched(solver);
 }
 
-TEST(Failure, RefusedSamplesLeaveARunningSolverUntouched) {
+TEST(Failure, RefusedSamplesDoNotChangeARunningSolver) {
   Solver solver(test::configOf(16));
   const Statistics before = solver.advance(5);
   const std::vector<V2> spectrum = solver.spectrum();
@@ -96,19 +96,19 @@ TEST(Failure, SamplesTooLargeForTheTransformsLatchTheReset) {
   EXPECT_EQ(solver.advance(1).steps, 1u);
 }
 
-TEST(Failure, AnEnstrophyBeyondTheNumbersIsTold) {
+TEST(Failure, AnOverflowOfTheEnstrophyIsReported) {
   EXPECT_EQ(
       test::runtimeFailure([] { Solver solver(test::configOf(16), test::wave(16, 1, 0, 1e25)); }),
       "Non-finite spectral reduction.");
 }
 
-TEST(Failure, AStepThatOverflowsIsNoStep) {
+TEST(Failure, AStepThatOverflowsFails) {
   Config config = test::configOf(16);
   config.cfl = 3e38f;
   EXPECT_EQ(test::runtimeFailure([&] { Solver solver(config); }), test::exploded);
 }
 
-TEST(Failure, AClockBeyondTheNumbersIsTold) {
+TEST(Failure, AnOverflowOfTheClockIsReported) {
   Config config = test::configOf(16);
   config.fixed_dt = 3e38f;
   config.reynolds = 1e38;

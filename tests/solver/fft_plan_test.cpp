@@ -33,7 +33,7 @@ TEST(FftPlan, MakesAnApplicationOncePerBatchCount) {
   EXPECT_EQ(plan.applicationCount(), 2u);
 }
 
-TEST(FftPlan, ATransformUsesTheApplicationThatIsThere) {
+TEST(FftPlan, ATransformReusesTheExistingApplication) {
   FftPlan plan = gridPlan(16);
   plan.application(1);
   std::vector<V2> buffer(Sizes(16).half * 2);
@@ -52,7 +52,7 @@ TEST(FftPlan, CountsMemoryThatItsApplicationsShareOnce) {
   }
 }
 
-TEST(FftPlan, AnInverseOfOneModeIsItsWaveAndTheForwardFindsItAgain) {
+TEST(FftPlan, TheInverseOfOneModeIsItsWaveAndTheForwardRecoversIt) {
   for (const int n : {16, 18, 34}) {
     const Sizes z(n);
     FftPlan plan = gridPlan(n);
@@ -99,7 +99,7 @@ TEST(FftPlan, FieldsOfABatchDoNotMix) {
   }
 }
 
-TEST(FftPlan, AShapeThatNoTransformHasFailsInWords) {
+TEST(FftPlan, AnUnsupportedShapeFailsWithAText) {
   FftPlan plan(-2, true, 4, 0, nullptr);
   const std::string text = test::runtimeFailure([&] { plan.application(1); });
   EXPECT_TRUE(text.starts_with("VkFFT CUDA plan N=-2 batch=1 failed: ")) << text;

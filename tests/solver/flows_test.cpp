@@ -1,4 +1,4 @@
-// Flows whose course is known.
+// Flows with known solutions.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,7 +44,7 @@ TEST(Flows, AWaveDecaysAtItsOwnRate) {
   }
 }
 
-TEST(Flows, WithoutViscosityEnergyAndEnstrophyAreKept) {
+TEST(Flows, WithoutViscosityEnergyAndEnstrophyAreConserved) {
   for (const OperatorKind operatorKind : test::operators) {
     Config config = test::configOf(32, Integrator::etdrk4, operatorKind);
     config.reynolds = std::numeric_limits<double>::infinity();
@@ -70,7 +70,7 @@ TEST(Flows, TheTwoFormsOfTheNonlinearTermAgree) {
   }
 }
 
-TEST(Flows, TheIntegratorsConvergeToTheSameFlowInTheirOrders) {
+TEST(Flows, TheIntegratorsConvergeToTheSameFlowAtTheirOrders) {
   Config config = test::configOf(32);
   config.reynolds = 100;
   const std::vector<V2> exact = spectrumAt(config, 0.00390625f, 1.0);

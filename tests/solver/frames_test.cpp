@@ -35,9 +35,9 @@ TEST(Frames, CarryTheirMomentsAndTheirTime) {
   EXPECT_NEAR(frame->stdVorticity, deviation, deviation * 1e-5);
 }
 
-TEST(Frames, WithoutVelocityHaveZerosInItsPlace) {
+TEST(Frames, HaveZerosForAMissingVelocity) {
   Solver solver(test::configOf(16));
-  { const auto full = solver.snapshot(true); }  // what stood in the block before is gone
+  { const auto full = solver.snapshot(true); }  // fills the block with other values
   const auto frame = solver.snapshot(false);
   const std::vector<float> fields = solver.copyFields(*frame);
   test::expectZerosForVelocity(*frame, fields);
@@ -46,7 +46,7 @@ TEST(Frames, WithoutVelocityHaveZerosInItsPlace) {
   EXPECT_TRUE(std::equal(fields.begin(), fields.begin() + 256, withVelocity.begin()));
 }
 
-TEST(Frames, OfAFlowAtRestHaveNoMoments) {
+TEST(Frames, OfAFlowAtRestHaveZeroMoments) {
   Solver solver(test::configOf(16), test::still(16));
   const auto frame = solver.snapshot(true);
   EXPECT_EQ(frame->maxVorticity, 0.0f);
@@ -58,7 +58,7 @@ TEST(Frames, AtMostThreeAreAliveAtATime) {
   test::expectThreeAtATime();
 }
 
-TEST(Frames, TheFirstFreeBlockIsTaken) {
+TEST(Frames, UseTheFirstFreeBlock) {
   Solver solver(test::configOf(16));
   auto first = solver.snapshot(true);
   auto second = solver.snapshot(true);
@@ -94,7 +94,7 @@ TEST(Frames, OutliveTheirSolver) {
   EXPECT_TRUE(test::sameBits(other.copyFields(*frame), before));
 }
 
-TEST(Frames, MayBeLetGoOnAnotherThread) {
+TEST(Frames, MayBeReleasedOnAnotherThread) {
   Solver solver(test::configOf(16));
   for (int k = 0; k < 50; ++k) {
     auto frame = solver.snapshot(true);
@@ -112,7 +112,7 @@ TEST(Frames, MayBeLetGoOnAnotherThread) {
   }
 }
 
-TEST(Frames, ComeAndGoWhileAReaderIsAtWork) {
+TEST(Frames, MayBeReleasedWhileAReaderWorks) {
   Solver solver(test::configOf(32));
   std::vector<std::thread> readers;
   for (int k = 0; k < 100; ++k) {

@@ -1,4 +1,4 @@
-// What a solver holds on its device.
+// The memory of a solver on its device.
 #include <gtest/gtest.h>
 
 #include "device/cpu/processor_memory.h"
@@ -25,7 +25,7 @@ std::uint64_t expectedBytes(int n, Integrator integrator, OperatorKind operatorK
   return common + 3 * half + 6 * table;
 }
 
-TEST(SolverMemory, IsThatOfItsBuffersForEveryIntegratorAndOperator) {
+TEST(SolverMemory, EqualsItsBuffersForEveryIntegratorAndOperator) {
   for (const int n : {16, 18, 64}) {
     for (const Integrator integrator : test::integrators) {
       for (const OperatorKind operatorKind : test::operators) {
@@ -37,13 +37,13 @@ TEST(SolverMemory, IsThatOfItsBuffersForEveryIntegratorAndOperator) {
   }
 }
 
-TEST(SolverMemory, ACountInNumbers) {
+TEST(SolverMemory, MatchesACountByHand) {
   // N = 16: M = 24, W = 9, S = 16, a half spectrum of 1152 bytes.
   const Solver small(test::configOf(16, Integrator::imexRK3));
   EXPECT_EQ(small.lastStats().allocatedBytes, 6 * 1152 + 6144 + 28 + 3624 + 9216u);
 }
 
-TEST(SolverMemory, StaysTheSameWhateverTheSolverDoes) {
+TEST(SolverMemory, IsConstant) {
   Solver solver(test::configOf(16));
   const std::uint64_t bytes = solver.lastStats().allocatedBytes;
   solver.advance(3);
@@ -52,12 +52,12 @@ TEST(SolverMemory, StaysTheSameWhateverTheSolverDoes) {
   EXPECT_EQ(solver.inspect().allocatedBytes, bytes);
 }
 
-TEST(SolverMemory, TheTransformsAreCountedApart) {
+TEST(SolverMemory, OfTheTransformsIsCountedSeparately) {
   Solver solver(test::configOf(16));
   const std::uint64_t before = solver.lastStats().workspaceBytes;
   EXPECT_GT(before, 0u);
   EXPECT_EQ(solver.inspect().workspaceBytes, before);
-  // The complex plan comes with the first start from samples, and stays.
+  // The complex plan is created at the first start from samples, and kept.
   solver.reset(test::wave(16, 1, 2, 1.0));
   const std::uint64_t withSamples = solver.inspect().workspaceBytes;
   EXPECT_GE(withSamples, before);
@@ -65,7 +65,7 @@ TEST(SolverMemory, TheTransformsAreCountedApart) {
   EXPECT_EQ(solver.inspect().workspaceBytes, withSamples);
 }
 
-TEST(SolverMemory, IsGivenBack) {
+TEST(SolverMemory, IsFreed) {
   const auto inUse = [] { return cpu::DeviceMemory::shared().inUse(); };
   const std::uint64_t before = inUse();
   for (int k = 0; k < 3; ++k) {
@@ -75,7 +75,7 @@ TEST(SolverMemory, IsGivenBack) {
   EXPECT_EQ(inUse(), before);
 }
 
-TEST(SolverMemory, AFailedAllocationIsToldByItsCall) {
+TEST(SolverMemory, AFailedAllocationNamesItsCall) {
   DeviceBuffer buffer;
   EXPECT_EQ(test::runtimeFailure([&] { buffer.allocate(std::size_t{1} << 60); }),
             "cudaMalloc(&ptr,bytes): out of memory");
@@ -83,7 +83,7 @@ TEST(SolverMemory, AFailedAllocationIsToldByItsCall) {
             "cudaMalloc(&ptr,bytes): out of memory");
 }
 
-TEST(SolverMemory, AFlowThatTheMachineCannotHoldIsRefusedAtOnce) {
+TEST(SolverMemory, AFlowTooLargeForTheMachineIsRefusedAtOnce) {
   const Config config = test::configOf(16384, Integrator::etdrk4, OperatorKind::advective);
   std::size_t available = 0;
   std::size_t total = 0;

@@ -44,7 +44,7 @@ TEST(Repetition, SamplesStartTheSameFlowEverywhere) {
   });
 }
 
-TEST(Repetition, FlowsSideBySideOnTheirThreadsDoNotDisturbEachOther) {
+TEST(Repetition, FlowsOnSeveralThreadsDoNotAffectEachOther) {
   const auto configOf = [](std::size_t k) {
     Config config =
         test::configOf(k % 2 == 0 ? 64 : 34, test::integrators[k % 3], test::operators[k % 2]);

@@ -28,7 +28,7 @@ std::vector<float> sum(std::vector<float> a, const std::vector<float>& b) {
   return a;
 }
 
-TEST(Reset, AFreshSolverStandsAtTimeZeroWithAStepInHand) {
+TEST(Reset, ANewSolverIsAtTimeZeroWithItsFirstStepChosen) {
   for (const Integrator integrator : test::integrators) {
     for (const OperatorKind operatorKind : test::operators) {
       const Solver solver(test::configOf(18, integrator, operatorKind));
@@ -43,7 +43,7 @@ TEST(Reset, AFreshSolverStandsAtTimeZeroWithAStepInHand) {
   }
 }
 
-TEST(Reset, WithoutSamplesTheFlowIsTheSeededOne) {
+TEST(Reset, WithoutSamplesStartsTheSeededFlow) {
   for (const StartSpectrum spectrum : {StartSpectrum::PAO, StartSpectrum::KM3}) {
     Config config = test::configOf(34);
     config.start_spectrum = spectrum;
@@ -96,7 +96,7 @@ TEST(Reset, SamplesBecomeTheirFourierCoefficients) {
   }
 }
 
-TEST(Reset, TheMeanAndTheNyquistWavesOfSamplesAreLost) {
+TEST(Reset, TheMeanAndTheNyquistWavesOfSamplesAreRemoved) {
   const std::vector<float> kept = test::wave(16, 2, 1, 1.0);
   std::vector<float> given = sum(kept, std::vector<float>(256, 9.0f));
   given = sum(given, test::wave(16, 8, 0, 5.0));
@@ -119,7 +119,7 @@ TEST(Reset, AConstantFieldIsAFlowAtRest) {
   EXPECT_EQ(solver.inspect().energy, 0.0);
 }
 
-TEST(Reset, TheStepIsPrimedByTheFieldOrFixed) {
+TEST(Reset, TheFirstStepFollowsFromTheFieldOrIsFixed) {
   const std::vector<float> wave = test::wave(32, 0, 2, 1.0);  // |u| <= 1/2, met on the finer grid
   Config config = test::configOf(32);
   EXPECT_NEAR(Solver(config, wave).lastStats().dt, 2 * 3.0 / (0.5 * 32), 1e-5);
@@ -145,7 +145,7 @@ TEST(Reset, ASeededFlowTurnsOverInTheTimeOfItsPeak) {
   EXPECT_NEAR(Solver(config).lastStats().initialTurnoverTime, turn / 6, 0.05);
 }
 
-TEST(Reset, BringsBackTheSameFlow) {
+TEST(Reset, RestoresTheSameFlow) {
   for (const Integrator integrator : test::integrators) {
     Solver solver(test::configOf(16, integrator));
     const std::vector<V2> start = solver.spectrum();
@@ -159,7 +159,7 @@ TEST(Reset, BringsBackTheSameFlow) {
   }
 }
 
-TEST(Reset, TakesSamplesAtAnyTime) {
+TEST(Reset, AcceptsSamplesAtAnyTime) {
   Solver solver(test::configOf(16));
   solver.advance(3);
   solver.reset(test::wave(16, 1, 0, 2.0));
@@ -190,7 +190,7 @@ TEST(Inspection, ThePalinstrophyRatioMeasuresAgainstTheLargestWavenumber) {
   EXPECT_NEAR(solver.inspect().palinstrophyRatio, 0.5, 1e-6);
 }
 
-TEST(Inspection, DoesNotDisturbTheFlow) {
+TEST(Inspection, DoesNotChangeTheFlow) {
   Solver watched(test::configOf(16));
   Solver alone(test::configOf(16));
   for (int k = 0; k < 10; ++k) {

@@ -221,7 +221,7 @@ TEST(StartSpectra, Km3ModesHaveHashedAmplitudesAndPhases) {
   const auto amplitude = [&](std::size_t i, std::size_t j) {
     return hash(i, j, 678.942) * 0.5 + 0.75;
   };
-  // Within a shell, energies stand as the amplitudes.
+  // Within a shell, energies are in the ratio of the amplitudes.
   double expected = 0;
   for (std::size_t j = 0; j < z.n; ++j) {
     const int ky = test::wavenumber(j, z.n);

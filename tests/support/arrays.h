@@ -30,7 +30,7 @@ struct Sizes {
   std::size_t plane;  // complex elements of a padded plane
 };
 
-// Resolutions that show the odd padded grid, rows that fill no vector, and more than one sweep of
+// Resolutions with an odd padded grid, with rows shorter than a vector, and with several sweeps of
 // a reduction.
 constexpr int resolutions[] = {16, 18, 34, 64, 256};
 

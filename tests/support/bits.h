@@ -1,5 +1,5 @@
-// Comparison of floats by their bits. All NaNs count as one: which of them an operation hands on is
-// left to the processor.
+// Comparison of floats by their bits. All NaNs are equal: which one an operation returns depends on
+// the processor.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -23,7 +23,7 @@ inline std::vector<int> gpus() {
   return found;
 }
 
-// For the calling thread; a new thread begins with device 0.
+// For the calling thread; a new thread starts with device 0.
 inline void selectProcessor() {
   cudaSetDevice(processorDevice());
 }

@@ -1,4 +1,4 @@
-// What a flow that fails comes to on every device.
+// Expectations for a failed flow, on every device.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,13 +24,13 @@ inline void expectLatched(Solver& solver) {
   EXPECT_EQ(runtimeFailure([&] { solver.spectrum(); }), latched);
 }
 
-// After a failure within so many steps, that is.
-inline void expectNoTraceOfAFailureAfterAReset(int steps) {
+// After a failure within so many steps.
+inline void expectCleanFlowAfterAReset(int steps) {
   Config config = configOf(16);
   config.fixed_dt = 0.01f;
   Solver fresh(config);
   Solver failed(config);
-  // A state that is not finite stays behind in every buffer of the step.
+  // Leaves values that are not finite in every buffer of the step.
   std::vector<float> huge = wave(16, 1, 2, 1e18);
   for (std::size_t k = 0; k < huge.size(); ++k) huge[k] += 1e18f * static_cast<float>(k % 7);
   failed.reset(huge);

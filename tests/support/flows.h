@@ -56,7 +56,7 @@ inline double asPair(double end) {
   return static_cast<double>(low) + static_cast<double>(high);
 }
 
-// A flow whose first step throws it out of the range of numbers.
+// A flow that overflows in its first step.
 inline Config explosive(int n) {
   Config config = configOf(n);
   config.fixed_dt = 1e30f;

@@ -1,4 +1,4 @@
-// What frames keep on every device.
+// Expectations for frames, on every device.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -88,7 +88,7 @@ inline void expectThreeAtATime() {
   EXPECT_EQ(solver.snapshot(true), nullptr);
 }
 
-// While others come and go so often, and the flow starts anew.
+// While other frames are made and released so often, and the flow is reset.
 inline void expectNoWritesWhileHeld(int others) {
   Solver solver(configOf(16));
   const auto kept = solver.snapshot(true);

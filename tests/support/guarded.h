@@ -1,5 +1,5 @@
-// An array with a band of known bytes on both sides, to see what a kernel writes beyond its index
-// space.
+// An array with a band of known bytes on both sides, to detect writes of a kernel beyond its
+// index space.
 #pragma once
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The entry of the test programs. Each test begins on the processor, on a machine with GPUs too, or
-// on the first of the emulated GPUs, whichever device the test before it has selected.
+// The entry of the test programs. Each test starts on the processor, even with GPUs, or on the
+// first emulated GPU, whichever device the previous test selected.
 #include <gtest/gtest.h>
 
 #include "device/runtime.h"

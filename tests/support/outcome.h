@@ -1,4 +1,4 @@
-// What a flow has come to after some steps, for comparing flows.
+// The state of a flow after some steps, for comparing flows.
 #pragma once
 
 #include <gtest/gtest.h>

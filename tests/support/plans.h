@@ -1,4 +1,4 @@
-// What plans of transforms keep on every device.
+// Expectations for transform plans, on every device.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What the process holds of the machine.
+// The open files and threads of the process.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@ inline std::ptrdiff_t openFiles() {
   return entriesOf("/proc/self/fd");
 }
 
-// A thread that has been joined may be listed for a moment still, so it looks repeatedly.
+// A joined thread may be listed a moment longer, so it reads repeatedly.
 inline std::ptrdiff_t threads() {
   std::ptrdiff_t least = entriesOf("/proc/self/task");
   for (int look = 0; look < 20; ++look) {

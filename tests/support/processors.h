@@ -1,5 +1,4 @@
-// The ways in which the processor can do the same work: each vector instruction set that the
-// machine has, on one thread and on all.
+// Runs the same work with each vector instruction set of the machine, on one thread and on all.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,7 +8,7 @@
 
 namespace zeph::test {
 
-// Sets both limits while it lives.
+// Sets both limits while it exists.
 class ProcessorLimit {
  public:
   ProcessorLimit(cpu::InstructionSet set, int threads) {

@@ -1,4 +1,4 @@
-// A program is run without a trace in the host: its signals, descriptors and streams.
+// Running a program does not change the host: its signals, descriptors and streams.
 #include "platform/linux/child_process.h"
 
 #include <fcntl.h>
@@ -15,7 +15,7 @@ namespace {
 
 class ChildProcess : public test::FakePrograms {
  protected:
-  // What the host has decided about SIGCHLD, for as long as it lives.
+  // Sets how the host handles SIGCHLD, while this object exists.
   class Decision {
    public:
     explicit Decision(void (*handler)(int)) {
@@ -63,12 +63,12 @@ TEST_F(ChildProcess, ThatCrashesHasNoExitCode) {
   EXPECT_EQ(finished->exitCode, std::nullopt);
 }
 
-TEST_F(ChildProcess, ThatIsMissingIsNothing) {
+TEST_F(ChildProcess, ThatIsMissingGivesNoResult) {
   EXPECT_FALSE(runProgram({"missing"}));
   EXPECT_FALSE(runProgram({(folder / "bin" / "missing").string()}));
 }
 
-TEST_F(ChildProcess, ReadsNothing) {
+TEST_F(ChildProcess, HasEmptyInput) {
   makeProgram("read", "read line && exit 3; exit 4");
   EXPECT_EQ(runProgram({"read"})->exitCode, 4);
 }
@@ -112,7 +112,7 @@ TEST_F(ChildProcess, HasTheUsualSignals) {
   EXPECT_NE(finished->output.find("child"), std::string::npos);
 }
 
-TEST_F(ChildProcess, LeavesNoDescriptorBehind) {
+TEST_F(ChildProcess, LeaksNoDescriptor) {
   const auto next = [] {
     const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(descriptor);

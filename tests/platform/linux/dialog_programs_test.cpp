@@ -20,7 +20,7 @@ class DialogPrograms : public test::FakePrograms {
   SaveQuestion question = {"Save PNG", "2DZephane.png", "PNG image", "png", nullptr};
 };
 
-TEST_F(DialogPrograms, AreToldTheTitleTheNameAndTheFilter) {
+TEST_F(DialogPrograms, ReceiveTheTitleTheNameAndTheFilter) {
   const Words common = {"--confirm-overwrite", "--title=Save PNG", "--filename=2DZephane.png",
                         "--file-filter=PNG image | *.png"};
   Words zenity = {"--file-selection", "--save"};
@@ -88,7 +88,7 @@ TEST_F(DialogPrograms, AreCancelledByClosingTheirWindow) {
   EXPECT_EQ(outcome(), SaveOutcome::cancelled);
 }
 
-TEST_F(DialogPrograms, ThatFailOrCrashGivePlaceToTheNext) {
+TEST_F(DialogPrograms, ThatFailOrCrashAreFollowedByTheNext) {
   makeProgram("zenity", "echo '/half a path'; exit 255");
   makeProgram("kdialog", "kill -SEGV $$");
   makeProgram("qarma", "kill -KILL $$");
@@ -99,7 +99,7 @@ TEST_F(DialogPrograms, ThatFailOrCrashGivePlaceToTheNext) {
   EXPECT_EQ(outcome(), std::nullopt);
 }
 
-TEST_F(DialogPrograms, AnswerWithAWholePathOrHaveFailed) {
+TEST_F(DialogPrograms, FailUnlessTheyAnswerWithAnAbsolutePath) {
   for (const char* answer : {"flow.png", "", "smb://host/flow.png"}) {
     makeChooser("zenity", answer);
     EXPECT_EQ(outcome(), SaveOutcome::failed) << answer;

@@ -66,11 +66,11 @@ TEST_F(SaveDialog, CanBeCancelled) {
   EXPECT_EQ(ask(), "cancelled");
 }
 
-TEST_F(SaveDialog, FailsWhereNothingCanAsk) {
+TEST_F(SaveDialog, FailsWithoutADialogProgram) {
   EXPECT_EQ(ask(), "failed");
 }
 
-TEST_F(SaveDialog, FailsWhereTheBusCannotBeReached) {
+TEST_F(SaveDialog, FailsIfTheBusCannotBeReached) {
   for (const char* address : {"unix:path=/nowhere/bus", "nonsense", "autolaunch:"}) {
     setVariable("DBUS_SESSION_BUS_ADDRESS", address);
     EXPECT_EQ(ask(), "failed") << address;

@@ -40,7 +40,7 @@ class FakePrograms : public testing::Test {
     change(name, value);
   }
 
-  // A program of shell commands that notes the words it was called with, and its window.
+  // A program of shell commands that records its arguments and its window.
   void makeProgram(const std::string& name, const std::string& commands) {
     const std::filesystem::path program = folder / "bin" / name;
     const std::string notes = (folder / name).string();

@@ -18,14 +18,14 @@ TEST(FileAddresses, HaveTheirPercentSignsDecoded) {
   EXPECT_EQ(pathOfFileUri("file:///a+b?.png"), "/a+b?.png");
 }
 
-TEST(FileAddresses, ThatAreBrokenNameNothing) {
+TEST(FileAddresses, ThatAreBrokenGiveNoPath) {
   for (const char* uri :
        {"file:///a%", "file:///a%2", "file:///a%2x", "file:///a%-1", "file:///a%00", "file://",
         "file://elsewhere/flow.png", "file:flow.png", ""})
     EXPECT_EQ(pathOfFileUri(uri), std::nullopt) << uri;
 }
 
-TEST(FileAddresses, AreNoOtherAddresses) {
+TEST(FileAddresses, ExcludeOtherAddresses) {
   for (const char* uri : {"https://example.org/flow.png", "smb://host/flow.png", "/flow.png"})
     EXPECT_EQ(pathOfFileUri(uri), std::nullopt) << uri;
 }

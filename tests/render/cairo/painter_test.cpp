@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::uint32_t marker = 0x12345678;
 
-// A surface with memory around it that nobody may touch.
+// A surface surrounded by memory that must not be written.
 class Canvas {
  public:
   Canvas(int width, int height)
@@ -64,7 +64,7 @@ std::uint32_t alphaOf(std::uint32_t texel) {
   return texel >> 24;
 }
 
-// Cairo and Pango are looked for while the process runs; a machine may lack them.
+// Cairo and Pango are loaded at run time; a machine may lack them.
 class PainterTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -79,7 +79,7 @@ class PainterTest : public testing::Test {
     painter_->paint(canvas.surface(), items, scale);
   }
 
-  // What a painter of its own makes of a single item.
+  // A single item drawn by a new painter.
   static std::vector<std::uint32_t> freshly(const OverlayItem& item, float scale) {
     Canvas canvas(600, 200);
     Painter().paint(canvas.surface(), {&item, 1}, scale);
@@ -200,7 +200,7 @@ TEST_F(PainterTest, DrawsAtTheScaleAsked) {
   EXPECT_NEAR(large.bottom - large.top, 2 * (small.bottom - small.top), 4);
 }
 
-TEST_F(PainterTest, TellsWhatTheItemsCoverApartFromEachOther) {
+TEST_F(PainterTest, ReportsTheAreasOfTheItemsSeparately) {
   Canvas canvas(400, 300);
   const auto covered = [&](const std::vector<OverlayItem>& items, float scale = 1) {
     paint(canvas, items, scale);
@@ -224,7 +224,7 @@ TEST_F(PainterTest, TellsWhatTheItemsCoverApartFromEachOther) {
             std::vector<Box>());
 }
 
-TEST_F(PainterTest, TouchesNothingWhereNothingHasChanged) {
+TEST_F(PainterTest, LeavesUnchangedAreasUntouched) {
   Canvas canvas(100, 60);
   const std::vector<OverlayItem> items = {test::panelAt({10, 10, 30, 30}),
                                           test::textAt({50, 10, 90, 30}, "a")};
@@ -257,7 +257,7 @@ TEST_F(PainterTest, DrawsAgainWhatLiesUnderAChange) {
   EXPECT_EQ(canvas.texels(), other.texels());
 }
 
-TEST_F(PainterTest, WipesWhatIsGone) {
+TEST_F(PainterTest, ErasesRemovedItems) {
   Canvas canvas(200, 60);
   paint(canvas,
         {test::textAt({20, 10, 180, 50}, "Preparing the flow"), test::panelAt({150, 40, 190, 55})});
@@ -332,7 +332,7 @@ TEST_F(PainterTest, HasFontsOfTwoKindsForOneSize) {
 TEST_F(PainterTest, FindsAGlyphForEachButton) {
   Canvas canvas(100, 60);
   std::vector<std::vector<std::uint32_t>> seen;
-  // The last has no meaning anywhere: what is drawn for it stands for what has no glyph.
+  // The last has no meaning anywhere: it is drawn as the missing glyph.
   for (const char* glyph : {"\u2161", "\u25b6", "\u25b8\u2160", "\u21b6", "\U000e0fff"}) {
     paint(canvas, {test::textAt({10, 10, 90, 50}, glyph, 14)});
     const auto texels = canvas.texels();

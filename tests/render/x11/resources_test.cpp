@@ -33,7 +33,7 @@ TEST(ScaleOfResources, PassesOverBlanksBeforeTheNumber) {
     EXPECT_EQ(scaleOfResources(text), 1.5f) << text;
 }
 
-TEST(ScaleOfResources, IsOneWhereTheResolutionIsNoPositiveNumber) {
+TEST(ScaleOfResources, IsOneIfTheResolutionIsNotAPositiveNumber) {
   for (const char* text : {"Xft.dpi:", "Xft.dpi:\n", "Xft.dpi:  \t\n192", "Xft.dpi: high",
                            "Xft.dpi: inf", "Xft.dpi: -inf", "Xft.dpi: nan", "Xft.dpi: -96",
                            "Xft.dpi: 0", "Xft.dpi: 1e999", "Xft.dpi: -0", "Xft.dpi: +"})
