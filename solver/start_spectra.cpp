@@ -5,10 +5,36 @@
 #include <cstdlib>
 #include <numbers>
 
+#include "device/cpu/parallel.h"
+#include "solver/elementary_functions.h"
+
 namespace zeph {
 namespace {
 
 constexpr double pi = std::numbers::pi;
+
+// Rows are shared out in this many groups, whatever the number of threads, so that sums over
+// groups always add up in the same order.
+constexpr int rowGroups = 64;
+
+// Calls rows(group, begin, end) for each group of neighbouring rows below `count`, on all threads.
+template <class Rows>
+void forRowGroups(int count, Rows rows) {
+  struct Shares {
+    Rows* rows;
+    int count;
+  } shares = {&rows, count};
+  cpu::runTasks(
+      rowGroups,
+      [](void* context, int group, int) {
+        const Shares& s = *static_cast<Shares*>(context);
+        const auto edge = [&s](int g) {
+          return static_cast<int>(std::int64_t{s.count} * g / rowGroups);
+        };
+        (*s.rows)(group, edge(group), edge(group + 1));
+      },
+      &shares);
+}
 
 // The half spectrum under construction.
 struct Field {
@@ -28,10 +54,11 @@ struct Field {
 };
 
 // SplitMix64 (Steele, Lea & Flood 2014) without its last mixing step, which does not touch the top
-// bits.
+// bits. The state only counts, so a sequence can start behind the first `skipped` phases.
 class PhaseSequence {
  public:
-  explicit PhaseSequence(std::uint64_t seed) : state_(seed + increment) {}
+  PhaseSequence(std::uint64_t seed, std::uint64_t skipped)
+      : state_(seed + increment * (skipped + 1)) {}
 
   // A phase in [0, 2 pi).
   float next() {
@@ -48,6 +75,12 @@ class PhaseSequence {
   std::uint64_t state_;
 };
 
+// cos(phase) and sin(phase) in the two components.
+V2 unitVector(double phase) {
+  const SineCosine turned = sineCosine(phase);
+  return {roundToFloat(turned.cosine), roundToFloat(turned.sine)};
+}
+
 struct ModeVelocity {
   V2 u, v;
 };
@@ -55,8 +88,7 @@ struct ModeVelocity {
 // The velocity of a mode with the given energy and phase, in the one direction that is free of
 // divergence.
 ModeVelocity solenoidal(int i, int ky, float energy, float phase) {
-  const float c = std::cos(phase);
-  const float s = std::sin(phase);
+  const auto [c, s] = unitVector(static_cast<double>(phase));
   if (i == 0) {
     const float m = std::sqrt(energy);
     return {{m * c, m * s}, {0.0f, 0.0f}};
@@ -67,25 +99,45 @@ ModeVelocity solenoidal(int i, int ky, float energy, float phase) {
   return {{-slope * v.re, -slope * v.im}, v};
 }
 
+// e^x rounded once, for x <= 0.
+float decay(float x) {
+  constexpr float lowest = -104.0f;  // below it even the smallest float is too large
+  return x < lowest ? 0.0f : roundToFloat(exponentialOf(static_cast<double>(x)));
+}
+
+// The number of phases drawn for the rows before row j: N/2 for each ky > 0, where the column i = 0
+// takes part, none for the Nyquist row, and one less for any other.
+std::uint64_t phasesBefore(int j, int nyquist) {
+  const auto rows = static_cast<std::uint64_t>(j);
+  const auto columns = static_cast<std::uint64_t>(nyquist);
+  if (rows == 0) return 0;
+  if (rows <= columns) return rows * columns - 1;
+  return columns * columns - 1 + (rows - columns - 1) * (columns - 1);
+}
+
 // Mode energy exp(-k^2/k0^2) / (pi k0^2), one phase for each mode of the half plane.
-void fillPao(Field& field, const Config& config) {
+void fillPaoRow(Field& field, const Config& config, int j) {
   const float k = static_cast<float>(config.k0);
   const float area = (k * static_cast<float>(pi)) * k;
   const float scale = static_cast<float>(field.n * field.n);
-  PhaseSequence phases(config.seed);
-  for (int j = 0; j < field.n; ++j) {
-    const int ky = j - (j > field.nyquist ? field.n : 0);
-    if (std::abs(ky) >= field.nyquist) continue;
-    for (int i = ky <= 0 ? 1 : 0; i < field.nyquist; ++i) {
-      const float energy = std::exp(-static_cast<float>(i * i + ky * ky) / (k * k)) / area;
-      const auto [u, v] = solenoidal(i, ky, energy, phases.next());
-      const float fx = static_cast<float>(i);
-      const float fy = static_cast<float>(ky);
-      const V2 w = {-((fx * v.im) - (fy * u.im)) * scale, ((fx * v.re) - (fy * u.re)) * scale};
-      field.at(ky < 0 ? ky + field.n : ky, i) = w;
-      if (i == 0) field.at((field.n - ky) % field.n, 0) = {w.re, -w.im};
-    }
+  const int ky = j - (j > field.nyquist ? field.n : 0);
+  if (std::abs(ky) >= field.nyquist) return;
+  PhaseSequence phases(config.seed, phasesBefore(j, field.nyquist));
+  for (int i = ky <= 0 ? 1 : 0; i < field.nyquist; ++i) {
+    const float energy = decay(-static_cast<float>(i * i + ky * ky) / (k * k)) / area;
+    const auto [u, v] = solenoidal(i, ky, energy, phases.next());
+    const float fx = static_cast<float>(i);
+    const float fy = static_cast<float>(ky);
+    const V2 w = {-((fx * v.im) - (fy * u.im)) * scale, ((fx * v.re) - (fy * u.re)) * scale};
+    field.at(j, i) = w;
+    if (i == 0) field.at(field.n - ky, 0) = {w.re, -w.im};
   }
+}
+
+void fillPao(Field& field, const Config& config) {
+  forRowGroups(field.n, [&](int, int begin, int end) {
+    for (int j = begin; j < end; ++j) fillPaoRow(field, config, j);
+  });
 }
 
 double fraction(double t) {
@@ -99,8 +151,8 @@ struct Hash {
     const int folded = i == 0 && row > field.nyquist ? field.n - row : row;
     const double x =
         ((folded + 1) * 78.233 + (i + 1) * 12.9898) + (static_cast<double>(seed) + 1) * 0.010001;
-    amplitude = fraction(std::sin(x + 678.942) * 43758.5453123);
-    phase = fraction(std::sin(x + 2036.826) * 43758.5453123);
+    amplitude = fraction(sineCosine(x + 678.942).sine.hi * 43758.5453123);
+    phase = fraction(sineCosine(x + 2036.826).sine.hi * 43758.5453123);
   }
 
   double weight() const { return (amplitude * 0.5) + 0.75; }
@@ -127,8 +179,9 @@ struct Shell {
 
 // Grows as k^4 up to the peak and falls as k^-3 beyond it; continuous at the peak.
 double targetShape(double shell, double peak) {
-  if (peak > shell) return std::pow(shell / peak, 4) / std::pow(peak, 3);
-  return 1 / std::pow(shell, 3);
+  if (shell >= peak) return 1 / (shell * shell * shell);
+  const double square = (shell / peak) * (shell / peak);
+  return (square * square) / (peak * peak * peak);
 }
 
 class Reshaping {
@@ -155,37 +208,54 @@ class Reshaping {
   }
 
  private:
+  // Energy and weight of each shell, in every group of rows first.
   void gather() {
-    const double samples = static_cast<double>(field_.n) * static_cast<double>(field_.n);
-    const double samplesSquared = samples * samples;
-    for (int i = 0; i < field_.nyquist; ++i) {
-      const double count = i > 0 ? 2 : 1;
-      for (int j = 0; j < field_.n; ++j) {
-        const Shell shell(field_, i, j);
-        if (!shell.inside) continue;
-        const double a = static_cast<double>(field_.at(j, i).re);
-        const double b = static_cast<double>(field_.at(j, i).im);
-        energy_[shell.index] += ((b * b + a * a) / (shell.square * samplesSquared)) * count;
-        weight_[shell.index] += Hash(field_, i, j, seed_).weight() * count;
+    std::vector<std::vector<double>> energies(rowGroups, energy_);
+    std::vector<std::vector<double>> weights(rowGroups, weight_);
+    forRowGroups(field_.n, [&](int group, int begin, int end) {
+      const auto g = static_cast<std::size_t>(group);
+      for (int j = begin; j < end; ++j) gatherRow(j, energies[g], weights[g]);
+    });
+    for (std::size_t g = 0; g < energies.size(); ++g) {
+      for (std::size_t s = 0; s < energy_.size(); ++s) {
+        energy_[s] += energies[g][s];
+        weight_[s] += weights[g][s];
       }
     }
   }
 
+  void gatherRow(int j, std::vector<double>& energy, std::vector<double>& weight) const {
+    const double samples = static_cast<double>(field_.n) * static_cast<double>(field_.n);
+    const double samplesSquared = samples * samples;
+    for (int i = 0; i < field_.nyquist; ++i) {
+      const Shell shell(field_, i, j);
+      if (!shell.inside) continue;
+      const double count = i > 0 ? 2 : 1;
+      const double a = static_cast<double>(field_.at(j, i).re);
+      const double b = static_cast<double>(field_.at(j, i).im);
+      energy[shell.index] += ((b * b + a * a) / (shell.square * samplesSquared)) * count;
+      weight[shell.index] += Hash(field_, i, j, seed_).weight() * count;
+    }
+  }
+
   void rewrite(double ratio) {
+    forRowGroups(field_.n, [&](int, int begin, int end) {
+      for (int j = begin; j < end; ++j) rewriteRow(j, ratio);
+    });
+  }
+
+  void rewriteRow(int j, double ratio) {
     const float scale = static_cast<float>(field_.n * field_.n);
     for (int i = 0; i < field_.nyquist; ++i) {
-      for (int j = 0; j < field_.n; ++j) {
-        if (j == field_.nyquist) {
-          field_.at(j, i) = {0.0f, 0.0f};
-          continue;
-        }
-        const Shell shell(field_, i, j);
-        const auto [u, v] = velocityAt(shell, i, j, ratio);
-        const float fx = static_cast<float>(i);
-        const float fy = static_cast<float>(shell.ky);
-        field_.at(j, i) = {((u.im * fy) - (v.im * fx)) * scale,
-                           ((v.re * fx) - (u.re * fy)) * scale};
+      if (j == field_.nyquist) {
+        field_.at(j, i) = {0.0f, 0.0f};
+        continue;
       }
+      const Shell shell(field_, i, j);
+      const auto [u, v] = velocityAt(shell, i, j, ratio);
+      const float fx = static_cast<float>(i);
+      const float fy = static_cast<float>(shell.ky);
+      field_.at(j, i) = {((u.im * fy) - (v.im * fx)) * scale, ((v.re * fx) - (u.re * fy)) * scale};
     }
   }
 
@@ -196,8 +266,7 @@ class Reshaping {
     double energy = (hash.weight() * (ratio * target_[shell.index])) / weight_[shell.index];
     const double sign = i == 0 && j > field_.nyquist ? -1 : 1;
     const double phase = hash.phase * ((sign + sign) * pi);
-    const float c = static_cast<float>(std::cos(phase));
-    const float s = static_cast<float>(std::sin(phase));
+    const auto [c, s] = unitVector(phase);
     if (i == 0) {
       const float m = static_cast<float>(std::sqrt(energy));
       return {{m * c, m * s}, {0.0f, 0.0f}};
