@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -28,8 +27,5 @@ void inForkedChildren(void (*action)());
 // A path from UTF-8 text. Text with an embedded NUL gives the empty path, which cannot be opened.
 std::filesystem::path pathFromUtf8(std::string_view text);
 std::string pathToUtf8(const std::filesystem::path& path);
-
-// Opens a file for writing bytes; an existing one is emptied. Null, with errno set, if that fails.
-std::FILE* createFile(const std::filesystem::path& path);
 
 }  // namespace zeph::platform

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/system.h"
+#include "platform/whole_file.h"
 
 namespace zeph {
 namespace {
@@ -38,12 +39,9 @@ std::vector<float> readSamples(const std::string& path, std::size_t count) {
 }
 
 void writeRawFile(const std::string& path, std::span<const std::byte> bytes) {
-  std::ofstream file(platform::pathFromUtf8(path), std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-  // A full disk may show only when the file is closed.
-  file.close();
-  if (!file) throw std::runtime_error("Cannot write export file.");
+  platform::WholeFile file;
+  if (file.open(platform::pathFromUtf8(path)) != 0 || file.write(bytes) != 0 || file.commit() != 0)
+    throw std::runtime_error("Cannot write export file.");
 }
 
 }  // namespace zeph

@@ -17,7 +17,7 @@ std::vector<float> loadInitialFile(int resolution, const std::string& path);
 // shorter since its size was read.
 std::vector<float> readSamples(const std::string& path, std::size_t count);
 
-// Replaces the file's content. Raises std::runtime_error unless the system has accepted every byte.
+// Replaces the file as a whole, or leaves it as it was and raises std::runtime_error.
 void writeRawFile(const std::string& path, std::span<const std::byte> bytes);
 
 template <class Element>

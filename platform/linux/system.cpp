@@ -56,8 +56,4 @@ std::string pathToUtf8(const std::filesystem::path& path) {
   return path.string();
 }
 
-std::FILE* createFile(const std::filesystem::path& path) {
-  return std::fopen(path.c_str(), "wbe");
-}
-
 }  // namespace zeph::platform

@@ -2,13 +2,11 @@
 
 #include <zlib.h>
 
-#include <cerrno>
 #include <csetjmp>
-#include <cstdio>
-#include <memory>
 #include <stdexcept>
 
 #include "platform/system.h"
+#include "platform/whole_file.h"
 #include "render/failure.h"
 #include "render/png/png_functions.h"
 
@@ -21,23 +19,17 @@ constexpr int compressionLevel = 1;
 constexpr int strategy = Z_FILTERED;
 constexpr int filter = PNG_FILTER_UP;
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-// Where the bytes go, and the first error number on the way.
+// Where the bytes go, and the first error of the system on the way.
 struct Sink {
   const PngLibrary* library;
-  std::FILE* file;
+  platform::WholeFile* file;
   int error = 0;
 };
 
 void writeBytes(png_structp png, png_bytep bytes, std::size_t count) {
   Sink& sink = *static_cast<Sink*>(pngLibrary().png_get_io_ptr(png));
-  if (std::fwrite(bytes, 1, count, sink.file) == count) return;
-  sink.error = errno;
-  sink.library->png_longjmp(png, 1);
+  sink.error = sink.file->write(std::as_bytes(std::span(bytes, count)));
+  if (sink.error != 0) sink.library->png_longjmp(png, 1);
 }
 
 void flushBytes(png_structp) {}
@@ -91,13 +83,14 @@ void encodeTo(Sink& sink, const Rows& rows) {
 void writePng(const std::string& path, std::uint32_t width, std::uint32_t height,
               std::span<const std::byte> pixels) {
   const PngLibrary& library = pngLibrary();
-  File file(platform::createFile(platform::pathFromUtf8(path)));
-  if (!file) failStep(static_cast<std::uint32_t>(errno), "Open PNG");
-  Sink sink = {.library = &library, .file = file.get()};
+  platform::WholeFile file;
+  if (const int error = file.open(platform::pathFromUtf8(path)))
+    failStep(static_cast<std::uint32_t>(error), "Open PNG");
+  Sink sink = {.library = &library, .file = &file};
   encodeTo(sink, {pixels.data(), width, height});
-  // A full disk may be noticed only here.
-  if (std::fclose(file.release()) != 0)
-    failStep(static_cast<std::uint32_t>(errno), "Commit PNG file");
+  // A full disk may show only here.
+  if (const int error = file.commit())
+    failStep(static_cast<std::uint32_t>(error), "Commit PNG file");
 }
 
 }  // namespace zeph

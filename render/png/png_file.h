@@ -10,7 +10,7 @@ namespace zeph {
 
 // Writes rows of 8-bit blue, green, red, alpha, the top one first, to a path in UTF-8. Raises
 // std::runtime_error that names the step, with the system's code: "Open PNG failed (0x2)". A file
-// that could not be completed stays as it is.
+// that was there before stays as it was then.
 void writePng(const std::string& path, std::uint32_t width, std::uint32_t height,
               std::span<const std::byte> pixels);
 
