@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "boundary/json_reading.h"
-#include "platform/arithmetic.h"
+#include "platform/thread_environment.h"
 
 namespace zeph {
 
@@ -32,7 +32,7 @@ char* unknownFailureReply() noexcept;
 // operation runs in the default floating-point mode, whichever one the host has set.
 template <class Operation>
 char* reply(Operation&& operation) noexcept {
-  const platform::DefaultArithmetic arithmetic;
+  const platform::CallEnvironment environment;
   try {
     return hostText(serialise(operation()));
   } catch (const std::exception& failure) {

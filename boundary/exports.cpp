@@ -9,7 +9,7 @@
 #include "boundary/ui_operations.h"
 #include "boundary/zephane.h"
 #include "device/check.h"
-#include "platform/arithmetic.h"
+#include "platform/thread_environment.h"
 #include "platform/system.h"
 
 struct zp_engine {
@@ -78,7 +78,7 @@ void zp_string_free(char* text) {
 }
 
 zp_engine* zp_engine_create(const char* configuration, char** error) {
-  const zeph::platform::DefaultArithmetic arithmetic;
+  const zeph::platform::CallEnvironment environment;
   try {
     selectDevice();
     return std::make_unique<zp_engine>(zeph::parseObject(configuration)).release();

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "controller/simulation.h"
+#include "platform/thread_environment.h"
 
 namespace zeph {
 namespace {
@@ -53,7 +54,8 @@ Controller::Controller(const RunSettings& run, int device, Clock clock)
     : control_(controlOf(run)),
       status_(freshStatus(run.config, control_.generation, control_.running, control_.regulated)),
       run_(run),
-      thread_([this, device, clock = std::move(clock)] { simulate(*this, device, clock); }) {}
+      thread_(platform::startThread(
+          [this, device, clock = std::move(clock)] { simulate(*this, device, clock); })) {}
 
 Controller::~Controller() {
   {

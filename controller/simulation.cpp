@@ -11,7 +11,7 @@
 #include "controller/performance.h"
 #include "controller/regulator.h"
 #include "device/check.h"
-#include "platform/arithmetic.h"
+#include "platform/thread_environment.h"
 #include "solver/endpoint.h"
 #include "solver/raw_files.h"
 #include "solver/solver.h"
@@ -351,7 +351,7 @@ void Simulation::fail(const char* text) {
 }  // namespace
 
 void simulate(Controller& controller, int device, const Clock& clock) {
-  platform::useDefaultArithmetic();
+  platform::enterOwnThread();
   try {
     check(cudaSetDevice(device), "cudaSetDevice(device)");
   } catch (const std::exception& failure) {

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "device/check.h"
-#include "platform/arithmetic.h"
+#include "platform/thread_environment.h"
 #include "render/frame_export.h"
 #include "render/graphics_use.h"
 #include "render/overlay.h"
@@ -166,7 +166,7 @@ void RenderLoop::click(const Click& click, const WindowState& window) {
 
 void renderFrames(UIHandle& ui, Canvas& canvas, int device) {
   try {
-    platform::useDefaultArithmetic();
+    platform::enterOwnThread();
     check(cudaSetDevice(device), "cudaSetDevice(deviceId)");
     RenderLoop(ui, canvas, device).run();
   } catch (const std::exception& failure) {

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/thread_environment.h"
 #include "render/render_thread.h"
 
 namespace zeph {
@@ -16,7 +17,8 @@ void View::attach(void* parent, int device) {
   if (parent_ != nullptr) throw std::runtime_error("Canvas is already attached.");
   auto canvas = std::make_unique<Canvas>(parent);
   const auto lock = handle_.lock();  // the thread's first turn waits for beginRendering()
-  renderThread_ = std::thread([this, &on = *canvas, device] { renderFrames(handle_, on, device); });
+  renderThread_ =
+      platform::startThread([this, &on = *canvas, device] { renderFrames(handle_, on, device); });
   handle_.beginRendering();
   canvas_ = std::move(canvas);
   parent_ = parent;

@@ -4,7 +4,7 @@
 #include <system_error>
 
 #include "device/cpu/parallel.h"
-#include "platform/arithmetic.h"
+#include "platform/thread_environment.h"
 #include "platform/system.h"
 
 namespace zeph::cpu {
@@ -29,7 +29,7 @@ ThreadPool::ThreadPool(int participants) : participants_(std::max(participants, 
   limit_ = participants_;
   threads_.reserve(static_cast<std::size_t>(participants_) - 1);
   try {
-    for (int k = 1; k < participants_; ++k) threads_.emplace_back([this, k] { work(k); });
+    for (int k = 1; k < participants_; ++k) threads_.push_back(platform::startThread([this, k] { work(k); }));
   } catch (const std::system_error&) {
     // The threads that could be started and the caller do the work of the missing ones.
   }
@@ -100,7 +100,7 @@ ThreadPool::Run* ThreadPool::openRun(int participant) {
 }
 
 void ThreadPool::work(int participant) {
-  platform::useDefaultArithmetic();
+  platform::enterOwnThread();
   std::unique_lock lock(mutex_);
   for (;;) {
     Run* run = nullptr;

@@ -10,11 +10,11 @@
 
 #include "device/cuda/nvrtc_library.h"
 #include "device/transform_check.h"
-#include "platform/locale.h"
+#include "platform/thread_environment.h"
 
 // VkFFT prints its failures, and changes the locale of the whole process while it writes numbers
 // into its kernels. A library must do neither to its host: the codes say as much as the output, and
-// platform::PlainNumbers sets the locale of this thread alone.
+// platform::NeutralLocale sets the locale of this thread alone.
 namespace {
 template <class... Arguments>
 int discardOutput(Arguments&&...) {
@@ -114,7 +114,7 @@ int build(const TransformRequest& request, std::unique_ptr<Application>& applica
   application->stream = reinterpret_cast<::cudaStream_t>(request.stream);
   application->bytes = bytesOf(request);
   const std::lock_guard lock(oneAtATime);
-  const platform::PlainNumbers numbers;
+  const platform::NeutralLocale numbers;
   const int code = initializeVkFFT(&application->vkfft, configurationOf(request, *application));
   application->initialised = code == VKFFT_SUCCESS;
   return application->initialised ? widenTemporaryBuffer(*application) : code;

@@ -1,0 +1,46 @@
+#include "platform/thread_environment.h"
+
+#include <clocale>
+#include <csignal>
+#include <cstring>
+
+namespace zeph::platform {
+namespace {
+
+locale_t neutralLocale() {
+  static const locale_t made = newlocale(LC_ALL_MASK, "C", nullptr);
+  return made;
+}
+
+// A signal that an instruction of the thread itself raises cannot wait.
+constexpr int raisedByInstructions[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
+
+}  // namespace
+
+void useNeutralLocale() {
+  uselocale(neutralLocale());
+}
+
+NeutralLocale::NeutralLocale() : before_(uselocale(neutralLocale())) {}
+
+NeutralLocale::~NeutralLocale() {
+  uselocale(static_cast<locale_t>(before_));
+}
+
+SignalsBlocked::SignalsBlocked() {
+  static_assert(sizeof(sigset_t) <= sizeof(before_));
+  sigset_t blocked;
+  sigfillset(&blocked);
+  for (const int number : raisedByInstructions) sigdelset(&blocked, number);
+  sigset_t before;
+  pthread_sigmask(SIG_SETMASK, &blocked, &before);
+  std::memcpy(before_, &before, sizeof(before));
+}
+
+SignalsBlocked::~SignalsBlocked() {
+  sigset_t before;
+  std::memcpy(&before, before_, sizeof(before));
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+}  // namespace zeph::platform
