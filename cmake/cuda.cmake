@@ -18,7 +18,8 @@ if(ZEPHANE_CUDA)
 endif()
 
 # Machine code for these kinds of GPU, and PTX for the first, which newer kinds can run too.
-set(ZEPHANE_CUDA_ARCHITECTURES 86 89 90 120)
+set(ZEPHANE_CUDA_ARCHITECTURES 75 80 86 89 90 120)
+list(GET ZEPHANE_CUDA_ARCHITECTURES 0 ZEPHANE_OLDEST_GPU)
 set(ZEPHANE_NVCC_FLAGS -std=c++20 --fmad=false --expt-relaxed-constexpr --no-compress
                        -I${PROJECT_SOURCE_DIR})
 
@@ -26,8 +27,8 @@ set(ZEPHANE_NVCC_FLAGS -std=c++20 --fmad=false --expt-relaxed-constexpr --no-com
 function(zephane_kernel_image image)
   set(source ${PROJECT_SOURCE_DIR}/kernels/cuda/kernels.cu)
   set(codes "")
-  list(GET ZEPHANE_CUDA_ARCHITECTURES 0 oldest)
-  list(APPEND codes -gencode arch=compute_${oldest},code=compute_${oldest})
+  list(APPEND codes -gencode
+       arch=compute_${ZEPHANE_OLDEST_GPU},code=compute_${ZEPHANE_OLDEST_GPU})
   foreach(architecture IN LISTS ZEPHANE_CUDA_ARCHITECTURES)
     list(APPEND codes -gencode arch=compute_${architecture},code=sm_${architecture})
   endforeach()
@@ -67,6 +68,9 @@ function(zephane_cuda target)
                                                       ${CUDAToolkit_INCLUDE_DIRS})
   set_source_files_properties(${PROJECT_SOURCE_DIR}/device/cuda/vkfft_transform.cpp
                               PROPERTIES COMPILE_DEFINITIONS VKFFT_BACKEND=1)
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/device/cuda/devices.cpp
+                              PROPERTIES COMPILE_DEFINITIONS
+                                         ZEPHANE_OLDEST_GPU=${ZEPHANE_OLDEST_GPU})
   target_compile_definitions(${target} PUBLIC ZEPHANE_CUDA=1)
   target_link_libraries(${target} INTERFACE zephane_toolkit)
 endfunction()

@@ -11,7 +11,7 @@ namespace zeph::cuda {
 namespace {
 
 // The oldest GPU that the embedded kernels have code for, as 10 * major + minor.
-constexpr int oldestCapability = 86;
+constexpr int oldestCapability = ZEPHANE_OLDEST_GPU;
 
 // The error of a launch that never reached the runtime.
 thread_local ::cudaError_t launchError = ::cudaSuccess;

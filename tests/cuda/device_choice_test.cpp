@@ -106,8 +106,8 @@ TEST(MachinesWithGpus, SkipThoseTooOldForTheKernels) {
     int chosen;
   };
   for (const Case& c :
-       {Case{{{7, 5}, {8, 9}}, 1}, Case{{{8, 0}, {7, 5}}, 2}, Case{{{8, 6}, {9, 0}}, 0},
-        Case{{{12, 0}, {7, 5}}, 0}, Case{{{8, 5}, {10, 0}}, 1}}) {
+       {Case{{{7, 0}, {8, 9}}, 1}, Case{{{6, 1}, {7, 2}}, 2}, Case{{{7, 5}, {9, 0}}, 0},
+        Case{{{8, 0}, {7, 0}}, 0}, Case{{{12, 0}, {7, 5}}, 0}, Case{{{7, 4}, {10, 0}}, 1}}) {
     const emulation::MachineScope scope({.gpus = c.gpus});
     EXPECT_EQ(chooseDevice(), c.chosen);
     const Json object = initialize();
@@ -117,11 +117,11 @@ TEST(MachinesWithGpus, SkipThoseTooOldForTheKernels) {
 }
 
 TEST(MachinesWithGpus, AnOldOneIsStillTakenWhenItIsNamed) {
-  const emulation::MachineScope scope({.gpus = {{7, 5}, {8, 9}}});
+  const emulation::MachineScope scope({.gpus = {{7, 0}, {8, 9}}});
   const NamedDevice named("0");
   const Json object = initialize();
   EXPECT_EQ(object["device_index"], 0);
-  EXPECT_EQ(object["compute_capability"], "7.5");
+  EXPECT_EQ(object["compute_capability"], "7.0");
 }
 
 // The GPUs of a machine are counted once per process, so each of these tests runs in its own, which

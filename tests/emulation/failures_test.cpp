@@ -63,7 +63,7 @@ TEST(EmulatedMachine, WithoutADriverOrWithAnOldOneHasNoGpu) {
 }
 
 TEST(EmulatedMachine, AnOldGpuHasNoCode) {
-  const MachineScope scope({.gpus = {{.major = 7, .minor = 5}, {.major = 12, .minor = 0}}});
+  const MachineScope scope({.gpus = {{.major = 7, .minor = 0}, {.major = 12, .minor = 0}}});
   EXPECT_EQ(launch<&nothing>(1, 1, 0, nullptr, 0), ::cudaErrorNoKernelImageForDevice);
   ASSERT_EQ(::cudaSetDevice(1), ::cudaSuccess);
   EXPECT_EQ(launch<&nothing>(1, 1, 0, nullptr, 0), ::cudaSuccess);

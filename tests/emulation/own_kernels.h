@@ -11,6 +11,6 @@ struct KernelImage {
 };
 
 // The oldest processor that the image has code for, as 10 * major + minor.
-constexpr int oldestCapability = 86;
+constexpr int oldestCapability = ZEPHANE_OLDEST_GPU;
 
 }  // namespace zeph::emulation
