@@ -53,10 +53,7 @@ Json exportFiles(Solver& solver, const Json& request) {
   if (!frame) throw std::runtime_error("No snapshot slot.");
   const FrameFiles files = readEngineExport(request);
   if (files.fields) writeRawFile(*files.fields, solver.copyFields(*frame));
-  if (files.png) {
-    Renderer renderer(deviceId);
-    writePicture(renderer, frame, files);
-  }
+  if (files.png) drawPictureFile(deviceId, frame, files);
   files.raiseRefusal();
   return snapshotReport(*frame);
 }

@@ -9,8 +9,8 @@
 #include "boundary/ui_operations.h"
 #include "boundary/zephane.h"
 #include "device/check.h"
-#include "platform/thread_environment.h"
 #include "platform/system.h"
+#include "platform/thread_environment.h"
 
 struct zp_engine {
   explicit zp_engine(const zeph::Json& configuration) : handle(configuration) {}

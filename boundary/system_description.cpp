@@ -11,6 +11,7 @@
 #include "device/runtime.h"
 #include "platform/system.h"
 #include "platform/system_memory.h"
+#include "render/graphics_use.h"
 
 namespace zeph {
 
@@ -82,6 +83,7 @@ std::int32_t chooseDevice() {
 
 Json initialize() {
   adoptMainThread();
+  guardEndOfFirstThread();
   deviceId = chooseDevice();
   check(cudaSetDevice(deviceId), "cudaSetDevice(deviceId)");
   cudaDeviceProp prop;

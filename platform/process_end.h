@@ -18,4 +18,8 @@ class AtProcessEnd {
   void (*work_)();
 };
 
+// If the calling thread is the process's first, calls a function when that thread ends, and so
+// before anything that is registered for the end of the process. Later calls do nothing.
+void atEndOfFirstThread(void (*work)());
+
 }  // namespace zeph::platform

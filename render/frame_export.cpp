@@ -1,5 +1,8 @@
 #include "render/frame_export.h"
 
+#include <stdexcept>
+
+#include "render/graphics_use.h"
 #include "solver/raw_files.h"
 #include "solver/solver.h"
 
@@ -9,6 +12,16 @@ void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
                   const FrameFiles& files) {
   files.raiseRefusal();
   if (files.png) renderer.renderPng(frame, files.settings, *files.png, files.pixels);
+}
+
+void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
+                     const FrameFiles& files) {
+  guardEndOfFirstThread();
+  const GraphicsUse use;
+  if (!use) throw std::runtime_error("The process is ending.");
+  const FirstUseGuard guard;
+  Renderer renderer(device);
+  writePicture(renderer, frame, files);
 }
 
 void runExport(Renderer& renderer, const ExportTask& task) {

@@ -12,6 +12,10 @@ namespace zeph {
 void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
                   const FrameFiles& files);
 
+// The same with a renderer for this one picture, for the frames of a device.
+void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
+                     const FrameFiles& files);
+
 // Writes all files of an export and tells the waiting thread, which also receives any failure.
 void runExport(Renderer& renderer, const ExportTask& task);
 

@@ -1,8 +1,14 @@
 #include "render/graphics_use.h"
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <optional>
+#include <system_error>
+
+#include "platform/process_end.h"
+#include "platform/thread_environment.h"
 
 namespace zeph {
 namespace {
@@ -10,31 +16,57 @@ namespace {
 // A thread that hangs must not keep the process from exiting.
 constexpr std::chrono::seconds patience(10);
 
+// The first thread may end without the process: it calls pthread_exit(). If the process still lives
+// after so long, it goes on.
+constexpr std::chrono::seconds endingTakes(5);
+
+constexpr std::chrono::microseconds renewalPause(100);
+
 struct Users {
   std::mutex mutex;
   std::condition_variable changed;
   int count = 0;
+  int guards = 0;
   bool isEnding = false;
+  bool mayGoOn = false;  // it is the first thread that has ended, perhaps without the process
+  // Two places, used in turn, whose memory stays: the end may already be about to call an old
+  // guard.
+  std::array<std::optional<platform::AtProcessEnd>, 2> guard;
+  std::size_t newest = 0;
 };
 
-// Never destroyed: threads may use it until the very end of the process.
+// Never destroyed: threads use it until the very end.
 Users& users() {
   static Users* const made = new Users;
   return *made;
 }
 
-void waitForUsers() {
+void waitForUsers(bool mayGoOn) {
   Users& all = users();
   std::unique_lock lock(all.mutex);
   all.isEnding = true;
+  all.mayGoOn = mayGoOn;
   all.changed.wait_for(lock, patience, [&] { return all.count == 0; });
+}
+
+// Called with the mutex held. The new guard is registered before the old one goes.
+void renewGuard(Users& all) {
+  const std::size_t older = all.newest;
+  all.newest = 1 - older;
+  all.guard[all.newest].emplace([] { waitForUsers(false); });
+  all.guard[older].reset();
 }
 
 }  // namespace
 
 GraphicsUse::GraphicsUse() {
   Users& all = users();
-  const std::lock_guard lock(all.mutex);
+  std::unique_lock lock(all.mutex);
+  if (all.isEnding && all.mayGoOn) {
+    all.changed.wait_for(lock, endingTakes, [&] { return !all.mayGoOn; });
+    if (all.mayGoOn) all.isEnding = all.mayGoOn = false;
+    all.changed.notify_all();
+  }
   isGranted_ = !all.isEnding;
   if (isGranted_) ++all.count;
 }
@@ -47,6 +79,51 @@ GraphicsUse::~GraphicsUse() {
   all.changed.notify_all();
 }
 
-ProcessEndGuard::ProcessEndGuard() : end_(waitForUsers) {}
+bool processIsEnding() {
+  Users& all = users();
+  const std::lock_guard lock(all.mutex);
+  return all.isEnding;
+}
+
+ProcessEndGuard::ProcessEndGuard() {
+  Users& all = users();
+  const std::lock_guard lock(all.mutex);
+  ++all.guards;
+  renewGuard(all);
+}
+
+ProcessEndGuard::~ProcessEndGuard() {
+  Users& all = users();
+  const std::lock_guard lock(all.mutex);
+  if (--all.guards == 0) all.guard[all.newest].reset();
+}
+
+void renewProcessEndGuard() {
+  Users& all = users();
+  const std::lock_guard lock(all.mutex);
+  if (all.guards > 0 && !all.isEnding) renewGuard(all);
+}
+
+FirstUseGuard::FirstUseGuard() {
+  try {
+    renewal_ = platform::startThread([this] {
+      while (!isOver_) {
+        renewProcessEndGuard();
+        std::this_thread::sleep_for(renewalPause);
+      }
+    });
+  } catch (const std::system_error&) {
+    // Without a thread to spare, the guard is renewed where the users do it.
+  }
+}
+
+FirstUseGuard::~FirstUseGuard() {
+  isOver_ = true;
+  if (renewal_.joinable()) renewal_.join();
+}
+
+void guardEndOfFirstThread() {
+  platform::atEndOfFirstThread([] { waitForUsers(true); });
+}
 
 }  // namespace zeph

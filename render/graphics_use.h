@@ -1,12 +1,16 @@
-// For a process that exits while views are still open: the graphics system's libraries are torn
-// down while the render threads still run, so the threads must have stopped using them by then.
+// The end of a process that has left pictures being drawn. exit() destroys the statics of the
+// graphics system's libraries while our threads still live; a thread that is inside those libraries
+// then crashes. So the end of the process waits until no thread uses them, and none is let in
+// after.
 #pragma once
 
-#include "platform/process_end.h"
+#include <atomic>
+#include <thread>
 
 namespace zeph {
 
-// Held while a thread uses the graphics system. A thread must not hold two.
+// A thread holds one while it calls the graphics system, and until the system's own threads have
+// finished what was asked of them. Not more than one by each thread.
 class GraphicsUse {
  public:
   GraphicsUse();
@@ -14,21 +18,47 @@ class GraphicsUse {
   GraphicsUse(const GraphicsUse&) = delete;
   GraphicsUse& operator=(const GraphicsUse&) = delete;
 
-  // False if the process is exiting: the graphics system must not be called any more.
+  // False while the process is ending: nothing of the graphics system may be called any more.
   explicit operator bool() const { return isGranted_; }
 
  private:
   bool isGranted_;
 };
 
-// As long as a guard exists, the process waits at exit for every GraphicsUse to be released before
-// it tears down any library that was loaded before the guard was made.
+// Whether the process is ending and waits for the uses that are left.
+bool processIsEnding();
+
+// While one of these lives, the end of the process waits for all uses.
 class ProcessEndGuard {
  public:
   ProcessEndGuard();
+  ~ProcessEndGuard();
+  ProcessEndGuard(const ProcessEndGuard&) = delete;
+  ProcessEndGuard& operator=(const ProcessEndGuard&) = delete;
+};
+
+// exit() works backwards through what has been registered, so a guard only comes before the
+// destructors of what was loaded earlier. Libraries register some when they are loaded and some
+// when they first need them: this is called after each such moment. Does nothing without a guard.
+void renewProcessEndGuard();
+
+// Renews the guard without pause while it lives: for the first use of the graphics system, whose
+// threads load parts of it at any moment.
+class FirstUseGuard {
+ public:
+  FirstUseGuard();
+  ~FirstUseGuard();
+  FirstUseGuard(const FirstUseGuard&) = delete;
+  FirstUseGuard& operator=(const FirstUseGuard&) = delete;
 
  private:
-  platform::AtProcessEnd end_;
+  ProcessEndGuard guard_;
+  std::atomic<bool> isOver_ = false;
+  std::thread renewal_;
 };
+
+// If the calling thread is the process's first, its call of exit() or its return from main() waits
+// before any destructor at all. Costs next to nothing.
+void guardEndOfFirstThread();
 
 }  // namespace zeph

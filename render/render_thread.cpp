@@ -18,7 +18,8 @@
 namespace zeph {
 namespace {
 
-constexpr double latencySeconds = 0.016;  // the longest wait for a presentation to be drawn
+constexpr double latencySeconds = 0.016;  // the longest wait for what has just been presented
+constexpr double longestDrawingSeconds = 9;
 
 double now() {
   return monotonicSeconds();
@@ -38,6 +39,8 @@ class RenderLoop {
   bool isShown(const RenderTurn& turn, const WindowState& window) const;
   void show(const RenderTurn& turn, const WindowState& window);
   void present(Presentation next);
+  void finishTurn();
+  void waitForStop();
   void handleClicks(const WindowState& window);
   void click(const Click& click, const WindowState& window);
 
@@ -45,7 +48,10 @@ class RenderLoop {
   Canvas& canvas_;
   std::unique_ptr<Renderer> renderer_;  // null if the process is exiting
   std::optional<ProcessEndGuard> guard_;
-  std::optional<ProcessEndGuard> lateGuard_;  // from the first frame on
+  std::optional<FirstUseGuard> firstUseGuard_;  // until something has been drawn
+  std::optional<GraphicsUse> use_;  // in a turn, and until what it has asked for is drawn
+  bool isDrawing_ = false;
+  bool hasShownFrame_ = false;
   PresentationGrid grid_;
   int width_ = 0;
   int height_ = 0;
@@ -55,19 +61,19 @@ class RenderLoop {
 RenderLoop::RenderLoop(UIHandle& ui, Canvas& canvas, int device) : ui_(ui), canvas_(canvas) {
   const GraphicsUse use;
   if (!use) return;
+  guard_.emplace();
+  firstUseGuard_.emplace();
   try {
     renderer_ = std::make_unique<Renderer>(device, canvas_.native());
   } catch (const std::exception&) {
     if (isWindowGone()) throw std::runtime_error(invalidParent);
     throw;
   }
-  guard_.emplace();
 }
 
 RenderLoop::~RenderLoop() {
-  if (const GraphicsUse use; use) {
-    lateGuard_.reset();
-    guard_.reset();
+  if (!use_) use_.emplace();
+  if (*use_) {
     renderer_.reset();
   } else {
     static_cast<void>(renderer_.release());
@@ -76,9 +82,9 @@ RenderLoop::~RenderLoop() {
 
 void RenderLoop::run() {
   while (const std::optional<RenderTurn> turn = ui_.takeTurn()) {
-    const GraphicsUse use;
-    // While the process exits, nothing may be drawn any more. The view may still be closed.
-    if (!use || !renderer_) return ui_.waitForStop();
+    if (!use_) use_.emplace();
+    // While the process ends, nothing may be drawn; the view may still be closed.
+    if (!*use_ || !renderer_ || processIsEnding()) return waitForStop();
     for (const ExportTask& task : turn->exports) runExport(*renderer_, task);
     const WindowState window = canvas_.window();
     handleClicks(window);
@@ -87,7 +93,25 @@ void RenderLoop::run() {
     } else {
       ui_.waitForWork(grid_.idleSeconds(now()));
     }
+    finishTurn();
   }
+}
+
+// Drawing loads parts of the graphics system on threads of its own, which must not meet the end of
+// the process either.
+void RenderLoop::finishTurn() {
+  if (isDrawing_) {
+    renewProcessEndGuard();
+    isDrawing_ = !renderer_->waitForLatency(0);
+    if (!isDrawing_ && hasShownFrame_) firstUseGuard_.reset();
+  }
+  if (!isDrawing_) use_.reset();
+}
+
+void RenderLoop::waitForStop() {
+  if (*use_ && renderer_) renderer_->waitForLatency(longestDrawingSeconds);
+  use_.reset();
+  ui_.waitForStop();
 }
 
 bool RenderLoop::isShown(const RenderTurn& turn, const WindowState& window) const {
@@ -116,10 +140,11 @@ void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
     return;
   }
   grid_.presented(now());
-  if (turn.status.frame && onScreen_) ui_.countPresentation();
+  if (turn.status.frame && onScreen_) {
+    ui_.countPresentation();
+    hasShownFrame_ = true;
+  }
   renderer_->waitForLatency(latencySeconds);
-  // The first frame has made the graphics system load the last of its libraries.
-  if (turn.status.frame && !lateGuard_) lateGuard_.emplace();
 }
 
 // Draws nothing if the screen already shows just this.
@@ -127,6 +152,7 @@ void RenderLoop::present(Presentation next) {
   renderer_->resize(static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
   if (onScreen_ && *onScreen_ == next) return;
   onScreen_.reset();
+  isDrawing_ = true;
   if (renderer_->present(next)) onScreen_ = std::move(next);
 }
 

@@ -59,8 +59,9 @@ class Renderer {
   // false if nothing could be shown this time.
   void resize(std::uint32_t width, std::uint32_t height);
   bool present(const Presentation& presentation);
-  // Waits until the last presentation has been drawn, at most so long.
-  void waitForLatency(double seconds);
+  // Waits until the last presentation has been drawn, at most so long. False if it still is being
+  // drawn.
+  bool waitForLatency(double seconds);
 
   // Writes a square picture of so many pixels a side in standard range, without corners.
   void renderPng(const std::shared_ptr<const Frame>& frame, const DisplaySettings& settings,

@@ -1,6 +1,7 @@
 #include "platform/process_end.h"
 
 #include <cxxabi.h>
+#include <unistd.h>
 
 #include <atomic>
 
@@ -22,6 +23,15 @@ AtProcessEnd::~AtProcessEnd() {
 void AtProcessEnd::call(void* self) {
   auto* work = std::atomic_ref(static_cast<AtProcessEnd*>(self)->work_).load();
   if (work != nullptr) work();
+}
+
+// exit() destroys the thread-local objects of its caller before it does anything else.
+void atEndOfFirstThread(void (*work)()) {
+  struct Work {
+    void (*function)();
+    ~Work() { function(); }
+  };
+  if (gettid() == getpid()) thread_local const Work atEnd{work};
 }
 
 }  // namespace zeph::platform

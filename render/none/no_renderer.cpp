@@ -73,6 +73,8 @@ bool Renderer::present(const Presentation&) {
   return false;
 }
 
-void Renderer::waitForLatency(double) {}
+bool Renderer::waitForLatency(double) {
+  return true;
+}
 
 }  // namespace zeph

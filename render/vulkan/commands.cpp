@@ -54,13 +54,14 @@ void Commands::submit(VkSemaphore awaited, VkSemaphore signalled) {
   isUnderWay_ = true;
 }
 
-void Commands::wait(std::uint64_t nanoseconds) {
-  if (!isUnderWay_) return;
+bool Commands::wait(std::uint64_t nanoseconds) {
+  if (!isUnderWay_) return true;
   const VkFence done = done_.get();
   const VkResult result =
       device_.vk.vkWaitForFences(device_.handle(), 1, &done, VK_TRUE, nanoseconds);
   check(result, step);
   isUnderWay_ = result == VK_TIMEOUT;
+  return !isUnderWay_;
 }
 
 }  // namespace zeph::vulkan

@@ -32,8 +32,8 @@ class Commands {
     submit(awaited, signalled);
   }
 
-  // Waits until the device is done, at most so many nanoseconds.
-  void wait(std::uint64_t nanoseconds = UINT64_MAX);
+  // Waits until the device is done, at most so many nanoseconds. False if it is not.
+  bool wait(std::uint64_t nanoseconds = UINT64_MAX);
 
  private:
   void begin();

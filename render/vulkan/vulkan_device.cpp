@@ -10,6 +10,7 @@
 #include "device/check.h"
 #include "device/runtime.h"
 #include "render/failure.h"
+#include "render/graphics_use.h"
 
 namespace zeph::vulkan {
 namespace {
@@ -175,6 +176,9 @@ Instance::Instance(const NativeWindow* window) {
       .enabledExtensionCount = static_cast<std::uint32_t>(extensions.size()),
       .ppEnabledExtensionNames = extensions.data()};
   const VkResult result = global.vkCreateInstance(&info, nullptr, &handle);
+  // The drivers are loaded and have not been used yet. Statics of theirs may be destroyed already.
+  renewProcessEndGuard();
+  if (processIsEnding()) throw std::runtime_error("The process is ending.");
   // There is a loader but no driver.
   if (result == VK_ERROR_INCOMPATIBLE_DRIVER) throw std::runtime_error(noDevice);
   check(result, "Create Vulkan instance");

@@ -273,8 +273,8 @@ bool Renderer::present(const Presentation& presentation) {
   return true;
 }
 
-void Renderer::waitForLatency(double seconds) {
-  impl_->commands.wait(static_cast<std::uint64_t>(seconds * 1e9));
+bool Renderer::waitForLatency(double seconds) {
+  return impl_->commands.wait(static_cast<std::uint64_t>(seconds * 1e9));
 }
 
 }  // namespace zeph
