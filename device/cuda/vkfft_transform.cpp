@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -55,7 +56,8 @@ std::uint64_t bytesOf(const TransformRequest& request) {
          static_cast<std::uint64_t>(request.batch) * 8;
 }
 
-VkFFTConfiguration configurationOf(const TransformRequest& request, Application& application) {
+VkFFTConfiguration configurationOf(const TransformRequest& request, std::span<const int> paddedAxes,
+                                   Application& application) {
   const auto size = static_cast<std::uint64_t>(request.size);
   const auto rowStride = static_cast<std::uint64_t>(request.rowStride);
   VkFFTConfiguration configuration = {};
@@ -74,12 +76,12 @@ VkFFTConfiguration configurationOf(const TransformRequest& request, Application&
   if (request.realToComplex && request.size >= tableFrom) configuration.useLUT = 1;
   if (request.cutoff != 0) {
     const auto cutoff = static_cast<std::uint64_t>(request.cutoff);
-    for (int axis = 0; axis < 2; ++axis) {
+    for (const int axis : paddedAxes) {
       configuration.performZeropadding[axis] = 1;
       configuration.fft_zeropad_left[axis] = cutoff;
       configuration.fft_zeropad_right[axis] = size - cutoff + 1;
     }
-    configuration.frequencyZeroPadding = 1;
+    configuration.frequencyZeroPadding = paddedAxes.empty() ? 0 : 1;
   }
   return configuration;
 }
@@ -107,7 +109,8 @@ VkFFTResult widenTemporaryBuffer(Application& application) {
 }
 
 // VkFFT's code, 0 for success.
-int build(const TransformRequest& request, std::unique_ptr<Application>& application) {
+int build(const TransformRequest& request, std::span<const int> paddedAxes,
+          std::unique_ptr<Application>& application) {
   static std::mutex oneAtATime;
   application = std::make_unique<Application>();
   application->device = driverDevice();
@@ -115,18 +118,22 @@ int build(const TransformRequest& request, std::unique_ptr<Application>& applica
   application->bytes = bytesOf(request);
   const std::lock_guard lock(oneAtATime);
   const platform::NeutralLocale numbers;
-  const int code = initializeVkFFT(&application->vkfft, configurationOf(request, *application));
+  const int code =
+      initializeVkFFT(&application->vkfft, configurationOf(request, paddedAxes, *application));
   application->initialised = code == VKFFT_SUCCESS;
   return application->initialised ? widenTemporaryBuffer(*application) : code;
 }
 
-// Some releases give wrong results at large lengths if a band is left out. If so, build again with
-// nothing left out: the kernels write zeros to the band anyway. VkFFT's code, 0 for success.
+// Some releases give wrong results at large lengths if the band is left out on both axes. If so,
+// build again with the band left out down the columns alone and, if that is wrong too, with nothing
+// left out: the kernels write zeros to the band anyway. VkFFT's code, 0 for success.
 int buildChecked(const TransformRequest& request, std::unique_ptr<Application>& application) {
-  for (const int cutoff : {request.cutoff, 0}) {
-    TransformRequest candidate = request;
-    candidate.cutoff = cutoff;
-    const int built = build(candidate, application);
+  constexpr int rowsAndColumns[] = {0, 1};
+  constexpr int columns[] = {1};
+  const std::span<const int> ways[] = {rowsAndColumns, columns, {}};
+  for (const std::span<const int> paddedAxes : ways) {
+    if (request.cutoff == 0 && !paddedAxes.empty()) continue;
+    const int built = build(request, paddedAxes, application);
     if (built != VKFFT_SUCCESS) return built;
     const TransformTrial trial =
         tryTransform(reinterpret_cast<Transform*>(application.get()), appendTransform, request);
