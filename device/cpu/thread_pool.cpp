@@ -4,8 +4,8 @@
 #include <system_error>
 
 #include "device/cpu/parallel.h"
-#include "platform/thread_environment.h"
 #include "platform/system.h"
+#include "platform/thread_environment.h"
 
 namespace zeph::cpu {
 namespace {
@@ -29,7 +29,8 @@ ThreadPool::ThreadPool(int participants) : participants_(std::max(participants, 
   limit_ = participants_;
   threads_.reserve(static_cast<std::size_t>(participants_) - 1);
   try {
-    for (int k = 1; k < participants_; ++k) threads_.push_back(platform::startThread([this, k] { work(k); }));
+    for (int k = 1; k < participants_; ++k)
+      threads_.push_back(platform::startThread([this, k] { work(k); }));
   } catch (const std::system_error&) {
     // The threads that could be started and the caller do the work of the missing ones.
   }
