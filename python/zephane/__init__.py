@@ -2,9 +2,9 @@
 
     import zephane
 
-    with zephane.Engine(resolution=512, reynolds=13_000) as engine:
-        figures = engine.advance(steps=1_000_000, until=4.0)
-        print(figures.simulation_time, engine.inspect().enstrophy)
+    with zephane.Engine(resolution=512) as engine:
+        figures = engine.advance(until=4.0)
+        print(figures.steps, figures.enstrophy)
         vorticity = engine.fields().vorticity
         engine.export(png="flow.png", palette="glacier")
 
@@ -18,9 +18,9 @@ are NumPy arrays.
 
 from __future__ import annotations
 
-from ._library import ZephaneError
 from ._version import read_version
 from .engine import Engine, initialize
+from .errors import FlowFailedError, InvalidValueError, ZephaneError
 from .fields import Fields
 from .records import (
     COLOR_RANGES,
@@ -30,6 +30,7 @@ from .records import (
     PALETTES,
     START_SPECTRA,
     Canvas,
+    Clock,
     Config,
     Performance,
     PictureSettings,
@@ -40,6 +41,7 @@ from .records import (
     default_reynolds,
 )
 from .shells import radial_spectrum
+from .suiting import ZephaneWarning, largest_cfl, suitable_cfl
 from .view import KEEP, View
 
 __version__ = read_version()
@@ -47,11 +49,14 @@ __version__ = read_version()
 __all__ = [
     "COLOR_RANGES",
     "Canvas",
+    "Clock",
     "Config",
     "DISPLAYS",
     "Engine",
     "Fields",
+    "FlowFailedError",
     "INTEGRATORS",
+    "InvalidValueError",
     "KEEP",
     "OPERATORS",
     "PALETTES",
@@ -64,7 +69,10 @@ __all__ = [
     "View",
     "ViewStatus",
     "ZephaneError",
+    "ZephaneWarning",
     "default_reynolds",
     "initialize",
+    "largest_cfl",
     "radial_spectrum",
+    "suitable_cfl",
 ]

@@ -16,15 +16,13 @@ from collections.abc import Iterator, Mapping
 from pathlib import Path
 from typing import Any, Union
 
+from .errors import ZephaneError as ZephaneError
+
 ABI_VERSION = 1
 
 VIEW_CLOSED = "Closed UI."
 
 LibraryPath = Union[str, "os.PathLike[str]"]
-
-
-class ZephaneError(RuntimeError):
-    """A failure. Its text is the library's own."""
 
 
 def library_name() -> str:

@@ -4,18 +4,39 @@ from __future__ import annotations
 
 import dataclasses
 import math
-import os
 import tempfile
-import threading
+import time
 import weakref
-from collections.abc import Mapping
+from collections.abc import Callable
 from pathlib import Path
-from typing import Any
+from typing import Any, Literal, overload
 
 from ._library import LibraryPath, given, load
 from ._numpy import numpy
-from .fields import Fields, PathLike, read_floats, write_floats
-from .records import Config, Snapshot, Statistics, SystemInfo
+from .engine_failures import (
+    explain_creation,
+    explain_export,
+    explain_loss,
+    is_loss,
+    warn_of_growth,
+)
+from .errors import FlowFailedError, ZephaneError
+from .fields import Fields, PathLike, read_floats
+from .pacing import Pace, Turns, has_reached
+from .records import Clock, Config, Snapshot, Statistics, SystemInfo
+from .refusals import (
+    check_memory,
+    check_picture,
+    checked_config,
+    checked_reynolds,
+    checked_single,
+    checked_steps,
+    checked_until,
+    warn_of_config,
+)
+from .start_fields import StartField
+from .suiting import warn_of_cfl
+from .view import KEEP, Keep
 
 COMPLEX_BYTES = 8
 
@@ -38,33 +59,74 @@ class Engine:
     """One flow on the device that ``initialize`` chose; the first engine initializes if needed.
 
     It starts from a seeded random field, or from ``initial``: an array of shape (N, N) with the
-    vorticity, row y and column x, or the path of a raw file of N² little-endian float32 numbers.
-    ``config`` replaces the default configuration, and keyword arguments change single members of
-    it: ``Engine(resolution=512, seed=7)``. The flow is periodic on a square of side 2 pi.
+    vorticity, row y and column x, the path of a NumPy file (.npy) with one, or of a raw file of N²
+    little-endian float32 numbers. ``config`` replaces the default configuration, and the arguments
+    that are members of ``Config`` change single members of it: ``Engine(resolution=512, seed=7)``.
+    Unless numbers are given for them, the Reynolds number suits the grid and the Courant number the
+    integrator. The flow is periodic on a square of side 2 pi.
 
-    Any thread may use an engine; calls run one after another. Every method raises ``ZephaneError``
-    with the library's text when the library refuses the request or the engine is closed. The engine
-    stays usable after that.
+    Any thread may use an engine; requests run one after another, and a long ``advance`` lets those
+    of other threads in between. Values that are refused raise ``InvalidValueError`` before the
+    library is asked, a flow that is lost raises ``FlowFailedError``, and whatever else fails raises
+    ``ZephaneError``, the base of both. The engine stays usable after that. Settings that are
+    accepted and will hardly give what was meant are warned of with ``ZephaneWarning``.
     """
 
     def __init__(
         self,
         config: Config | None = None,
         *,
+        resolution: int | None = None,
+        k0: int | None = None,
+        seed: int | None = None,
+        reynolds: float | None = None,
+        cfl: float | None = None,
+        fixed_dt: float | None | Keep = KEEP,
+        integrator: str | None = None,
+        operator: str | None = None,
+        start_spectrum: str | None = None,
         initial: Any = None,
         library: LibraryPath | None = None,
-        **changes: Any,
     ) -> None:
+        changes = given(
+            resolution=resolution,
+            k0=k0,
+            seed=seed,
+            reynolds=reynolds,
+            cfl=cfl,
+            integrator=integrator,
+            operator=operator,
+            start_spectrum=start_spectrum,
+        )
+        if fixed_dt is not KEEP:
+            changes["fixed_dt"] = fixed_dt
         self._library = load(library)
-        defaults = Config.from_json(self._library.description()["defaults"])
-        self._config = dataclasses.replace(config or defaults, **changes)
-        self._lock = threading.Lock()
-        with _InitialFile(initial) as start:
-            handle = self._library.create({**self._config.to_json(), **start})
+        description = self._library.description()
+        base = Config.from_json(description["defaults"]) if config is None else config
+        self._config = checked_config(base.changed(**changes))
+        check_memory(self._config, description["gpu_memory_bytes"])
+        warn_of_config(self._config)
+        self._turns = Turns()
+        self._pace = Pace()
+        self._cfl = self._config.cfl
+        self._restart()
+        with StartField(initial, self._config.resolution) as start:
+            try:
+                handle = self._library.create({**self._config.to_json(), **start})
+            except ZephaneError as failure:
+                available = description["available_memory_bytes"]
+                raise explain_creation(failure, self._config, available) from failure
         self._handle: int | None = handle
         self._release = weakref.finalize(self, self._library.destroy, handle)
         # Not at the interpreter's exit, when a thread may still be inside a call on the engine.
         self._release.atexit = False
+
+    def _restart(self) -> None:
+        """Forget what is known of the flow, which is at its start."""
+        self._now: Clock | None = None
+        self._figures: Statistics | None = None
+        self._milliseconds = 0.0
+        self._failure: FlowFailedError | None = None
 
     @property
     def config(self) -> Config:
@@ -77,25 +139,123 @@ class Engine:
         return self._handle is None
 
     def inspect(self) -> Statistics:
-        """Compute all figures of the flow at its present time."""
-        return Statistics.from_json(self._call("inspect"))
+        """Compute all figures of the flow at its present time.
 
-    def advance(self, steps: int = 1, until: float | None = None) -> Statistics:
-        """Take ``steps`` steps, or fewer if the flow reaches the time ``until`` before.
-
-        The last step is shortened so that it ends at ``until`` exactly. The energies in the result
-        are not computed again: they are those of the last ``inspect`` or ``reset``.
+        Warns where the energy or the enstrophy has grown since they were computed last: without a
+        force they only fall, unless the flow is wrong.
         """
-        return Statistics.from_json(self._call("advance", steps=steps, until=until))
+        return self._inspect(stacklevel=3)
+
+    def _inspect(self, stacklevel: int) -> Statistics:
+        with self._turns:
+            before = self._figures
+            now = Statistics.from_json(self._request("inspect"))
+            self._figures = now
+        if before is not None:
+            warn_of_growth(before, now, stacklevel + 1)
+        return dataclasses.replace(now, gpu_milliseconds=self._milliseconds)
+
+    @overload
+    def advance(
+        self,
+        steps: int | None = None,
+        until: float | None = None,
+        *,
+        fresh: Literal[True] = True,
+        progress: Callable[[Clock], object] | None = None,
+    ) -> Statistics: ...
+
+    @overload
+    def advance(
+        self,
+        steps: int | None = None,
+        until: float | None = None,
+        *,
+        fresh: Literal[False],
+        progress: Callable[[Clock], object] | None = None,
+    ) -> Clock: ...
+
+    @overload
+    def advance(
+        self,
+        steps: int | None = None,
+        until: float | None = None,
+        *,
+        fresh: bool,
+        progress: Callable[[Clock], object] | None = None,
+    ) -> Statistics | Clock: ...
+
+    def advance(
+        self,
+        steps: int | None = None,
+        until: float | None = None,
+        *,
+        fresh: bool = True,
+        progress: Callable[[Clock], object] | None = None,
+    ) -> Statistics | Clock:
+        """Run to the time ``until``, or take so many steps; with both, whichever comes first.
+
+        Without either, take one step. The last step is shortened so that it ends at ``until``
+        exactly. The figures of the result are computed at the end, as by ``inspect``; with
+        ``fresh=False`` they are left out, and a ``Clock`` is returned, which saves about the time
+        of a step.
+
+        A long run is cut into requests of about a tenth of a second, which changes no bit of the
+        flow. Between two of them Ctrl-C is raised, calls of other threads run, and ``progress`` is
+        called with the clock of the flow; if it returns False, the run ends there. After
+        ``KeyboardInterrupt`` the flow stands where the last request has left it.
+        """
+        left = None if steps is None else checked_steps(steps)
+        end = None if until is None else checked_until(until)
+        now = self._advance(1 if left is None and end is None else left, end, progress)
+        return self._inspect(stacklevel=3) if fresh else now
+
+    def _advance(
+        self, left: int | None, end: float | None, progress: Callable[[Clock], object] | None
+    ) -> Clock:
+        total = 0.0
+        while True:
+            before, ask = self._now, self._pace.ask(left)
+            began = time.perf_counter()
+            now = Clock.from_json(self._call("advance", steps=ask, until=end))
+            moved = before is None or now.steps != before.steps
+            if moved and ask:
+                self._pace.took(ask, time.perf_counter() - began)
+                total += now.gpu_milliseconds
+            self._milliseconds = total
+            now = dataclasses.replace(now, gpu_milliseconds=total)
+            left = None if left is None else left - ask
+            if progress is not None and progress(now) is False:
+                return now
+            if left == 0 or not moved or has_reached(now.simulation_time, end):
+                return now
 
     def set(self, reynolds: float | None = None, cfl: float | None = None) -> None:
-        """Change the Reynolds number or the Courant number, both above 0, from the next step on."""
-        self._call("set", **given(reynolds=reynolds, cfl=cfl))
+        """Change the Reynolds number or the Courant number, both above 0, from the next step on.
+
+        Where one of them is refused, neither changes.
+        """
+        changes = given(reynolds=reynolds, cfl=cfl)
+        if reynolds is not None:
+            changes["reynolds"] = checked_reynolds(reynolds)
+        if cfl is not None:
+            changes["cfl"] = checked_single("cfl", cfl)
+            if self._config.fixed_dt is None:
+                warn_of_cfl(self._config.integrator, self._config.resolution, changes["cfl"])
+        with self._turns:
+            self._request("set", **changes)
+            self._cfl = changes.get("cfl", self._cfl)
 
     def reset(self, initial: Any = None) -> Statistics:
-        """Start again at time 0, from the seeded field or from ``initial`` as for a new engine."""
-        with _InitialFile(initial) as start:
-            return Statistics.from_json(self._call("reset", **start))
+        """Start again at time 0, from the seeded field or from ``initial`` as for a new engine.
+
+        Where ``initial`` is refused, the flow stays as it is.
+        """
+        with StartField(initial, self._config.resolution) as start:
+            with self._turns:
+                figures = Statistics.from_json(self._request("reset", **start))
+                self._figures = figures
+        return figures
 
     def export(
         self,
@@ -123,23 +283,34 @@ class Engine:
         zero: pictures of the speed are dark, and there are no flow lines. Arguments that are None
         have the library's defaults.
         """
-        report = self._call(
-            "export",
-            **given(
-                spectrum=spectrum,
-                fields=fields,
-                png=png,
-                snapshot=snapshot,
-                include_velocity=include_velocity,
-                pixel_size=pixel_size,
-                display=display,
-                palette=palette,
-                color_range=color_range,
-                exposure=exposure,
-                sigma=sigma,
-                flow=flow,
-            ),
+        check_picture(
+            display=display,
+            palette=palette,
+            color_range=color_range,
+            exposure=exposure,
+            sigma=sigma,
+            pixel_size=pixel_size,
         )
+        request = given(
+            spectrum=spectrum,
+            fields=fields,
+            png=png,
+            snapshot=snapshot,
+            include_velocity=include_velocity,
+            pixel_size=pixel_size,
+            display=display,
+            palette=palette,
+            color_range=color_range,
+            exposure=exposure,
+            sigma=sigma,
+            flow=flow,
+        )
+        try:
+            report = self._call("export", **request)
+        except FlowFailedError:
+            raise
+        except ZephaneError as failure:
+            raise explain_export(failure, request, self._config.resolution) from failure
         return Snapshot.from_json(report) if report else None
 
     def spectrum(self) -> Any:
@@ -160,7 +331,7 @@ class Engine:
     def fields(self, include_velocity: bool = True) -> Fields:
         """Vorticity and velocity on the grid, three float32 planes of shape (N, N).
 
-        Without ``include_velocity`` the planes of the velocity are zero.
+        Without ``include_velocity`` the result has the vorticity alone.
         """
         with tempfile.TemporaryDirectory(prefix="zephane-") as folder:
             path = Path(folder) / "fields"
@@ -168,11 +339,15 @@ class Engine:
             values = read_floats(path)
         assert snapshot is not None
         size = snapshot.grid_size
-        return Fields(values if numpy() is None else values.reshape(3, size, size), snapshot)
+        data = values if numpy() is None else values.reshape(3, size, size)
+        return Fields(data, snapshot, include_velocity)
 
     def close(self) -> None:
-        """Wait for a call that is running, and free the flow. Closing again does nothing."""
-        with self._lock:
+        """Wait for a request that is running, and free the flow. Closing again does nothing.
+
+        A long ``advance`` on another thread ends with ``ZephaneError``.
+        """
+        with self._turns:
             self._handle = None
             self._release()
 
@@ -188,31 +363,31 @@ class Engine:
         )
         return f"<zephane.Engine {state}>"
 
+    def __reduce__(self) -> Any:
+        raise TypeError(
+            "An engine cannot be copied or pickled: its flow lives in the memory of the device. "
+            "Make another one, Engine(engine.config, initial=engine.fields().vorticity)."
+        )
+
     def _call(self, operation: str, **arguments: Any) -> dict[str, Any]:
-        with self._lock:
-            return self._library.call(self._handle, {"op": operation, **arguments})
+        with self._turns:
+            return self._request(operation, **arguments)
 
-
-class _InitialFile:
-    """Gives the part of a request that names the start field.
-
-    An array is written to a temporary file, which is deleted at the end of the ``with`` block.
-    """
-
-    def __init__(self, initial: Any) -> None:
-        self._initial = initial
-        self._folder: tempfile.TemporaryDirectory[str] | None = None
-
-    def __enter__(self) -> Mapping[str, str]:
-        if self._initial is None:
-            return {}
-        if isinstance(self._initial, (str, os.PathLike)):
-            return {"initial": os.fspath(self._initial)}
-        self._folder = tempfile.TemporaryDirectory(prefix="zephane-")
-        path = os.path.join(self._folder.name, "initial")
-        write_floats(path, self._initial)
-        return {"initial": path}
-
-    def __exit__(self, *_: object) -> None:
-        if self._folder is not None:
-            self._folder.cleanup()
+    def _request(self, operation: str, **arguments: Any) -> dict[str, Any]:
+        """Run one operation. The thread must have its turn."""
+        try:
+            reply = self._library.call(self._handle, {"op": operation, **arguments})
+        except ZephaneError as failure:
+            if not is_loss(failure):
+                raise
+            if self._failure is None:
+                asked = arguments.get("steps")
+                self._failure = explain_loss(failure, self._config, self._cfl, self._now, asked)
+            raise self._failure from failure
+        if operation == "reset":
+            self._restart()
+        if "steps" in reply:
+            self._now = Clock.from_json(reply)
+            if self._figures is None:  # The library has sent those of the start.
+                self._figures = Statistics.from_json(reply)
+        return reply

@@ -10,6 +10,7 @@ from pathlib import Path
 from typing import Any, Union
 
 from ._numpy import numpy
+from .errors import ZephaneError
 from .records import Snapshot
 
 FLOAT_BYTES = 4
@@ -49,6 +50,10 @@ class Fields:
     data: Any
     snapshot: Snapshot
     """Time and moments of these fields."""
+    has_velocity: bool = True
+    """Whether u and v were read. Where not, they raise ``ZephaneError``, and their planes of
+    ``data`` are zero.
+    """
 
     @property
     def vorticity(self) -> Any:
@@ -58,15 +63,20 @@ class Fields:
     @property
     def u(self) -> Any:
         """The velocity along x."""
-        return self._plane(1)
+        return self._velocity(1)
 
     @property
     def v(self) -> Any:
         """The velocity along y."""
-        return self._plane(2)
+        return self._velocity(2)
 
     def __iter__(self) -> Iterator[Any]:
         return iter((self.vorticity, self.u, self.v))
+
+    def _velocity(self, index: int) -> Any:
+        if not self.has_velocity:
+            raise ZephaneError("These fields were read without their velocity.")
+        return self._plane(index)
 
     def _plane(self, index: int) -> Any:
         if not isinstance(self.data, array.array):

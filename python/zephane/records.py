@@ -9,6 +9,9 @@ from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any, TypeVar, cast
 
+from .errors import InvalidValueError
+from .suiting import suitable_cfl
+
 INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
 OPERATORS = ("stress", "advective")
 START_SPECTRA = ("PAO", "KM3")
@@ -23,6 +26,9 @@ EXPOSURE_LIMITS = (0.25, 3.0)
 SIGMA_LIMITS = (1.5, 3.5)
 
 Record = TypeVar("Record")
+
+# The default of a member that follows from others.
+SUITED: Any = None
 
 
 def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
@@ -50,12 +56,20 @@ def default_reynolds(resolution: int, k0: int) -> float:
     return float(10.0**exponent)
 
 
+def _suitable_reynolds(resolution: int, k0: int) -> float:
+    """The default Reynolds number; that of the default grid for a grid that is none."""
+    try:
+        return default_reynolds(resolution, k0)
+    except (TypeError, ValueError, OverflowError):
+        return default_reynolds(1024, 4)
+
+
 @dataclass(frozen=True)
 class PictureSettings:
     """How a picture looks: the arguments that ``Engine.export`` and ``View.set`` share.
 
-    Making a record raises ``ValueError`` for unknown names and for numbers that are not finite, so
-    that a long run does not fail over them at its end. The library clamps numbers to their ranges.
+    Making a record raises ``InvalidValueError``, a ``ValueError``, for unknown names and for
+    numbers that are not finite, so that a long run does not fail over them at its end. The library clamps numbers to their ranges.
     """
 
     display: str = "vorticity"
@@ -78,10 +92,11 @@ class PictureSettings:
             ("color_range", COLOR_RANGES),
         ):
             if getattr(self, key) not in names:
-                raise ValueError(f"Unknown {key}: {getattr(self, key)}")
+                known = f"{', '.join(names[:-1])} or {names[-1]}"
+                raise InvalidValueError(f'{key} "{getattr(self, key)}" is unknown: {known}')
         for key in ("exposure", "sigma"):
             if not math.isfinite(getattr(self, key)):
-                raise ValueError(f"Non-finite {key}")
+                raise InvalidValueError(f"{key} {getattr(self, key)} is not finite")
 
     @property
     def signed(self) -> bool:
@@ -101,7 +116,11 @@ class PictureSettings:
 
 @dataclass(frozen=True)
 class Config:
-    """The configuration of a flow. The library checks the values when it makes the flow."""
+    """The configuration of a flow. The values are checked when the flow is made.
+
+    The Reynolds number and the Courant number, left out, are those that suit the other members.
+    ``dataclasses.replace`` keeps them as they are; ``changed`` lets them follow.
+    """
 
     resolution: int = 1024
     """Grid points per side of the periodic square: even, 16 to 16384."""
@@ -109,12 +128,14 @@ class Config:
     """Peak wavenumber of the start spectrum: 1 to 1000000."""
     seed: int = 2
     """Seed of the start field: 0 to 2**64 - 1."""
-    reynolds: float = 27898.36614974335
-    """Reynolds number, above 0: the reciprocal of the viscosity. It is the same for every
-    resolution; ``default_reynolds`` suits a resolution.
+    reynolds: float = SUITED
+    """Reynolds number, above 0: the reciprocal of the viscosity. By default that of the grid,
+    ``default_reynolds(resolution, k0)``.
     """
-    cfl: float = 3.0
-    """Courant number of the adaptive time step, above 0."""
+    cfl: float = SUITED
+    """Courant number of the adaptive time step, above 0. By default 3 for "etdrk4" and 1.5 for the
+    other integrators.
+    """
     fixed_dt: float | None = None
     """A fixed time step, above 0, or None for the adaptive one."""
     integrator: str = "etdrk4"
@@ -123,6 +144,24 @@ class Config:
     """Form of the nonlinear term, one of ``OPERATORS``."""
     start_spectrum: str = "PAO"
     """One of ``START_SPECTRA``."""
+
+    def __post_init__(self) -> None:
+        if self.reynolds is SUITED:
+            object.__setattr__(self, "reynolds", _suitable_reynolds(self.resolution, self.k0))
+        if self.cfl is SUITED:
+            object.__setattr__(self, "cfl", suitable_cfl(self.integrator))
+
+    def changed(self, **changes: Any) -> Config:
+        """This configuration with some members changed.
+
+        A Reynolds number that suited the grid follows it, and a Courant number that suited the
+        integrator does too, unless ``changes`` has a number for it.
+        """
+        if self.reynolds == _suitable_reynolds(self.resolution, self.k0):
+            changes.setdefault("reynolds", SUITED)
+        if self.cfl == suitable_cfl(self.integrator):
+            changes.setdefault("cfl", SUITED)
+        return dataclasses.replace(self, **changes)
 
     @property
     def padded_resolution(self) -> int:
@@ -142,6 +181,29 @@ class Config:
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Config:
         return _pick(cls, {**values, "seed": int(values["seed"])})
+
+
+@dataclass(frozen=True)
+class Clock:
+    """Where a flow stands, without the figures that take a look at the whole of it."""
+
+    steps: int
+    """Steps taken since time 0."""
+    simulation_time: float
+    dt: float
+    """The last time step."""
+    reynolds: float
+    """The Reynolds number in effect."""
+    initial_turnover_time: float
+    """Turnover time of the eddies at the start; 0 for a fluid at rest."""
+    gpu_milliseconds: float
+    """Milliseconds that the device spent on the last advance."""
+    allocated_bytes: int
+    """Device memory of the solver."""
+
+    @classmethod
+    def from_json(cls, values: Mapping[str, Any]) -> Clock:
+        return _pick(cls, values)
 
 
 @dataclass(frozen=True)

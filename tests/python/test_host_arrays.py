@@ -43,10 +43,13 @@ def test_the_snapshot_holds_the_moments_of_its_fields(moved: zephane.Engine) -> 
     assert snapshot.max_speed == pytest.approx(np.hypot(fields.u, fields.v).max(), rel=1e-6)
 
 
-def test_without_velocity_its_planes_are_zero(moved: zephane.Engine) -> None:
+def test_fields_without_velocity_say_so(moved: zephane.Engine) -> None:
     fields = moved.fields(include_velocity=False)
+    assert not fields.has_velocity and moved.fields().has_velocity
     assert np.array_equal(fields.vorticity, moved.fields().vorticity)
-    assert not fields.u.any() and not fields.v.any()
+    for read in (lambda: fields.u, lambda: fields.v, lambda: list(fields)):
+        with pytest.raises(zephane.ZephaneError, match="without their velocity"):
+            read()
 
 
 def test_rows_are_y_and_columns_are_x(make_engine: Maker) -> None:

@@ -13,15 +13,17 @@ from png_reader import read_png
 import zephane
 from zephane import PictureSettings
 
+UNKNOWN_PALETTE = 'palette "Ember" is unknown: aurora, ember, glacier or inferno'
+
 
 @pytest.mark.parametrize(
     "changes, words",
     [
-        ({"display": "pressure"}, "Unknown display: pressure"),
-        ({"palette": "Ember"}, "Unknown palette: Ember"),
-        ({"color_range": ""}, "Unknown color_range: "),
-        ({"exposure": math.inf}, "Non-finite exposure"),
-        ({"sigma": math.nan}, "Non-finite sigma"),
+        ({"display": "pressure"}, 'display "pressure" is unknown: vorticity, speed or enstrophy'),
+        ({"palette": "Ember"}, UNKNOWN_PALETTE),
+        ({"color_range": ""}, 'color_range "" is unknown: sigma or exposure'),
+        ({"exposure": math.inf}, "exposure inf is not finite"),
+        ({"sigma": math.nan}, "sigma nan is not finite"),
     ],
 )
 def test_invalid_settings_are_refused_on_construction(changes: Any, words: str) -> None:
@@ -87,12 +89,15 @@ def test_pictures_need_no_numpy(
 @pytest.mark.parametrize(
     "request_, words",
     [
-        ({"pixel_size": 0}, "PNG size must be 1 through 8192."),
-        ({"palette": "Ember"}, "Unknown palette: Ember"),
-        ({"png": "/nowhere/a.png"}, "Open PNG failed (0x2)"),
+        ({"pixel_size": 0}, "pixel_size 0 is too small: whole numbers from 1 to 8192"),
+        ({"palette": "Ember"}, UNKNOWN_PALETTE),
+        (
+            {"png": "/nowhere/a.png"},
+            "Cannot write /nowhere/a.png: No such file or directory (Open PNG failed (0x2))",
+        ),
     ],
 )
-def test_what_the_library_refuses_is_raised_in_its_words(
+def test_a_picture_that_cannot_be_had_is_refused_with_the_reason(
     engine: zephane.Engine, request_: Any, words: str
 ) -> None:
     with pytest.raises(zephane.ZephaneError) as refusal:
