@@ -1,8 +1,8 @@
 """The command line: ``run`` computes a flow, ``view`` and ``watch`` show a running one in a window
 and on a terminal, ``info`` describes the machine.
 
-Exit codes: 0 for success, 1 for a failure, whose message goes to standard error, and 2 for wrong
-arguments.
+Exit codes: 0 for success, 1 for a failure, whose message goes to standard error, 2 for wrong
+arguments, and 130 after Ctrl-C.
 """
 
 from __future__ import annotations
@@ -11,7 +11,9 @@ import argparse
 import dataclasses
 import json
 import sys
+import warnings
 from collections.abc import Sequence
+from typing import TextIO
 
 from . import __version__
 from ._library import ZephaneError
@@ -19,20 +21,37 @@ from .engine import initialize
 from .options import LIBRARY_HELP, add_control, add_flow, add_picture
 from .records import DEFAULT_PIXEL_SIZE, PIXEL_SIZES
 from .report import describe_system
-from .run import TURNOVERS, run
+from .run import INTERRUPTED, TURNOVERS, run
+from .suiting import ZephaneWarning
 from .watch import watch
 
 
 def main(arguments: Sequence[str] | None = None, program: str = "zephane") -> int:
     """Run the command line and return its exit code; ``program`` is its name in the help."""
     options = _parser(program).parse_args(arguments)
-    try:
-        return int(options.command(options))
-    except (ZephaneError, OSError, ValueError, MemoryError) as failure:
-        print(f"zephane: {failure}", file=sys.stderr)
-    except KeyboardInterrupt:
-        print("zephane: interrupted", file=sys.stderr)
+    with warnings.catch_warnings():
+        warnings.simplefilter("always", ZephaneWarning)
+        warnings.showwarning = _show_warning
+        try:
+            return int(options.command(options))
+        except (ZephaneError, OSError, ValueError, MemoryError) as failure:
+            print(f"zephane: {failure}", file=sys.stderr)
+        except KeyboardInterrupt:
+            print("zephane: interrupted", file=sys.stderr)
+            return INTERRUPTED
     return 1
+
+
+def _show_warning(
+    message: Warning | str,
+    category: type[Warning],
+    filename: str,
+    lineno: int,
+    file: TextIO | None = None,
+    line: str | None = None,
+) -> None:
+    """Print the sentence of a warning, without the place in the code that it came from."""
+    print(f"zephane: {message}", file=sys.stderr, flush=True)
 
 
 def _info(options: argparse.Namespace) -> int:
@@ -65,7 +84,8 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
         "run",
         help="compute a flow",
         description="Compute a flow, show its progress, and report its figures at the end. "
-        "Ctrl-C ends the run early; the report and the files then show the flow so far.",
+        "Ctrl-C ends the run early; the report and the files then show the flow so far, and the "
+        "exit code is 130.",
     )
     add_flow(parser)
     _add_length(parser)
@@ -140,14 +160,20 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
     output.add_argument(
         "--progress",
         action=argparse.BooleanOptionalAction,
-        help="show progress: a line that is updated on a terminal, a new line every few seconds "
-        "elsewhere (default: on a terminal only)",
+        help="show progress: a line that is updated on a terminal, a new line every ten seconds "
+        "elsewhere (default: shown)",
     )
     output.add_argument(
-        "--spectrum", metavar="FILE", help="write the raw spectrum, N*N complex64, FFT order"
+        "--spectrum",
+        metavar="FILE",
+        help="write the spectrum, N*N complex64, FFT order: raw, or a NumPy file if the name ends "
+        "in .npy",
     )
     output.add_argument(
-        "--fields", metavar="FILE", help="write raw vorticity, u and v, 3*N*N float32"
+        "--fields",
+        metavar="FILE",
+        help="write vorticity, u and v, 3*N*N float32: raw, or a NumPy file if the name ends in "
+        ".npy",
     )
     output.add_argument("--png", metavar="FILE", help="draw a picture; needs a Vulkan driver")
 

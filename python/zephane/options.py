@@ -79,7 +79,8 @@ def add_flow(parser: argparse.ArgumentParser) -> None:
         "--cfl",
         metavar="C",
         type=float,
-        help=f"Courant number of the adaptive time step (default: {default.cfl:g})",
+        help="Courant number of the adaptive time step (default: what suits the integrator, "
+        f"{default.cfl:g} for {default.integrator})",
     )
     flow.add_argument(
         "--fixed-dt",
@@ -95,8 +96,8 @@ def add_flow(parser: argparse.ArgumentParser) -> None:
     flow.add_argument(
         "--initial",
         metavar="FILE",
-        help="start from this raw file of N*N float32 samples of the vorticity, row by row "
-        "(default: the seeded start field)",
+        help="start from this file of the vorticity, N*N float32 numbers row by row, or a NumPy "
+        "file if the name ends in .npy (default: the seeded start field)",
     )
     flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
 

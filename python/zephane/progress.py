@@ -6,15 +6,17 @@ import shutil
 import sys
 import time
 from collections import deque
-from typing import TextIO
+from typing import TextIO, Union
 
-from .records import Statistics
+from .records import Clock, Statistics
 from .terminal import CLEAR_TO_END_OF_LINE, draws_blocks
 
-LOG_SECONDS = 5.0
+LOG_SECONDS = 10.0
 # Rates are averages over this time.
 RATE_SECONDS = 3.0
 BAR_CELLS = 16
+
+Moment = Union[Clock, Statistics]
 
 
 class Progress:
@@ -27,7 +29,7 @@ class Progress:
         self._recent: deque[tuple[float, int, float]] = deque()
         self._recent.append((time.perf_counter(), start.steps, start.simulation_time))
 
-    def update(self, now: Statistics) -> None:
+    def update(self, now: Moment) -> None:
         moment = time.perf_counter()
         self._recent.append((moment, now.steps, now.simulation_time))
         while len(self._recent) > 2 and self._recent[1][0] < moment - RATE_SECONDS:
@@ -45,7 +47,7 @@ class Progress:
         seconds = max(ended - began, 1e-9)
         return (last_steps - steps) / seconds, (last_flow - flow) / seconds
 
-    def _done(self, now: Statistics) -> float:
+    def _done(self, now: Moment) -> float:
         """The share of the run that is done, from 0 to 1: of its steps or its time, whichever is
         larger.
         """
@@ -56,7 +58,7 @@ class Progress:
             shares.append(now.simulation_time / self._until)
         return min(max(shares), 1.0)
 
-    def _left(self, now: Statistics) -> float | None:
+    def _left(self, now: Moment) -> float | None:
         """Seconds to the end at the present rate, or None if nobody can say."""
         step_rate, flow_rate = self._rates()
         estimates = []
@@ -66,7 +68,7 @@ class Progress:
             estimates.append((self._until - now.simulation_time) / flow_rate)
         return max(min(estimates), 0.0) if estimates else None
 
-    def _figures(self, now: Statistics) -> str:
+    def _figures(self, now: Moment) -> str:
         end = "" if self._until is None else f" of {self._until:.4g}"
         steps = "" if self._steps is None else f" of {self._steps}"
         rate, _ = self._rates()
@@ -88,7 +90,7 @@ class TerminalLine(Progress):
         self._stream = stream
         self._full, self._empty = ("━", "─") if draws_blocks(stream) else ("#", "-")
 
-    def update(self, now: Statistics) -> None:
+    def update(self, now: Moment) -> None:
         super().update(now)
         done = self._done(now)
         cells = int(done * BAR_CELLS)
@@ -113,7 +115,7 @@ class LogLines(Progress):
         self._stream = stream
         self._last = time.perf_counter()
 
-    def update(self, now: Statistics) -> None:
+    def update(self, now: Moment) -> None:
         super().update(now)
         moment = time.perf_counter()
         if moment - self._last >= LOG_SECONDS:
@@ -125,14 +127,10 @@ class LogLines(Progress):
 def shown_progress(
     wanted: bool | None, start: Statistics, steps: int | None, until: float | None
 ) -> Progress:
-    """Progress on standard error, in the form that suits it.
-
-    ``wanted`` of None shows it on a terminal only.
-    """
-    terminal = sys.stderr.isatty()
-    if wanted is False or (wanted is None and not terminal):
+    """Progress on standard error, in the form that suits it, unless it is not ``wanted``."""
+    if wanted is False:
         return Progress(start, steps, until)
-    kind = TerminalLine if terminal else LogLines
+    kind = TerminalLine if sys.stderr.isatty() else LogLines
     return kind(sys.stderr, start, steps, until)
 
 

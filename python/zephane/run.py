@@ -5,71 +5,60 @@ from __future__ import annotations
 import argparse
 import dataclasses
 import json
-import os
-import re
 import signal
 import sys
 import time
-from pathlib import Path
 from types import FrameType
 from typing import Any
 
 from ._library import ZephaneError
 from .engine import Engine, initialize
+from .engine_failures import FIELD_BYTES, SPECTRUM_BYTES
 from .options import chosen_config, chosen_picture
+from .outputs import check_outputs, checked_picture, is_numpy_file, write_numpy_file
 from .progress import Progress, shown_progress
-from .records import (
-    PIXEL_SIZES,
-    Config,
-    PictureSettings,
-    Statistics,
-    SystemInfo,
-    default_reynolds,
-)
+from .records import Clock, PictureSettings, Statistics
+from .refusals import checked_config, checked_pixel_size, checked_steps, checked_until
 from .report import Outcome, describe_run
 
 # Default length of a run, in turnover times of its start field.
 TURNOVERS = 3.0
 
-# Intended duration of one advance(), short enough to show progress and to react to Ctrl-C.
-SLICE_SECONDS = 0.15
-SLICE_GROWTH = 8
-LONGEST_SLICE = 1 << 20
+# Room to ask for before the run, for a picture of so many pixels: it packs to less than this.
+PICTURE_BYTES = 4
 
-# Advice for failures of drawing.
-HINTS = {
-    "No Vulkan device found.": "Pictures need a Vulkan driver; Debian's package "
-    "mesa-vulkan-drivers has one that draws on the processor.",
-    "No CUDA-compatible Vulkan device found.": "Pictures need the Vulkan driver of the GPU that "
-    "computes the flow.",
-    "libpng 1.6 was not found.": "Debian's package libpng16-16 has it.",
-}
-SYSTEM_ERROR = re.compile(r"(?:Open|Write|Commit) PNG[ a-z]* failed \(0x([1-9a-f]\w*)\)")
+INTERRUPTED = 128 + signal.SIGINT
 
 
 def run(options: argparse.Namespace) -> int:
     """Run the command and return its exit code.
 
-    Failures are raised, except for those of output files: these are printed after the report, so
-    that one file does not cost the others.
+    What can be known to fail is refused before the run. Failures after it are raised, except for
+    those of output files: these are printed after the report, so that one file does not cost the
+    others.
     """
     settings = _picture_settings(options)
-    _check_folders(options)
+    steps = None if options.steps is None else checked_steps(options.steps)
+    until = None if options.until is None else checked_until(options.until)
     system = initialize(options.library)
-    config = _config(options, system)
+    config = checked_config(system.defaults.changed(**chosen_config(options)))
+    check_outputs(_sizes(options, config.resolution))
     with Engine(config, initial=options.initial) as engine:
         start = engine.inspect()
-        until = _endpoint(options, start)
+        if steps is None and until is None:
+            until = TURNOVERS * (start.initial_turnover_time or 1.0)
         with Interruption() as interruption:
-            progress = shown_progress(options.progress, start, options.steps, until)
-            outcome = _advance(engine, start, options.steps, until, progress, interruption)
-        written, failures = _write_files(engine, options, settings)
+            progress = shown_progress(options.progress, start, steps, until)
+            outcome = _advance(engine, start, steps, until, progress, interruption)
+            written, failures = _write_files(engine, options, settings)
     if options.json:
         print(json.dumps(dataclasses.asdict(outcome.end), indent=2, sort_keys=True), flush=True)
     else:
         print(describe_run(system, config, outcome, written), flush=True)
     for failure in failures:
         print(f"zephane: {failure}", file=sys.stderr)
+    if interruption.requested:
+        return INTERRUPTED
     return 1 if failures else 0
 
 
@@ -95,17 +84,6 @@ class Interruption:
         self.requested = True
 
 
-class Pace:
-    """Chooses the number of steps per advance() from the duration of the last one."""
-
-    def __init__(self) -> None:
-        self.steps = 1
-
-    def took(self, seconds: float) -> None:
-        wanted = int(self.steps * SLICE_SECONDS / max(seconds, 1e-6))
-        self.steps = max(1, min(wanted, self.steps * SLICE_GROWTH, LONGEST_SLICE))
-
-
 def _advance(
     engine: Engine,
     start: Statistics,
@@ -115,43 +93,22 @@ def _advance(
     interruption: Interruption,
 ) -> Outcome:
     """Run to the end or until Ctrl-C, and compute the final figures."""
-    pace, now, device_milliseconds = Pace(), start, 0.0
+
+    def show(now: Clock) -> bool:
+        progress.update(now)
+        return not interruption.requested
+
     began = time.perf_counter()
     with progress:
-        while not interruption.requested:
-            left = None if steps is None else steps - now.steps
-            ask = pace.steps if left is None else min(pace.steps, left)
-            asked, before = time.perf_counter(), now.steps
-            now = engine.advance(ask, until)
-            if now.steps > before:
-                device_milliseconds += now.gpu_milliseconds
-            progress.update(now)
-            if now.steps - before < pace.steps:
-                break
-            pace.took(time.perf_counter() - asked)
+        engine.advance(steps, until, fresh=False, progress=show)
     wall = time.perf_counter() - began
-    end = dataclasses.replace(engine.inspect(), gpu_milliseconds=device_milliseconds)
-    return Outcome(start, end, wall, interruption.requested)
-
-
-def _config(options: argparse.Namespace, system: SystemInfo) -> Config:
-    """The defaults changed by the options. Without --reynolds the number suits the grid."""
-    config = dataclasses.replace(system.defaults, **chosen_config(options))
-    if options.reynolds is None and config.resolution > 0 and config.k0 > 0:
-        suited = default_reynolds(config.resolution, config.k0)
-        config = dataclasses.replace(config, reynolds=suited)
-    return config
-
-
-def _endpoint(options: argparse.Namespace, start: Statistics) -> float | None:
-    if options.until is not None or options.steps is not None:
-        return options.until  # type: ignore[no-any-return]
-    return TURNOVERS * (start.initial_turnover_time or 1.0)
+    return Outcome(start, engine.inspect(), wall, interruption.requested)
 
 
 def _picture_settings(options: argparse.Namespace) -> PictureSettings:
-    if options.png is not None and options.pixels not in PIXEL_SIZES:
-        raise ValueError(f"PNG size must be {PIXEL_SIZES[0]} through {PIXEL_SIZES[-1]}.")
+    if options.png is not None:
+        checked_picture(options.png)
+        checked_pixel_size(options.pixels)
     return chosen_picture(options)
 
 
@@ -160,12 +117,18 @@ def _files(options: argparse.Namespace) -> dict[str, str]:
     return {kind: path for kind, path in files.items() if path is not None}
 
 
-def _check_folders(options: argparse.Namespace) -> None:
-    """Check the output folders before the run, so that a long run does not fail at its end."""
-    for path in _files(options).values():
-        folder = Path(path).absolute().parent
-        if not folder.is_dir():
-            raise ValueError(f"No folder {folder} for {path}.")
+def _sizes(options: argparse.Namespace, resolution: int) -> dict[str, int]:
+    """The paths of the files with the bytes that they take, after a check of their endings."""
+    sizes: dict[str, int] = {}
+    for kind, path in _files(options).items():
+        if path in sizes:
+            raise ValueError(f"{path} is named for two outputs.")
+        if kind == "picture":
+            sizes[path] = PICTURE_BYTES * options.pixels**2
+            continue
+        is_numpy_file(path)
+        sizes[path] = (SPECTRUM_BYTES if kind == "spectrum" else FIELD_BYTES) * resolution**2
+    return sizes
 
 
 def _write_files(
@@ -173,33 +136,45 @@ def _write_files(
 ) -> tuple[dict[str, str], list[str]]:
     """Write the files. Returns the paths of those written, by kind, and the messages of failures.
 
-    Each file has a request of its own, so that a failure does not prevent the others.
+    Each file is written by itself, so that a failure does not prevent the others.
     """
-    requests: dict[str, dict[str, Any]] = {
-        "spectrum": {"spectrum": options.spectrum},
-        "fields": {"fields": options.fields},
-        "picture": {
-            "png": options.png,
-            "pixel_size": options.pixels,
-            "include_velocity": settings.needs_velocity,
-            **dataclasses.asdict(settings),
-        },
-    }
     written: dict[str, str] = {}
     failures: list[str] = []
     for kind, path in _files(options).items():
         try:
-            engine.export(**requests[kind])
+            if kind == "picture":
+                _draw(engine, path, options.pixels, settings)
+            elif kind == "spectrum":
+                _write_spectrum(engine, path)
+            else:
+                _write_fields(engine, path)
         except ZephaneError as failure:
-            failures.append(f"Could not write {path}: {_explained(str(failure))}")
+            failures.append(str(failure))
         else:
             written[kind] = path
     return written, failures
 
 
-def _explained(message: str) -> str:
-    """The library's message, followed by advice or by the text of the system's error number."""
-    if message in HINTS:
-        return f"{message} {HINTS[message]}"
-    error = SYSTEM_ERROR.fullmatch(message)
-    return message if error is None else f"{message}: {os.strerror(int(error.group(1), 16))}"
+def _draw(engine: Engine, path: str, pixels: int, settings: PictureSettings) -> None:
+    engine.export(
+        png=path,
+        pixel_size=pixels,
+        include_velocity=settings.needs_velocity,
+        **dataclasses.asdict(settings),
+    )
+
+
+def _write_spectrum(engine: Engine, path: str) -> None:
+    if not is_numpy_file(path):
+        engine.export(spectrum=path)
+        return
+    size = engine.config.resolution
+    write_numpy_file(path, engine.spectrum(), "<c8", (size, size))
+
+
+def _write_fields(engine: Engine, path: str) -> None:
+    if not is_numpy_file(path):
+        engine.export(fields=path)
+        return
+    size = engine.config.resolution
+    write_numpy_file(path, engine.fields().data, "<f4", (3, size, size))

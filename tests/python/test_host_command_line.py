@@ -6,6 +6,7 @@ import json
 import os
 import pty
 import re
+import shlex
 import signal
 import subprocess
 import sys
@@ -17,9 +18,13 @@ import pytest
 from png_reader import read_png
 
 import zephane
-from zephane import progress
+from zephane import outputs, progress
 
-COMBINED = "Invalid resolution, Reynolds number, k0, CFL, fixed timestep, method or start spectrum."
+EVEN = "even numbers from 16 to 16384"
+PALETTES = "aurora, ember, glacier or inferno"
+PIXELS = "whole numbers from 1 to 8192"
+ENDINGS = "raw files end in .raw, .bin, .dat, .f32 or have no ending, NumPy files end in .npy"
+SEEDS = "whole numbers from 0 to 18446744073709551615"
 SMALL = ("--resolution", "64", "--reynolds", "1000")
 
 Runner = Callable[..., "subprocess.CompletedProcess[str]"]
@@ -206,7 +211,7 @@ def test_a_run_that_cannot_draw_still_reports_and_writes_the_rest(
     files = ("--fields", str(fields), "--png", str(picture))
     result = zeph("run", *SMALL, "--steps", "3", *files, *form, extra=NO_DRIVER)
     assert result.returncode == 1
-    assert result.stderr.startswith(f"zephane: Could not write {picture}: No Vulkan device found. ")
+    assert result.stderr.startswith(f"zephane: Cannot write {picture}: No Vulkan device found. ")
     assert "a Vulkan driver" in result.stderr and "mesa-vulkan-drivers" in result.stderr
     assert result.stderr.count("\n") == 1
     assert fields.stat().st_size == 12 * 64 * 64 and not picture.exists()
@@ -217,18 +222,76 @@ def test_a_run_that_cannot_draw_still_reports_and_writes_the_rest(
         assert str(picture) not in result.stdout
 
 
-def test_every_file_that_cannot_be_written_is_told(zeph: Runner, tmp_path: Path) -> None:
-    picture = tmp_path / "flow.png"
-    picture.mkdir()
-    spectrum = tmp_path / "spectrum"
-    files = ("--spectrum", str(spectrum), "--fields", "/dev/full", "--png", str(picture))
-    result = zeph("run", *SMALL, "--steps", "3", *files)
+@pytest.mark.parametrize(
+    "option, path, reason",
+    [
+        ("--fields", "/dev/full", "No space left on device"),
+        ("--png", "folder.png", "Is a directory"),
+        ("--spectrum", "nowhere/a.raw", "No such file or directory"),
+        ("--spectrum", "file/a.raw", "Not a directory"),
+        ("--png", "n" * 300 + ".png", "File name too long"),
+    ],
+)
+def test_a_file_that_cannot_be_written_is_told_before_the_run(
+    zeph: Runner, tmp_path: Path, option: str, path: str, reason: str
+) -> None:
+    (tmp_path / "folder.png").mkdir()
+    (tmp_path / "file").touch()
+    path = str(tmp_path / path)
+    result = zeph("run", *SMALL, "--steps", "1000000000", option, path)
+    assert (result.returncode, result.stdout) == (1, "")
+    assert result.stderr == f"zephane: Cannot write {path}: {reason}\n"
+    assert sorted(os.listdir(tmp_path)) == ["file", "folder.png"]
+
+
+def test_files_that_a_disk_has_no_room_for_are_told_before_the_run(
+    tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    free = type("Usage", (), {"free": 1000})
+    monkeypatch.setattr(outputs.shutil, "disk_usage", lambda folder: free)
+    first, second = str(tmp_path / "a"), str(tmp_path / "b")
+    outputs.check_outputs({first: 600})
+    with pytest.raises(zephane.ZephaneError, match="b: No space left .*: 1200 bytes are needed"):
+        outputs.check_outputs({first: 600, second: 600})
+    assert os.listdir(tmp_path) == []
+
+
+def test_a_file_beyond_the_limit_of_the_process_is_told_before_the_run(
+    environment: dict[str, str], command: Callable[..., list[str]], tmp_path: Path
+) -> None:
+    words = shlex.join(command("run", *SMALL, "--steps", "3", "--fields", str(tmp_path / "f")))
+    result = subprocess.run(
+        ["bash", "-c", f"ulimit -f 10; {words}"], env=environment, capture_output=True, text=True
+    )
     assert result.returncode == 1
-    assert result.stderr.splitlines() == [
-        "zephane: Could not write /dev/full: Cannot write export file.",
-        f"zephane: Could not write {picture}: Open PNG failed (0x15): Is a directory",
-    ]
+    assert "File too large: the limit of this process is 10240 bytes" in result.stderr
+
+
+def test_one_file_that_fails_in_the_end_does_not_cost_the_others(
+    zeph: Runner, tmp_path: Path
+) -> None:
+    picture, spectrum = tmp_path / "flow.png", tmp_path / "spectrum.raw"
+    files = ("--spectrum", str(spectrum), "--png", str(picture))
+    result = zeph("run", *SMALL, "--steps", "3", *files, extra=NO_DRIVER)
+    assert result.returncode == 1
     assert spectrum.stat().st_size == 8 * 64 * 64 and str(spectrum) in result.stdout
+
+
+def test_the_ending_of_a_name_decides_the_format(zeph: Runner, tmp_path: Path) -> None:
+    import numpy as np
+
+    files = [tmp_path / name for name in ("f.npy", "f.raw", "s.npy", "s.raw")]
+    names = ("--fields", str(files[0]), "--spectrum", str(files[2]))
+    raw = ("--fields", str(files[1]), "--spectrum", str(files[3]))
+    for outputs_ in (names, raw):
+        assert zeph("run", *SMALL, "--steps", "3", *outputs_).returncode == 0
+    fields, spectrum = np.load(files[0]), np.load(files[2])
+    assert (fields.dtype, fields.shape) == (np.float32, (3, 64, 64))
+    assert (spectrum.dtype, spectrum.shape) == (np.complex64, (64, 64))
+    assert fields.tobytes() == files[1].read_bytes()
+    assert spectrum.tobytes() == files[3].read_bytes()
+    assert files[0].stat().st_mode == files[1].stat().st_mode
+    assert len(os.listdir(tmp_path)) == 4
 
 
 def test_a_run_goes_on_from_the_fields_of_another(zeph: Runner, tmp_path: Path) -> None:
@@ -256,32 +319,36 @@ def test_a_run_needs_no_numpy(zeph: Runner, python_path: Path, tmp_path: Path) -
 @pytest.mark.parametrize(
     "options, words",
     [
-        (("--resolution", "17"), COMBINED),
-        (("--resolution", "-4"), COMBINED),
-        (("--k0", "0"), COMBINED),
-        (("--reynolds", "0"), COMBINED),
-        (("--cfl", "-1"), COMBINED),
-        (("--k0", "1000001"), "Initial wavenumber is too large."),
-        (("--seed", "-1"), "Seed must be UInt64."),
-        (("--seed", "one"), "Seed must be UInt64."),
-        (("--fixed-dt", "0"), "Fixed timestep must be positive."),
-        (("--integrator", "RK9"), "Unknown integrator: RK9"),
-        (("--operator", ""), "Unknown operator: "),
-        (("--start-spectrum", "pao"), "Unknown start_spectrum: pao"),
-        (("--steps", "-1"), "Invalid steps or endpoint."),
-        (("--until", "-1"), "Invalid steps or endpoint."),
-        (("--until", "1e39"), "Invalid steps or endpoint."),
-        (("--palette", "Ember"), "Unknown palette: Ember"),
-        (("--display", "heat"), "Unknown display: heat"),
-        (("--color-range", "all"), "Unknown color_range: all"),
-        (("--exposure", "nan"), "Non-finite exposure"),
-        (("--png", "a.png", "--pixels", "0"), "PNG size must be 1 through 8192."),
-        (("--png", "a.png", "--pixels", "8193"), "PNG size must be 1 through 8192."),
+        (("--resolution", "17"), f"resolution 17 is odd: {EVEN}"),
+        (("--resolution", "-4"), f"resolution -4 is negative: {EVEN}"),
+        (("--k0", "0"), "k0 0 is too small: whole numbers from 1 to 1000000"),
+        (("--k0", "1000001"), "k0 1000001 is too large: whole numbers from 1 to 1000000"),
+        (("--reynolds", "0"), "reynolds is 0: numbers above 0"),
+        (("--cfl", "-1"), "cfl -1 is negative: numbers above 0"),
+        (("--cfl", "1e39"), "cfl 1e+39 is too large for single precision"),
+        (("--seed", "-1"), f"seed -1 is negative: {SEEDS}"),
+        (("--seed", "one"), f'seed "one" is no whole number: {SEEDS}'),
+        (("--fixed-dt", "0"), "fixed_dt is 0: numbers above 0"),
+        (("--integrator", "RK9"), 'integrator "RK9" is unknown: imexRK3, ifHeunRK3 or etdrk4'),
+        (("--operator", ""), 'operator "" is unknown: stress or advective'),
+        (("--start-spectrum", "pao"), 'start_spectrum "pao" is unknown: PAO or KM3'),
+        (("--steps", "-1"), "steps -1 is negative: whole numbers from 0"),
+        (("--until", "-1"), "until -1 is negative: times from 0"),
+        (("--until", "nan"), "until nan is not finite: times from 0"),
+        (("--until", "1e39"), "until 1e+39 is too large for single precision"),
+        (("--palette", "Ember"), f'palette "Ember" is unknown: {PALETTES}'),
+        (("--display", "heat"), 'display "heat" is unknown: vorticity, speed or enstrophy'),
+        (("--color-range", "all"), 'color_range "all" is unknown: sigma or exposure'),
+        (("--exposure", "nan"), "exposure nan is not finite"),
+        (("--png", "a.png", "--pixels", "0"), f"pixel_size 0 is too small: {PIXELS}"),
+        (("--png", "a.png", "--pixels", "8193"), f"pixel_size 8193 is too large: {PIXELS}"),
+        (("--png", "a.jpg"), "a.jpg ends in .jpg: a picture is a .png file"),
+        (("--fields", "a.nc"), f"a.nc ends in .nc: {ENDINGS}"),
+        (("--spectrum", "a.png"), f"a.png ends in .png: {ENDINGS}"),
+        (("--fields", "a.raw", "--spectrum", "a.raw"), "a.raw is named for two outputs."),
     ],
 )
-def test_nonsense_is_refused_in_the_words_of_the_library(
-    zeph: Runner, options: list[str], words: str
-) -> None:
+def test_nonsense_is_refused_in_a_sentence(zeph: Runner, options: list[str], words: str) -> None:
     result = zeph("run", *SMALL, *options)
     assert (result.returncode, result.stdout) == (1, "")
     assert result.stderr == f"zephane: {words}\n"
@@ -297,13 +364,7 @@ def test_an_unknown_palette_is_refused_before_the_run(zeph: Runner) -> None:
     options = ("--steps", "1000000000", "--png", "a.png", "--palette", "gray")
     result = zeph("run", *SMALL, *options)
     assert result.returncode == 1
-    assert result.stderr == "zephane: Unknown palette: gray\n"
-
-
-def test_a_file_for_a_missing_folder_is_refused_before_the_run(zeph: Runner) -> None:
-    result = zeph("run", *SMALL, "--steps", "1000000000", "--png", "/nowhere/a.png")
-    assert result.returncode == 1
-    assert result.stderr == "zephane: No folder /nowhere for /nowhere/a.png.\n"
+    assert result.stderr == f'zephane: palette "gray" is unknown: {PALETTES}\n'
 
 
 @pytest.mark.parametrize("name", ["run", "info"])
@@ -339,9 +400,10 @@ def test_help_shows_the_defaults_without_a_library(environment: dict[str, str]) 
     text = " ".join(text.split())
     for option in ("resolution", "k0", "seed", "reynolds", "cfl", "fixed-dt", "integrator"):
         assert f"--{option} " in text
-    for default in ("1024", "4", "2", "3", "etdrk4", "stress", "PAO", "vorticity", "ember", "1800"):
+    for default in ("1024", "4", "2", "etdrk4", "stress", "PAO", "vorticity", "ember", "1800"):
         assert f"(default: {default})" in text
     assert "27898" in text
+    assert "(default: what suits the integrator, 3 for etdrk4)" in text
 
 
 def test_the_machine_is_described(zeph: Runner, system: zephane.SystemInfo) -> None:
@@ -386,7 +448,7 @@ def test_control_c_ends_a_run_with_the_report_so_far(in_terminal: Any, tmp_path:
     asked = time.monotonic()
     output, _ = process.communicate(timeout=60)
     assert time.monotonic() - asked < 10.0
-    assert process.returncode == 0
+    assert process.returncode == 130
     assert "Interrupted: the figures are those of the flow so far." in output
     assert int(re.search(r"^  steps +(\d+)", output, re.MULTILINE).group(1)) > 0  # type: ignore
     assert read_png(picture).shape == (20, 20, 4)
@@ -402,6 +464,32 @@ def test_in_a_log_progress_is_an_occasional_line(
     lines = capsys.readouterr().err.splitlines()
     assert [line.split()[:2] for line in lines] == [["50", "%"], ["100", "%"]]
     assert "step 8 of 8" in lines[1]
+
+
+def test_a_log_has_a_line_every_ten_seconds_unless_it_is_not_wanted(
+    engine: zephane.Engine, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]
+) -> None:
+    times = iter(float(second) for second in range(1000))
+    monkeypatch.setattr(progress.time, "perf_counter", lambda: next(times) / 2)
+    now = engine.inspect()
+    for wanted, count in ((None, 4), (True, 4), (False, 0)):
+        with progress.shown_progress(wanted, now, 8, None) as shown:
+            for _ in range(40):  # Each takes a second, by two looks at the clock.
+                shown.update(now)
+        assert len(capsys.readouterr().err.splitlines()) == count
+
+
+def test_the_courant_number_suits_the_integrator(zeph: Runner) -> None:
+    options = ("--resolution", "64", "--integrator", "imexRK3", "--steps", "0", "--json")
+    suited, given = zeph("run", *options), zeph("run", *options, "--cfl", "1.5")
+    beyond = zeph("run", *options, "--cfl", "3")
+    assert suited.stdout == given.stdout != beyond.stdout
+    assert suited.stderr == ""
+    assert beyond.returncode == 0
+    assert beyond.stderr == (
+        "zephane: cfl 3 is beyond what imexRK3 bears on a grid of 64 x 64: it is stable up to "
+        "2.25, and 1.5 suits it. The flow may stay finite and be wrong.\n"
+    )
 
 
 @pytest.mark.parametrize(
