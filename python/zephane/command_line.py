@@ -18,6 +18,7 @@ from typing import TextIO
 from . import __version__
 from ._library import ZephaneError
 from .engine import initialize
+from .gpus import passed_over
 from .options import LIBRARY_HELP, add_control, add_flow, add_picture
 from .records import DEFAULT_PIXEL_SIZE, PIXEL_SIZES
 from .report import describe_system
@@ -59,7 +60,7 @@ def _info(options: argparse.Namespace) -> int:
     if options.json:
         print(json.dumps(dataclasses.asdict(system), indent=2, sort_keys=True))
     else:
-        print(describe_system(system))
+        print(describe_system(system, passed_over(system)))
     return 0
 
 

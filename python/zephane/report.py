@@ -49,7 +49,8 @@ def describe_run(
     return "\n".join(head) + "\n\n" + _table(lines)
 
 
-def describe_system(system: SystemInfo) -> str:
+def describe_system(system: SystemInfo, remarks: Iterable[str] = ()) -> str:
+    """The machine and the defaults; ``remarks`` say why a GPU is not used."""
     defaults = system.defaults
     lines = [
         ("device", f"{system.gpu} (index {system.device_index})"),
@@ -65,6 +66,7 @@ def describe_system(system: SystemInfo) -> str:
         lines.append(("CUDA driver", _cuda_version(system.cuda_driver_version)))
     if system.cuda_runtime_version is not None:
         lines.append(("CUDA runtime", _cuda_version(system.cuda_runtime_version)))
+    lines.extend(("GPU not used", remark) for remark in remarks)
     lines.append(
         (
             "default flow",
