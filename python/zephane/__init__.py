@@ -43,10 +43,12 @@ from .records import (
 from .shells import radial_spectrum
 from .suiting import ZephaneWarning, largest_cfl, suitable_cfl
 from .view import KEEP, View
+from .viscosity import AdaptedViscosity, resolution_number
 
 __version__ = read_version()
 
 __all__ = [
+    "AdaptedViscosity",
     "COLOR_RANGES",
     "Canvas",
     "Clock",
@@ -74,5 +76,6 @@ __all__ = [
     "initialize",
     "largest_cfl",
     "radial_spectrum",
+    "resolution_number",
     "suitable_cfl",
 ]

@@ -10,8 +10,10 @@ from collections.abc import Callable
 from typing import Any
 
 from ._library import LibraryPath, ZephaneError, given, load, path_as_text
+from .course import Course
 from .fields import PathLike
 from .records import Config, ViewStatus
+from .suiting import suitable_cfl
 
 POLL_SECONDS = 0.01
 
@@ -32,9 +34,12 @@ class View:
     whether or not it has taken effect; ``wait`` waits until it has.
 
     The configuration is the library's default or ``config``, and keyword arguments change single
-    members of it. Unless one of them sets the Reynolds number, it suits the grid. While the flow
-    is ``regulated``, which is the default, the library adjusts the Reynolds number to what the
-    grid resolves.
+    members of it. Unless one of them sets the Reynolds number, it suits the grid, and unless one
+    sets ``cfl``, an ``integrator`` among them gets the Courant number that suits it.
+
+    The Reynolds number stays as it is. ``AdaptedViscosity`` moves it with the flow, so that the
+    grid resolves the smallest eddies. ``regulated`` switches on the library's own regulation,
+    which does not hold its target: docs/choosing.md has figures.
 
     A view may be used only on the thread that initialized the library; if the program has not done
     so, the first view or engine does. On any other thread, and on a closed view, every operation
@@ -48,19 +53,21 @@ class View:
         self,
         config: Config | None = None,
         *,
-        regulated: bool | None = None,
+        regulated: bool = False,
         library: LibraryPath | None = None,
         **changes: Any,
     ) -> None:
+        self._course = Course()
         self._library = load(library)
         self._library.description()
         handle = self._library.create_view()
         self._handle: int | None = handle
         self._release = weakref.finalize(self, self._library.release_view, handle)
         try:
+            self.set(regulated=False)
             self._configure_start(config, changes)
-            if regulated is not None:
-                self.set(regulated=regulated)
+            if regulated:
+                self.set(regulated=True)
         except BaseException:
             self.close()
             raise
@@ -70,15 +77,40 @@ class View:
         if not wanted:
             return
         Config(**changes)  # Raises TypeError for unknown names.
-        status = self._call("configure", **wanted)
-        # A change of the grid also sets the Reynolds number, so it needs a request of its own.
-        if "reynolds" in wanted and status.config.reynolds != wanted["reynolds"]:
-            self._call("configure", reynolds=wanted["reynolds"])
+        if "integrator" in changes and "cfl" not in wanted:
+            wanted["cfl"] = suitable_cfl(changes["integrator"])
+        self._call("configure", **wanted)
 
     @property
     def closed(self) -> bool:
         """Whether ``close`` was called."""
         return self._handle is None
+
+    @property
+    def at_rest(self) -> bool:
+        """Whether the flow has come to rest, by the statuses that were asked for so far.
+
+        Its energy is below a millionth of the start's, or an adaptive time step is longer than a
+        turnover of the start, or soon will be. Then ``pause`` it: the step of a flow at rest grows
+        without bound, until the solver gives up. Ask for the status a few times a second.
+        """
+        return self._course.at_rest
+
+    @property
+    def grows(self) -> bool:
+        """Whether the flow has gained energy or enstrophy, by the statuses asked for so far.
+
+        Nothing drives a flow, so that this is always an error of the time step: the Courant number
+        or ``fixed_dt`` is too large, and all figures since are wrong.
+        """
+        return self._course.grows
+
+    @property
+    def failed(self) -> bool:
+        """Whether the flow was lost or could not be made. ``dismiss`` does not change this;
+        ``reset``, ``next_seed`` and ``configure`` start again.
+        """
+        return self._course.failed
 
     def status(self) -> ViewStatus:
         """The present status."""
@@ -141,9 +173,12 @@ class View:
         A new ``resolution`` or ``k0`` also sets the Reynolds number to one that suits the grid,
         unless regulation is off and the same call sets ``reynolds``. ``cap_cfl`` limits ``cfl`` to
         1.5 when the integrator changes to another than "etdrk4", which are stable for smaller
-        steps only. Raises ``TypeError`` for unknown names.
+        steps only; it does so unless the call sets ``cfl`` or ``cap_cfl`` is False. Raises
+        ``TypeError`` for unknown names.
         """
         Config(**changes)
+        if cap_cfl is None and "integrator" in changes and "cfl" not in changes:
+            cap_cfl = True
         return self._call("configure", **changes, **given(cap_cfl=cap_cfl))
 
     def set(
@@ -257,7 +292,11 @@ class View:
 
     def _call(self, operation: str, **arguments: Any) -> ViewStatus:
         reply = self._library.call_view(self._handle, {"op": operation, **arguments})
-        return ViewStatus.from_json(reply)
+        status = ViewStatus.from_json(reply)
+        if status.generation != self._course.generation:
+            self._course = Course(status.generation)
+        self._course.follow(status)
+        return status
 
 
 # The keys that steer a flow, the same on a terminal and in a window.

@@ -128,19 +128,32 @@ def test_new_flows_are_numbered(view: zephane.View) -> None:
     assert view.status().config.reynolds == zephane.default_reynolds(64, 4)
 
 
-def test_a_weaker_integrator_can_cap_the_courant_number(view: zephane.View) -> None:
-    assert view.configure(integrator="imexRK3", cap_cfl=True).config.cfl == 1.5
+def test_a_weaker_integrator_gets_a_courant_number_that_suits_it(
+    view: zephane.View, make_view: Maker
+) -> None:
+    assert view.configure(integrator="imexRK3").config.cfl == 1.5
     assert view.configure(integrator="ifHeunRK3", cfl=2.5).config.cfl == 2.5
+    assert view.configure(integrator="imexRK3", cap_cfl=False).config.cfl == 2.5
+    for integrator, cfl in (("imexRK3", 1.5), ("ifHeunRK3", 1.5), ("etdrk4", 3.0)):
+        assert make_view(integrator=integrator).status().config.cfl == cfl
+        assert make_view(integrator=integrator, cfl=2.0).status().config.cfl == 2.0
+
+
+def test_a_view_begins_unregulated(view: zephane.View, make_view: Maker) -> None:
+    assert not view.status().regulated
+    assert make_view(regulated=True).status().regulated
+    view.start()
+    status = view.wait(lambda status: len(status.history) > 2, SECONDS)
+    assert status.effective_reynolds == status.config.reynolds
 
 
 def test_a_view_begins_with_the_configuration_that_it_is_given(make_view: Maker) -> None:
     config = zephane.Config(64, 7, 2**64 - 1, 5e3, 1.5, 2**-7, "ifHeunRK3", "advective", "KM3")
-    for regulated in (None, False, True):
+    for regulated in (False, True):
         assert make_view(config, regulated=regulated).status().config == config
     assert make_view(resolution=64, reynolds=900.0).status().config.reynolds == 900.0
     suited = make_view(resolution=64, k0=5, fixed_dt=None).status().config
     assert suited == zephane.Config(64, 5, reynolds=zephane.default_reynolds(64, 5))
-    assert not make_view(regulated=False).status().regulated
 
 
 def test_an_invalid_configuration_is_refused(make_view: Maker, view: zephane.View) -> None:
