@@ -8,24 +8,29 @@ left out from the right, and rows by their rank, the highest number first.
 from __future__ import annotations
 
 import math
+import textwrap
 from collections.abc import Iterable, Sequence
 
 from .figures import (
-    CONTROL_TARGET,
+    RATIO_TARGET,
+    STANDING,
     Fact,
     Span,
+    Standing,
     config_facts,
     device_facts,
+    eddy_facts,
     energy_facts,
-    regulator_facts,
+    notes,
+    resolution_of,
     reynolds_facts,
     speed_facts,
     state,
     state_style,
     time_facts,
 )
+from .keeper import FLOW_KEYS
 from .records import ViewStatus
-from .view import FLOW_KEYS
 
 LABEL_CELLS = 12
 BETWEEN = "   "
@@ -62,6 +67,7 @@ def dashboard(
     height: int,
     *,
     until: float | None = None,
+    standing: Standing = STANDING,
     help_shown: bool = False,
     fine: bool = True,
 ) -> list[Line]:
@@ -70,10 +76,12 @@ def dashboard(
     ``fine`` draws the chart with block characters, otherwise with ASCII.
     """
     width, height = max(width, 1), max(height, 1)
-    rows: list[tuple[int, Line]] = [(0, _head(status, until)), (9, [])]
-    rows += _help() if help_shown else _figures(status, until)
+    rows: list[tuple[int, Line]] = [(0, _head(status, until, standing)), (9, [])]
+    rows += _help() if help_shown else _figures(status, until, standing)
     if status.error_message is not None:
         rows.append((1, _row("failure", [(status.error_message, "bad")])))
+    for note in notes(status, standing):
+        rows += [(1, line) for line in _wrapped(note, width)]
     chart: list[Line] = []
     if not help_shown:
         # Where no row is spare, one row of chart replaces an empty row, which has a lower rank.
@@ -84,27 +92,28 @@ def dashboard(
     return [_fit(line, width) for line in _most_important(rows, height)]
 
 
-def status_line(status: ViewStatus, until: float | None = None) -> str:
+def status_line(
+    status: ViewStatus, until: float | None = None, standing: Standing = STANDING
+) -> str:
     """State and figures in one line without escape sequences, for logs."""
-    words = [state(status, until)]
+    words = [state(status, until, standing)]
     if status.stats is not None:
         stats, pace = status.stats, status.performance
-        control = f"{status.palinstrophy_control:.4g}"
-        if status.regulated:
-            control += f" of {CONTROL_TARGET:g}"
         words += [
             f"time {stats.simulation_time:.4f}",
             f"step {stats.steps}",
             f"{pace.steps_per_s:.4g} steps/s",
             f"{pace.simtime_per_s:.4g} time/s",
-            f"{pace.milliseconds_per_step:.3g} ms/step",
+            f"{pace.milliseconds_per_step:.3g} ms a step",
             f"Re {status.effective_reynolds:.6g}",
-            f"control {control}",
+            f"k_max eta {resolution_of(status):.2f}",
             f"energy {stats.energy:.6g}",
         ]
+        if status.regulated:
+            words.append(f"palinstrophy ratio {stats.palinstrophy_ratio:.3g} of {RATIO_TARGET:g}")
     if status.error_message is not None:
         words.append(status.error_message)
-    return "  ".join(words)
+    return "  ".join([*words, *(sentence for sentence, _ in notes(status, standing))])
 
 
 def chart_rows(
@@ -143,20 +152,22 @@ def paint(line: Line, colored: bool) -> str:
     )
 
 
-def _head(status: ViewStatus, until: float | None) -> Line:
-    word = state(status, until)
+def _head(status: ViewStatus, until: float | None, standing: Standing) -> Line:
+    word = state(status, until, standing)
     line: Line = [("Zephane", "title"), ("  ", ""), (word, state_style(word))]
     for n, fact in enumerate(config_facts(status.config)):
         line.append((f", {fact}" if n else f"  {fact}", ""))
     return line
 
 
-def _figures(status: ViewStatus, until: float | None) -> list[tuple[int, Line]]:
+def _figures(
+    status: ViewStatus, until: float | None, standing: Standing
+) -> list[tuple[int, Line]]:
     return [
         (2, _row("time", time_facts(status, until))),
         (4, _row("speed", speed_facts(status))),
-        (6, _row("Reynolds", reynolds_facts(status))),
-        (7, _row("regulator", regulator_facts(status))),
+        (6, _row("Reynolds", reynolds_facts(status, standing))),
+        (7, _row("eddies", eddy_facts(status, standing))),
         (8, _row("memory", device_facts(status))),
         (5, _row("energy", energy_facts(status))),
     ]
@@ -185,12 +196,13 @@ def _keys(status: ViewStatus, width: int) -> Line:
         "s": "step",
         "r": "reset",
         "n": "new seed",
+        "a": "adapt",
         "h": "help",
         "q": "quit",
     }
     shown: set[str] = set()
     left = width + len(BETWEEN)
-    for key in ("space", "q", "h", "s", "r", "n"):
+    for key in ("space", "q", "h", "s", "r", "n", "a"):
         left -= len(f"{key} {names[key]}{BETWEEN}")
         if left >= 0:
             shown.add(key)
@@ -203,6 +215,14 @@ def _keys(status: ViewStatus, width: int) -> Line:
 
 def _help() -> list[tuple[int, Line]]:
     return [(4, _row(key, [words])) for key, words in KEYS]
+
+
+def _wrapped(note: Span, width: int) -> list[Line]:
+    """A sentence in as many lines as it takes, beside an empty label."""
+    sentence, style = note
+    lines = textwrap.wrap(sentence, max(width - LABEL_CELLS, 1))
+    labels = ["note", *[""] * len(lines)]
+    return [_row(label, [(line, style)]) for label, line in zip(labels, lines)]
 
 
 def _row(label: str, facts: Iterable[Fact]) -> Line:

@@ -1,28 +1,62 @@
 """The figures of a running view as facts of a few words each, the most important first.
 
+Each quantity has one name here, in the reports of runs and in the guides.
+
 A fact is a text, or a pair of a text and the style that colours it: "good", "bad" or "waiting".
 """
 
 from __future__ import annotations
 
 import math
+from dataclasses import dataclass
 from typing import Union
 
 from .progress import clock
 from .records import Config, ViewStatus
 from .report import memory
+from .suiting import cfl_objection
+from .viscosity import LOWEST, TARGET, resolution_number
 
-# The regulator's target for the palinstrophy control, and the relative error that counts as none.
-CONTROL_TARGET = 20.0
-CONTROL_BAND = 0.001
+# What the library's regulation aims at, and the relative error that counts as none.
+RATIO_TARGET = 0.002
+RATIO_BAND = 0.001
+# Of k_max eta. Below it even the large vortices are wrong.
+LEAST_RESOLUTION = 1.0
+
+# What moves the Reynolds number: nothing, ``AdaptedViscosity``, or the library's regulation.
+FIXED, ADAPTED, FOLLOWS = "fixed", "adapted", "follows the flow"
+REYNOLDS_MODES = (FIXED, ADAPTED, FOLLOWS)
+
+AT_REST = "The flow has come to rest."
+GROWS = (
+    "The flow gains energy or enstrophy, which no unforced flow does: the time step is too long. "
+    "The figures and the picture are wrong; take a smaller CFL number."
+)
+LOST = "The flow is lost. Reset starts it again, and a new seed another one."
 
 Span = tuple[str, str]
 Fact = Union[Span, str]
 
 
-def state(status: ViewStatus, until: float | None = None) -> str:
+@dataclass(frozen=True)
+class Standing:
+    """What the host knows of a flow beyond its status."""
+
+    reynolds_mode: str = FIXED
+    """One of ``REYNOLDS_MODES``."""
+    at_rest: bool = False
+    grows: bool = False
+    failed: bool = False
+
+
+STANDING = Standing()
+
+
+def state(status: ViewStatus, until: float | None = None, standing: Standing = STANDING) -> str:
     """The state of the flow in a word or two."""
-    if status.error_message is not None:
+    if standing.at_rest and not status.running:
+        return "at rest"
+    if standing.failed:
         return "failed"
     if not status.ready:
         return "preparing the flow"
@@ -36,6 +70,23 @@ def state(status: ViewStatus, until: float | None = None) -> str:
 def state_style(word: str) -> str:
     """The style of a word that ``state`` returns."""
     return {"running": "good", "finished": "good", "failed": "bad"}.get(word, "waiting")
+
+
+def notes(status: ViewStatus, standing: Standing) -> list[Span]:
+    """Sentences on what is wrong with the flow or will be, the gravest first."""
+    said: list[Span] = []
+    if standing.at_rest:
+        said.append((AT_REST, "waiting"))
+    elif standing.failed and status.error_message is None:
+        said.append((LOST, "bad"))
+    if standing.grows:
+        said.append((GROWS, "bad"))
+    config = status.config
+    if config.fixed_dt is None:
+        objection = cfl_objection(config.integrator, config.resolution, config.cfl)
+        if objection is not None:
+            said.append((objection, "waiting"))
+    return said
 
 
 def is_finished(status: ViewStatus, until: float | None) -> bool:
@@ -81,25 +132,38 @@ def speed_facts(status: ViewStatus) -> list[str]:
     ]
 
 
-def reynolds_facts(status: ViewStatus) -> list[str]:
-    now, configured = status.effective_reynolds, status.config.reynolds
-    facts = [f"{now:.6g} effective", f"{configured:.6g} configured"]
-    if configured > 0.0:
-        facts.append(f"{100.0 * (now / configured - 1.0):+.1f} %")
-    return facts
+def reynolds_facts(status: ViewStatus, standing: Standing = STANDING) -> list[str]:
+    return [f"{status.effective_reynolds:.6g}", standing.reynolds_mode]
 
 
-def regulator_facts(status: ViewStatus) -> list[Fact]:
-    control = status.palinstrophy_control
+def resolution_of(status: ViewStatus) -> float:
+    """k_max eta of a view's flow, or NaN before there are figures."""
+    if status.stats is None:
+        return math.nan
+    config, palinstrophy = status.config, status.stats.palinstrophy
+    return resolution_number(config.resolution, status.effective_reynolds, palinstrophy)
+
+
+def eddy_facts(status: ViewStatus, standing: Standing = STANDING) -> list[Fact]:
+    """Whether the grid resolves the smallest eddies, and what moves the Reynolds number aims at."""
+    if status.stats is None:
+        return []
+    number, ratio = resolution_of(status), status.stats.palinstrophy_ratio
+    facts: list[Fact] = [f"k_max eta {number:.2f}"]
+    if number >= LOWEST:
+        facts.append(("resolved", "good"))
+    elif math.isfinite(number):
+        facts.append(("too coarse", "waiting" if number >= LEAST_RESOLUTION else "bad"))
+    if standing.reynolds_mode == ADAPTED:
+        return [*facts, f"target {TARGET:g}"]
+    facts.append(f"palinstrophy ratio {ratio:.3g}")
     if not status.regulated:
-        return ["off", f"palinstrophy {control:.2f}"]
-    facts: list[Fact] = [f"palinstrophy {control:.2f}", f"target {CONTROL_TARGET:g}"]
-    error = control / CONTROL_TARGET - 1.0
-    if status.stats is None or not math.isfinite(error):
         return facts
-    if abs(error) < CONTROL_BAND:
-        return [*facts, ("on target", "good")]
-    return [*facts, f"{100.0 * error:+.1f} %"]
+    facts.append(f"target {RATIO_TARGET:g}")
+    error = ratio / RATIO_TARGET - 1.0
+    if not math.isfinite(error):
+        return facts
+    return [*facts, ("on target", "good") if abs(error) < RATIO_BAND else f"{100.0 * error:+.1f} %"]
 
 
 def energy_facts(status: ViewStatus) -> list[str]:

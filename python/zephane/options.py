@@ -104,12 +104,19 @@ def add_flow(parser: argparse.ArgumentParser) -> None:
 
 def add_control(parser: argparse.ArgumentParser) -> None:
     control = parser.add_argument_group("control")
-    control.add_argument(
+    reynolds = control.add_mutually_exclusive_group()
+    reynolds.add_argument(
+        "--adapt-viscosity",
+        action="store_true",
+        help="move the Reynolds number with the flow, so that the grid resolves the smallest "
+        "eddies (default: it stays)",
+    )
+    reynolds.add_argument(
         "--regulated",
         action=argparse.BooleanOptionalAction,
-        default=True,
-        help="adjust the Reynolds number to what the grid resolves while the flow runs "
-        "(default: regulated)",
+        default=False,
+        help="let the library move the Reynolds number; its law does not hold its target "
+        "(default: it stays)",
     )
     control.add_argument(
         "--until",

@@ -297,14 +297,3 @@ class View:
             self._course = Course(status.generation)
         self._course.follow(status)
         return status
-
-
-# The keys that steer a flow, the same on a terminal and in a window.
-FLOW_KEYS = (
-    ("space", "pause or run the flow"),
-    ("s", "take one step and pause"),
-    ("r", "the same flow again from its start"),
-    ("n", "a new flow from the next seed"),
-)
-
-FLOW_OPERATIONS = {"space": View.toggle, "s": View.step, "r": View.reset, "n": View.next_seed}

@@ -10,10 +10,11 @@ import time
 from ._library import ZephaneError
 from .dashboard import dashboard, paint, status_line
 from .figures import is_finished
+from .keeper import FLOW_OPERATIONS, Keeper
 from .options import open_view
 from .records import ViewStatus
 from .terminal import Screen, can_draw, draws_blocks, wants_colors
-from .view import FLOW_OPERATIONS, View
+from .view import View
 
 FRAME_SECONDS = 0.1
 LINE_SECONDS = 1.0
@@ -23,7 +24,7 @@ def watch(options: argparse.Namespace) -> int:
     """Run the command and return its exit code; failures are raised."""
     with open_view(options) as view:
         view.start()
-        watched = Watch(view, options.until)
+        watched = Watch(view, options.until, options.adapt_viscosity)
         if can_draw(sys.stdout):
             watched.on_screen()
         else:
@@ -34,8 +35,9 @@ def watch(options: argparse.Namespace) -> int:
 class Watch:
     """Shows a view on the terminal, or in lines of a log."""
 
-    def __init__(self, view: View, until: float | None) -> None:
+    def __init__(self, view: View, until: float | None, adapts: bool = False) -> None:
         self._view = view
+        self._keeper = Keeper(view, adapts)
         self._until = until
         self._visible = True
         self._help = False
@@ -52,19 +54,19 @@ class Watch:
                         break
         except (KeyboardInterrupt, EOFError):
             pass
-        print(status_line(status, self._until))
+        print(self._line(status))
         _raise_failure(status)
 
     def in_lines(self) -> None:
-        """Print a line per second until the flow ends, or Ctrl-C."""
+        """Print a line per second until the flow ends or comes to rest, or Ctrl-C."""
         status, due = self._look(), time.monotonic() + LINE_SECONDS
         try:
-            while status.error_message is None and not is_finished(status, self._until):
+            while not self._has_ended(status):
                 time.sleep(FRAME_SECONDS)
                 status = self._look()
                 if time.monotonic() >= due:
                     due += LINE_SECONDS
-                    print(status_line(status, self._until), flush=True)
+                    print(self._line(status), flush=True)
         except KeyboardInterrupt:
             pass
         except BrokenPipeError:
@@ -73,13 +75,20 @@ class Watch:
             os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
             return
         _raise_failure(status)
-        print(status_line(status, self._until), flush=True)
+        print(self._line(status), flush=True)
+
+    def _has_ended(self, status: ViewStatus) -> bool:
+        rests = self._view.at_rest and not status.running
+        return status.error_message is not None or rests or is_finished(status, self._until)
+
+    def _line(self, status: ViewStatus) -> str:
+        return status_line(status, self._until, self._keeper.standing(status))
 
     def _look(self) -> ViewStatus:
         """The view's status. A flow makes frames until it is ready and none after that: figures
         need none, and it runs faster without.
         """
-        status = self._view.status()
+        status = self._keeper.update()
         if self._visible == status.ready:
             self._visible = not status.ready
             status = self._view.visible(self._visible)
@@ -92,6 +101,7 @@ class Watch:
             width,
             height,
             until=self._until,
+            standing=self._keeper.standing(status),
             help_shown=self._help,
             fine=draws_blocks(sys.stdout),
         )
@@ -107,7 +117,7 @@ class Watch:
             self._help = not self._help
         operation = FLOW_OPERATIONS.get("space" if key == " " else key)
         if operation is not None:
-            operation(self._view)
+            operation(self._keeper)
         return True
 
 

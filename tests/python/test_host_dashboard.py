@@ -12,6 +12,8 @@ import pytest
 import zephane
 from zephane import ViewStatus
 from zephane.dashboard import ASCII_BLOCKS, Line, chart_rows, dashboard, paint, state, status_line
+from zephane.figures import ADAPTED, AT_REST, FOLLOWS, GROWS, Standing
+from zephane.figures import LOST as LOST_WORDS
 
 STATS = zephane.Statistics(
     steps=1234,
@@ -36,7 +38,7 @@ RUNNING = ViewStatus(
     gpu="Device",
     backend="Backend",
     error_message=None,
-    regulated=True,
+    regulated=False,
     effective_reynolds=6500.0,
     palinstrophy_control=19.0,
     display="vorticity",
@@ -93,17 +95,52 @@ def test_the_screen_shows_the_state_of_the_flow() -> None:
     assert row("time", RUNNING, until=5.0) == turnovers.replace("3.2500", "3.2500 of 5")
     speed = "200 steps/s   5 ms a step   0.5 time/s   batch 2   0.25 turnovers/s"
     assert row("speed", RUNNING) == speed
-    assert row("Reynolds", RUNNING) == "6500 effective   6250 configured   +4.0 %"
-    assert row("regulator", RUNNING) == "palinstrophy 19.00   target 20   -5.0 %"
+    assert row("Reynolds", RUNNING) == "6500   fixed"
+    assert row("eddies", RUNNING) == "k_max eta 2.14   resolved   palinstrophy ratio 0.0019"
     assert row("energy", RUNNING) == "0.4875   enstrophy 7.5   palinstrophy 512"
     assert row("memory", RUNNING) == "6.0 MiB on Device   Backend"
 
 
-def test_the_regulator_may_be_off_or_on_target() -> None:
-    off = dataclasses.replace(RUNNING, regulated=False)
-    assert row("regulator", off) == "off   palinstrophy 19.00"
-    there = dataclasses.replace(RUNNING, palinstrophy_control=20.01)
-    assert row("regulator", there).endswith("on target")
+def test_the_eddies_may_be_too_small_for_the_grid() -> None:
+    for reynolds, words in ((12_000, "1.75   resolved"), (20_000, "1.47   too coarse")):
+        status = dataclasses.replace(RUNNING, effective_reynolds=float(reynolds))
+        assert row("eddies", status).startswith(f"k_max eta {words}")
+
+
+def test_what_moves_the_reynolds_number_tells_its_target() -> None:
+    adapted = Standing(ADAPTED)
+    assert row("Reynolds", RUNNING, standing=adapted) == "6500   adapted"
+    assert row("eddies", RUNNING, standing=adapted).endswith("resolved   target 1.75")
+    follows, regulated = Standing(FOLLOWS), dataclasses.replace(RUNNING, regulated=True)
+    assert row("Reynolds", regulated, standing=follows) == "6500   follows the flow"
+    ratio = "palinstrophy ratio 0.0019   target 0.002   -5.0 %"
+    assert row("eddies", regulated, standing=follows).endswith(ratio)
+    stats = dataclasses.replace(STATS, palinstrophy_ratio=0.002001)
+    there = dataclasses.replace(regulated, stats=stats)
+    assert row("eddies", there, standing=follows).endswith("on target")
+
+
+def test_rest_growth_and_loss_are_told_in_sentences() -> None:
+    def text(status: ViewStatus, **standing: Any) -> str:
+        lines = plain(dashboard(status, 80, 24, standing=Standing(**standing)))
+        return " ".join(" ".join(lines).split())
+
+    assert AT_REST in text(PAUSED, at_rest=True) and "Zephane at rest" in text(PAUSED, at_rest=True)
+    assert "Zephane running" in text(RUNNING, at_rest=True)
+    assert GROWS in text(RUNNING, grows=True)
+    assert LOST_WORDS in text(PAUSED, failed=True) and "Zephane failed" in text(PAUSED, failed=True)
+    assert LOST_WORDS not in text(FAILED, failed=True), "the failure itself is told"
+    lines = dashboard(RUNNING, 80, 24, standing=Standing(grows=True))
+    assert any(("bad" == style and "gains energy" in words) for line in lines for words, style in line)
+    assert status_line(PAUSED, None, Standing(at_rest=True)).endswith(AT_REST)
+
+
+def test_a_courant_number_beyond_stability_is_told() -> None:
+    config = dataclasses.replace(RUNNING.config, integrator="imexRK3")
+    status = dataclasses.replace(RUNNING, config=config)
+    assert "cfl 3 is beyond what imexRK3 bears" in row("note", status, width=200)
+    fixed = dataclasses.replace(status, config=dataclasses.replace(config, fixed_dt=0.001))
+    assert "beyond" not in " ".join(plain(dashboard(fixed, 200, 40)))
 
 
 @pytest.mark.parametrize(
@@ -117,7 +154,6 @@ def test_the_regulator_may_be_off_or_on_target() -> None:
         (PAUSED, 3.5, "paused"),
         (PAUSED, 0.0, "finished"),
         (dataclasses.replace(PAUSED, settled=False), 3.25, "pausing"),
-        (FAILED, 3.25, "failed"),
     ],
 )
 def test_the_state_is_a_word_or_two(status: ViewStatus, until: float | None, word: str) -> None:
@@ -127,6 +163,7 @@ def test_the_state_is_a_word_or_two(status: ViewStatus, until: float | None, wor
 
 
 def test_a_failure_is_told() -> None:
+    assert state(FAILED, 3.25, Standing(failed=True)) == "failed"
     assert row("failure", FAILED) == "The flow became non-finite."
     assert "The flow became non-finite." in status_line(FAILED)
 
@@ -159,7 +196,7 @@ def test_short_terminals_show_the_most_needed_rows() -> None:
     assert labels(2, FAILED) == ["Zephane", "failure"]
     assert labels(3) == ["Zephane", "time", "space"]
     assert labels(4) == ["Zephane", "time", "speed", "space"]
-    assert labels(8) == ["Zephane", "time", "speed", "Reynolds", "regulator", "energy", "", "space"]
+    assert labels(8) == ["Zephane", "time", "speed", "Reynolds", "eddies", "energy", "", "space"]
 
 
 def test_narrow_terminals_leave_out_whole_facts() -> None:
@@ -172,7 +209,7 @@ def test_narrow_terminals_leave_out_whole_facts() -> None:
 
 
 def test_the_keys_tell_what_space_would_do() -> None:
-    keys = "s step   r reset   n new seed   h help   q quit"
+    keys = "s step   r reset   n new seed   a adapt   h help   q quit"
     assert plain(dashboard(RUNNING, 80, 24))[-1] == f"space pause   {keys}"
     assert plain(dashboard(PAUSED, 80, 24))[-1] == f"space run   {keys}"
 
@@ -180,7 +217,7 @@ def test_the_keys_tell_what_space_would_do() -> None:
 def test_help_replaces_the_figures() -> None:
     lines = plain(dashboard(RUNNING, 80, 24, help_shown=True))
     assert not any(line.startswith("energy") for line in lines)
-    for key in ("space", "s", "r", "n", "h", "q"):
+    for key in ("space", "s", "r", "n", "a", "h", "q"):
         assert any(line.startswith(f"{key:<12}") for line in lines)
 
 
@@ -220,7 +257,8 @@ def test_the_chart_grows_with_the_terminal_and_has_a_scale() -> None:
 
 def test_the_log_line_shows_the_same_figures() -> None:
     assert status_line(RUNNING) == (
-        "running  time 3.2500  step 1234  200 steps/s  0.5 time/s  5 ms/step  Re 6500  "
-        "control 19 of 20  energy 0.4875"
+        "running  time 3.2500  step 1234  200 steps/s  0.5 time/s  5 ms a step  Re 6500  "
+        "k_max eta 2.14  energy 0.4875"
     )
-    assert "control 19  " in status_line(dataclasses.replace(RUNNING, regulated=False))
+    regulated = status_line(dataclasses.replace(RUNNING, regulated=True))
+    assert regulated.endswith("  palinstrophy ratio 0.0019 of 0.002")

@@ -259,12 +259,47 @@ def test_options_control_a_watch(
     command: list[str], environment: dict[str, str]
 ) -> None:
     flow = ("--k0", "5", "--seed", "9", "--cfl", "2", "--reynolds", "2000", "--until", "1.5")
-    free = run_in_pipes(command, environment, *flow, "--no-regulated")
+    free = run_in_pipes(command, environment, *flow)
     assert (free.returncode, free.stderr) == (0, "")
     last = free.stdout.splitlines()[-1]
     assert last.startswith("finished  time 1.5000  ") and "  Re 2000  " in last
-    regulated = run_in_pipes(command, environment, *flow)
-    assert " of 20  " in regulated.stdout and "  Re 2000  " not in regulated.stdout
+    regulated = run_in_pipes(command, environment, *flow, "--regulated")
+    assert " of 0.002\n" in regulated.stdout and "  Re 2000  " not in regulated.stdout
+    both = run_in_pipes(command, environment, *flow, "--regulated", "--adapt-viscosity")
+    assert both.returncode == 2
+
+
+def test_the_viscosity_is_adapted_by_option_and_key(
+    command: list[str], environment: dict[str, str], watch: Any
+) -> None:
+    flow = ("--resolution", "128", "--k0", "2", "--until", "12")
+    adapted = run_in_pipes(command, environment, *flow, "--adapt-viscosity")
+    last = adapted.stdout.splitlines()[-1]
+    assert last.startswith("finished  time 12.0000") and "  Re 3220  " not in last
+    terminal = watch("--paused", "--resolution", "128")
+    terminal.read_until(lambda text: "   fixed" in text)
+    terminal.press("a")
+    terminal.read_until(lambda text: "   adapted" in text and "target 1.75" in text)
+    terminal.press("a")
+    terminal.read_until(lambda text: "   fixed" in text)
+
+
+def test_a_flow_that_dies_away_ends_in_a_sentence(
+    command: list[str], environment: dict[str, str]
+) -> None:
+    done = run_in_pipes(command, environment, "--reynolds", "100")
+    assert (done.returncode, done.stderr) == (0, "")
+    last = done.stdout.splitlines()[-1]
+    assert last.startswith("at rest  time ") and last.endswith("The flow has come to rest.")
+
+
+def test_an_unstable_flow_is_told(command: list[str], environment: dict[str, str]) -> None:
+    flow = ("--resolution", "128", "--integrator", "imexRK3", "--until", "5")
+    unstable = run_in_pipes(command, environment, *flow, "--cfl", "3")
+    assert "cfl 3 is beyond what imexRK3 bears" in unstable.stdout
+    assert "gains energy or enstrophy" in unstable.stdout
+    suited = run_in_pipes(command, environment, *flow)
+    assert "beyond" not in suited.stdout and "gains" not in suited.stdout
 
 
 @pytest.mark.parametrize(
