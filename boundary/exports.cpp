@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -19,6 +20,7 @@ struct zp_engine {
 
 struct zp_ui {
   zeph::View view;
+  std::uint32_t mainThread = zeph::mainThreadId;  // a forked child has another
 };
 
 namespace {
@@ -49,8 +51,14 @@ bool onMainThread() {
   return zeph::platform::threadId() == zeph::mainThreadId;
 }
 
+// A view that a forked child has from its parent lacks its threads and stays the parent's.
+bool belongsToParent(const zp_ui* ui) {
+  return ui->mainThread != zeph::mainThreadId;
+}
+
 void requireUi(const zp_ui* ui) {
-  if (!onMainThread()) throw std::runtime_error("UI calls require the main thread.");
+  if (!onMainThread() || (ui && belongsToParent(ui)))
+    throw std::runtime_error("UI calls require the main thread.");
   if (!ui) throw std::invalid_argument("Closed UI.");
 }
 
@@ -118,7 +126,7 @@ char* zp_ui_call(zp_ui* ui, const char* request) {
 }
 
 void zp_ui_destroy(zp_ui* ui) {
-  if (ui && onMainThread()) delete ui;
+  if (ui && onMainThread() && !belongsToParent(ui)) delete ui;
 }
 
 }  // extern "C"

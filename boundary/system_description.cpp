@@ -9,6 +9,7 @@
 #include "boundary/config.h"
 #include "device/check.h"
 #include "device/runtime.h"
+#include "platform/fork.h"
 #include "platform/system.h"
 #include "platform/system_memory.h"
 #include "render/graphics_use.h"
@@ -20,6 +21,10 @@ std::int32_t deviceId = 0;
 std::string gpuName;
 
 namespace {
+
+// A forked child is a process of its own: it has not been initialized, and none of its threads is
+// the one that its parent calls the main thread.
+const platform::AroundForks aroundForks(nullptr, nullptr, [] { mainThreadId = 0; });
 
 constexpr int abiVersion = 1;
 

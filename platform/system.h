@@ -20,10 +20,6 @@ int usableProcessors();
 // The processor's model name, or "Processor" if it is unknown.
 std::string processorModel();
 
-// Calls `action` first thing in every child that this process forks from here on. Does nothing on
-// systems without fork.
-void inForkedChildren(void (*action)());
-
 // A path from UTF-8 text. Text with an embedded NUL gives the empty path, which cannot be opened.
 std::filesystem::path pathFromUtf8(std::string_view text);
 std::string pathToUtf8(const std::filesystem::path& path);

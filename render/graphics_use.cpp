@@ -1,12 +1,14 @@
 #include "render/graphics_use.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <system_error>
 
+#include "platform/fork.h"
 #include "platform/process_end.h"
 #include "platform/thread_environment.h"
 
@@ -15,6 +17,9 @@ namespace {
 
 // A thread that hangs must not keep the process from exiting.
 constexpr std::chrono::seconds patience(10);
+
+// A fork waits for a frame, but not for a large picture.
+constexpr std::chrono::seconds patienceOfForks(1);
 
 // The first thread may end without the process: it calls pthread_exit(). If the process still lives
 // after so long, it goes on.
@@ -27,6 +32,7 @@ struct Users {
   std::condition_variable changed;
   int count = 0;
   int guards = 0;
+  int forks = 0;  // threads that are about to fork
   bool isEnding = false;
   bool mayGoOn = false;  // it is the first thread that has ended, perhaps without the process
   // Two places, used in turn, whose memory stays: the end may already be about to call an old
@@ -36,10 +42,41 @@ struct Users {
 };
 
 // Never destroyed: threads use it until the very end.
+std::atomic<Users*> usersOfProcess = new Users;
+
 Users& users() {
-  static Users* const made = new Users;
-  return *made;
+  return *usersOfProcess;
 }
+
+thread_local bool holdsUse = false;
+
+// A child that draws would meet the locks of the graphics system as they are at the fork, so no
+// thread is to be within it.
+void waitBeforeFork() {
+  Users& all = users();
+  std::unique_lock lock(all.mutex);
+  ++all.forks;
+  const int own = holdsUse ? 1 : 0;
+  all.changed.wait_for(lock, patienceOfForks, [&] { return all.count <= own; });
+  lock.release();  // the C library's list of exit functions, too, must not change now
+}
+
+void letInAfterFork() {
+  Users& all = users();
+  const std::unique_lock lock(all.mutex, std::adopt_lock);
+  --all.forks;
+  all.changed.notify_all();
+}
+
+// The parent's users do not exist here. What waits for them in the condition variable would never
+// leave it, so that it cannot be used either.
+void beginAnewInChild() {
+  auto* made = new Users;
+  made->count = holdsUse ? 1 : 0;
+  usersOfProcess = made;
+}
+
+const platform::AroundForks aroundForks(waitBeforeFork, letInAfterFork, beginAnewInChild);
 
 void waitForUsers(bool mayGoOn) {
   Users& all = users();
@@ -67,8 +104,10 @@ GraphicsUse::GraphicsUse() {
     if (all.mayGoOn) all.isEnding = all.mayGoOn = false;
     all.changed.notify_all();
   }
+  all.changed.wait(lock, [&] { return all.forks == 0 || all.isEnding; });
   isGranted_ = !all.isEnding;
   if (isGranted_) ++all.count;
+  holdsUse = isGranted_;
 }
 
 GraphicsUse::~GraphicsUse() {
@@ -76,6 +115,7 @@ GraphicsUse::~GraphicsUse() {
   Users& all = users();
   const std::lock_guard lock(all.mutex);
   --all.count;
+  holdsUse = false;
   all.changed.notify_all();
 }
 

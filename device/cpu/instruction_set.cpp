@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 
 namespace zeph::cpu {
 namespace {
@@ -15,19 +16,19 @@ InstructionSet widestOfMachine() {
   return __builtin_cpu_supports("avx2") ? InstructionSet::avx2 : InstructionSet::sse2;
 }
 
-std::atomic<InstructionSet>& setInUse() {
-  static std::atomic<InstructionSet> set = widestOfMachine();
-  return set;
-}
+// Empty until it is first asked for. Threads that ask at once find the same.
+constinit std::atomic<std::optional<InstructionSet>> inUse;
 
 }  // namespace
 
 InstructionSet instructionSet() {
-  return setInUse().load(std::memory_order_relaxed);
+  std::optional<InstructionSet> set = inUse.load(std::memory_order_relaxed);
+  if (!set) inUse.store(set = widestOfMachine(), std::memory_order_relaxed);
+  return *set;
 }
 
 void limitInstructionSet(InstructionSet widest) {
-  setInUse() = std::min(widest, widestOfMachine());
+  inUse = std::min(widest, widestOfMachine());
 }
 
 }  // namespace zeph::cpu

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <mutex>
 
 #include "platform/system_memory.h"
 
@@ -16,12 +17,12 @@ constexpr std::uint64_t margin = std::uint64_t{128} << 20;
 constexpr std::size_t stagger = 256;
 constexpr unsigned placements = 16;
 
+platform::MadeOnce<DeviceMemory> memoryOfProcess;
+
 }  // namespace
 
 DeviceMemory& DeviceMemory::shared() {
-  // Never destroyed, so that a block may outlive the process's static objects.
-  static auto* memory = new DeviceMemory(platform::availableMemory);
-  return *memory;
+  return memoryOfProcess.get([] { return new DeviceMemory(platform::availableMemory); });
 }
 
 DeviceMemory::~DeviceMemory() {

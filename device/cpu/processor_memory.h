@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <mutex>
+
+#include "platform/fork.h"
 
 namespace zeph::cpu {
 
@@ -45,7 +46,7 @@ class DeviceMemory {
   std::uint64_t availableLocked();
 
   AvailableBytes availableBytes_;
-  std::mutex mutex_;
+  platform::ProcessMutex mutex_;
   std::map<void*, Block> blocks_;
   unsigned placed_ = 0;  // blocks given out so far
 };

@@ -4,15 +4,14 @@
 #include <system_error>
 
 #include "device/cpu/parallel.h"
+#include "platform/fork.h"
 #include "platform/system.h"
 #include "platform/thread_environment.h"
 
 namespace zeph::cpu {
 namespace {
 
-// A forked child has copies of the pools but none of their threads, and the mutexes in whatever
-// state they were. So each caller does all of its work itself there, without touching them.
-std::atomic<bool> threadsAreGone{false};
+platform::MadeOnce<ThreadPool> poolOfProcess;
 
 }  // namespace
 
@@ -25,7 +24,8 @@ struct ThreadPool::Run {
   int inside = 0;            // pool threads in the run, under the pool's mutex
 };
 
-ThreadPool::ThreadPool(int participants) : participants_(std::max(participants, 1)) {
+ThreadPool::ThreadPool(int participants)
+    : participants_(std::max(participants, 1)), forksBehind_(platform::forksBehind()) {
   limit_ = participants_;
   threads_.reserve(static_cast<std::size_t>(participants_) - 1);
   try {
@@ -46,13 +46,7 @@ ThreadPool::~ThreadPool() {
 }
 
 ThreadPool& ThreadPool::shared() {
-  // Never destroyed: its threads may still be asleep in it when static objects are destroyed.
-  static ThreadPool* pool = [] {
-    auto* made = new ThreadPool(platform::usableProcessors());
-    platform::inForkedChildren([] { threadsAreGone = true; });
-    return made;
-  }();
-  return *pool;
+  return poolOfProcess.get([] { return new ThreadPool(platform::usableProcessors()); });
 }
 
 void ThreadPool::limit(int participants) {
@@ -70,6 +64,9 @@ void ThreadPool::takePart(Run& run, int participant) {
 void ThreadPool::run(int count, Task task, void* context) {
   const int limit = limit_;
   Run run{task, context, count, limit};
+  // A forked child has copies of the pools but none of their threads, and the mutexes in whatever
+  // state they were. So each caller does all of its work itself there, without touching them.
+  const bool threadsAreGone = forksBehind_ != platform::forksBehind();
   if (count <= 1 || limit == 1 || threads_.empty() || threadsAreGone) {
     takePart(run, 0);
     return;

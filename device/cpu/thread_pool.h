@@ -43,6 +43,7 @@ class ThreadPool {
   static void takePart(Run& run, int participant);
 
   int participants_;
+  unsigned forksBehind_;  // of the process that has the threads
   std::atomic<int> limit_;
   std::mutex mutex_;
   std::condition_variable wake_;  // a run has been opened

@@ -6,6 +6,7 @@
 
 #include "device/cuda/kernel_library.h"
 #include "device/cuda/vkfft_transform.h"
+#include "platform/fork.h"
 
 namespace zeph::cuda {
 namespace {
@@ -39,13 +40,15 @@ cudaError_t clearingLastError(::cudaError_t result) {
   return {size.x, size.y, size.z};
 }
 
+platform::MadeOnce<const int> countOfProcess;
+
 // 0 if the driver is missing, too old, or has no device.
 int count() {
-  static const int found = [] {
+  return countOfProcess.get([] {
     int devices = 0;
-    return clearingLastError(::cudaGetDeviceCount(&devices)) == cudaSuccess ? devices : 0;
-  }();
-  return found;
+    const bool isKnown = clearingLastError(::cudaGetDeviceCount(&devices)) == cudaSuccess;
+    return new const int(isKnown ? devices : 0);
+  });
 }
 
 cudaError_t properties(cudaDeviceProp* properties, int ordinal) {

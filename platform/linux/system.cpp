@@ -1,6 +1,5 @@
 #include "platform/system.h"
 
-#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -41,10 +40,6 @@ std::string processorModel() {
     return line.substr(begin, line.find_last_not_of(" \t") + 1 - begin);
   }
   return "Processor";
-}
-
-void inForkedChildren(void (*action)()) {
-  pthread_atfork(nullptr, nullptr, action);
 }
 
 std::filesystem::path pathFromUtf8(std::string_view text) {

@@ -16,8 +16,7 @@ constexpr std::size_t hugePage = std::size_t{2} << 20;
 constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
 
 std::size_t pageSize() {
-  static const std::size_t size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  return size;
+  return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 std::size_t roundUp(std::size_t bytes, std::size_t unit) {

@@ -7,10 +7,7 @@
 namespace zeph::platform {
 namespace {
 
-locale_t neutralLocale() {
-  static const locale_t made = newlocale(LC_ALL_MASK, "C", nullptr);
-  return made;
-}
+const locale_t neutralLocale = newlocale(LC_ALL_MASK, "C", nullptr);
 
 // A signal that an instruction of the thread itself raises cannot wait.
 constexpr int raisedByInstructions[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
@@ -18,10 +15,10 @@ constexpr int raisedByInstructions[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP
 }  // namespace
 
 void useNeutralLocale() {
-  uselocale(neutralLocale());
+  uselocale(neutralLocale);
 }
 
-NeutralLocale::NeutralLocale() : before_(uselocale(neutralLocale())) {}
+NeutralLocale::NeutralLocale() : before_(uselocale(neutralLocale)) {}
 
 NeutralLocale::~NeutralLocale() {
   uselocale(static_cast<locale_t>(before_));

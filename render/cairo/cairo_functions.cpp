@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/dynamic_library.h"
+#include "platform/fork.h"
 
 namespace zeph::cairo {
 namespace {
@@ -25,7 +26,7 @@ class Source {
   void* handle_;
 };
 
-Library findLibrary() {
+Library* findLibrary() {
   Library functions{};
 #define ZEPH_FIND(name) source.find(functions.name, #name)
   {
@@ -45,14 +46,15 @@ Library findLibrary() {
     ZEPH_FIND(g_object_unref);
   }
 #undef ZEPH_FIND
-  return functions;
+  return new Library(functions);
 }
+
+platform::MadeOnce<Library> functionsOfProcess;
 
 }  // namespace
 
 const Library& library() {
-  static const Library found = findLibrary();
-  return found;
+  return functionsOfProcess.get(findLibrary);
 }
 
 }  // namespace zeph::cairo

@@ -3,27 +3,29 @@
 #include <stdexcept>
 
 #include "platform/dynamic_library.h"
+#include "platform/fork.h"
 
 namespace zeph {
 namespace {
 
-PngLibrary findLibrary() {
-  void* library = platform::openLibrary(platform::pngLibraryName());
-  if (library == nullptr) throw std::runtime_error("libpng 1.6 was not found.");
+PngLibrary* findLibrary() {
+  void* file = platform::openLibrary(platform::pngLibraryName());
+  if (file == nullptr) throw std::runtime_error("libpng 1.6 was not found.");
   PngLibrary functions{};
-#define ZEPH_FIND(name)                                \
-  if (!platform::find(library, #name, functions.name)) \
+#define ZEPH_FIND(name)                             \
+  if (!platform::find(file, #name, functions.name)) \
     throw std::runtime_error("libpng lacks " #name ".");
   ZEPH_PNG_FUNCTIONS(ZEPH_FIND)
 #undef ZEPH_FIND
-  return functions;
+  return new PngLibrary(functions);
 }
+
+platform::MadeOnce<PngLibrary> library;
 
 }  // namespace
 
 const PngLibrary& pngLibrary() {
-  static const PngLibrary library = findLibrary();
-  return library;
+  return library.get(findLibrary);
 }
 
 }  // namespace zeph

@@ -3,25 +3,28 @@
 #include <optional>
 
 #include "platform/dynamic_library.h"
+#include "platform/fork.h"
 
 namespace zeph::x11 {
 namespace {
 
-std::optional<Xcb> findXcb() {
+std::optional<Xcb>* findXcb() {
   void* library = platform::openLibrary("libxcb.so.1");
-  if (library == nullptr) return std::nullopt;
+  if (library == nullptr) return new std::optional<Xcb>;
   Xcb functions{};
 #define ZEPH_FIND(name) \
-  if (!platform::find(library, #name, functions.name)) return std::nullopt;
+  if (!platform::find(library, #name, functions.name)) return new std::optional<Xcb>;
   ZEPH_XCB_FUNCTIONS(ZEPH_FIND)
 #undef ZEPH_FIND
-  return functions;
+  return new std::optional<Xcb>(functions);
 }
+
+platform::MadeOnce<std::optional<Xcb>> functionsOfProcess;
 
 }  // namespace
 
 const Xcb* xcb() {
-  static const std::optional<Xcb> found = findXcb();
+  const std::optional<Xcb>& found = functionsOfProcess.get(findXcb);
   return found ? &*found : nullptr;
 }
 

@@ -10,6 +10,7 @@ import subprocess
 import sys
 import textwrap
 import threading
+import time
 from pathlib import Path
 from typing import Any, Callable
 
@@ -54,6 +55,27 @@ def in_fresh_process(
     assert done.returncode == 0, words
     assert not words, f"the library writes nothing to the console, but: {words}"
     return json.loads(done.stdout)
+
+
+def end_of_forked_child(work: Callable[[], Any], limit_seconds: float = 60) -> Any:
+    """The wait status of a forked child that does the work and then ends without ado, or "hung"."""
+    child = os.fork()
+    if child == 0:
+        status = 1
+        try:
+            work()
+            status = 0
+        finally:
+            os._exit(status)
+    end = time.monotonic() + limit_seconds
+    while time.monotonic() < end:
+        ended, status = os.waitpid(child, os.WNOHANG)
+        if ended:
+            return status
+        time.sleep(0.01)
+    os.kill(child, signal.SIGKILL)
+    os.waitpid(child, 0)
+    return "hung"
 
 
 def on_another_thread(work: Callable[[], Any]) -> Any:

@@ -1,4 +1,4 @@
-"""What a host does to its own process - floating-point modes, forks, unloading, leaving - does not
+"""What a host does to its own process - floating-point modes, unloading, leaving - does not
 reach the flow, and the library does nothing to the host behind its back."""
 
 from __future__ import annotations
@@ -114,47 +114,6 @@ def loss_with_traps(library: Library, traps: int):
 def test_a_lost_flow_is_reported_when_the_host_traps_floating_point_errors(library_path):
     traps = INVALID | DIVISION_BY_ZERO | OVERFLOW
     assert in_fresh_process(library_path, loss_with_traps, traps) == UNHEALTHY
-
-
-def ends_of_forked_children(library: Library, amid_work: bool):
-    import time
-
-    def end_of_child():
-        child = os.fork()
-        if child == 0:
-            with Engine(library, {"resolution": 256}) as engine:
-                os._exit(0 if engine.advance(steps=3)["steps"] == 3 else 1)
-        for _ in range(600):
-            ended, status = os.waitpid(child, os.WNOHANG)
-            if ended:
-                return status
-            time.sleep(0.05)
-        os.kill(child, signal.SIGKILL)
-        return "hung"
-
-    with Engine(library, {"resolution": 256}) as engine:
-        engine.advance(steps=3)
-        done = threading.Event()
-
-        def work():
-            while not done.is_set():
-                engine.advance(steps=20)
-
-        worker = threading.Thread(target=work)
-        if amid_work:
-            worker.start()
-        ends = [end_of_child() for _ in range(8)]
-        done.set()
-        if amid_work:
-            worker.join()
-        return ends
-
-
-@pytest.mark.parametrize("amid_work", [False, True])
-def test_a_forked_child_makes_engines_of_its_own(library_path, sanitized, amid_work):
-    if sanitized:
-        pytest.skip("the sanitizers do not follow a fork")
-    assert in_fresh_process(library_path, ends_of_forked_children, amid_work) == [0] * 8
 
 
 def unloaded_after_use(library: Library):

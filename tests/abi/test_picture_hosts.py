@@ -1,4 +1,4 @@
-"""Pictures in the process of a host: many threads, many pictures, forks, rounding modes, and
+"""Pictures in the process of a host: many threads, many pictures, rounding modes, and
 machines that cannot draw."""
 
 from __future__ import annotations
@@ -167,39 +167,6 @@ def unloaded_after_a_picture(library: Library):
 
 def test_the_library_may_be_unloaded_after_a_picture(library_path):
     assert in_fresh_process(library_path, unloaded_after_a_picture) == "alive"
-
-
-# Forks
-
-
-def pictures_of_forked_children(library: Library, folder: str):
-    def end_of_child(number):
-        child = os.fork()
-        if child == 0:
-            with Engine(library, {"resolution": 16}) as engine:
-                engine.export(png=f"{folder}/{number}", pixel_size=40, flow=True)
-            os._exit(0)
-        for _ in range(600):
-            ended, status = os.waitpid(child, os.WNOHANG)
-            if ended:
-                return status
-            time.sleep(0.05)
-        os.kill(child, signal.SIGKILL)
-        return "hung"
-
-    with Engine(library, {"resolution": 16}) as engine:
-        engine.export(png=f"{folder}/parent", pixel_size=40, flow=True)
-        return [end_of_child(number) for number in range(5)]
-
-
-# But not where another thread draws at that moment: Vulkan's own locks then stay locked.
-def test_a_forked_child_draws_after_its_parent(library_path, tmp_path, sanitized):
-    if sanitized:
-        pytest.skip("the sanitizers do not follow a fork")
-    ends = in_fresh_process(library_path, pictures_of_forked_children, str(tmp_path))
-    assert ends == [0] * 5
-    assert len({digest(path) for path in tmp_path.iterdir()}) == 1
-    assert len(list(tmp_path.iterdir())) == 6
 
 
 # Rounding

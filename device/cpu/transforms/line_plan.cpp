@@ -7,6 +7,7 @@
 
 #include "device/cpu/processor_memory.h"
 #include "device/cpu/transforms/roots_of_unity.h"
+#include "platform/fork.h"
 
 namespace zeph::cpu {
 namespace {
@@ -45,6 +46,13 @@ int convolutionLength(int length) {
   return best;
 }
 
+struct PlansInUse {
+  platform::ProcessMutex mutex;
+  std::map<int, std::weak_ptr<const LinePlan>> ofLength;
+};
+
+platform::MadeOnce<PlansInUse> plansOfProcess;
+
 void store(float* pair, std::complex<double> value) {
   pair[0] = static_cast<float>(value.real());
   pair[1] = static_cast<float>(value.imag());
@@ -53,15 +61,14 @@ void store(float* pair, std::complex<double> value) {
 }  // namespace
 
 std::shared_ptr<const LinePlan> LinePlan::forLength(int length) {
-  static std::mutex mutex;
-  static auto* plans = new std::map<int, std::weak_ptr<const LinePlan>>;
+  PlansInUse& inUse = plansOfProcess.get([] { return new PlansInUse; });
   {
-    const std::lock_guard lock(mutex);
-    if (auto plan = (*plans)[length].lock()) return plan;
+    const std::lock_guard lock(inUse.mutex);
+    if (auto plan = inUse.ofLength[length].lock()) return plan;
   }
   auto made = std::make_shared<const LinePlan>(length);
-  const std::lock_guard lock(mutex);
-  std::weak_ptr<const LinePlan>& kept = (*plans)[length];
+  const std::lock_guard lock(inUse.mutex);
+  std::weak_ptr<const LinePlan>& kept = inUse.ofLength[length];
   if (auto plan = kept.lock()) return plan;
   kept = made;
   return made;

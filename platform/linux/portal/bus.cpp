@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "platform/dynamic_library.h"
+#include "platform/fork.h"
 
 namespace zeph::platform {
 namespace {
@@ -16,16 +17,19 @@ struct Error {
   DBusError value{};
 };
 
-const BusFunctions* load() {
+// Null members if the library is missing.
+BusFunctions* load() {
   void* library = openLibrary("libdbus-1.so.3");
-  if (library == nullptr) return nullptr;
-  static BusFunctions found{};
+  if (library == nullptr) return new BusFunctions{};
+  BusFunctions found{};
   bool whole = true;
 #define ZEPH_BUS_FIND(name) whole = find(library, #name, found.name) && whole
   ZEPH_BUS_FUNCTIONS(ZEPH_BUS_FIND);
 #undef ZEPH_BUS_FIND
-  return whole ? &found : nullptr;
+  return whole ? new BusFunctions(found) : new BusFunctions{};
 }
+
+platform::MadeOnce<BusFunctions> functionsOfProcess;
 
 // The bus of the user's session. If there is none, none is started.
 std::string sessionAddress() {
@@ -43,8 +47,8 @@ std::string sessionAddress() {
 }  // namespace
 
 const BusFunctions* busFunctions() {
-  static const BusFunctions* const functions = load();
-  return functions;
+  const BusFunctions& found = functionsOfProcess.get(load);
+  return found.dbus_error_init != nullptr ? &found : nullptr;
 }
 
 Bus::Bus() {
