@@ -97,12 +97,15 @@ void UIHandle::applyConfig(Config config) {
 
 ViewReport UIHandle::report() const {
   const auto held = lock();
-  return {.status = status(),
+  const Status now = status();
+  // The render thread may not have seen the newest flow yet: nothing of that has been shown.
+  const bool isCounted = now.generation == presentedGeneration_;
+  return {.status = now,
           .look = look(),
           .isVisible = isVisible_,
           .isFocused = isFocused_,
           .error = error_,
-          .presentations = presentations_};
+          .presentations = isCounted ? presentations_ : 0};
 }
 
 void UIHandle::exportFrame(FrameFiles files) {
