@@ -66,7 +66,7 @@ struct Connection {
 struct Canvas::Impl {
   explicit Impl(xcb_window_t parentWindow);
 
-  void create();
+  void grabLeftButton() const;
   float scale() const;
   bool isMinimised() const;
   xcb_window_t parentOf(xcb_window_t at) const;
@@ -90,18 +90,26 @@ Canvas::Impl::Impl(xcb_window_t parentWindow) : parent(parentWindow) {
   height = place->height;
   wmState = connection.atom("WM_STATE");
   window = x.xcb_generate_id(c);
-  const std::uint32_t events =
-      XCB_EVENT_MASK_BUTTON_RELEASE | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_EXPOSURE;
-  // Without a background the old pixels stay until something is presented. Key events are not
-  // selected, so that they reach the parent unchanged.
+  const std::uint32_t events = XCB_EVENT_MASK_EXPOSURE;
+  // Without a background the old pixels stay until something is presented. Events of keys and of
+  // the pointer are not selected, so that they reach the parent unchanged.
   const auto cookie = x.xcb_create_window_checked(
       c, XCB_COPY_FROM_PARENT, window, parent, 0, 0, std::max<std::uint16_t>(place->width, 1),
       std::max<std::uint16_t>(place->height, 1), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
       XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &events);
   const Owned<xcb_generic_error_t> error(x.xcb_request_check(c, cookie));
   if (error || x.xcb_connection_has_error(c) != 0) throw std::runtime_error(noCanvas);
+  grabLeftButton();
   x.xcb_map_window(c, window);
   x.xcb_flush(c);
+}
+
+// Of the pointer's buttons only the left one is the canvas's, with whatever other keys and locks
+// are down. X cannot select the events of one button; it can grab one.
+void Canvas::Impl::grabLeftButton() const {
+  x.xcb_grab_button(c, 0, window, XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_BUTTON_RELEASE,
+                    XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC, XCB_WINDOW_NONE, XCB_CURSOR_NONE,
+                    XCB_BUTTON_INDEX_1, XCB_MOD_MASK_ANY);
 }
 
 void Canvas::Impl::requireConnection() const {

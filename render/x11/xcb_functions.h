@@ -27,6 +27,7 @@ namespace zeph::x11 {
   USE(xcb_get_setup);                   \
   USE(xcb_get_window_attributes);       \
   USE(xcb_get_window_attributes_reply); \
+  USE(xcb_grab_button);                 \
   USE(xcb_intern_atom);                 \
   USE(xcb_intern_atom_reply);           \
   USE(xcb_map_window);                  \

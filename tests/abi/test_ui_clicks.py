@@ -96,6 +96,26 @@ def test_other_buttons_of_the_mouse_do_nothing(attached, window, button):
     expect_nothing(attached, window)
 
 
+@pytest.mark.parametrize("locks", [[], [SHIFT]], ids=["alone", "with Shift"])
+def test_other_buttons_of_the_mouse_and_the_wheel_go_to_the_host(attached, host, window, locks):
+    window.handle.change_attributes(event_mask=X.ButtonPressMask | X.ButtonReleaseMask)
+    for key in locks:
+        xtest.fake_input(host.display, X.KeyPress, key)
+    for button, place in enumerate([(TOGGLE, ROW), (150, 120), (STEP, ROW), (0, 0), (299, 299)], 1):
+        window.click(*place, button)
+    for key in locks:
+        xtest.fake_input(host.display, X.KeyRelease, key)
+    host.display.sync()
+    attached.wait(lambda now: now["running"])  # by the left button
+    expected = [
+        (kind, button, *place)
+        for button, place in ((2, (150, 120)), (3, (STEP, ROW)), (4, (0, 0)), (5, (299, 299)))
+        for kind in (X.ButtonPress, X.ButtonRelease)
+    ]
+    seen = window.events(X.ButtonPress, X.ButtonRelease)
+    assert [(e.type, e.detail, e.event_x, e.event_y) for e in seen] == expected
+
+
 @pytest.mark.parametrize("started", [False, True])
 def test_a_click_before_the_first_frame_only_passes_the_focus(view, host, window, started):
     view.call("running", value=False)
