@@ -27,16 +27,16 @@ Json performanceReport(const Status& status) {
 }
 
 // If the connection to the display is lost, there is no window; the render thread reports the loss.
-WindowState windowOf(const Canvas& canvas) {
+WindowState windowOf(Canvas& canvas) {
   try {
-    return canvas.window();
+    return canvas.askWindow();
   } catch (const std::runtime_error&) {
     return {};
   }
 }
 
 // In device-independent units.
-Json canvasReport(const Canvas& canvas, bool isVisible) {
+Json canvasReport(Canvas& canvas, bool isVisible) {
   const WindowState window = windowOf(canvas);
   const auto scale = static_cast<double>(window.scale);
   return {{"width_points", window.width / scale},

@@ -56,7 +56,7 @@ void UIHandle::nextSeed() {
 void UIHandle::setVisible(bool value) {
   isVisible_ = value;
   if (controller_) controller_->setVisible(value);
-  wake_.notify_all();
+  wakeRenderThread();
 }
 
 void UIHandle::setRegulated(bool value) {
@@ -95,6 +95,11 @@ void UIHandle::applyConfig(Config config) {
   if (controller_) controller_->applyConfig(config);
 }
 
+void UIHandle::beginRendering(std::function<void()> wake) {
+  wake_ = std::move(wake);
+  isRendering_ = true;
+}
+
 ViewReport UIHandle::report() const {
   const auto held = lock();
   const Status now = status();
@@ -118,7 +123,7 @@ void UIHandle::exportFrame(FrameFiles files) {
     if (!isRendering_) throw std::runtime_error(errorOr("No native renderer."));
     files.settings = run_.settings;
     exports_.push_back({frame, std::move(files), promise});
-    wake_.notify_all();
+    wakeRenderThread();
   }
   while (done.wait_for(stopCheck) != std::future_status::ready) {
     const auto held = lock();
@@ -130,7 +135,8 @@ void UIHandle::exportFrame(FrameFiles files) {
 void UIHandle::stopRendering() {
   const auto held = lock();
   isRendering_ = false;
-  wake_.notify_all();
+  hasEnded_.notify_all();
+  wakeRenderThread();
 }
 
 std::optional<RenderTurn> UIHandle::takeTurn() {
@@ -157,15 +163,9 @@ void UIHandle::reportError(const char* text) {
   error_ = text;
 }
 
-void UIHandle::waitForWork(double seconds) {
-  auto held = lock();
-  wake_.wait_for(held, std::chrono::duration<double>(seconds),
-                 [this] { return !isRendering_ || !exports_.empty(); });
-}
-
 void UIHandle::waitForStop() {
   auto held = lock();
-  wake_.wait(held, [this] { return !isRendering_; });
+  hasEnded_.wait(held, [this] { return !isRendering_; });
 }
 
 void UIHandle::endRendering(const char* error) {
@@ -173,7 +173,10 @@ void UIHandle::endRendering(const char* error) {
   error_ = error;
   isRendering_ = false;
   exports_.clear();
-  wake_.notify_all();
+}
+
+void UIHandle::wakeRenderThread() {
+  if (wake_) wake_();
 }
 
 std::string UIHandle::errorOr(const char* text) const {

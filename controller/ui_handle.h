@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -73,8 +74,9 @@ class UIHandle {
   // Starts a flow of another configuration. Does nothing if it is the one in force.
   void applyConfig(Config config);
 
-  // From here on a render thread takes turns.
-  void beginRendering() { isRendering_ = true; }
+  // From here on a render thread takes turns. `wake` makes it take one at once, wherever it waits;
+  // it may be called from any thread and under the lock.
+  void beginRendering(std::function<void()> wake);
 
   ViewReport report() const;
 
@@ -89,18 +91,18 @@ class UIHandle {
   std::optional<RenderTurn> takeTurn();
   void countPresentation();
   void reportError(const char* text);
-  // Returns after so many seconds, or earlier if there is an export or the thread is to end.
-  void waitForWork(double seconds);
   void waitForStop();
   // Exports that still wait are dropped; exportFrame() notices that the thread has ended.
   void endRendering(const char* error);
 
  private:
   ShownStatus shown() const;
+  void wakeRenderThread();
   std::string errorOr(const char* text) const;
 
   mutable std::mutex mutex_;
-  std::condition_variable wake_;  // wakes the render thread
+  std::function<void()> wake_;        // wakes the render thread
+  std::condition_variable hasEnded_;  // isRendering_ has become false
   RunSettings run_;
   std::unique_ptr<Controller> controller_;
   bool isRendering_ = false;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace zeph {
@@ -41,21 +42,35 @@ class Canvas {
   Canvas(const Canvas&) = delete;
   Canvas& operator=(const Canvas&) = delete;
 
-  // Both may be called from any thread. A window that is gone has the size 0. Raises
-  // std::runtime_error if the connection to the display is lost.
-  WindowState window() const;
   NativeWindow native() const;
 
-  // For the render thread alone. The height is that of the canvas itself, in device pixels.
-  void resize(int width, int height);
-  int height() const;
+  // For the host's thread: asks the window system, and takes its last answer if it keeps the thread
+  // waiting. A window that is gone has the size 0. Raises std::runtime_error if the connection to
+  // the display is lost.
+  WindowState askWindow();
+
+  // What follows is for the render thread alone.
+
   // Since the call before: clicks, and whether a part of the canvas was uncovered and has to be
-  // presented again.
+  // presented again. Raises std::runtime_error if the connection to the display is lost.
   struct Events {
     std::vector<Click> clicks;
     bool isExposed = false;
   };
   Events takeEvents();
+  // As of the last events.
+  const WindowState& window() const;
+  // Asks the window system. Raises like takeEvents().
+  bool isParentGone() const;
+
+  // Sleeps so long, or for ever, or until something happens to the window.
+  void wait(std::optional<double> seconds);
+  // Ends the wait, or else the next one. For any thread.
+  void wake() const;
+
+  // The height is that of the canvas itself, in device pixels.
+  void resize(int width, int height);
+  int height() const;
   void focusParent();
 
  private:

@@ -7,7 +7,6 @@ namespace zeph {
 namespace {
 
 constexpr double presentationsPerSecond = 60;
-constexpr double longestIdle = 0.016;
 
 }  // namespace
 
@@ -15,10 +14,6 @@ void PresentationGrid::presented(double now) {
   if (next_ == 0) next_ = now;
   const double late = std::max(now - next_, 0.0);
   next_ += (std::floor(late * presentationsPerSecond) + 1) / presentationsPerSecond;
-}
-
-double PresentationGrid::idleSeconds(double now) const {
-  return next_ <= now ? longestIdle : std::min(next_ - now, longestIdle);
 }
 
 }  // namespace zeph

@@ -1,6 +1,8 @@
 // When the view presents. Times are seconds of a steady clock.
 #pragma once
 
+#include <algorithm>
+
 namespace zeph {
 
 // Presentations fall on a fixed grid of 60 a second, anchored at the first one. A late presentation
@@ -9,8 +11,7 @@ class PresentationGrid {
  public:
   bool isDue(double now) const { return now >= next_; }
   void presented(double now);
-  // How long the thread may sleep before its next turn, at most 16 milliseconds.
-  double idleSeconds(double now) const;
+  double secondsUntilDue(double now) const { return std::max(next_ - now, 0.0); }
 
  private:
   double next_ = 0;  // 0 before the first presentation

@@ -35,13 +35,13 @@ class RenderLoop {
   void run();
 
  private:
-  bool isWindowGone() const { return canvas_.window().width == 0; }
-  bool isShown(const RenderTurn& turn, const WindowState& window) const;
+  static bool isShown(const RenderTurn& turn, const WindowState& window);
   void show(const RenderTurn& turn, const WindowState& window);
   void present(Presentation next);
   void finishTurn();
+  std::optional<double> longestWait(bool isShown) const;
   void waitForStop();
-  void handleClicks(const WindowState& window);
+  void handleEvents();
   void click(const Click& click, const WindowState& window);
 
   UIHandle& ui_;
@@ -66,7 +66,7 @@ RenderLoop::RenderLoop(UIHandle& ui, Canvas& canvas, int device) : ui_(ui), canv
   try {
     renderer_ = std::make_unique<Renderer>(device, canvas_.native());
   } catch (const std::exception&) {
-    if (isWindowGone()) throw std::runtime_error(invalidParent);
+    if (canvas_.isParentGone()) throw std::runtime_error(invalidParent);
     throw;
   }
 }
@@ -86,14 +86,12 @@ void RenderLoop::run() {
     // While the process ends, nothing may be drawn; the view may still be closed.
     if (!*use_ || !renderer_ || processIsEnding()) return waitForStop();
     for (const ExportTask& task : turn->exports) runExport(*renderer_, task);
+    handleEvents();
     const WindowState window = canvas_.window();
-    handleClicks(window);
-    if (isShown(*turn, window)) {
-      show(*turn, window);
-    } else {
-      ui_.waitForWork(grid_.idleSeconds(now()));
-    }
+    const bool shown = isShown(*turn, window);
+    if (shown && grid_.isDue(now())) show(*turn, window);
     finishTurn();
+    canvas_.wait(longestWait(shown));
   }
 }
 
@@ -114,9 +112,15 @@ void RenderLoop::waitForStop() {
   ui_.waitForStop();
 }
 
-bool RenderLoop::isShown(const RenderTurn& turn, const WindowState& window) const {
-  return turn.isVisible && window.isVisible && window.width >= 1 && window.height >= 1 &&
-         grid_.isDue(now());
+bool RenderLoop::isShown(const RenderTurn& turn, const WindowState& window) {
+  return turn.isVisible && window.isVisible && window.width >= 1 && window.height >= 1;
+}
+
+// While nothing is shown, the window or the host wakes the thread for whatever it has to do.
+std::optional<double> RenderLoop::longestWait(bool isShown) const {
+  if (isShown) return grid_.secondsUntilDue(now());
+  if (isDrawing_) return latencySeconds;
+  return std::nullopt;
 }
 
 void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
@@ -136,7 +140,7 @@ void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
     present(std::move(next));
   } catch (const std::exception&) {
     // The host may destroy its window in the middle of a frame, which is no failure of the view.
-    if (!isWindowGone()) throw;
+    if (!canvas_.isParentGone()) throw;
     return;
   }
   grid_.presented(now());
@@ -156,12 +160,12 @@ void RenderLoop::present(Presentation next) {
   if (renderer_->present(next)) onScreen_ = std::move(next);
 }
 
-void RenderLoop::handleClicks(const WindowState& window) {
+void RenderLoop::handleEvents() {
   const Canvas::Events events = canvas_.takeEvents();
   if (events.isExposed) onScreen_.reset();
   for (const Click& one : events.clicks) {
     try {
-      click(one, window);
+      click(one, canvas_.window());
     } catch (const std::exception& failure) {
       ui_.reportError(failure.what());
     }

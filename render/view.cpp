@@ -21,7 +21,7 @@ void View::attach(void* parent, int device) {
   const auto lock = handle_.lock();  // the thread's first turn waits for beginRendering()
   renderThread_ =
       platform::startThread([this, &on = *canvas, device] { renderFrames(handle_, on, device); });
-  handle_.beginRendering();
+  handle_.beginRendering([&on = *canvas] { on.wake(); });
   canvas_ = std::move(canvas);
   parent_ = parent;
 }

@@ -27,7 +27,7 @@ class View {
 
   // Both are null before attach().
   void* parent() const { return parent_; }
-  const Canvas* canvas() const { return canvas_.get(); }
+  Canvas* canvas() const { return canvas_.get(); }
 
  private:
   void* parent_ = nullptr;          // the host's window

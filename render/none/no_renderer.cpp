@@ -24,9 +24,22 @@ Canvas::Canvas(void*) {
 
 Canvas::~Canvas() = default;
 
-WindowState Canvas::window() const {
+WindowState Canvas::askWindow() {
   return {};
 }
+
+const WindowState& Canvas::window() const {
+  static const WindowState none;
+  return none;
+}
+
+bool Canvas::isParentGone() const {
+  return true;
+}
+
+void Canvas::wait(std::optional<double>) {}
+
+void Canvas::wake() const {}
 
 NativeWindow Canvas::native() const {
   return {};

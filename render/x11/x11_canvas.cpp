@@ -1,15 +1,23 @@
-// The canvas on X11, over a separate connection to the server that DISPLAY names. Through it any
-// window of that server can be reached, whichever toolkit has made it.
+// The canvas on X11. Through connections of its own any window of the server can be reached,
+// whichever toolkit has made it. There are two: the graphics system has threads that read from the
+// one that it presents through, so they could take away events for which the render thread sleeps.
 #include "render/canvas.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <optional>
 #include <stdexcept>
-#include <string_view>
+#include <utility>
 
-#include "render/x11/x_resources.h"
-#include "render/x11/xcb_functions.h"
+#include "render/x11/connection.h"
+#include "render/x11/parent_window.h"
 
 namespace zeph {
 
@@ -17,48 +25,34 @@ using namespace x11;
 
 namespace {
 
-constexpr const char* noCanvas = "Cannot create native canvas.";
-constexpr const char* lostServer = "Lost the X server.";
+// The longest that the host's thread waits for the server's answer.
+constexpr std::chrono::milliseconds answerTime(50);
 
-constexpr std::uint32_t iconicState = 3;             // of WM_STATE (ICCCM 4.1.3.1)
-constexpr std::uint32_t longestResources = 1 << 16;  // in words of 4 bytes
-
-xcb_connection_t* connect(const Xcb& x) {
-  xcb_connection_t* connection = x.xcb_connect(nullptr, nullptr);
-  if (x.xcb_connection_has_error(connection) == 0) return connection;
-  x.xcb_disconnect(connection);
-  throw std::runtime_error(noCanvas);
+timespec timeOf(double seconds) {
+  const double whole = std::floor(seconds);
+  return {.tv_sec = static_cast<std::time_t>(whole),
+          .tv_nsec = static_cast<long>((seconds - whole) * 1e9)};
 }
 
-const Xcb& requireXcb() {
-  const Xcb* functions = xcb();
-  if (functions == nullptr) throw std::runtime_error(noCanvas);
-  return *functions;
-}
+// A descriptor to sleep on that any thread can make readable.
+class Alarm {
+ public:
+  Alarm() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (descriptor_ < 0) throw std::runtime_error(noCanvas);
+  }
+  ~Alarm() { close(descriptor_); }
+  Alarm(const Alarm&) = delete;
+  Alarm& operator=(const Alarm&) = delete;
 
-struct Connection {
-  Connection() : x(requireXcb()), handle(connect(x)) {}
-  ~Connection() { x.xcb_disconnect(handle); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-
-  xcb_atom_t atom(std::string_view name) const {
-    const auto cookie =
-        x.xcb_intern_atom(handle, 0, static_cast<std::uint16_t>(name.size()), name.data());
-    const Owned<xcb_intern_atom_reply_t> reply(x.xcb_intern_atom_reply(handle, cookie, nullptr));
-    return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+  int descriptor() const { return descriptor_; }
+  void ring() const { static_cast<void>(eventfd_write(descriptor_, 1)); }
+  void silence() const {
+    eventfd_t count = 0;
+    static_cast<void>(eventfd_read(descriptor_, &count));
   }
 
-  // The bytes of a property; its type is NONE if there is no such property.
-  Owned<xcb_get_property_reply_t> property(xcb_window_t window, xcb_atom_t name,
-                                           std::uint32_t words) const {
-    const auto cookie =
-        x.xcb_get_property(handle, 0, window, name, XCB_GET_PROPERTY_TYPE_ANY, 0, words);
-    return Owned<xcb_get_property_reply_t>(x.xcb_get_property_reply(handle, cookie, nullptr));
-  }
-
-  const Xcb& x;
-  xcb_connection_t* handle;
+ private:
+  int descriptor_;
 };
 
 }  // namespace
@@ -66,82 +60,105 @@ struct Connection {
 struct Canvas::Impl {
   explicit Impl(xcb_window_t parentWindow);
 
+  void create(const WindowState& place);
   void grabLeftButton() const;
-  float scale() const;
-  bool isMinimised() const;
-  xcb_window_t parentOf(xcb_window_t at) const;
-  void requireConnection() const;
+  bool takeQueued();
+  void take(const xcb_generic_event_t& event);
+  void dropErrors() const;
+  bool isAnswering();
 
-  Connection connection;
-  const Xcb& x = connection.x;
-  xcb_connection_t* c = connection.handle;
-  xcb_window_t parent;
-  xcb_window_t root = XCB_WINDOW_NONE;
+  Connection drawing;
+  Connection events;
+  const Xcb& x = events.x;
+  ParentWindow parent;
+  Alarm alarm;
   xcb_window_t window = XCB_WINDOW_NONE;
+
+  // For the host's thread.
+  WindowState answered;
+  std::optional<unsigned int> unanswered;  // a request whose answer is late
+
+  // For the render thread.
   int height = 0;
-  xcb_atom_t wmState = XCB_ATOM_NONE;
+  WindowState state;
+  bool isStateOld = true;
+  bool areAncestorsOld = true;
+  bool isReadable = true;  // the descriptor of `events`
+  Events taken;
 };
 
-Canvas::Impl::Impl(xcb_window_t parentWindow) : parent(parentWindow) {
-  const Owned<xcb_get_geometry_reply_t> place(
-      x.xcb_get_geometry_reply(c, x.xcb_get_geometry(c, parent), nullptr));
-  if (!place) throw std::runtime_error(invalidParent);
-  root = place->root;
-  height = place->height;
-  wmState = connection.atom("WM_STATE");
+Canvas::Impl::Impl(xcb_window_t parentWindow) : parent(events, parentWindow) {
+  answered = parent.ask();
+  create(answered);
+  height = answered.height;
+}
+
+void Canvas::Impl::create(const WindowState& place) {
+  xcb_connection_t* c = drawing.handle();
   window = x.xcb_generate_id(c);
-  const std::uint32_t events = XCB_EVENT_MASK_EXPOSURE;
   // Without a background the old pixels stay until something is presented. Events of keys and of
   // the pointer are not selected, so that they reach the parent unchanged.
-  const auto cookie = x.xcb_create_window_checked(
-      c, XCB_COPY_FROM_PARENT, window, parent, 0, 0, std::max<std::uint16_t>(place->width, 1),
-      std::max<std::uint16_t>(place->height, 1), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-      XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &events);
+  const auto cookie =
+      x.xcb_create_window_checked(c, XCB_COPY_FROM_PARENT, window, parent.id(), 0, 0,
+                                  static_cast<std::uint16_t>(std::max(place.width, 1)),
+                                  static_cast<std::uint16_t>(std::max(place.height, 1)), 0,
+                                  XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
   const Owned<xcb_generic_error_t> error(x.xcb_request_check(c, cookie));
-  if (error || x.xcb_connection_has_error(c) != 0) throw std::runtime_error(noCanvas);
+  if (error || drawing.isLost()) throw std::runtime_error(noCanvas);
+  events.select(window, XCB_EVENT_MASK_EXPOSURE);
   grabLeftButton();
+  static_cast<void>(parent.isGone());  // a round trip: what stands above holds from here on
   x.xcb_map_window(c, window);
-  x.xcb_flush(c);
+  drawing.flush();
 }
 
 // Of the pointer's buttons only the left one is the canvas's, with whatever other keys and locks
 // are down. X cannot select the events of one button; it can grab one.
 void Canvas::Impl::grabLeftButton() const {
-  x.xcb_grab_button(c, 0, window, XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_BUTTON_RELEASE,
+  x.xcb_grab_button(events.handle(), 0, window,
+                    XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_BUTTON_RELEASE,
                     XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC, XCB_WINDOW_NONE, XCB_CURSOR_NONE,
                     XCB_BUTTON_INDEX_1, XCB_MOD_MASK_ANY);
 }
 
-void Canvas::Impl::requireConnection() const {
-  if (x.xcb_connection_has_error(c) != 0) throw std::runtime_error(lostServer);
-}
-
-float Canvas::Impl::scale() const {
-  const auto resources = connection.property(root, XCB_ATOM_RESOURCE_MANAGER, longestResources);
-  if (!resources) return 1;
-  const std::string_view text(
-      static_cast<const char*>(x.xcb_get_property_value(resources.get())),
-      static_cast<std::size_t>(x.xcb_get_property_value_length(resources.get())));
-  return scaleOfResources(text);
-}
-
-xcb_window_t Canvas::Impl::parentOf(xcb_window_t at) const {
-  const Owned<xcb_query_tree_reply_t> tree(
-      x.xcb_query_tree_reply(c, x.xcb_query_tree(c, at), nullptr));
-  return tree ? tree->parent : static_cast<xcb_window_t>(XCB_WINDOW_NONE);
-}
-
-// The window manager sets the state on the host's top-level window, which it may have put into a
-// window of its own.
-bool Canvas::Impl::isMinimised() const {
-  for (xcb_window_t at = parent; at != root && at != XCB_WINDOW_NONE; at = parentOf(at)) {
-    const auto state = connection.property(at, wmState, 2);
-    if (!state || state->type == XCB_ATOM_NONE || state->length == 0) continue;
-    std::uint32_t value = 0;
-    std::memcpy(&value, x.xcb_get_property_value(state.get()), sizeof(value));
-    return value == iconicState;
+// Reads from the server only if there is something to read. Returns whether an event has come.
+bool Canvas::Impl::takeQueued() {
+  bool hasTaken = false;
+  const auto next = [&] {
+    xcb_connection_t* c = events.handle();
+    return Owned<xcb_generic_event_t>(isReadable ? x.xcb_poll_for_event(c)
+                                                 : x.xcb_poll_for_queued_event(c));
+  };
+  while (const auto event = next()) {
+    take(*event);
+    hasTaken = true;
   }
-  return false;
+  isReadable = false;
+  return hasTaken;
+}
+
+void Canvas::Impl::take(const xcb_generic_event_t& event) {
+  const int type = event.response_type & 0x7f;
+  const ParentWindow::Change change = parent.changeBy(event);
+  if (change != ParentWindow::Change::none) isStateOld = true;
+  if (change == ParentWindow::Change::ancestors) areAncestorsOld = true;
+  if (type == XCB_EXPOSE) taken.isExposed = true;
+  if (type != XCB_BUTTON_RELEASE) return;
+  const auto& release = reinterpret_cast<const xcb_button_release_event_t&>(event);
+  if (release.detail == XCB_BUTTON_INDEX_1)
+    taken.clicks.push_back({release.event_x, release.event_y});
+}
+
+// Nobody selects events on the connection that the graphics system uses, but errors of requests
+// that nobody waits for are kept like events.
+void Canvas::Impl::dropErrors() const {
+  while (const Owned<xcb_generic_event_t> error{x.xcb_poll_for_queued_event(drawing.handle())}) {
+  }
+}
+
+bool Canvas::Impl::isAnswering() {
+  if (unanswered && events.hasReply(*unanswered)) unanswered.reset();
+  return !unanswered;
 }
 
 Canvas::Canvas(void* parent) {
@@ -151,61 +168,86 @@ Canvas::Canvas(void* parent) {
 }
 
 Canvas::~Canvas() {
-  impl_->x.xcb_destroy_window(impl_->c, impl_->window);
-  impl_->x.xcb_flush(impl_->c);
+  impl_->x.xcb_destroy_window(impl_->drawing.handle(), impl_->window);
+  impl_->drawing.flush();
 }
 
-WindowState Canvas::window() const {
-  const Impl& i = *impl_;
-  const auto place = i.x.xcb_get_geometry(i.c, i.parent);
-  const auto attributes = i.x.xcb_get_window_attributes(i.c, i.parent);
-  const Owned<xcb_get_geometry_reply_t> geometry(i.x.xcb_get_geometry_reply(i.c, place, nullptr));
-  const Owned<xcb_get_window_attributes_reply_t> shown(
-      i.x.xcb_get_window_attributes_reply(i.c, attributes, nullptr));
-  i.requireConnection();
-  if (!geometry || !shown) return {};
-  return {.width = geometry->width,
-          .height = geometry->height,
-          .scale = i.scale(),
-          .isVisible = shown->map_state == XCB_MAP_STATE_VIEWABLE && !i.isMinimised()};
+WindowState Canvas::askWindow() {
+  Impl& i = *impl_;
+  if (!i.isAnswering()) return i.answered;
+  try {
+    i.answered = i.parent.ask(std::chrono::steady_clock::now() + answerTime);
+  } catch (const std::runtime_error&) {
+    i.events.requireServer();
+    i.unanswered = i.x.xcb_get_input_focus(i.events.handle()).sequence;
+    i.events.flush();
+  }
+  // Events that came with the answers are in the queue now: the descriptor no longer shows them.
+  i.alarm.ring();
+  return i.answered;
+}
+
+const WindowState& Canvas::window() const {
+  return impl_->state;
+}
+
+bool Canvas::isParentGone() const {
+  return impl_->parent.isGone();
 }
 
 NativeWindow Canvas::native() const {
-  return {.connection = impl_->c, .window = impl_->window};
+  return {.connection = impl_->drawing.handle(), .window = impl_->window};
 }
 
 int Canvas::height() const {
   return impl_->height;
 }
 
+// Through the connection of the graphics system, which asks for the new size afterwards.
 void Canvas::resize(int width, int height) {
   impl_->height = height;
   const std::array<std::uint32_t, 4> values = {0, 0, static_cast<std::uint32_t>(width),
                                                static_cast<std::uint32_t>(height)};
-  impl_->x.xcb_configure_window(impl_->c, impl_->window,
+  impl_->x.xcb_configure_window(impl_->drawing.handle(), impl_->window,
                                 XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y |
                                     XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
                                 values.data());
-  impl_->x.xcb_flush(impl_->c);
+  impl_->drawing.flush();
 }
 
 Canvas::Events Canvas::takeEvents() {
-  Events events;
-  while (const Owned<xcb_generic_event_t> event{impl_->x.xcb_poll_for_event(impl_->c)}) {
-    const int type = event->response_type & 0x7f;
-    if (type == XCB_EXPOSE) events.isExposed = true;
-    if (type != XCB_BUTTON_RELEASE) continue;
-    const auto* release = reinterpret_cast<const xcb_button_release_event_t*>(event.get());
-    if (release->detail == XCB_BUTTON_INDEX_1)
-      events.clicks.push_back({release->event_x, release->event_y});
+  Impl& i = *impl_;
+  i.dropErrors();
+  // Answers bring events with them.
+  for (i.takeQueued(); i.isStateOld; i.takeQueued()) {
+    i.isStateOld = false;
+    if (std::exchange(i.areAncestorsOld, false)) i.parent.selectEvents();
+    i.state = i.parent.ask();
   }
-  impl_->requireConnection();
-  return events;
+  i.events.requireServer();
+  if (i.drawing.isLost()) throw std::runtime_error(lostServer);
+  return std::exchange(i.taken, {});
+}
+
+void Canvas::wait(std::optional<double> seconds) {
+  Impl& i = *impl_;
+  if (i.takeQueued()) return;
+  std::array<pollfd, 2> sources = {pollfd{i.events.descriptor(), POLLIN, 0},
+                                   pollfd{i.alarm.descriptor(), POLLIN, 0}};
+  const timespec longest = timeOf(std::max(seconds.value_or(0), 0.0));
+  ppoll(sources.data(), sources.size(), seconds ? &longest : nullptr, nullptr);
+  i.isReadable = sources[0].revents != 0;
+  if (sources[1].revents != 0) i.alarm.silence();
+}
+
+void Canvas::wake() const {
+  impl_->alarm.ring();
 }
 
 void Canvas::focusParent() {
-  impl_->x.xcb_set_input_focus(impl_->c, XCB_INPUT_FOCUS_PARENT, impl_->parent, XCB_CURRENT_TIME);
-  impl_->x.xcb_flush(impl_->c);
+  impl_->x.xcb_set_input_focus(impl_->events.handle(), XCB_INPUT_FOCUS_PARENT, impl_->parent.id(),
+                               XCB_CURRENT_TIME);
+  impl_->events.flush();
 }
 
 }  // namespace zeph

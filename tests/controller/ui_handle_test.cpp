@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <semaphore>
 
 #include "tests/boundary/failure_text.h"
 #include "tests/controller/flows.h"
@@ -36,7 +37,7 @@ class UIHandleTest : public testing::Test {
 
   void attach() {
     const auto lock = ui_.lock();
-    ui_.beginRendering();
+    ui_.beginRendering([this] { woken_.release(); });
   }
 
   std::string exportFailure() {
@@ -50,10 +51,11 @@ class UIHandleTest : public testing::Test {
   }
 
   std::vector<ExportTask> awaitExports() {
-    ui_.waitForWork(60);
+    EXPECT_TRUE(woken_.try_acquire_for(test::patience));
     return ui_.takeTurn().value().exports;
   }
 
+  std::counting_semaphore<> woken_{0};
   UIHandle ui_;
 };
 
@@ -91,7 +93,7 @@ TEST_F(UIHandleTest, FailsAnExportWhoseRenderThreadEnds) {
   startFlow();
   attach();
   auto failure = exportInBackground();
-  ui_.waitForWork(60);
+  EXPECT_TRUE(woken_.try_acquire_for(test::patience));
   ui_.endRendering("broken");
   EXPECT_EQ(failure.get(), "broken");
   EXPECT_FALSE(ui_.takeTurn());
@@ -104,6 +106,19 @@ TEST_F(UIHandleTest, FailsAnExportInProgressWhenTheRenderThreadIsStopped) {
   const std::vector<ExportTask> taken = awaitExports();
   ui_.stopRendering();
   EXPECT_EQ(failure.get(), "Renderer stopped.");
+}
+
+TEST_F(UIHandleTest, WakesTheRenderThreadForWhatItHasToSee) {
+  startFlow();
+  attach();
+  {
+    const auto lock = ui_.lock();
+    ui_.setVisible(false);
+  }
+  EXPECT_TRUE(woken_.try_acquire());
+  EXPECT_FALSE(woken_.try_acquire());
+  ui_.stopRendering();
+  EXPECT_TRUE(woken_.try_acquire());
 }
 
 TEST_F(UIHandleTest, CountsThePresentationsOfAGeneration) {
