@@ -21,11 +21,9 @@ def slope(energy: list[float], first: int, last: int) -> float:
 
 
 def main() -> None:
-    reynolds = zephane.default_reynolds(RESOLUTION, k0=4)
-    with zephane.Engine(resolution=RESOLUTION, reynolds=reynolds, seed=7) as engine:
-        engine.advance(steps=100_000, until=3.0)
+    with zephane.Engine(resolution=RESOLUTION, seed=7) as engine:
+        total = engine.advance(until=3.0).energy
         energy = [float(value) for value in zephane.radial_spectrum(engine.spectrum())]
-        total = engine.inspect().energy
 
     print("wavenumber  energy")
     for k in (1, 2, 4, 8, 16, 32):

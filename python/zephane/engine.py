@@ -2,9 +2,11 @@
 
 from __future__ import annotations
 
+import copy
 import dataclasses
 import math
 import tempfile
+import threading
 import time
 import weakref
 from collections.abc import Callable
@@ -22,7 +24,7 @@ from .engine_failures import (
 )
 from .errors import FlowFailedError, ZephaneError
 from .fields import Fields, PathLike, read_floats
-from .pacing import Pace, Turns, has_reached
+from .pacing import Pace, Waiting, has_reached
 from .records import Clock, Config, Snapshot, Statistics, SystemInfo
 from .refusals import (
     check_memory,
@@ -106,7 +108,8 @@ class Engine:
         self._config = checked_config(base.changed(**changes))
         check_memory(self._config, description["gpu_memory_bytes"])
         warn_of_config(self._config)
-        self._turns = Turns()
+        self._lock = threading.Lock()
+        self._waiting = Waiting()
         self._pace = Pace()
         self._cfl = self._config.cfl
         self._restart()
@@ -147,7 +150,7 @@ class Engine:
         return self._inspect(stacklevel=3)
 
     def _inspect(self, stacklevel: int) -> Statistics:
-        with self._turns:
+        with self._waiting, self._lock:
             before = self._figures
             now = Statistics.from_json(self._request("inspect"))
             self._figures = now
@@ -229,6 +232,7 @@ class Engine:
                 return now
             if left == 0 or not moved or has_reached(now.simulation_time, end):
                 return now
+            self._waiting.let_in()
 
     def set(self, reynolds: float | None = None, cfl: float | None = None) -> None:
         """Change the Reynolds number or the Courant number, both above 0, from the next step on.
@@ -242,7 +246,7 @@ class Engine:
             changes["cfl"] = checked_single("cfl", cfl)
             if self._config.fixed_dt is None:
                 warn_of_cfl(self._config.integrator, self._config.resolution, changes["cfl"])
-        with self._turns:
+        with self._waiting, self._lock:
             self._request("set", **changes)
             self._cfl = changes.get("cfl", self._cfl)
 
@@ -252,7 +256,7 @@ class Engine:
         Where ``initial`` is refused, the flow stays as it is.
         """
         with StartField(initial, self._config.resolution) as start:
-            with self._turns:
+            with self._waiting, self._lock:
                 figures = Statistics.from_json(self._request("reset", **start))
                 self._figures = figures
         return figures
@@ -347,7 +351,7 @@ class Engine:
 
         A long ``advance`` on another thread ends with ``ZephaneError``.
         """
-        with self._turns:
+        with self._waiting, self._lock:
             self._handle = None
             self._release()
 
@@ -370,11 +374,11 @@ class Engine:
         )
 
     def _call(self, operation: str, **arguments: Any) -> dict[str, Any]:
-        with self._turns:
+        with self._waiting, self._lock:
             return self._request(operation, **arguments)
 
     def _request(self, operation: str, **arguments: Any) -> dict[str, Any]:
-        """Run one operation. The thread must have its turn."""
+        """Run one operation. The thread holds the lock."""
         try:
             reply = self._library.call(self._handle, {"op": operation, **arguments})
         except ZephaneError as failure:
@@ -383,7 +387,7 @@ class Engine:
             if self._failure is None:
                 asked = arguments.get("steps")
                 self._failure = explain_loss(failure, self._config, self._cfl, self._now, asked)
-            raise self._failure from failure
+            raise copy.copy(self._failure) from failure
         if operation == "reset":
             self._restart()
         if "steps" in reply:

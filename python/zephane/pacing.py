@@ -3,12 +3,15 @@
 from __future__ import annotations
 
 import sys
-import threading
+import time
+from collections import deque
 
 # Intended duration of one request, short enough to show progress and to react to Ctrl-C.
 REQUEST_SECONDS = 0.1
 GROWTH = 8
 LONGEST = 1 << 20
+
+WAKING_SECONDS = 0.0005
 
 # The share of an endpoint by which the clock may fall short of it, as in the library.
 ENDPOINT_TOLERANCE = 32 * sys.float_info.epsilon
@@ -30,23 +33,28 @@ class Pace:
         self._steps = max(1, min(wanted, steps * GROWTH, LONGEST))
 
 
-class Turns:
-    """A lock that waiting threads get in turn with a thread that takes it again and again."""
+class Waiting:
+    """Counts the threads that want their turn, so that one with many turns lets them in between.
+
+    A plain lock does not: a thread that gives it back and takes it again at once gets it before
+    those that wait have woken up.
+    """
 
     def __init__(self) -> None:
-        self._next = threading.Lock()
-        self._lock = threading.Lock()
+        self._threads: deque[None] = deque()
 
     def __enter__(self) -> None:
-        # Only the thread that holds ``_next`` waits for the lock, so that one that has just given
-        # it back stands behind it.
-        with self._next:
-            self._lock.acquire()
+        self._threads.append(None)
 
     def __exit__(self, *_: object) -> None:
-        self._lock.release()
+        self._threads.pop()
+
+    def let_in(self) -> None:
+        """Give threads that wait the time to wake up."""
+        if self._threads:
+            time.sleep(WAKING_SECONDS)
 
 
-def has_reached(time: float, end: float | None) -> bool:
+def has_reached(now: float, end: float | None) -> bool:
     """Whether a flow has come to its endpoint, which it meets up to a rounding error."""
-    return end is not None and time >= end - abs(end) * ENDPOINT_TOLERANCE
+    return end is not None and now >= end - abs(end) * ENDPOINT_TOLERANCE
