@@ -20,10 +20,12 @@ from .engine_failures import (
     explain_export,
     explain_loss,
     is_loss,
+    output_sizes,
     warn_of_growth,
 )
 from .errors import FlowFailedError, ZephaneError
 from .fields import Fields, PathLike, read_floats
+from .outputs import check_outputs
 from .pacing import Pace, Waiting, has_reached
 from .records import Clock, Config, Snapshot, Statistics, SystemInfo
 from .refusals import (
@@ -285,7 +287,8 @@ class Engine:
         it are those of ``PictureSettings``. Drawing needs a Vulkan driver. ``snapshot`` takes a
         snapshot even if no file needs one. Without ``include_velocity`` the velocity counts as
         zero: pictures of the speed are dark, and there are no flow lines. Arguments that are None
-        have the library's defaults.
+        have the library's defaults. Where there are several files and one of them cannot be
+        written, none is.
         """
         check_picture(
             display=display,
@@ -309,6 +312,9 @@ class Engine:
             sigma=sigma,
             flow=flow,
         )
+        files = output_sizes(request, self._config.resolution)
+        if len(files) > 1:
+            check_outputs(files)
         try:
             report = self._call("export", **request)
         except FlowFailedError:

@@ -119,12 +119,15 @@ def explain_export(
     return ZephaneError(f"Cannot write {picture}: {text}")
 
 
+def output_sizes(request: Mapping[str, Any], resolution: int) -> dict[str, int]:
+    """The paths of an export with the bytes that they take, of which a picture has too few."""
+    sizes = {"spectrum": SPECTRUM_BYTES, "fields": FIELD_BYTES, "png": 0}
+    return {request[key]: size * resolution**2 for key, size in sizes.items() if key in request}
+
+
 def _raw_file_refusal(text: str, request: Mapping[str, Any], resolution: int) -> str:
-    files = {
-        request[key]: size * resolution**2
-        for key, size in (("spectrum", SPECTRUM_BYTES), ("fields", FIELD_BYTES))
-        if key in request
-    }
+    raw = {key: path for key, path in request.items() if key != "png"}
+    files = output_sizes(raw, resolution)
     for path, size in files.items():
         reason = why_not_writable(path, size)
         if reason is not None:

@@ -5,6 +5,7 @@ from __future__ import annotations
 import argparse
 import dataclasses
 import json
+import os
 import signal
 import sys
 import time
@@ -44,6 +45,8 @@ def run(options: argparse.Namespace) -> int:
     config = checked_config(system.defaults.changed(**chosen_config(options)))
     check_outputs(_sizes(options, config.resolution))
     with Engine(config, initial=options.initial) as engine:
+        if options.png is not None:
+            _check_drawing(engine, options.png)
         start = engine.inspect()
         if steps is None and until is None:
             until = TURNOVERS * (start.initial_turnover_time or 1.0)
@@ -110,6 +113,14 @@ def _picture_settings(options: argparse.Namespace) -> PictureSettings:
         checked_picture(options.png)
         checked_pixel_size(options.pixels)
     return chosen_picture(options)
+
+
+def _check_drawing(engine: Engine, path: str) -> None:
+    """Draw a picture of one point to nowhere, to find out whether this machine can draw."""
+    try:
+        engine.export(png=os.devnull, pixel_size=1, include_velocity=False)
+    except ZephaneError as failure:
+        raise ZephaneError(str(failure).replace(os.devnull, path, 1)) from failure
 
 
 def _files(options: argparse.Namespace) -> dict[str, str]:

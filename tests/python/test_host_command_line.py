@@ -18,7 +18,7 @@ import pytest
 from png_reader import read_png
 
 import zephane
-from zephane import outputs, progress
+from zephane import command_line, outputs, progress, run
 
 EVEN = "even numbers from 16 to 16384"
 PALETTES = "aurora, ember, glacier or inferno"
@@ -192,10 +192,10 @@ def test_every_option_of_the_picture_reaches_the_library(
             told, expected = tmp_path / f"{number}.png", tmp_path / f"{number}.expected"
             words = [f"--{key.replace('_', '-')}={value}" for key, value in chosen.items()]
             words = ["--flow" if word == "--flow=True" else word for word in words]
-            run = zeph(
+            done = zeph(
                 "run", *SMALL, "--steps", "10", "--pixels", "77", "--png", str(told), *words
             )
-            assert (run.returncode, run.stderr) == (0, "")
+            assert (done.returncode, done.stderr) == (0, "")
             engine.export(png=expected, pixel_size=77, **chosen)
             assert told.read_bytes() == expected.read_bytes()
 
@@ -203,23 +203,15 @@ def test_every_option_of_the_picture_reaches_the_library(
 NO_DRIVER = {"VK_DRIVER_FILES": "/nonexistent", "VK_ICD_FILENAMES": "/nonexistent"}
 
 
-@pytest.mark.parametrize("form", [(), ("--json",)], ids=["report", "json"])
-def test_a_run_that_cannot_draw_still_reports_and_writes_the_rest(
-    zeph: Runner, tmp_path: Path, form: tuple[str, ...]
-) -> None:
+def test_a_machine_that_cannot_draw_is_told_before_the_run(zeph: Runner, tmp_path: Path) -> None:
     fields, picture = tmp_path / "fields", tmp_path / "flow.png"
     files = ("--fields", str(fields), "--png", str(picture))
-    result = zeph("run", *SMALL, "--steps", "3", *files, *form, extra=NO_DRIVER)
-    assert result.returncode == 1
+    result = zeph("run", *SMALL, "--steps", "1000000000", *files, extra=NO_DRIVER)
+    assert (result.returncode, result.stdout) == (1, "")
     assert result.stderr.startswith(f"zephane: Cannot write {picture}: No Vulkan device found. ")
     assert "a Vulkan driver" in result.stderr and "mesa-vulkan-drivers" in result.stderr
     assert result.stderr.count("\n") == 1
-    assert fields.stat().st_size == 12 * 64 * 64 and not picture.exists()
-    if form:
-        assert json.loads(result.stdout)["steps"] == 3
-    else:
-        assert "  energy " in result.stdout and str(fields) in result.stdout
-        assert str(picture) not in result.stdout
+    assert os.listdir(tmp_path) == []
 
 
 @pytest.mark.parametrize(
@@ -267,14 +259,37 @@ def test_a_file_beyond_the_limit_of_the_process_is_told_before_the_run(
     assert "File too large: the limit of this process is 10240 bytes" in result.stderr
 
 
-def test_one_file_that_fails_in_the_end_does_not_cost_the_others(
-    zeph: Runner, tmp_path: Path
+@pytest.mark.parametrize("form", [(), ("--json",)], ids=["report", "json"])
+def test_a_file_that_fails_in_the_end_does_not_cost_the_report_and_the_others(
+    library_path: Path,
+    tmp_path: Path,
+    monkeypatch: pytest.MonkeyPatch,
+    capsys: pytest.CaptureFixture[str],
+    form: tuple[str, ...],
 ) -> None:
-    picture, spectrum = tmp_path / "flow.png", tmp_path / "spectrum.raw"
-    files = ("--spectrum", str(spectrum), "--png", str(picture))
-    result = zeph("run", *SMALL, "--steps", "3", *files, extra=NO_DRIVER)
-    assert result.returncode == 1
-    assert spectrum.stat().st_size == 8 * 64 * 64 and str(spectrum) in result.stdout
+    folder, fields = tmp_path / "folder", tmp_path / "fields.raw"
+    folder.mkdir()
+    advance = run._advance
+
+    def lose_the_folder(*arguments: Any) -> Any:
+        folder.rmdir()
+        return advance(*arguments)
+
+    monkeypatch.setattr(run, "_advance", lose_the_folder)
+    spectrum, numbers = folder / "spectrum.raw", folder / "spectrum.npy"
+    words = ["run", "--library", str(library_path), *SMALL, "--steps", "3", "--fields", str(fields)]
+    for path, library_text in ((spectrum, " (Cannot write export file.)"), (numbers, "")):
+        folder.mkdir(exist_ok=True)
+        assert command_line.main([*words, "--spectrum", str(path), *form]) == 1
+        told = capsys.readouterr()
+        lost = f"zephane: Cannot write {path}: No such file or directory{library_text}\n"
+        assert told.err == lost
+        assert fields.stat().st_size == 12 * 64 * 64
+        if form:
+            assert json.loads(told.out)["steps"] == 3
+        else:
+            assert "  energy " in told.out and str(fields) in told.out
+            assert str(path) not in told.out
 
 
 def test_the_ending_of_a_name_decides_the_format(zeph: Runner, tmp_path: Path) -> None:

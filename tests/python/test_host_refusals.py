@@ -267,3 +267,13 @@ def test_a_full_disk_is_named(engine: zephane.Engine) -> None:
     assert str(refusal.value) == (
         "Cannot write /dev/full: No space left on device (Cannot write export file.)"
     )
+
+
+def test_of_several_files_none_is_written_where_one_cannot_be(
+    engine: zephane.Engine, tmp_path: Path
+) -> None:
+    spectrum, lost = tmp_path / "spectrum", tmp_path / "nowhere" / "flow.png"
+    with pytest.raises(ZephaneError) as refusal:
+        engine.export(spectrum=spectrum, png=lost, pixel_size=8)
+    assert str(refusal.value) == f"Cannot write {lost}: No such file or directory"
+    assert os.listdir(tmp_path) == []
