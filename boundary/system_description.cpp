@@ -18,7 +18,7 @@ namespace zeph {
 
 std::uint32_t mainThreadId = 0;
 std::int32_t deviceId = 0;
-std::string gpuName;
+std::string& gpuName = *new std::string;
 
 namespace {
 
@@ -75,6 +75,23 @@ int firstUsableDevice() {
   return device;
 }
 
+// After a success, a device that fails leaves the earlier one in force, with the engines on it. The
+// first device stays chosen even if it fails, so that nothing runs on another one instead.
+cudaDeviceProp adoptDevice() {
+  const std::int32_t before = deviceId;
+  deviceId = chooseDevice();
+  try {
+    check(cudaSetDevice(deviceId), "cudaSetDevice(deviceId)");
+    cudaDeviceProp prop;
+    check(cudaGetDeviceProperties(&prop, deviceId), "cudaGetDeviceProperties(&prop,deviceId)");
+    gpuName = prop.name;
+    return prop;
+  } catch (const std::exception&) {
+    if (!gpuName.empty()) deviceId = before;
+    throw;
+  }
+}
+
 }  // namespace
 
 std::int32_t chooseDevice() {
@@ -89,11 +106,7 @@ std::int32_t chooseDevice() {
 Json initialize() {
   adoptMainThread();
   guardEndOfFirstThread();
-  deviceId = chooseDevice();
-  check(cudaSetDevice(deviceId), "cudaSetDevice(deviceId)");
-  cudaDeviceProp prop;
-  check(cudaGetDeviceProperties(&prop, deviceId), "cudaGetDeviceProperties(&prop,deviceId)");
-  gpuName = prop.name;
+  const cudaDeviceProp prop = adoptDevice();
   Json object = describeSystem(prop);
   addVersions(object);
   addDevice(object, deviceId);

@@ -11,7 +11,7 @@ namespace zeph {
 // Written only by initialize().
 extern std::uint32_t mainThreadId;  // 0 before the first call, and no thread's id
 extern std::int32_t deviceId;       // the device that every call selects
-extern std::string gpuName;
+extern std::string& gpuName;        // never destroyed: calls may outlive the statics at exit
 
 // Makes the calling thread the main thread, chooses the device and describes the system. May be
 // called again from the same thread. Raises std::runtime_error from another one, and for a device

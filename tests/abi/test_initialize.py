@@ -239,6 +239,41 @@ def test_a_malformed_device_does_not_change_the_chosen_one(library_path):
     assert in_fresh_process(library_path, engine_after_a_bad_device, "x") == [None, None]
 
 
-def test_a_missing_device_is_met_by_every_engine_until_another_is_chosen(library_path):
+def engines_after_a_missing_device(library: Library):
+    library.initialize()
+    description = decode(library.initialize())
+    with Engine(library, {"resolution": 16}) as engine:
+        os.environ["ZEPHANE_DEVICE"] = "99"
+        words = decode(library.initialize())["error"]
+        steps = engine.advance(steps=1)["steps"]
+        with Engine(library, {"resolution": 16}) as another:
+            steps += another.advance(steps=1)["steps"]
+    del os.environ["ZEPHANE_DEVICE"]
+    again = decode(library.initialize())
+    same = ("device_index", "gpu", "backend")
+    return [words, steps, [again[key] == description[key] for key in same]]
+
+
+def test_after_a_success_a_missing_device_leaves_the_chosen_one(library_path):
     words = "cudaSetDevice(deviceId): invalid device ordinal"
-    assert in_fresh_process(library_path, engine_after_a_bad_device, "9999") == [words, words]
+    answer = in_fresh_process(library_path, engines_after_a_missing_device)
+    assert answer == [words, 2, [True] * 3]
+
+
+def engines_before_and_after_a_success(library: Library):
+    os.environ["ZEPHANE_DEVICE"] = "9999"
+    words = [decode(library.initialize())["error"]]
+    try:
+        Engine(library, {"resolution": 16}).close()
+    except Refused as refused:
+        words.append(refused.text)
+    del os.environ["ZEPHANE_DEVICE"]
+    library.initialize()
+    with Engine(library, {"resolution": 16}) as engine:
+        return [words, engine.advance(steps=1)["steps"]]
+
+
+def test_a_missing_device_that_is_the_first_is_met_by_every_engine(library_path):
+    words = "cudaSetDevice(deviceId): invalid device ordinal"
+    answer = in_fresh_process(library_path, engines_before_and_after_a_success)
+    assert answer == [[words, words], 1]
