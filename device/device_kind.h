@@ -42,7 +42,7 @@ struct DeviceKind {
 
   cudaError_t (*launch)(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
                         std::size_t sharedBytes, cudaStream_t stream);
-  cudaError_t (*lastError)();
+  cudaError_t (*lastError)(cudaStream_t stream);
   const char* (*errorString)(cudaError_t error);
 
   cudaError_t (*beginCapture)(cudaStream_t stream);
@@ -52,6 +52,7 @@ struct DeviceKind {
 
   int (*createTransform)(const TransformRequest& request, Transform** transform);
   int (*appendTransform)(Transform* transform, void* buffer, bool inverse);
+  const char* (*transformErrorString)(int result);
   void (*destroyTransform)(Transform* transform);
   std::vector<TransformAllocation> (*transformAllocations)(const Transform* transform);
 };

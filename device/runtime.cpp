@@ -172,8 +172,8 @@ cudaError_t cudaLaunchKernel(const Kernel& kernel, dim3 grid, dim3 block, void**
   return selectedKind().launch(kernel, grid, block, arguments, sharedBytes, stream);
 }
 
-cudaError_t cudaGetLastError() {
-  return selectedKind().lastError();
+cudaError_t cudaGetLastError(cudaStream_t stream) {
+  return selectedKind().lastError(stream);
 }
 
 const char* cudaGetErrorString(cudaError_t error) {
@@ -220,6 +220,10 @@ int transformCreate(const TransformRequest& request, Transform** transform) {
 
 int transformAppend(Transform* transform, void* buffer, bool inverse) {
   return selectedKind().appendTransform(transform, buffer, inverse);
+}
+
+const char* transformErrorString(int result) {
+  return selectedKind().transformErrorString(result);
 }
 
 void transformDestroy(Transform* transform) {

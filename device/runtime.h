@@ -100,11 +100,11 @@ cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream);
 cudaError_t cudaEventElapsedTime(float* milliseconds, cudaEvent_t begin, cudaEvent_t end);
 cudaError_t cudaEventDestroy(cudaEvent_t event);
 
-// A failed launch is also kept as the thread's last error, which cudaGetLastError returns and
-// clears.
+// A failed launch is also kept as the last error of its stream, which cudaGetLastError returns and
+// clears. Without a stream it is that of any, and what else the runtime keeps for the thread.
 cudaError_t cudaLaunchKernel(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
                              std::size_t sharedBytes, cudaStream_t stream);
-cudaError_t cudaGetLastError();
+cudaError_t cudaGetLastError(cudaStream_t stream = nullptr);
 const char* cudaGetErrorString(cudaError_t error);
 
 // Work queued on the stream between these two calls is recorded instead of done, to be launched as

@@ -41,6 +41,10 @@ struct TransformAllocation {
 // Each returns 0, or the device's failure code.
 int transformCreate(const TransformRequest& request, Transform** transform);
 int transformAppend(Transform* transform, void* buffer, bool inverse);
+
+// What such a code means, or null on a device whose codes are those of VkFFT.
+const char* transformErrorString(int result);
+
 void transformDestroy(Transform* transform);
 
 // The memory that a transform holds beside its buffer. Transforms may share tables, so several of

@@ -18,6 +18,13 @@ FftPlan::FftPlan(int size, bool realToComplex, int rowStride, int cutoff, cudaSt
   check(cudaGetDevice(&dev), "cudaGetDevice(&dev)");
 }
 
+void FftPlan::failPlan(int batch, int code) const {
+  const std::string shape = std::to_string(size_) + " batch=" + std::to_string(batch);
+  if (const char* reason = transformErrorString(code))
+    throw std::runtime_error("FFT plan N=" + shape + ": " + reason);
+  throw std::runtime_error("VkFFT CUDA plan N=" + shape + " failed: " + std::to_string(code));
+}
+
 Transform* FftPlan::application(int batch, void* scratch) {
   const auto found = applications_.find(batch);
   if (found != applications_.end()) return found->second.get();
@@ -32,10 +39,7 @@ Transform* FftPlan::application(int batch, void* scratch) {
   };
   Transform* made = nullptr;
   const int code = transformCreate(request, &made);
-  if (code != 0) {
-    throw std::runtime_error("VkFFT CUDA plan N=" + std::to_string(size_) + " batch=" +
-                             std::to_string(batch) + " failed: " + std::to_string(code));
-  }
+  if (code != 0) failPlan(batch, code);
   std::unique_ptr<Transform, Destroy> owned(made);
   return applications_.emplace(batch, std::move(owned)).first->second.get();
 }

@@ -34,6 +34,8 @@ class FftPlan {
     void operator()(Transform* application) const { transformDestroy(application); }
   };
 
+  [[noreturn]] void failPlan(int batch, int code) const;
+
   int size_;
   int rowStride_;
   int cutoff_;

@@ -141,7 +141,7 @@ void Solver::Impl::queueTransformBack() {
 }
 
 void Solver::Impl::readClock() {
-  check(cudaGetLastError(), "cudaGetLastError()");
+  check(cudaGetLastError(queue.value), "cudaGetLastError()");
   ClockState& hostClock = pinned.data->hostClock;
   check(cudaMemcpyAsync(&hostClock, clock.ptr, sizeof(hostClock), cudaMemcpyDeviceToHost,
                         queue.value),

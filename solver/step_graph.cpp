@@ -41,7 +41,7 @@ void StepGraph::record(cudaStream_t stream, const Params& step,
     step_ = step;
     return;
   }
-  cudaGetLastError();
+  cudaGetLastError(stream);
   clear();
   refused_ = true;
 }

@@ -168,7 +168,7 @@ const DeviceKind processorKind = {
     .elapsedTime = elapsedTime,
     .destroyEvent = destroyEvent,
     .launch = launch,
-    .lastError = [] { return cudaSuccess; },
+    .lastError = [](cudaStream_t) { return cudaSuccess; },
     .errorString = errorString,
     .beginCapture = noCapture,
     .endCapture = [](cudaStream_t stream, cudaGraphExec_t*) { return noCapture(stream); },
@@ -176,6 +176,8 @@ const DeviceKind processorKind = {
     .destroyGraph = [](cudaGraphExec_t) { return cudaErrorNotSupported; },
     .createTransform = createTransform,
     .appendTransform = appendTransform,
+    .transformErrorString =
+        [](int result) { return errorString(static_cast<cudaError_t>(result)); },
     .destroyTransform = destroyTransform,
     .transformAllocations = transformAllocations,
 };

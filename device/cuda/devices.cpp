@@ -3,6 +3,8 @@
 #include <cuda_runtime_api.h>
 
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "device/cuda/kernel_library.h"
 #include "device/cuda/vkfft_transform.h"
@@ -14,8 +16,17 @@ namespace {
 // The oldest GPU that the embedded kernels have code for, as 10 * major + minor.
 constexpr int oldestCapability = ZEPHANE_OLDEST_GPU;
 
-// The error of a launch that never reached the runtime.
-thread_local ::cudaError_t launchError = ::cudaSuccess;
+// The first failed launch of each stream since its last error was asked for. A stream belongs to
+// one solver, which may be used by any thread and must not meet the failures of others.
+struct FailedLaunches {
+  std::mutex mutex;
+  std::map<zeph::cudaStream_t, ::cudaError_t> ofStream;
+};
+
+FailedLaunches& failedLaunches() {
+  static auto* const made = new FailedLaunches;
+  return *made;
+}
 
 // Clears the runtime's last error after a failure: the caller has the result, and must not meet it
 // again at the next cudaGetLastError.
@@ -106,15 +117,32 @@ cudaError_t launch(const Kernel& kernel, dim3 grid, dim3 block, void** arguments
     result = ::cudaLaunchKernel(function, native(grid), native(block), arguments, sharedBytes,
                                 native(stream));
   }
-  if (result != ::cudaSuccess && launchError == ::cudaSuccess) launchError = result;
-  return static_cast<cudaError_t>(result);
+  if (result != ::cudaSuccess) {
+    FailedLaunches& failed = failedLaunches();
+    const std::lock_guard lock(failed.mutex);
+    failed.ofStream.emplace(stream, result);
+  }
+  return clearingLastError(result);
 }
 
-cudaError_t lastError() {
+cudaError_t lastError(cudaStream_t stream) {
   const ::cudaError_t runtimes = ::cudaGetLastError();
-  const ::cudaError_t launches = launchError;
-  launchError = ::cudaSuccess;
-  return static_cast<cudaError_t>(launches != ::cudaSuccess ? launches : runtimes);
+  FailedLaunches& failed = failedLaunches();
+  const std::lock_guard lock(failed.mutex);
+  const auto found = stream != nullptr ? failed.ofStream.find(stream) : failed.ofStream.begin();
+  if (found == failed.ofStream.end()) return static_cast<cudaError_t>(runtimes);
+  const ::cudaError_t launches = found->second;
+  failed.ofStream.erase(found);
+  return static_cast<cudaError_t>(launches);
+}
+
+cudaError_t destroyStream(cudaStream_t stream) {
+  {
+    FailedLaunches& failed = failedLaunches();
+    const std::lock_guard lock(failed.mutex);
+    failed.ofStream.erase(stream);
+  }
+  return clearingLastError(::cudaStreamDestroy(native(stream)));
 }
 
 // Relaxed: the capture must not forbid other threads any calls, such as synchronous ones.
@@ -192,8 +220,7 @@ const DeviceKind deviceKind = {
         [](cudaStream_t stream) {
           return clearingLastError(::cudaStreamSynchronize(native(stream)));
         },
-    .destroyStream =
-        [](cudaStream_t stream) { return clearingLastError(::cudaStreamDestroy(native(stream))); },
+    .destroyStream = destroyStream,
     .createEvent =
         [](cudaEvent_t* event) {
           return clearingLastError(::cudaEventCreate(reinterpret_cast<::cudaEvent_t*>(event)));
@@ -227,6 +254,7 @@ const DeviceKind deviceKind = {
         },
     .createTransform = createTransform,
     .appendTransform = appendTransform,
+    .transformErrorString = [](int) -> const char* { return nullptr; },
     .destroyTransform = destroyTransform,
     .transformAllocations = transformAllocations,
 };

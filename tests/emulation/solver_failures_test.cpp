@@ -88,6 +88,33 @@ INSTANTIATE_TEST_SUITE_P(OfTheCompiler, FailingCall,
                                          "nvrtcGetPTXSize", "nvrtcGetPTX"),
                          [](const auto& test) { return std::string(test.param); });
 
+TEST(FailingLaunch, ReachesNoOtherSolverOfTheThread) {
+  const emulation::MachineScope scope({});
+  Solver disturbed(smallConfig());
+  Solver other(smallConfig());
+  // The launches of a snapshot; what fails there surfaces where the clock is next read.
+  emulation::failNext("cudaLaunchKernel", ::cudaErrorUnknown);
+  EXPECT_NO_THROW(disturbed.snapshot(true));
+  EXPECT_EQ(other.advance(2).steps, 2u);
+  try {
+    disturbed.advance(2);
+    FAIL() << "nothing was told";
+  } catch (const std::runtime_error& failure) {
+    EXPECT_EQ(failure.what(), std::string("cudaGetLastError(): unknown error"));
+  }
+}
+
+TEST(FailingLaunch, OfASolverThatIsGoneReachesNoOther) {
+  const emulation::MachineScope scope({});
+  {
+    Solver gone(smallConfig());
+    emulation::failNext("cudaLaunchKernel", ::cudaErrorUnknown);
+    EXPECT_NO_THROW(gone.snapshot(true));
+  }
+  Solver next(smallConfig());
+  EXPECT_EQ(next.advance(2).steps, 2u);
+}
+
 // While a plan is tried out, no plan is made; while a step is recorded, the step is queued piece by
 // piece instead.
 TEST(FailingTransform, IsToldOrMadeGoodAndLeavesNothingBehind) {

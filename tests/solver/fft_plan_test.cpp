@@ -102,7 +102,7 @@ TEST(FftPlan, FieldsOfABatchDoNotMix) {
 TEST(FftPlan, AnUnsupportedShapeFailsWithAText) {
   FftPlan plan(-2, true, 4, 0, nullptr);
   const std::string text = test::runtimeFailure([&] { plan.application(1); });
-  EXPECT_TRUE(text.starts_with("VkFFT CUDA plan N=-2 batch=1 failed: ")) << text;
+  EXPECT_EQ(text, "FFT plan N=-2 batch=1: invalid argument");
   EXPECT_EQ(plan.applicationCount(), 0u);
 }
 
