@@ -11,6 +11,9 @@ namespace zeph::platform {
 // be loaded. It is never unloaded.
 void* openLibrary(const std::filesystem::path& library);
 
+// Why libraries could not be loaded: `otherwise`, unless the process can open no more files.
+std::string loadingFailure(const std::string& otherwise);
+
 // The name by which the loader finds libpng.
 const char* pngLibraryName();
 

@@ -1,12 +1,23 @@
 #include "platform/dynamic_library.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <link.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace zeph::platform {
 
 void* openLibrary(const std::filesystem::path& library) {
   return dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+std::string loadingFailure(const std::string& otherwise) {
+  const int file = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (file < 0 && (errno == EMFILE || errno == ENFILE)) return "No file descriptor is left.";
+  if (file >= 0) close(file);
+  return otherwise;
 }
 
 const char* pngLibraryName() {

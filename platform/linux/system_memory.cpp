@@ -1,6 +1,7 @@
 #include "platform/system_memory.h"
 
 #include <sys/mman.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -86,6 +87,14 @@ std::uint64_t controlGroupHeadroom() {
   return least;
 }
 
+// For a process that cannot read /proc, or has no file descriptor left for it. The file cache that
+// could be dropped is not in it.
+std::uint64_t unusedMemory() {
+  struct sysinfo machine = {};
+  if (sysinfo(&machine) != 0) return 0;
+  return (std::uint64_t{machine.freeram} + machine.bufferram) * machine.mem_unit;
+}
+
 }  // namespace
 
 std::uint64_t physicalMemory() {
@@ -94,7 +103,7 @@ std::uint64_t physicalMemory() {
 
 std::uint64_t availableMemory() {
   const std::uint64_t machine = numberAfter("/proc/meminfo", "MemAvailable:") * 1024;
-  return std::min(machine, controlGroupHeadroom());
+  return std::min(machine > 0 ? machine : unusedMemory(), controlGroupHeadroom());
 }
 
 void* mapPages(std::size_t bytes) {

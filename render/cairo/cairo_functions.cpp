@@ -12,7 +12,8 @@ namespace {
 class Source {
  public:
   explicit Source(const char* name) : name_(name), handle_(platform::openLibrary(name)) {
-    if (handle_ == nullptr) throw std::runtime_error(std::string(name) + " was not found.");
+    if (handle_ == nullptr)
+      throw std::runtime_error(platform::loadingFailure(std::string(name) + " was not found."));
   }
 
   template <class Function>

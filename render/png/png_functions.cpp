@@ -10,7 +10,8 @@ namespace {
 
 PngLibrary* findLibrary() {
   void* file = platform::openLibrary(platform::pngLibraryName());
-  if (file == nullptr) throw std::runtime_error("libpng 1.6 was not found.");
+  if (file == nullptr)
+    throw std::runtime_error(platform::loadingFailure("libpng 1.6 was not found."));
   PngLibrary functions{};
 #define ZEPH_FIND(name)                             \
   if (!platform::find(file, #name, functions.name)) \

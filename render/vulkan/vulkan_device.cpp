@@ -9,6 +9,7 @@
 
 #include "device/check.h"
 #include "device/runtime.h"
+#include "platform/dynamic_library.h"
 #include "render/failure.h"
 #include "render/graphics_use.h"
 
@@ -115,7 +116,7 @@ int rankOf(VkPhysicalDeviceType type) {
 }
 
 const Candidate& bestOf(const std::vector<Candidate>& candidates) {
-  if (candidates.empty()) throw std::runtime_error(noDevice);
+  if (candidates.empty()) throw std::runtime_error(platform::loadingFailure(noDevice));
   return *std::min_element(
       candidates.begin(), candidates.end(), [](const Candidate& a, const Candidate& b) {
         return rankOf(a.properties.deviceType) < rankOf(b.properties.deviceType);
@@ -164,7 +165,8 @@ void check(VkResult result, const char* step) {
 
 Instance::Instance(const NativeWindow* window) {
   const GlobalFunctions global = globalFunctions();
-  if (global.vkCreateInstance == nullptr) throw std::runtime_error(noDevice);
+  if (global.vkCreateInstance == nullptr)
+    throw std::runtime_error(platform::loadingFailure(noDevice));
   const VkApplicationInfo application = {.sType = VK_STRUCTURE_TYPE_APPLICATION_INFO,
                                          .pApplicationName = "zephane",
                                          .apiVersion = VK_API_VERSION_1_1};
@@ -180,7 +182,8 @@ Instance::Instance(const NativeWindow* window) {
   renewProcessEndGuard();
   if (processIsEnding()) throw std::runtime_error("The process is ending.");
   // There is a loader but no driver.
-  if (result == VK_ERROR_INCOMPATIBLE_DRIVER) throw std::runtime_error(noDevice);
+  if (result == VK_ERROR_INCOMPATIBLE_DRIVER)
+    throw std::runtime_error(platform::loadingFailure(noDevice));
   check(result, "Create Vulkan instance");
   vk = instanceFunctions(global, handle);
   if (window == nullptr) return;

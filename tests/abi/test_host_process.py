@@ -116,6 +116,34 @@ def test_a_lost_flow_is_reported_when_the_host_traps_floating_point_errors(libra
     assert in_fresh_process(library_path, loss_with_traps, traps) == UNHEALTHY
 
 
+def without_file_descriptors(library: Library):
+    import resource
+
+    library.initialize()
+    _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (64, hard))
+    taken = []
+    try:
+        while True:
+            taken.append(os.open(os.devnull, os.O_RDONLY))
+    except OSError:
+        pass
+    with Engine(library, {"resolution": 32}) as engine:
+        answers = [engine.advance(steps=2)["steps"]]
+        answers.append(engine.refusal({"op": "export", "png": "/dev/null"}))
+        for number in taken:
+            os.close(number)
+        return answers
+
+
+@pytest.mark.skipif(sys.platform != "linux", reason="limits descriptors as Linux does")
+def test_a_host_without_file_descriptors_has_engines_and_is_told_why_there_is_no_picture(
+    library_path, drawing
+):
+    answers = in_fresh_process(library_path, without_file_descriptors)
+    assert answers == [2, "No file descriptor is left."]
+
+
 def unloaded_after_use(library: Library):
     import _ctypes
     import time
