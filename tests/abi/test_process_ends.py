@@ -1,0 +1,58 @@
+"""A host may end in any way while the library draws: no end of a process crashes, hangs, or stops
+what goes on.
+
+ZEPHANE_ENDS=1000 runs so many rounds of each end, for a person with half an hour."""
+
+from __future__ import annotations
+
+import os
+import random
+import subprocess
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+
+ROUNDS = int(os.environ.get("ZEPHANE_ENDS", "10"))
+AT_ONCE = int(os.environ.get("ZEPHANE_ENDS_AT_ONCE", "5"))
+LIMIT_SECONDS = 60
+
+# The longest time from the beginning to the end, in microseconds: an end meets the first use of the
+# graphics system, the compilation of its shaders, and pictures.
+ENDS = {
+    "return": 400_000,
+    "exit": 400_000,
+    "frame": 40_000,
+    "window": 400_000,
+    "thread": 400_000,
+    "attach": 400_000,
+    "png": 300_000,
+    "png-exit": 300_000,
+    "png-thread": 300_000,
+}
+
+
+@pytest.fixture(scope="module")
+def ends(library_path, sanitized):
+    program = library_path.parent / "tests" / "zephane_ends"
+    if sanitized or not program.exists():
+        pytest.skip("the program that ends was not built")
+    return program
+
+
+@pytest.mark.usefixtures("drawing")
+@pytest.mark.parametrize("end", ENDS)
+def test_a_process_ends_while_the_library_draws(ends, library_path, display, end):
+    def one(_):
+        delay = random.randrange(ENDS[end])
+        command = [ends, library_path, end, str(delay)]
+        try:
+            done = subprocess.run(command, capture_output=True, text=True, timeout=LIMIT_SECONDS)
+        except subprocess.TimeoutExpired:
+            return f"hung after {delay} µs"
+        if done.returncode or done.stderr or done.stdout:
+            return f"{done.returncode} after {delay} µs {done.stderr}{done.stdout}"
+        return None
+
+    with ThreadPoolExecutor(AT_ONCE) as pool:
+        failures = [failure for failure in pool.map(one, range(ROUNDS)) if failure]
+    assert not failures, f"{len(failures)} of {ROUNDS}: {failures[:10]}"
