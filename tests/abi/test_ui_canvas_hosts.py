@@ -285,3 +285,47 @@ def test_the_validation_layer_reports_nothing(library_path, display, tmp_path):
     assert "Khronos Validation Layer Active" in said and "SYNCHRONIZATION" in said
     assert "VUID-" not in said and "SYNC-" not in said and "Validation Error" not in said, said
     assert "Validation Warning" not in said, said
+
+
+def attached_without_threads(library: Library, side: int):
+    import resource
+
+    from xserver import XServer
+    from xwindow import Host
+
+    library.initialize()
+    # A limit of threads does not hold for root.
+    if os.getuid() == 0:
+        os.setuid(65534)
+    with XServer() as server, View(library) as view:
+        os.environ["DISPLAY"] = server.name
+        window = Host(server.name).window(side, side)
+        view.call("configure", resolution=64)
+        view.call("running", value=False)
+        view.call("start")
+        view.settled()
+        _, hard = before = resource.getrlimit(resource.RLIMIT_NPROC)
+        resource.setrlimit(resource.RLIMIT_NPROC, (0, hard))
+        answers = {"attach": error_of(library.ui_attach(view.handle, window.id))}
+        answers["children"] = len(window.children())
+        answers["canvas"] = "canvas" in view.get()
+        begin = time.monotonic()
+        answers["export"] = view.refusal({"op": "export", "png": os.devnull})
+        answers["prompt"] = time.monotonic() - begin < 2
+        resource.setrlimit(resource.RLIMIT_NPROC, before)
+        view.attach(window.id)
+        view.wait(lambda now: now["presentations"] > 0)
+    return answers
+
+
+@pytest.mark.skipif(sys.platform != "linux", reason="limits threads as Linux does")
+def test_an_attach_without_a_thread_leaves_nothing_behind(library_path, drawing, sanitized):
+    if sanitized:
+        pytest.skip("the sanitizers need threads of their own")
+    assert in_fresh_process(library_path, attached_without_threads, 300) == {
+        "attach": "Resource temporarily unavailable",
+        "children": 0,
+        "canvas": False,
+        "export": "No native renderer.",
+        "prompt": True,
+    }
