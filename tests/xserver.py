@@ -8,7 +8,10 @@ from __future__ import annotations
 
 import os
 import select
+import signal
 import subprocess
+from collections.abc import Iterator
+from contextlib import contextmanager
 from types import TracebackType
 
 START_SECONDS = 60
@@ -57,6 +60,15 @@ class XServer:
     def kill(self) -> None:
         self._process.kill()
         self._process.wait()
+
+    @contextmanager
+    def stopped(self) -> Iterator[None]:
+        """It lives but does nothing while the block runs."""
+        self._process.send_signal(signal.SIGSTOP)
+        try:
+            yield
+        finally:
+            self._process.send_signal(signal.SIGCONT)
 
     def __enter__(self) -> XServer:
         return self

@@ -5,7 +5,8 @@ from __future__ import annotations
 import time
 
 import pytest
-from xwindow import until
+from xserver import XServer
+from xwindow import Host, until
 
 from .fresh_process import on_another_thread
 from .harness import Refused, error_of
@@ -253,3 +254,23 @@ def test_two_views_may_lie_in_one_window(make_view, window):
         view = make_view(resolution=64, seed=seed)
         assert view.show(window.id, 6)["error_message"] is None
     assert window.children() == [(0, 0, 300, 300)] * 2
+
+
+def test_a_stopped_x_server_keeps_no_report_waiting(make_view, monkeypatch):
+    with XServer() as server:
+        monkeypatch.setenv("DISPLAY", server.name)
+        host = Host(server.name)
+        window = host.window(320, 200)
+        view = make_view()
+        view.show(window.id)
+        before = view.get()["canvas"]
+        with server.stopped():
+            begin = time.monotonic()
+            reports = [view.get() for _ in range(100)]
+            assert time.monotonic() - begin < 2, "the first may wait for 50 ms"
+            assert all(report["canvas"] == before for report in reports)
+        window.resize(100, 50)
+        until(lambda: view.get()["canvas"]["width_points"] == 100, "an answer again")
+        until(lambda: window.children() == [(0, 0, 100, 50)], "the canvas")
+        view.close()
+        host.close()
