@@ -202,8 +202,7 @@ class Engine:
 
         Without either, take one step. The last step is shortened so that it ends at ``until``
         exactly. The figures of the result are computed at the end, as by ``inspect``; with
-        ``fresh=False`` they are left out, and a ``Clock`` is returned, which saves about the time
-        of a step.
+        ``fresh=False`` they are left out, and a ``Clock`` is returned, which is a little quicker.
 
         A long run is cut into requests of about a tenth of a second, which changes no bit of the
         flow. Between two of them Ctrl-C is raised, calls of other threads run, and ``progress`` is

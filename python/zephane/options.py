@@ -4,10 +4,12 @@ from __future__ import annotations
 
 import argparse
 import dataclasses
+import weakref
 from collections.abc import Sequence
 from typing import Any
 
 from ._library import given
+from .outputs import NUMPY_ENDING
 from .records import (
     COLOR_RANGES,
     DISPLAYS,
@@ -18,6 +20,8 @@ from .records import (
     Config,
     PictureSettings,
 )
+from .refusals import checked_config, checked_until
+from .start_fields import StartField
 from .view import View
 
 LIBRARY_HELP = "path of the library (default: search for it)"
@@ -39,15 +43,32 @@ def _members(options: argparse.Namespace, record: type) -> dict[str, Any]:
 
 def open_view(options: argparse.Namespace) -> View:
     """A view configured by the options, not yet started."""
-    view = View(library=options.library, regulated=options.regulated, **chosen_config(options))
+    chosen = chosen_config(options)
+    config = checked_config(Config().changed(**chosen))
+    if options.until is not None:
+        checked_until(options.until)
+    view = View(library=options.library, regulated=options.regulated, **chosen)
     try:
-        view.benchmark(until=options.until, initial=options.initial)
+        initial = _raw_file(view, options.initial, config.resolution)
+        view.benchmark(until=options.until, initial=initial)
         if options.paused:
             view.pause()
     except BaseException:
         view.close()
         raise
     return view
+
+
+def _raw_file(view: View, path: str | None, resolution: int) -> str | None:
+    """The path of a raw start file; a NumPy file becomes a raw one that lasts as long as the view,
+    which reads it for each new flow.
+    """
+    if path is None or not path.endswith(NUMPY_ENDING):
+        return path
+    start = StartField(path, resolution)
+    raw = start.__enter__()["initial"]
+    weakref.finalize(view, start.__exit__)
+    return raw
 
 
 def add_flow(parser: argparse.ArgumentParser) -> None:

@@ -182,7 +182,7 @@ def _gibibytes(count: int) -> str:
 
 def _whole(key: str, value: Any, low: int, high: int | None, allowed: str | None = None) -> int:
     allowed = allowed or f"whole numbers from {low} to {high}"
-    number = _as_whole(value)
+    number = _digits(value) if key == "seed" and isinstance(value, str) else _as_whole(value)
     if number is None:
         raise InvalidValueError(f"{key} {_quoted(value)} is no whole number: {allowed}")
     if number < 0:
@@ -194,12 +194,15 @@ def _whole(key: str, value: Any, low: int, high: int | None, allowed: str | None
     return number
 
 
+def _digits(text: str) -> int | None:
+    """The number of a seed that is a text, as the command line and JSON have it."""
+    digits = text.removeprefix("-")
+    return int(text) if digits.isdecimal() and digits.isascii() else None
+
+
 def _as_whole(value: Any) -> int | None:
     if isinstance(value, bool):
         return None
-    if isinstance(value, str):  # A seed of the command line.
-        digits = value.removeprefix("-")
-        return int(value) if digits.isdecimal() and digits.isascii() else None
     if isinstance(value, float) and value.is_integer():
         return int(value)
     try:

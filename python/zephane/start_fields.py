@@ -13,6 +13,7 @@ from typing import Any
 from ._numpy import numpy
 from .errors import InvalidValueError, ZephaneError
 from .fields import FLOAT_BYTES, write_floats
+from .outputs import NUMPY_ENDING
 
 
 class StartField:
@@ -36,7 +37,7 @@ class StartField:
             path = os.fspath(samples)
             if not path:
                 raise InvalidValueError("initial is an empty path: a file, or None for no file")
-            if not path.endswith(".npy"):
+            if not path.endswith(NUMPY_ENDING):
                 _check_file(path, self._resolution)
                 return {"initial": path}
             samples = _load(path)

@@ -11,7 +11,14 @@ import numpy as np
 import pytest
 
 import zephane
-from zephane import InvalidValueError, ZephaneError, ZephaneWarning, refusals
+from zephane import (
+    InvalidValueError,
+    ZephaneError,
+    ZephaneWarning,
+    command_line,
+    options,
+    refusals,
+)
 
 Maker = Callable[..., zephane.Engine]
 
@@ -29,6 +36,7 @@ SAMPLES = "64 x 64 real numbers, row y and column x"
         ({"resolution": 64.5}, f"resolution 64.5 is no whole number: {EVEN}"),
         ({"resolution": math.nan}, f"resolution nan is no whole number: {EVEN}"),
         ({"resolution": "big"}, f'resolution "big" is no whole number: {EVEN}'),
+        ({"resolution": "64"}, f'resolution "64" is no whole number: {EVEN}'),
         ({"resolution": True}, f"resolution True is no whole number: {EVEN}"),
         ({"k0": 0}, "k0 0 is too small: whole numbers from 1 to 1000000"),
         ({"k0": 10**6 + 1}, "k0 1000001 is too large: whole numbers from 1 to 1000000"),
@@ -277,3 +285,18 @@ def test_of_several_files_none_is_written_where_one_cannot_be(
         engine.export(spectrum=spectrum, png=lost, pixel_size=8)
     assert str(refusal.value) == f"Cannot write {lost}: No such file or directory"
     assert os.listdir(tmp_path) == []
+
+
+def test_a_view_of_the_command_line_starts_from_a_numpy_file(
+    system: zephane.SystemInfo, engine: zephane.Engine, tmp_path: Path
+) -> None:
+    path = tmp_path / "start.npy"
+    np.save(path, engine.fields().vorticity)
+    words = ["watch", "--resolution", "64", "--initial", str(path), "--paused"]
+    parsed = command_line._parser("zephane").parse_args(words)
+    with options.open_view(parsed) as view:
+        for make in (view.start, view.reset):
+            make()
+            status = view.wait(lambda status: status.ready and status.settled, timeout=60)
+            assert status.stats is not None
+            assert status.stats.enstrophy == pytest.approx(engine.inspect().enstrophy, rel=1e-5)

@@ -305,9 +305,9 @@ def test_an_unstable_flow_is_told(command: list[str], environment: dict[str, str
 @pytest.mark.parametrize(
     "options, words",
     [
-        (("--resolution", "17"), "Invalid resolution, "),
-        (("--seed", "one"), "Seed must be UInt64."),
-        (("--until", "-1"), "Invalid benchmark limits."),
+        (("--resolution", "17"), "resolution 17 is odd: even numbers from 16 to 16384"),
+        (("--seed", "one"), 'seed "one" is no whole number: '),
+        (("--until", "-1"), "until -1 is negative: times from 0"),
         (("--initial", "/nowhere/start"), "/nowhere/start"),
     ],
 )
