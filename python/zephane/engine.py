@@ -73,7 +73,7 @@ class Engine:
     of other threads in between. Values that are refused raise ``InvalidValueError`` before the
     library is asked, a flow that is lost raises ``FlowFailedError``, and whatever else fails raises
     ``ZephaneError``, the base of both. The engine stays usable after that. Settings that are
-    accepted and will hardly give what was meant are warned of with ``ZephaneWarning``.
+    accepted but probably wrong are reported as ``ZephaneWarning``.
     """
 
     def __init__(
@@ -207,7 +207,7 @@ class Engine:
         A long run is cut into requests of about a tenth of a second, which changes no bit of the
         flow. Between two of them Ctrl-C is raised, calls of other threads run, and ``progress`` is
         called with the clock of the flow; if it returns False, the run ends there. After
-        ``KeyboardInterrupt`` the flow stands where the last request has left it.
+        ``KeyboardInterrupt`` the flow is at the end of the last request.
         """
         left = None if steps is None else checked_steps(steps)
         end = None if until is None else checked_until(until)

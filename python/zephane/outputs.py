@@ -19,7 +19,7 @@ PICTURE_ENDINGS = (".png",)
 RAW_ENDINGS = (".raw", ".bin", ".dat", ".f32")
 NUMPY_ENDING = ".npy"
 
-# Major number of the devices that memory stands behind, /dev/null and /dev/full among them.
+# Major number of the memory devices, such as /dev/null and /dev/full.
 MEMORY_DEVICES = 1
 
 
@@ -64,7 +64,7 @@ def check_outputs(sizes: Mapping[str, int]) -> None:
 
 
 def why_not_writable(path: PathLike, size: int = 0) -> str | None:
-    """Why a file of so many bytes cannot be written, or None if nothing stands against it."""
+    """Why a file of so many bytes cannot be written, or None if no reason is found."""
     try:
         _try_to_write(path)
     except OSError as failure:

@@ -185,7 +185,7 @@ class Config:
 
 @dataclass(frozen=True)
 class Clock:
-    """Where a flow stands, without the figures that take a look at the whole of it."""
+    """The time and steps of a flow, without the figures that are sums over the whole field."""
 
     steps: int
     """Steps taken since time 0."""

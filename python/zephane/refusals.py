@@ -118,7 +118,7 @@ def check_picture(**settings: Any) -> None:
 
 
 def warn_of_config(config: Config, stacklevel: int = 3) -> None:
-    """Warn of settings that the library accepts and that will hardly give what was meant."""
+    """Warn of settings that the library accepts and with which the flow is probably wrong."""
     if config.fixed_dt is None:
         warn_of_cfl(config.integrator, config.resolution, config.cfl, stacklevel + 1)
     largest = config.resolution // 2 - 1

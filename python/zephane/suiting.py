@@ -9,7 +9,7 @@ import warnings
 
 # The largest Courant numbers, in steps of 1/4, with which the enstrophy of an unforced flow only
 # falls until t = 10, for grids up to each resolution. Finer grids have not been measured for long
-# enough; the last line stands for them.
+# enough; the last line is used for them.
 STABLE_CFL = {
     128: {"imexRK3": 2.25, "ifHeunRK3": 2.25, "etdrk4": 3.75},
     256: {"imexRK3": 2.0, "ifHeunRK3": 2.0, "etdrk4": 3.25},
@@ -20,7 +20,7 @@ SUITABLE_CFL = {"imexRK3": 1.5, "ifHeunRK3": 1.5, "etdrk4": 3.0}
 
 
 class ZephaneWarning(UserWarning):
-    """Settings that are accepted and whose result will hardly be right."""
+    """Accepted settings with which the flow is probably wrong, or figures that show that it is."""
 
 
 def suitable_cfl(integrator: str) -> float:
