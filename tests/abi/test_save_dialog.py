@@ -4,8 +4,10 @@ from __future__ import annotations
 
 import json
 import os
+import socket
 import subprocess
 import sys
+import time
 from collections.abc import Iterator
 from pathlib import Path
 from typing import Any, Callable
@@ -277,3 +279,16 @@ def test_the_bus_is_found_in_the_folder_of_the_session(desktop, add_portal):
     desktop.variables["DBUS_SESSION_BUS_ADDRESS"] = None
     desktop.variables["XDG_RUNTIME_DIR"] = str(desktop.folder)
     assert desktop.errors() == [None, None]
+
+
+def test_a_bus_that_never_answers_leaves_the_question_to_the_programs(desktop, tmp_path):
+    desktop.add_program("zenity", "exit 1")
+    place = tmp_path / "silent"
+    with socket.socket(socket.AF_UNIX) as silent:
+        silent.bind(str(place))
+        silent.listen()
+        desktop.variables["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={place}"
+        begin = time.monotonic()
+        before, after = desktop.save()
+        assert time.monotonic() - begin < 20, "two questions"
+    assert "error" not in before and "error" not in after

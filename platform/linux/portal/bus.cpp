@@ -1,5 +1,6 @@
 #include "platform/linux/portal/bus.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 
@@ -8,6 +9,10 @@
 
 namespace zeph::platform {
 namespace {
+
+// With a bus, which should answer at once. In milliseconds.
+constexpr int patience = 3000;
+constexpr int authenticationStep = 100;
 
 struct Error {
   Error() { busFunctions()->dbus_error_init(&value); }
@@ -61,27 +66,58 @@ Bus::Bus() {
   connection_ = f.dbus_connection_open_private(address.c_str(), &error.value);
   if (connection_ == nullptr) return;
   f.dbus_connection_set_exit_on_disconnect(connection_, FALSE);
-  if (f.dbus_bus_register(connection_, &error.value) != 0) return;
-  f.dbus_connection_close(connection_);
-  f.dbus_connection_unref(connection_);
-  connection_ = nullptr;
+  if (!authenticate() || !introduce()) close();
 }
 
 Bus::~Bus() {
-  if (connection_ == nullptr) return;
-  busFunctions()->dbus_connection_close(connection_);
-  busFunctions()->dbus_connection_unref(connection_);
+  if (connection_ != nullptr) close();
 }
 
+void Bus::close() {
+  busFunctions()->dbus_connection_close(connection_);
+  busFunctions()->dbus_connection_unref(connection_);
+  connection_ = nullptr;
+}
+
+// Before this is done no message can be sent, and libdbus would wait for that without a limit.
+bool Bus::authenticate() {
+  const BusFunctions& f = *busFunctions();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (f.dbus_connection_get_is_authenticated(connection_) != 0) return true;
+    if (f.dbus_connection_read_write(connection_, authenticationStep) == 0) return false;
+  }
+  return false;
+}
+
+// The first message on every connection. Libdbus would wait longer for its answer.
+bool Bus::introduce() {
+  const BusFunctions& f = *busFunctions();
+  const Message hello(f.dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                                     DBUS_INTERFACE_DBUS, "Hello"));
+  const Message answer = hello ? call(hello, patience) : nullptr;
+  DBusMessageIter members;
+  if (!answer || f.dbus_message_iter_init(answer.get(), &members) == 0 ||
+      f.dbus_message_iter_get_arg_type(&members) != DBUS_TYPE_STRING)
+    return false;
+  const char* name = "";
+  f.dbus_message_iter_get_basic(&members, static_cast<void*>(&name));
+  return f.dbus_bus_set_unique_name(connection_, name) != 0;
+}
+
+// The bus takes the messages of a connection in their order, so its answer is not waited for.
 void Bus::listen(const std::string& rule) {
-  Error error;
-  busFunctions()->dbus_bus_add_match(connection_, rule.c_str(), &error.value);
+  busFunctions()->dbus_bus_add_match(connection_, rule.c_str(), nullptr);
 }
 
 Message Bus::call(const Message& request) {
+  return call(request, DBUS_TIMEOUT_USE_DEFAULT);
+}
+
+Message Bus::call(const Message& request, int milliseconds) {
   Error error;
   return Message(busFunctions()->dbus_connection_send_with_reply_and_block(
-      connection_, request.get(), DBUS_TIMEOUT_USE_DEFAULT, &error.value));
+      connection_, request.get(), milliseconds, &error.value));
 }
 
 Message Bus::receive() {

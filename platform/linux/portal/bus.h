@@ -12,8 +12,9 @@ namespace zeph::platform {
 // The functions that are used, each under its own name.
 #define ZEPH_BUS_FUNCTIONS(use)                   \
   use(dbus_bus_add_match);                        \
-  use(dbus_bus_register);                         \
+  use(dbus_bus_set_unique_name);                  \
   use(dbus_connection_close);                     \
+  use(dbus_connection_get_is_authenticated);      \
   use(dbus_connection_open_private);              \
   use(dbus_connection_pop_message);               \
   use(dbus_connection_read_write);                \
@@ -67,13 +68,18 @@ class Bus {
   // Signals that fit the rule are received from here on.
   void listen(const std::string& rule);
 
-  // The reply, or null after an error.
+  // The reply, or null after an error, or if there is none for half a minute.
   Message call(const Message& request);
 
   // The next message of any kind, or null once the connection has ended.
   Message receive();
 
  private:
+  bool authenticate();
+  bool introduce();
+  void close();
+  Message call(const Message& request, int milliseconds);
+
   DBusConnection* connection_ = nullptr;
 };
 
