@@ -1,9 +1,10 @@
 // An export on its way from the host's thread, which asks for it, to the render thread, which
-// writes the files.
+// draws it.
 #pragma once
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -35,11 +36,14 @@ struct FrameFiles {
   }
 };
 
+// What the render thread leaves to the thread that waits for the export; may be empty.
+using RestOfExport = std::function<void()>;
+
 struct ExportTask {
   std::shared_ptr<const Frame> frame;
   FrameFiles files;
   // Shared with the thread that waits, so that a dropped task does not raise broken_promise.
-  std::shared_ptr<std::promise<void>> done;
+  std::shared_ptr<std::promise<RestOfExport>> done;
 };
 
 }  // namespace zeph

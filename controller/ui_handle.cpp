@@ -114,8 +114,8 @@ ViewReport UIHandle::report() const {
 }
 
 void UIHandle::exportFrame(FrameFiles files) {
-  const auto promise = std::make_shared<std::promise<void>>();
-  std::future<void> done = promise->get_future();
+  const auto promise = std::make_shared<std::promise<RestOfExport>>();
+  std::future<RestOfExport> done = promise->get_future();
   {
     const auto held = lock();
     const std::shared_ptr<const Frame> frame = shown().frame;
@@ -129,7 +129,7 @@ void UIHandle::exportFrame(FrameFiles files) {
     const auto held = lock();
     if (!isRendering_) throw std::runtime_error(errorOr("Renderer stopped."));
   }
-  done.get();
+  if (const RestOfExport rest = done.get()) rest();
 }
 
 void UIHandle::stopRendering() {

@@ -80,9 +80,9 @@ class UIHandle {
 
   ViewReport report() const;
 
-  // Has the render thread write files of the newest frame and waits until it has, or until it is
-  // clear that it never will. Raises what the writing raises, and std::runtime_error if there is
-  // no frame or no render thread.
+  // Has the render thread draw the newest frame for the files and waits until it has, or until it
+  // is clear that it never will; then does the rest itself. Raises what the writing raises, and
+  // std::runtime_error if there is no frame or no render thread.
   void exportFrame(FrameFiles files);
 
   void stopRendering();

@@ -1,6 +1,7 @@
 #include "render/frame_export.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "render/graphics_use.h"
 #include "solver/raw_files.h"
@@ -26,9 +27,16 @@ void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
 
 void runExport(Renderer& renderer, const ExportTask& task) {
   try {
-    if (task.files.fields) writeRawFile(*task.files.fields, copyFields(*task.frame));
-    writePicture(renderer, task.frame, task.files);
-    task.done->set_value();
+    const FrameFiles& files = task.files;
+    if (files.fields) writeRawFile(*files.fields, copyFields(*task.frame));
+    files.raiseRefusal();
+    RestOfExport rest;
+    if (files.png) {
+      const auto picture =
+          std::make_shared<Texels>(renderer.drawSquare(task.frame, files.settings, files.pixels));
+      rest = [picture, path = *files.png] { encodePng(std::move(*picture), path); };
+    }
+    task.done->set_value(std::move(rest));
   } catch (...) {
     task.done->set_exception(std::current_exception());
   }

@@ -16,7 +16,8 @@ void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
 void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
                      const FrameFiles& files);
 
-// Writes all files of an export and tells the waiting thread, which also receives any failure.
+// Writes the planes, draws the picture and leaves compressing and writing it to the waiting thread,
+// which also receives any failure: the view goes on meanwhile.
 void runExport(Renderer& renderer, const ExportTask& task);
 
 }  // namespace zeph

@@ -6,15 +6,16 @@
 
 namespace zeph {
 
+Texels Renderer::drawSquare(const std::shared_ptr<const Frame>& frame,
+                            const DisplaySettings& settings, std::uint32_t pixels) {
+  const auto target = makeTarget(pixels, pixels, TexelFormat::bgra8);
+  drawPicture(*target, frame, settings, {.size = static_cast<float>(pixels)});
+  return readTarget(*target);
+}
+
 void Renderer::renderPng(const std::shared_ptr<const Frame>& frame, const DisplaySettings& settings,
                          const std::string& path, std::uint32_t pixels) {
-  Texels texels;
-  {
-    const auto target = makeTarget(pixels, pixels, TexelFormat::bgra8);
-    drawPicture(*target, frame, settings, {.size = static_cast<float>(pixels)});
-    texels = readTarget(*target);
-  }
-  encodePng(std::move(texels), path);
+  encodePng(drawSquare(frame, settings, pixels), path);
 }
 
 void encodePng(Texels texels, const std::string& path) {

@@ -63,7 +63,10 @@ class Renderer {
   // drawn.
   bool waitForLatency(double seconds);
 
-  // Writes a square picture of so many pixels a side in standard range, without corners.
+  // A square picture of so many pixels a side in standard range, without corners: to be encoded by
+  // any thread, and as a file.
+  Texels drawSquare(const std::shared_ptr<const Frame>& frame, const DisplaySettings& settings,
+                    std::uint32_t pixels);
   void renderPng(const std::shared_ptr<const Frame>& frame, const DisplaySettings& settings,
                  const std::string& path, std::uint32_t pixels);
 

@@ -2,12 +2,17 @@
 
 from __future__ import annotations
 
+import os
 import struct
+import threading
+import time
 from pathlib import Path
 
 import numpy as np
 import pytest
 from png_reader import read_png
+from xwindow import Host
+from Xlib import X
 
 from .harness import Refused
 from .test_ui_pictures import expect_picture
@@ -183,3 +188,35 @@ def test_nothing_is_saved_when_the_dialog_is_cancelled(attached, window, tmp_pat
     attached.call("save")
     assert not list(tmp_path.glob("*.png"))
     expect_live(attached, window, tmp_path)
+
+
+def test_the_picture_on_the_screen_goes_on_while_a_file_is_written(make_view, window, tmp_path):
+    """The file's reader begins to read only once it has seen the screen change."""
+    view = make_view(resolution=64)
+    view.show(window.id, 5)
+    pipe = tmp_path / "picture.png"
+    os.mkfifo(pipe)
+    seen: list[bool] = []
+
+    def read_late() -> None:
+        host = Host(window.host.display.get_display_name())
+        screen = host.display.create_resource_object("window", window.id)
+
+        def shot() -> bytes:
+            return screen.get_image(0, 0, 300, 300, X.ZPixmap, 0xFFFFFFFF).data
+
+        with open(pipe, "rb") as file:
+            file.read(1)
+            first = shot()
+            end = time.monotonic() + 20
+            while not seen and time.monotonic() < end:
+                if shot() != first:
+                    seen.append(True)
+            file.read()
+        host.display.close()
+
+    reader = threading.Thread(target=read_late)
+    reader.start()
+    view.call("export", png=str(pipe), pixel_size=1000)
+    reader.join()
+    assert seen, "nothing new was shown"
