@@ -47,7 +47,7 @@ void* Connection::awaitReply(unsigned int request, std::optional<Deadline> deadl
     if (isAnswered) return reply;
     if (std::chrono::steady_clock::now() >= *deadline) {
       x.xcb_discard_reply(handle_, request);
-      throw std::runtime_error("The X server does not answer.");
+      throw std::runtime_error(noAnswer);
     }
     pollfd answers = {.fd = descriptor(), .events = POLLIN, .revents = 0};
     poll(&answers, 1, pollMilliseconds);

@@ -12,6 +12,8 @@ namespace zeph::x11 {
 
 constexpr const char* noCanvas = "Cannot create native canvas.";
 constexpr const char* lostServer = "Lost the X server.";
+constexpr const char* noAnswer =
+    "The X server does not answer.";  // caught by whoever sets a deadline
 
 using Deadline = std::chrono::steady_clock::time_point;
 
