@@ -55,7 +55,9 @@ def test_numbers_are_the_same_in_every_locale(library_path, locales, name, point
     assert found[4] == point
 
 
-def shot_of_a_step(library: Library, path: str):
+def overlay_shots(library: Library, path: str):
+    """What the canvas shows of a flow of a long seed: that it is being prepared, that it cannot be,
+    and its time after a step."""
     import locale
 
     import numpy
@@ -64,34 +66,58 @@ def shot_of_a_step(library: Library, path: str):
     locale.setlocale(locale.LC_ALL, "")
     library.initialize()
     host = Host(os.environ["DISPLAY"])
-    window = host.window()
-    with View(library) as view:
-        view.call("running", value=False)
-        view.call("configure", resolution=16, fixed_dt=1.25)
-        view.call("set", regulated=False)
-        view.attach(window.id)
-        view.call("start")
-        view.call("step")
-        time = view.steps(1)["stats"]["simulation_time"]
-        view.wait(lambda now: now["presentations"] > 3)
-        shots = [window.shot()]
-        until(lambda: shots.append(window.shot()) or (shots[-1] == shots[-2]).all())
-        numpy.save(path, shots[-1])
+    shots = []
+
+    def shoot(window) -> None:
+        seen = [window.shot()]
+        until(lambda: seen.append(window.shot()) or (len(seen) > 9 and (seen[-1] == seen[-9]).all()))
+        shots.append(seen[-1])
+
+    times = []
+    for state, step in (("new", None), ("failed", None), ("shown", 1.25), ("shown", 1234.5)):
+        window = host.window()
+        with View(library) as view:
+            view.call("running", value=False)
+            view.call("configure", resolution=16, seed=1234567890123, fixed_dt=step)
+            view.call("set", regulated=False)
+            if state == "failed":
+                view.call("benchmark", initial="/nonexistent/flow")
+            view.attach(window.id)
+            if state != "new":
+                view.call("start")
+            if state == "failed":
+                view.wait(lambda now: now["error_message"])
+            elif state == "shown":
+                view.wait(lambda now: now["presentations"] > 0)
+                view.call("step")
+                report = view.wait(
+                    lambda now: now["error_message"] or now.get("stats", {"steps": 0})["steps"]
+                )
+                times.append(report["stats"]["simulation_time"])
+            until(lambda: (window.shot() != window.shot()[0, 150]).any(), "a picture")
+            time.sleep(0.3)
+            shoot(window)
+        window.hide()
+    numpy.save(path, numpy.stack(shots))
     host.close()
-    return time
+    return times
 
 
-def test_the_time_on_the_canvas_has_a_point_in_every_locale(
+def test_the_texts_on_the_canvas_are_the_same_in_every_locale(
     library_path, locales, display, drawing, tmp_path
 ):
     shots = []
     for environment in ({"LC_ALL": "C.UTF-8"}, under(COMMA[0], locales)):
         path = tmp_path / f"{len(shots)}.npy"
-        assert in_fresh_process(
-            library_path, shot_of_a_step, str(path), environment=environment
-        ) == pytest.approx(1.25)
+        times = in_fresh_process(
+            library_path, overlay_shots, str(path), environment=environment
+        )
+        assert times == pytest.approx([1.25, 1234.5])
         shots.append(np.load(path))
     assert np.array_equal(*shots)
+    preparing, failed, early, late = shots[0]
+    for one, other in ((preparing, failed), (failed, early), (early, late)):
+        assert not np.array_equal(one, other)
 
 
 def blocked_signals(library: Library, display: str):
