@@ -19,7 +19,7 @@ from . import __version__
 from ._library import ZephaneError
 from .engine import initialize
 from .gpus import passed_over
-from .options import LIBRARY_HELP, add_control, add_flow, add_picture
+from .options import LIBRARY_HELP, LIVE_PICTURE, add_control, add_flow, add_picture
 from .records import DEFAULT_PIXEL_SIZE, PIXEL_SIZES
 from .report import describe_system
 from .run import INTERRUPTED, TURNOVERS, run
@@ -113,12 +113,13 @@ def _add_view(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> 
         "view",
         help="show a running flow in a window",
         description="Let a flow run and show its picture in a window, with a panel that steers it. "
-        "The key h lists the keys.",
+        "The key h lists the keys. Without --resolution the grid is as fine as the machine can move "
+        "at 30 pictures a second.",
     )
     add_flow(parser)
     add_control(parser)
     picture = parser.add_argument_group("picture")
-    add_picture(picture)
+    add_picture(picture, LIVE_PICTURE)
     picture.add_argument(
         "--size",
         metavar="S",

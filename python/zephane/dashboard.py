@@ -95,7 +95,7 @@ def dashboard(
 def status_line(
     status: ViewStatus, until: float | None = None, standing: Standing = STANDING
 ) -> str:
-    """State and figures in one line without escape sequences, for logs."""
+    """State and figures in one line without escape sequences or ``notes``, for logs."""
     words = [state(status, until, standing)]
     if status.stats is not None:
         stats, pace = status.stats, status.performance
@@ -113,7 +113,7 @@ def status_line(
             words.append(f"palinstrophy ratio {stats.palinstrophy_ratio:.3g} of {RATIO_TARGET:g}")
     if status.error_message is not None:
         words.append(status.error_message)
-    return "  ".join([*words, *(sentence for sentence, _ in notes(status, standing))])
+    return "  ".join(words)
 
 
 def chart_rows(

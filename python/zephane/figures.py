@@ -32,6 +32,10 @@ GROWS = (
     "The flow gains energy or enstrophy, which no unforced flow does: the time step is too long. "
     "The figures and the picture are wrong; take a smaller CFL number."
 )
+FOLLOWING = (
+    "The library's regulation leaves its target in either direction. At 512 x 512 it took the "
+    "Reynolds number from 12,800 to 297,000 in 90 seconds, and the picture filled with noise."
+)
 LOST = "The flow is lost. Reset starts it again, and a new seed another one."
 
 Span = tuple[str, str]
@@ -81,6 +85,8 @@ def notes(status: ViewStatus, standing: Standing) -> list[Span]:
         said.append((LOST, "bad"))
     if standing.grows:
         said.append((GROWS, "bad"))
+    if standing.reynolds_mode == FOLLOWS:
+        said.append((FOLLOWING, "waiting"))
     config = status.config
     if config.fixed_dt is None:
         objection = cfl_objection(config.integrator, config.resolution, config.cfl)

@@ -24,6 +24,10 @@ from .refusals import checked_config, checked_until
 from .start_fields import StartField
 from .view import View
 
+# A picture of the vorticity up to its largest value, in which the cores of old vortices keep their
+# shading. With "sigma" they become flat discs as the rest of the flow fades.
+LIVE_PICTURE = PictureSettings(color_range="exposure", exposure=0.7)
+
 LIBRARY_HELP = "path of the library (default: search for it)"
 
 
@@ -148,8 +152,9 @@ def add_control(parser: argparse.ArgumentParser) -> None:
     control.add_argument("--paused", action="store_true", help="start paused")
 
 
-def add_picture(group: argparse._ArgumentGroup) -> None:
-    default = PictureSettings()
+def add_picture(
+    group: argparse._ArgumentGroup, default: PictureSettings = PictureSettings()
+) -> None:
     group.add_argument(
         "--display",
         metavar="NAME",

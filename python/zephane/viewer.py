@@ -16,11 +16,14 @@ from typing import Any, Callable
 
 from ._library import ZephaneError
 from .figures import config_facts
+from .keeper import FLOW_OPERATIONS, Keeper
 from .options import chosen_picture, open_view
 from .records import DISPLAYS, PALETTES, ViewStatus
-from .view import FLOW_OPERATIONS, View
+from .view import View
+from .viewer_blank import BlankPicture, explained
 from .viewer_help import HelpPage
 from .viewer_panel import LARGEST_WIDTH, LEAST_WIDTH, Panel
+from .viewer_speed import measured_step, suitable_resolution
 from .viewer_style import BACKGROUND, UNITS_PER_INCH, Style
 
 POLL_MILLISECONDS = 100
@@ -33,8 +36,6 @@ SCREEN_SHARE = 0.88
 
 MODIFIERS = 0x4 | 0x8 | 0x40  # Control, Alt and Super
 
-# The library's refusal on a desktop without a file dialog. Tk's dialog is used then.
-NO_DIALOG = "Could not open Save PNG dialog."
 PICTURE_NAME = "2DZephane.png"
 
 
@@ -42,10 +43,19 @@ def view(options: argparse.Namespace) -> int:
     """Run the command and return its exit code; failures are raised."""
     picture = chosen_picture(options)
     root = open_root()
+    if options.resolution is None and options.initial is None:
+        options.resolution = suitable_resolution(measured_step(options.library))
     with open_view(options) as opened:
         opened.set(**dataclasses.asdict(picture))
         try:
-            Viewer(root, opened, until=options.until, side=options.size).start()
+            viewer = Viewer(
+                root,
+                opened,
+                until=options.until,
+                side=options.size,
+                adapts=options.adapt_viscosity,
+            )
+            viewer.start()
             root.mainloop()
         except KeyboardInterrupt:
             pass
@@ -56,12 +66,22 @@ class Viewer:
     """The window of a view. Closing it closes the view too."""
 
     def __init__(
-        self, root: tk.Tk, view: View, *, until: float | None = None, side: int = 800
+        self,
+        root: tk.Tk,
+        view: View,
+        *,
+        until: float | None = None,
+        side: int = 800,
+        adapts: bool = False,
     ) -> None:
         self.root = root
         self.view = view
+        self.keeper = Keeper(view, adapts)
         self._until = until
         self._refusal: str | None = None
+        self._news: str | None = None
+        self._asking = False
+        self._folder: str | None = None
         self._closed = False
         self._timer: str | None = None
         self._shown: deque[tuple[float, int]] = deque()
@@ -77,8 +97,9 @@ class Viewer:
         view.attach(window)
         self.status = view.status()
         self.style = Style(root, self._scale())
-        self.panel = Panel(root, self.style, self.do, self.save, self.dismiss)
-        self.help = HelpPage(root, self.style, self.picture)
+        self.panel = Panel(root, self.style, self.do, self.keeper, self.save, self.dismiss)
+        self.blank = BlankPicture(root, self.style, self.picture)
+        self.help = HelpPage(root, self.style)
         self._place_window(side)
         self._bind()
         self.show(self.status)
@@ -96,16 +117,22 @@ class Viewer:
         try:
             status = operation(self.view)
         except (ZephaneError, ValueError, OSError) as refusal:
-            self._refusal = str(refusal)
+            self._refusal, self._news = str(refusal), None
             status = self.view.status()
         else:
-            self._refusal = None
+            self._refusal = self._news = None
         self.show(status)
 
     def show(self, status: ViewStatus) -> None:
         self.status = status
+        standing = self.keeper.standing(status)
         message = self._refusal if self._refusal is not None else status.error_message
-        self.panel.show(status, self._until, message, self._picture_rate(status))
+        if status.error_message is not None and not standing.failed:
+            self.blank.show(status.error_message)
+        rate = None if self.blank.shown else self._picture_rate(status)
+        if message is not None:
+            message = explained(message)
+        self.panel.show(status, standing, self._until, message, self._news, rate)
         title = f"Zephane, {', '.join(config_facts(status.config)[:3])}"
         if self.root.title() != title:
             self.root.title(title)
@@ -116,8 +143,19 @@ class Viewer:
         self.show(self.status)
 
     def save(self) -> None:
-        """Ask the user for a path, and write the picture there."""
-        self.do(self._save)
+        """Ask the user for a path, write the picture there, and say where it is."""
+        if self._asking or self.blank.shown or self.status.frame is None:
+            return
+        path = self._asked_path()
+        if not path or self._closed:
+            return
+        self._folder = os.path.dirname(path)
+        self.do(lambda view: view.export(png=path))
+        if self._refusal is None:
+            self._news = f"Saved {path}"
+        else:
+            self._refusal = f"Could not write {path}: {self._refusal}"
+        self.show(self.status)
 
     def dismiss(self) -> None:
         self.do(View.dismiss)
@@ -161,7 +199,7 @@ class Viewer:
     def _poll(self) -> None:
         if self._closed:
             return
-        self.show(self.view.status())
+        self.show(self.keeper.update())
         self._timer = self.root.after(POLL_MILLISECONDS, self._poll)
 
     def _scale(self) -> float:
@@ -182,20 +220,24 @@ class Viewer:
         (began, first), (ended, last) = self._shown[0], self._shown[-1]
         return (last - first) / (ended - began) if ended > began else 0.0
 
-    def _save(self, view: View) -> ViewStatus:
+    def _asked_path(self) -> str:
+        """The path that the user chooses, or "". The window lives on meanwhile."""
+        self._asking = True
         try:
-            return view.save()
-        except ZephaneError as refusal:
-            if str(refusal) != NO_DIALOG:
+            return filedialog.asksaveasfilename(
+                parent=self.root,
+                title="Save PNG",
+                initialdir=self._folder,
+                initialfile=PICTURE_NAME,
+                defaultextension=".png",
+                filetypes=[("PNG image", "*.png")],
+            )
+        except tk.TclError:
+            if not self._closed:
                 raise
-        path = filedialog.asksaveasfilename(
-            parent=self.root,
-            title="Save PNG",
-            initialfile=PICTURE_NAME,
-            defaultextension=".png",
-            filetypes=[("PNG image", "*.png")],
-        )
-        return view.export(png=path) if path else view.status()
+            return ""  # The viewer was closed with the dialog open.
+        finally:
+            self._asking = False
 
     def _place_window(self, side: int) -> None:
         self.root.update_idletasks()  # Computes the sizes that the controls ask for.
@@ -231,7 +273,7 @@ class Viewer:
 
     def _bind(self) -> None:
         self.keys: dict[str, Callable[[], None]] = {
-            **{name: _bound(self.do, work) for name, work in FLOW_OPERATIONS.items()},
+            **{name: self._bound(work) for name, work in FLOW_OPERATIONS.items()},
             "p": self.save,
             "d": lambda: self.cycle("display"),
             "c": lambda: self.cycle("palette"),
@@ -244,9 +286,14 @@ class Viewer:
         }
         self.root.bind("<Key>", self._press)
         self.root.bind("<ButtonRelease-1>", self._release)
+        self.root.bind("<Button-4>", lambda event: self._turn(event, -1))
+        self.root.bind("<Button-5>", lambda event: self._turn(event, 1))
         self.root.bind("<<ComboboxSelected>>", lambda event: self.picture.focus_set())
         self.root.bind("<FocusIn>", lambda event: self._focus(event, True))
         self.root.bind("<FocusOut>", lambda event: self._focus(event, False))
+
+    def _bound(self, work: Callable[[Keeper], ViewStatus]) -> Callable[[], None]:
+        return lambda: self.do(lambda view: work(self.keeper))
 
     def _press(self, event: tk.Event[tk.Misc]) -> None:
         key = event.keysym.lower()
@@ -257,6 +304,8 @@ class Viewer:
             configuration.revert() if key == "escape" else configuration.apply()
             self.picture.focus_set()
             return
+        if _takes_text(event.widget) and key != "f11":
+            return
         if key == "space" and _presses(event.widget):
             return
         if key in self.keys:
@@ -266,12 +315,18 @@ class Viewer:
         """Close the help at a click, and give the keyboard back to the picture, so that keys work;
         a click into an entry keeps it there.
         """
-        if self.help.shown:
+        if self.help.shown and not str(event.widget).startswith(str(self.help)):
             self.help.hide()
         if str(event.widget).startswith(str(self.panel)) and not _is_entry(event.widget):
             self.picture.focus_set()
 
+    def _turn(self, event: tk.Event[tk.Misc], clicks: int) -> None:
+        if str(event.widget).startswith(str(self.panel)):
+            self.panel.turn(clicks)
+
     def _focus(self, event: tk.Event[tk.Misc], focused: bool) -> None:
+        if focused and str(event.widget).startswith(str(self.panel)):
+            self.panel.see(event.widget)
         if event.widget is self.root and not self._closed:
             self.view.set(focused=focused)
 
@@ -299,15 +354,14 @@ def _next(name: str, names: Sequence[str]) -> str:
     return names[(names.index(name) + 1) % len(names)]
 
 
-def _bound(
-    do: Callable[[Callable[[View], ViewStatus]], None], operation: Callable[[View], ViewStatus]
-) -> Callable[[], None]:
-    return lambda: do(operation)
-
-
 def _is_entry(widget: tk.Misc | str) -> bool:
     kind = "" if isinstance(widget, str) else widget.winfo_class()
     return kind in ("TEntry", "TCombobox")
+
+
+def _takes_text(widget: tk.Misc | str) -> bool:
+    """Whether this widget, which has the focus, is a field into which letters are typed."""
+    return _is_entry(widget) and not widget.instate(("readonly",))  # type: ignore[union-attr]
 
 
 def _presses(widget: tk.Misc | str) -> bool:

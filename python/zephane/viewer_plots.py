@@ -10,8 +10,19 @@ from tkinter import font
 from typing import Any
 
 from .colors import color_table
-from .figures import CONTROL_TARGET, Fact, energy_facts, regulator_facts, reynolds_facts
+from .figures import (
+    ADAPTED,
+    RATIO_TARGET,
+    STANDING,
+    Fact,
+    Standing,
+    eddy_facts,
+    energy_facts,
+    resolution_of,
+    reynolds_facts,
+)
 from .records import PictureSettings, Snapshot, ViewStatus
+from .viscosity import TARGET
 from .viewer_style import DIM, INK, NEWS, OUTLINE, SURFACE, Style, accent, blend
 
 LEAST_CHART = 26
@@ -46,7 +57,8 @@ class Trace:
         # A status comes more often than the energies in it are computed.
         if self._newest is not None and stats.energy == self._newest[1]:
             return False
-        values = (stats.energy, status.effective_reynolds, status.palinstrophy_control)
+        eddies = resolution_of(status)
+        values = (stats.energy, status.effective_reynolds, eddies, stats.palinstrophy_ratio)
         return self.add((stats.simulation_time, *values))
 
     def add(self, point: Point) -> bool:
@@ -89,20 +101,35 @@ class Curve:
 
 
 class Plots(tk.Canvas):
-    """Energy, regulator and Reynolds number over time, or the first of them if room is scarce."""
+    """Energy, k_max eta and the Reynolds number over time. A flow that the library regulates has
+    its palinstrophy ratio in the place of k_max eta.
+    """
+
+    COUNT = 3
 
     def __init__(self, parent: tk.Misc, style: Style) -> None:
-        super().__init__(parent, background=SURFACE, highlightthickness=0, borderwidth=0, height=1)
+        one = style.text.metrics("linespace") + style.px(3 + GAP + LEAST_CHART)
+        height = self.COUNT * one + style.small.metrics("linespace")
+        super().__init__(
+            parent,
+            background=SURFACE,
+            highlightthickness=0,
+            borderwidth=0,
+            height=height,
+            width=1,
+        )
         self._style = style
         self.trace = Trace()
         self._status: ViewStatus | None = None
+        self._standing = STANDING
         self.shown: list[str] = []
         self.bind("<Configure>", lambda event: self._draw())
 
-    def show(self, status: ViewStatus) -> None:
+    def show(self, status: ViewStatus, standing: Standing) -> None:
         new = self.trace.follow(status)
-        seen, self._status = self._status, status
-        if new or seen is None or _heads(seen) != _heads(status):
+        seen = None if self._status is None else _heads(self._status, self._standing)
+        self._status, self._standing = status, standing
+        if new or seen != _heads(status, standing):
             self._draw()
 
     def _draw(self) -> None:
@@ -125,14 +152,20 @@ class Plots(tk.Canvas):
             self._draw_axis(times, line)
 
     def _curves(self, points: Sequence[Point]) -> list[Curve]:
-        status = self._status
+        status, standing = self._status, self._standing
         assert status is not None
-        _, energy, reynolds, control = zip(*points) if points else ((), (), (), ())
-        target = CONTROL_TARGET if status.regulated else None
+        _, energy, reynolds, eddies, ratio = zip(*points) if points else ((), (), (), (), ())
+        facts = eddy_facts(status, standing)
+        target = TARGET if standing.reynolds_mode == ADAPTED else None
+        middle = (
+            Curve("Eddies", _from_ratio(facts), ratio, RATIO_TARGET)
+            if status.regulated
+            else Curve("Eddies", facts, eddies, target)
+        )
         return [
             Curve("Energy", energy_facts(status), energy),
-            Curve("Regulator", regulator_facts(status), control, target),
-            Curve("Reynolds", reynolds_facts(status), reynolds),
+            middle,
+            Curve("Reynolds", reynolds_facts(status, standing), reynolds),
         ]
 
     def _draw_curve(self, curve: Curve, times: Sequence[float], box: Box, head: int) -> None:
@@ -261,12 +294,18 @@ def scale_texts(settings: PictureSettings, frame: Snapshot | None) -> tuple[str,
     return (low_text, settings.display, f"{largest:.3g}")
 
 
-def _heads(status: ViewStatus) -> tuple[object, ...]:
+def _from_ratio(facts: Sequence[Fact]) -> Sequence[Fact]:
+    """The facts from the palinstrophy ratio on."""
+    begins = [n for n, fact in enumerate(facts) if fact[:12] == "palinstrophy"]
+    return facts[begins[0] :] if begins else facts
+
+
+def _heads(status: ViewStatus, standing: Standing) -> tuple[object, ...]:
     """What the headings and colours depend on."""
     return (
         energy_facts(status),
-        reynolds_facts(status),
-        regulator_facts(status),
+        reynolds_facts(status, standing),
+        eddy_facts(status, standing),
         status.palette,
         status.generation,
     )

@@ -52,7 +52,7 @@ class Style:
         self.title = font.Font(root, family="Sans", size=12, weight="bold")
         self.strong = font.Font(root, family="Sans", size=9, weight="bold")
         # Width of the panel's left column, for the widest caption.
-        self.caption = self.text.measure("Regulator") + self.px(CAPTION_GAP)
+        self.caption = self.text.measure("k_max eta") + self.px(CAPTION_GAP)
         self._root = root
         self._ttk = ttk.Style(root)
         self._ttk.theme_use("clam")
@@ -70,7 +70,10 @@ class Style:
     def set_accent(self, accent_color: str) -> None:
         """Set the colour of selected controls."""
         chosen = ("selected", accent_color)
-        self._ttk.map("Choice.Toolbutton", background=[chosen, ("active", HOVER)])
+        without_effect = [("disabled", "selected", OUTLINE), ("disabled", RAISED)]
+        self._ttk.map(
+            "Choice.Toolbutton", background=[*without_effect, chosen, ("active", HOVER)]
+        )
         indicator = [("disabled", RAISED), chosen, ("active", HOVER)]
         # A switch that is on is a filled square, without a tick.
         self._ttk.map("TCheckbutton", indicatorbackground=indicator, indicatorforeground=indicator)
@@ -103,6 +106,7 @@ class Style:
         style.map(".", foreground=[("disabled", FAINT)])
         style.configure("TLabel", borderwidth=0, padding=0)
         style.configure("Dim.TLabel", foreground=DIM)
+        style.configure("Faint.TLabel", foreground=FAINT)
         style.configure("Title.TLabel", font=self.title)
         style.configure("Error.TFrame", background=RAISED)
         style.configure("Error.TLabel", background=RAISED, foreground=NEWS["bad"])
@@ -123,7 +127,11 @@ class Style:
             borderwidth=0,
             **flat,
         )
-        style.map("Choice.Toolbutton", foreground=[("selected", BACKGROUND)], relief=[])
+        style.map(
+            "Choice.Toolbutton",
+            foreground=[("disabled", FAINT), ("selected", BACKGROUND)],
+            relief=[],
+        )
         style.configure(
             "TCheckbutton",
             indicatorsize=px(12),
@@ -162,7 +170,23 @@ class Style:
             ("borderWidth", 0),
         ):
             self._root.option_add(f"*TCombobox*Listbox.{option}", value)
-        style.configure("TScrollbar", arrowsize=px(12), background=RAISED, troughcolor=SURFACE)
+        style.configure(
+            "Vertical.TScrollbar",
+            arrowsize=px(12),
+            background=OUTLINE,
+            lightcolor=OUTLINE,
+            darkcolor=OUTLINE,
+            bordercolor=SURFACE,
+            troughcolor=SURFACE,
+            gripcount=0,
+            borderwidth=0,
+        )
+        thumb = ("Vertical.Scrollbar.thumb", {"expand": "1", "sticky": "nswe"})
+        trough = ("Vertical.Scrollbar.trough", {"sticky": "ns", "children": [thumb]})
+        style.layout("Vertical.TScrollbar", [trough])
+        style.map(
+            "TScrollbar", background=[("active", FAINT)], lightcolor=[], darkcolor=[]
+        )
 
     def _sliders(self) -> None:
         self._ttk.configure(

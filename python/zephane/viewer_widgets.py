@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import tkinter as tk
 from collections.abc import Sequence
 from tkinter import ttk
@@ -11,7 +12,6 @@ from .viewer_style import Style
 
 KEY_STEPS = 50
 ADAPTIVE = "adaptive"
-NUMBER_CHARACTERS = set("0123456789+-.eE")
 
 # Called with the new value.
 Changed = Callable[[Any], None]
@@ -39,9 +39,16 @@ class Choice(ttk.Frame):
             gap = (0, 0 if column == len(names) - 1 else style.px(1))
             self.buttons[name].grid(row=0, column=column, sticky="ew", padx=gap)
 
-    def show(self, value: str) -> None:
+    @property
+    def enabled(self) -> bool:
+        return not any(button.instate(("disabled",)) for button in self.buttons.values())
+
+    def show(self, value: str, enabled: bool = True) -> None:
         if value != self._value.get():
             self._value.set(value)
+        if enabled != self.enabled:
+            for button in self.buttons.values():
+                button.state(("!disabled" if enabled else "disabled",))
 
 
 class Switch(ttk.Checkbutton):
@@ -60,9 +67,15 @@ class Switch(ttk.Checkbutton):
     def value(self) -> bool:
         return self._value.get()
 
-    def show(self, value: bool) -> None:
+    @property
+    def enabled(self) -> bool:
+        return not self.instate(("disabled",))
+
+    def show(self, value: bool, enabled: bool = True) -> None:
         if value != self._value.get():
             self._value.set(value)
+        if enabled != self.enabled:
+            self.state(("!disabled" if enabled else "disabled",))
 
 
 class Slider(ttk.Frame):
@@ -102,6 +115,7 @@ class Slider(ttk.Frame):
     def show(self, value: float, enabled: bool = True) -> None:
         if enabled != self.enabled:
             self.scale.state(("!disabled" if enabled else "disabled",))
+            self._label["style"] = "TLabel" if enabled else "Faint.TLabel"
         if abs(value - self._value.get()) > 1e-9:
             self._value.set(value)
         text = self._text(value)
@@ -162,9 +176,9 @@ class Field:
         else:
             self.widget = ttk.Entry(parent, textvariable=self.text, width=10)
         if not names:
-            allowed = parent.register(_is_number_text)
-            self.widget.configure(validate="key", validatecommand=(allowed, "%d", "%S"))
-            self.widget.bind("<FocusIn>", lambda event: self.widget.selection_range(0, "end"))
+            self.widget.bind("<FocusIn>", self._select_all)
+            for keys in ("<Control-a>", "<Control-A>"):
+                self.widget.bind(keys, self._select_all)
         self.text.trace_add("write", lambda *names: self._mark())
 
     @property
@@ -187,10 +201,19 @@ class Field:
         if self._optional and text in ("", ADAPTIVE):
             return None
         try:
-            return self._kind(text)
+            value = self._kind(text)
+            if self._kind is float and not math.isfinite(value):
+                raise ValueError
         except ValueError:
             wanted = "a whole number" if self._kind is int else "a number"
             raise ValueError(f"{self._label}: {text!r} is not {wanted}.") from None
+        return value
+
+    def _select_all(self, event: tk.Event[tk.Misc]) -> str | None:
+        self.widget.selection_range(0, "end")
+        self.widget.icursor("end")
+        # Tk's own Control-a moves the cursor to the start of the line.
+        return "break" if event.type == tk.EventType.KeyPress else None
 
     def _written(self, value: Any) -> str:
         if value is None:
@@ -199,9 +222,3 @@ class Field:
 
     def _mark(self) -> None:
         self.caption["style"] = "TLabel" if self.edited else "Dim.TLabel"
-
-
-def _is_number_text(action: str, text: str) -> bool:
-    """Whether this text may be typed. Letters may not: they are keys of the viewer."""
-    inserted = action == "1"
-    return not inserted or set(text) <= NUMBER_CHARACTERS

@@ -9,7 +9,7 @@ import time
 
 from ._library import ZephaneError
 from .dashboard import dashboard, paint, status_line
-from .figures import is_finished
+from .figures import is_finished, notes
 from .keeper import FLOW_OPERATIONS, Keeper
 from .options import open_view
 from .records import ViewStatus
@@ -41,6 +41,7 @@ class Watch:
         self._until = until
         self._visible = True
         self._help = False
+        self._noted: set[str] = set()
 
     def on_screen(self) -> None:
         """Show the dashboard until the user quits, then print a last line of figures."""
@@ -54,7 +55,7 @@ class Watch:
                         break
         except (KeyboardInterrupt, EOFError):
             pass
-        print(self._line(status))
+        self._print(status)
         _raise_failure(status)
 
     def in_lines(self) -> None:
@@ -66,7 +67,7 @@ class Watch:
                 status = self._look()
                 if time.monotonic() >= due:
                     due += LINE_SECONDS
-                    print(self._line(status), flush=True)
+                    self._print(status)
         except KeyboardInterrupt:
             pass
         except BrokenPipeError:
@@ -75,14 +76,20 @@ class Watch:
             os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
             return
         _raise_failure(status)
-        print(self._line(status), flush=True)
+        self._print(status)
 
     def _has_ended(self, status: ViewStatus) -> bool:
         rests = self._view.at_rest and not status.running
         return status.error_message is not None or rests or is_finished(status, self._until)
 
-    def _line(self, status: ViewStatus) -> str:
-        return status_line(status, self._until, self._keeper.standing(status))
+    def _print(self, status: ViewStatus) -> None:
+        """Print the line of figures, after each note that has not been printed yet."""
+        standing = self._keeper.standing(status)
+        for sentence, _ in notes(status, standing):
+            if sentence not in self._noted:
+                self._noted.add(sentence)
+                print(sentence)
+        print(status_line(status, self._until, standing), flush=True)
 
     def _look(self) -> ViewStatus:
         """The view's status. A flow makes frames until it is ready and none after that: figures

@@ -132,7 +132,7 @@ def test_rest_growth_and_loss_are_told_in_sentences() -> None:
     assert LOST_WORDS not in text(FAILED, failed=True), "the failure itself is told"
     lines = dashboard(RUNNING, 80, 24, standing=Standing(grows=True))
     assert any(("bad" == style and "gains energy" in words) for line in lines for words, style in line)
-    assert status_line(PAUSED, None, Standing(at_rest=True)).endswith(AT_REST)
+    assert status_line(PAUSED, None, Standing(at_rest=True)).startswith("at rest  ")
 
 
 def test_a_courant_number_beyond_stability_is_told() -> None:

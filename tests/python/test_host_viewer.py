@@ -29,13 +29,15 @@ from Xlib import X
 from xwindow import Host
 
 from zephane import View, viewer_help
+from zephane.figures import ADAPTED, FIXED, FOLLOWS
 from zephane.viewer import Viewer
 from zephane.viewer_widgets import Choice, Slider, Switch
 
 
 def test_every_live_setting_has_a_control(viewer: Viewer) -> None:
     settings = set(inspect.signature(View.set).parameters) - {"self", "focused"}
-    assert set(viewer.panel.live.controls) == settings
+    mode = {"reynolds_mode"}  # It stands for "regulated", among other things.
+    assert set(viewer.panel.live.controls) == settings - {"regulated"} | mode
 
 
 def test_the_picture_is_drawn_in_the_window(viewer: Viewer) -> None:
@@ -100,8 +102,11 @@ def test_b_hides_the_panel_and_enlarges_the_picture(viewer: Viewer, host: Host) 
 def test_h_shows_the_keys(viewer: Viewer, host: Host) -> None:
     press(viewer, host, "h")
     wait(viewer, lambda status: viewer.help.shown)
-    texts = texts_of(viewer.help)
-    assert {key for key, _ in viewer_help.KEYS} < set(texts)
+    lines = viewer.help.text.get("1.0", "end").splitlines()
+    names = {line.split("\t")[0] for line in lines}
+    assert {key for key, _ in viewer_help.KEYS} < names
+    for term in ("palinstrophy", "sigma", "exposure", "batch", "turnover", "k_max eta"):
+        assert term in names
     press(viewer, host, "h")
     wait(viewer, lambda status: not viewer.help.shown)
 
@@ -171,22 +176,22 @@ def test_choices_are_sent_as_they_are_made(viewer: Viewer, host: Host, key: str)
         wait(viewer, lambda status, name=name: getattr(status, key) == name)
 
 
-@pytest.mark.parametrize("key", ["flow", "regulated"])
-def test_switches_are_sent_as_they_change(viewer: Viewer, host: Host, key: str) -> None:
-    control = viewer.panel.live.controls[key]
+def test_switches_are_sent_as_they_change(viewer: Viewer, host: Host) -> None:
+    control = viewer.panel.live.controls["flow"]
     assert isinstance(control, Switch)
     for _ in range(2):
-        before = getattr(viewer.status, key)
+        before = viewer.status.flow
         assert control.value is before
         click_on(viewer, host, control)
-        wait(viewer, lambda status, before=before: getattr(status, key) is not before)
+        wait(viewer, lambda status, before=before: status.flow is not before)
 
 
 @pytest.mark.parametrize(
     ("key", "value"), [("sigma", 3.0), ("exposure", 0.5), ("cfl", 1.25), ("log_reynolds", 4.5)]
 )
 def test_sliders_are_sent_as_they_move(open_viewer: Maker, key: str, value: float) -> None:
-    viewer = open_viewer(regulated=False)
+    viewer = open_viewer(fixed_dt=None)
+    viewer.do(lambda view: view.set(color_range="exposure" if key == "exposure" else "sigma"))
     control = viewer.panel.live.controls[key]
     assert isinstance(control, Slider) and control.enabled
     control.scale.set(value)
@@ -216,42 +221,80 @@ def test_sliders_follow_the_mouse_and_the_arrow_keys(viewer: Viewer, host: Host)
     wait(viewer, lambda status: status.sigma == pytest.approx(before - 0.04))
 
 
-def test_the_reynolds_number_is_for_the_regulator_while_it_works(viewer: Viewer) -> None:
-    slider = viewer.panel.live.controls["log_reynolds"]
-    assert isinstance(slider, Slider) and not slider.enabled
-    assert slider.value == pytest.approx(math.log10(viewer.status.effective_reynolds))
-    viewer.do(lambda view: view.set(regulated=False))
+def test_the_reynolds_number_is_the_users_in_one_mode_of_three(viewer: Viewer, host: Host) -> None:
+    slider, mode = (viewer.panel.live.controls[key] for key in ("log_reynolds", "reynolds_mode"))
+    assert isinstance(slider, Slider) and isinstance(mode, Choice)
     assert slider.enabled
-    viewer.do(lambda view: view.set(regulated=True))
-    assert not slider.enabled
+    assert slider.value == pytest.approx(math.log10(viewer.status.effective_reynolds))
+    for name, regulated in ((FOLLOWS, True), (ADAPTED, False), (FIXED, False)):
+        click_on(viewer, host, mode.buttons[name])
+        wait_until(viewer, lambda name=name: mode.buttons[name].instate(("selected",)))
+        wait_until(viewer, lambda name=name: slider.enabled == (name == FIXED))
+        assert viewer.status.regulated is regulated
+        told = any("regulation" in text for text in viewer.panel.notes.texts)
+        assert told is (name == FOLLOWS)
 
 
-def test_p_saves_where_the_desktop_says(
+def test_an_adapted_flow_moves_its_number_and_begins_anew_from_the_first(
+    open_viewer: Maker, host: Host
+) -> None:
+    viewer = open_viewer(resolution=128, k0=2, fixed_dt=None)
+    start = viewer.status.config.reynolds
+    press(viewer, host, "a")
+    press(viewer, host, "space")
+    wait(viewer, lambda status: status.effective_reynolds < start - 1.0)
+    press(viewer, host, "r")
+    status = wait(viewer, lambda status: status.generation == 2)
+    assert status.config.reynolds == start or status.effective_reynolds < start
+
+
+def test_controls_without_effect_are_disabled(open_viewer: Maker) -> None:
+    viewer = open_viewer(fixed_dt=None)
+    controls = viewer.panel.live.controls
+
+    def effective(**settings: Any) -> set[str]:
+        viewer.do(lambda view: view.set(**settings))
+        return {key for key, control in controls.items() if control.enabled}
+
+    every = set(controls)
+    assert effective(display="vorticity", color_range="sigma") == every - {"exposure"}
+    assert effective(color_range="exposure") == every - {"sigma"}
+    assert effective(display="speed") == every - {"sigma", "color_range"}
+    viewer.do(lambda view: view.configure(fixed_dt=1e-3))
+    assert not controls["cfl"].enabled
+
+
+def test_p_saves_and_says_where(
     viewer: Viewer, host: Host, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    program = tmp_path / "zenity"
-    program.write_text(f"#!/bin/sh\necho {tmp_path / 'asked.png'}\n")
-    program.chmod(0o755)
-    monkeypatch.setenv("PATH", str(tmp_path))
-    monkeypatch.setenv("DBUS_SESSION_BUS_ADDRESS", f"unix:path={tmp_path / 'none'}")
-    press(viewer, host, "p")
-    wait(viewer, lambda status: (tmp_path / "asked.png").exists())
-    wait(viewer, lambda status: not status.exporting)
-    assert read_png(tmp_path / "asked.png").shape == (1800, 1800, 4)
-    assert not viewer.panel.error.shown
-
-
-def test_where_the_desktop_cannot_ask_the_window_does(
-    viewer: Viewer, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
-) -> None:
-    answers = [str(tmp_path / "asked.png"), ""]
-    monkeypatch.setenv("PATH", str(tmp_path))
-    monkeypatch.setenv("DBUS_SESSION_BUS_ADDRESS", f"unix:path={tmp_path / 'none'}")
+    path = tmp_path / "asked.png"
+    answers = [str(path), "", str(tmp_path / "missing" / "asked.png")]
     monkeypatch.setattr("tkinter.filedialog.asksaveasfilename", lambda **given: answers.pop(0))
-    viewer.panel.buttons.by_name["save"].invoke()
-    assert read_png(tmp_path / "asked.png").shape == (1800, 1800, 4)
+    press(viewer, host, "p")
+    wait(viewer, lambda status: viewer.panel.notes.texts)
+    assert viewer.panel.notes.texts == [f"Saved {path}"]
+    assert read_png(path).shape == (1800, 1800, 4)
     viewer.save()
-    assert not answers and not viewer.panel.error.shown
+    assert viewer.panel.notes.texts == [f"Saved {path}"], "cancelled"
+    viewer.panel.buttons.by_name["save"].invoke()
+    assert not answers and not viewer.panel.notes.texts
+    told = str(viewer.panel.error.text["text"])
+    assert told.startswith(f"Could not write {tmp_path / 'missing'}")
+
+
+def test_the_dialog_leaves_the_window_alive_and_asks_once(viewer: Viewer, tmp_path: Path) -> None:
+    """Tk's own dialog is opened, and filled in by a timer while the window shows new statuses."""
+    seen: list[str] = []
+
+    def answer() -> None:
+        viewer.save()  # Asks no second time.
+        seen.extend(str(child) for child in viewer.root.tk.splitlist(
+            viewer.root.tk.call("winfo", "children", ".")) if "filedialog" in str(child))
+        viewer.root.tk.call(f"{seen[0]}.contents.f2.cancel", "invoke")
+
+    viewer.root.after(500, answer)
+    viewer.save()
+    assert len(seen) == 1 and not viewer.panel.error.shown and not viewer.panel.notes.texts
 
 
 def test_the_focus_is_reported(viewer: Viewer, host: Host) -> None:

@@ -21,6 +21,7 @@ from xwindow import Host
 
 import zephane
 from zephane import View, ViewStatus
+from zephane.viewer_speed import CHOICES, suitable_resolution
 
 SECONDS = 60.0
 ROOT = Path(__file__).resolve().parents[2]
@@ -115,6 +116,64 @@ def test_bad_options_are_reported(
 ) -> None:
     code, out, err = run_view(*options, DISPLAY=display).end()
     assert (code, out) == (1, "") and err.startswith("zephane: ") and err.count("\n") == 1
+
+
+def test_the_grid_is_chosen_by_the_speed_of_the_machine(
+    run_view: Callable[..., Command], host: Host, display: str
+) -> None:
+    command = run_view("--seed", "43", "--paused", DISPLAY=display)
+    window = window_named(host, "k0 4, seed 43")
+    (resolution,) = re.findall(r"Zephane, (\d+) x \d+,", window.get_wm_name())
+    assert int(resolution) in CHOICES
+    window.set_input_focus(X.RevertToPointerRoot, X.CurrentTime)
+    host.press_key(host.display.keysym_to_keycode(XK.XK_Escape))
+    assert command.end() == (0, "", "")
+
+
+def test_a_slower_machine_gets_a_coarser_grid() -> None:
+    chosen = [suitable_resolution(seconds) for seconds in (1.0, 5e-3, 1e-3, 3e-4, 1e-4, 1e-6)]
+    assert chosen == sorted(chosen) and chosen[0] == 128 and chosen[-1] == 2048
+    for seconds in (1e-3, 3e-4, 1e-4):
+        resolution = suitable_resolution(seconds)
+        assert seconds * (resolution / 128) ** 2 < 1 / 30
+
+
+def test_without_a_vulkan_driver_the_package_is_named_over_a_plain_canvas(
+    run_view: Callable[..., Command], library_path: Path, python_path: Path, display: str
+) -> None:
+    script = (
+        "import sys, time, zephane\n"
+        "from zephane.viewer import Viewer, open_root\n"
+        "viewer = Viewer(open_root(), zephane.View(resolution=32, fixed_dt=1e-3,"
+        " library=sys.argv[1]), side=400)\n"
+        "viewer.start()\n"
+        "end = time.monotonic() + 60\n"
+        "while not (viewer.blank.shown and viewer.status.ready) and time.monotonic() < end:\n"
+        "    viewer.root.update()\n"
+        "print(viewer.blank.message.split(chr(10))[0])\n"
+        "print(viewer.panel.error.text['text'])\n"
+        "viewer.dismiss()\n"
+        "print(viewer.blank.shown, viewer.view.failed, viewer.status.running)\n"
+        "print(viewer.panel.buttons.by_name['save'].instate(('disabled',)))\n"
+        "viewer.close()\n"
+    )
+    done = subprocess.run(
+        [sys.executable, "-c", script, str(library_path)],
+        env={
+            "PATH": "/usr/bin:/bin",
+            "PYTHONPATH": str(python_path),
+            "DISPLAY": display,
+            "VK_DRIVER_FILES": "/nowhere",
+            "VK_ICD_FILENAMES": "/nowhere",
+        },
+        capture_output=True,
+        text=True,
+        timeout=SECONDS,
+    )
+    assert done.stderr == ""
+    canvas, told, state, save = done.stdout.splitlines()
+    assert "mesa-vulkan-drivers" in canvas and "mesa-vulkan-drivers" in told
+    assert state == "True False True" and save == "True"
 
 
 def test_without_tkinter_the_command_names_the_package(python_path: Path) -> None:

@@ -9,11 +9,13 @@ import pytest
 pytest.importorskip("tkinter")
 pytest.importorskip("Xlib")
 
-from viewer_driver import Maker, click_on, edit, live_on, press, texts_of, wait, wait_for_steps
+from viewer_driver import Maker, click_on, edit, live_on, press, texts_of, wait
 from xwindow import Host
 
 from zephane import Config, View
+from zephane.figures import AT_REST, GROWS, LOST
 from zephane.viewer import Viewer
+from zephane.viewer_style import NEWS
 from zephane.viewer_widgets import Field
 
 
@@ -65,17 +67,17 @@ def test_each_field_is_sent_alone(open_viewer: Maker) -> None:
         assert changed - {"reynolds"} == {key} - {"reynolds"}
 
 
-def test_the_cfl_is_lowered_for_weaker_integrators_if_so_wished(viewer: Viewer) -> None:
-    configuration = viewer.panel.configuration
+def test_an_integrator_gets_a_cfl_that_suits_it_unless_one_is_given(open_viewer: Maker) -> None:
+    viewer = open_viewer(fixed_dt=None)
+    configuration, notes = viewer.panel.configuration, viewer.panel.notes
     edit(viewer, integrator="imexRK3")
     configuration.apply()
-    assert viewer.status.config.cfl == 1.5
-    edit(viewer, integrator="etdrk4", cfl="2.5")
-    configuration.apply()
-    configuration.cap_cfl.invoke()
-    edit(viewer, integrator="ifHeunRK3")
+    assert viewer.status.config.cfl == 1.5 and not notes.texts
+    edit(viewer, integrator="ifHeunRK3", cfl="2.5")
     configuration.apply()
     assert viewer.status.config.cfl == 2.5
+    (warning,) = notes.texts
+    assert "cfl 2.5 is beyond what ifHeunRK3 bears" in warning
 
 
 @pytest.mark.parametrize("text", ["", "adaptive"])
@@ -91,7 +93,7 @@ def test_an_invalid_number_is_reported_and_stays_in_its_field(viewer: Viewer) ->
     edit(viewer, resolution="12e3", k0="2")
     viewer.panel.configuration.apply()
     live_on(viewer)
-    assert viewer.panel.error.text["text"] == "Points: '12e3' is not a whole number."
+    assert viewer.panel.error.text["text"] == "Resolution: '12e3' is not a whole number."
     assert viewer.panel.error.shown
     assert viewer.panel.configuration.fields["k0"].text.get() == "2"
     assert viewer.status.generation == 1
@@ -110,13 +112,53 @@ def test_a_refusal_is_shown_until_it_is_dismissed(viewer: Viewer, host: Host) ->
 
 
 def test_a_failure_of_the_flow_is_told_until_it_is_dismissed(open_viewer: Maker) -> None:
-    viewer = open_viewer(fixed_dt=1e6, regulated=False, reynolds=1e6)
+    viewer = open_viewer(fixed_dt=1e6, reynolds=1e6)
     viewer.do(View.run)
     status = wait(viewer, lambda status: status.error_message is not None)
-    assert viewer.panel.error.text["text"] == status.error_message
+    error, buttons = viewer.panel.error, viewer.panel.buttons.by_name
+    assert str(error.text["text"]).startswith(str(status.error_message))
+    assert "smaller CFL number" in str(error.text["text"])
     assert "Failed" in texts_of(viewer.panel.head)
-    viewer.panel.error.button.invoke()
-    assert viewer.status.error_message is None and not viewer.panel.error.shown
+    error.button.invoke()
+    assert viewer.status.error_message is None and not error.shown
+    # What is left leads to a new flow.
+    assert "Failed" in texts_of(viewer.panel.head) and viewer.panel.notes.texts == [LOST]
+    assert buttons["toggle"].instate(("disabled",)) and buttons["step"].instate(("disabled",))
+    viewer.keys["space"]()
+    assert not viewer.status.running
+
+
+@pytest.mark.parametrize("button, seed", [("reset_button", 2), ("seed_button", 3)])
+def test_a_lost_flow_can_be_started_again_beside_its_failure(
+    open_viewer: Maker, button: str, seed: int
+) -> None:
+    viewer = open_viewer(fixed_dt=1e6, reynolds=1e6)
+    error = viewer.panel.error
+    viewer.show_message("A refusal.")
+    assert error.shown and not error.ways_on.winfo_manager()
+    viewer.do(View.run)
+    wait(viewer, lambda status: status.error_message is not None)
+    assert error.ways_on.winfo_manager()
+    getattr(error, button).invoke()
+    status = wait(viewer, lambda status: status.generation == 2)
+    assert status.config.seed == seed
+
+
+def test_a_flow_at_rest_is_paused_and_told(open_viewer: Maker) -> None:
+    viewer = open_viewer(resolution=64, reynolds=100.0, fixed_dt=None, paused=False)
+    wait(viewer, lambda status: AT_REST in viewer.panel.notes.texts)
+    status = wait(viewer, lambda status: not status.running)
+    assert "At rest" in texts_of(viewer.panel.head)
+    assert status.error_message is None and not viewer.panel.error.shown
+
+
+def test_growth_of_a_flow_is_told_in_red(open_viewer: Maker) -> None:
+    viewer = open_viewer(
+        resolution=128, integrator="imexRK3", cfl=3.0, fixed_dt=None, paused=False
+    )
+    wait(viewer, lambda status: GROWS in viewer.panel.notes.texts)
+    (label,) = (one for one in viewer.panel.notes.labels if one["text"] == GROWS)
+    assert str(label["foreground"]) == NEWS["bad"]
 
 
 def field_with_a_seven(viewer: Viewer, host: Host, key: str) -> Field:
@@ -130,15 +172,39 @@ def field_with_a_seven(viewer: Viewer, host: Host, key: str) -> Field:
     return field
 
 
-def test_letters_are_keys_also_where_numbers_are_written(viewer: Viewer, host: Host) -> None:
+def test_letters_typed_into_a_field_are_no_keys(viewer: Viewer, host: Host) -> None:
     field = field_with_a_seven(viewer, host, "k0")
-    press(viewer, host, "s")
-    wait_for_steps(viewer, 1)
-    assert field.text.get() == "7"
+    for key in ("n", "a", "n", "space", "r"):
+        press(viewer, host, key)
+    wait(viewer, lambda status: field.text.get() == "7nan r")
+    live_on(viewer)
+    assert viewer.status.generation == 1 and not viewer.status.running
     press(viewer, host, "Return")
-    assert wait(viewer, lambda status: status.generation == 2).config.k0 == 7
+    wait(viewer, lambda status: viewer.panel.error.shown)
+    assert viewer.panel.error.text["text"] == "k0: '7nan r' is not a whole number."
+    # The keyboard is the picture's again.
     press(viewer, host, "n")
     wait(viewer, lambda status: status.config.seed == 3)
+
+
+@pytest.mark.parametrize("text", ["nan", "inf", "-inf"])
+def test_a_number_that_is_not_finite_is_none(viewer: Viewer, text: str) -> None:
+    edit(viewer, reynolds=text)
+    viewer.panel.configuration.apply()
+    assert viewer.panel.error.text["text"] == f"Reynolds: {text!r} is not a number."
+
+
+def test_control_a_selects_all_of_a_field(viewer: Viewer, host: Host) -> None:
+    field = field_with_a_seven(viewer, host, "seed")
+    for key in ("8", "9"):
+        press(viewer, host, key)
+    wait(viewer, lambda status: field.text.get() == "789")
+    field.widget.event_generate("<Control-a>")
+    live_on(viewer)
+    assert field.widget.selection_present()
+    press(viewer, host, "5")
+    wait(viewer, lambda status: field.text.get() == "5")
+    assert viewer.status.generation == 1
 
 
 def test_escape_in_a_field_takes_the_edits_back(viewer: Viewer, host: Host) -> None:

@@ -11,11 +11,12 @@ import pytest
 pytest.importorskip("tkinter")
 pytest.importorskip("Xlib")
 
-from viewer_driver import Maker, live_on, texts_of, wait, wait_until
+from viewer_driver import Maker, click, live_on, texts_of, wait, wait_until
 from xwindow import Host
 
 import zephane
 from zephane import View
+from zephane.figures import ADAPTED, FIXED, FOLLOWS
 from zephane.viewer import Viewer
 from zephane.viewer_plots import Trace, scale_texts
 
@@ -37,12 +38,13 @@ def test_nothing_is_cut_off_at_any_scale(open_viewer: Maker, host: Host, scale: 
         viewer.panel.tabs.select(page)
         live_on(viewer)
         for widget in inside(viewer.panel):
-            if widget is viewer.panel.plots:
+            if widget in (viewer.panel.plots, viewer.panel._bar):
                 continue
             assert widget.winfo_width() >= widget.winfo_reqwidth(), widget
             assert widget.winfo_height() >= widget.winfo_reqheight(), widget
             bottom = widget.winfo_rooty() + widget.winfo_height()
-            assert bottom <= viewer.root.winfo_rooty() + viewer.root.winfo_height(), widget
+            if not viewer.panel.scrolls:
+                assert bottom <= viewer.root.winfo_rooty() + viewer.root.winfo_height(), widget
 
 
 def test_the_panel_grows_with_the_scale(open_viewer: Maker, host: Host) -> None:
@@ -71,16 +73,30 @@ def test_the_picture_is_a_square_in_every_window(viewer: Viewer, width: int, hei
     assert canvas is not None and canvas.height_points == side
 
 
-def test_plots_come_by_the_room_there_is(viewer: Viewer) -> None:
-    shown = []
-    for height in (1300, 660, 560):
+def test_the_panel_scrolls_where_the_window_is_small(viewer: Viewer, host: Host) -> None:
+    panel, plots = viewer.panel, viewer.panel.plots
+    for height in (1300, 660, 400):
         viewer.root.geometry(f"1000x{height}")
-        wait_until(viewer, lambda height=height: viewer.panel.winfo_height() == height)
+        wait_until(viewer, lambda height=height: panel.winfo_height() == height)
         live_on(viewer)
-        shown.append(viewer.panel.plots.shown)
-    assert shown[0] == ["Energy", "Regulator", "Reynolds"]
-    assert len(shown[0]) > len(shown[1]) >= len(shown[2])
-    assert all(some == shown[0][: len(some)] for some in shown)
+        assert plots.shown == ["Energy", "Eddies", "Reynolds"]
+        assert panel.scrolls is (panel.body.winfo_reqheight() > height)
+    assert panel.scrolls
+
+    def is_seen(widget: Any) -> bool:
+        top = widget.winfo_rooty() - panel.winfo_rooty()
+        return bool(0 <= top and top + widget.winfo_height() <= panel.winfo_height())
+
+    assert is_seen(panel.head) and not is_seen(plots)
+    x, y = panel.winfo_rootx() + 100, panel.winfo_rooty() + 200
+    for button, sought in ((5, plots), (4, panel.head)):
+        for _ in range(20):
+            click(host, x, y, button)
+        wait_until(viewer, lambda sought=sought: is_seen(sought))
+    panel.see(plots)
+    wait_until(viewer, lambda: is_seen(plots))
+    viewer.root.geometry("1000x1300")
+    wait_until(viewer, lambda: not panel.scrolls and is_seen(panel.head))
 
 
 def test_a_new_flow_clears_the_plots(open_viewer: Maker) -> None:
@@ -94,16 +110,17 @@ def test_a_new_flow_clears_the_plots(open_viewer: Maker) -> None:
     assert stats is not None and point[:2] == (0.0, stats.energy)
 
 
-def test_the_plots_are_of_the_regulators_target(viewer: Viewer) -> None:
-    """The dashed line stands for what the regulator holds."""
+def test_a_dashed_line_marks_the_target_of_what_moves_the_reynolds_number(viewer: Viewer) -> None:
 
     def dashed() -> list[int]:
         return [item for item in viewer.panel.plots.find_all() if _is_dashed(viewer, item)]
 
     viewer.root.geometry("1000x1300")
-    wait_until(viewer, lambda: len(dashed()) == 1)
-    viewer.do(lambda view: view.set(regulated=False))
-    wait_until(viewer, lambda: not dashed())
+    live_on(viewer)
+    assert not dashed()
+    for mode, count in ((ADAPTED, 1), (FOLLOWS, 1), (FIXED, 0)):
+        viewer.do(lambda view, mode=mode: viewer.keeper.choose(mode))
+        wait_until(viewer, lambda count=count: len(dashed()) == count)
 
 
 def _is_dashed(viewer: Viewer, item: int) -> bool:

@@ -289,15 +289,15 @@ def test_a_flow_that_dies_away_ends_in_a_sentence(
 ) -> None:
     done = run_in_pipes(command, environment, "--reynolds", "100")
     assert (done.returncode, done.stderr) == (0, "")
-    last = done.stdout.splitlines()[-1]
-    assert last.startswith("at rest  time ") and last.endswith("The flow has come to rest.")
+    *_, sentence, last = done.stdout.splitlines()
+    assert sentence == "The flow has come to rest." and last.startswith("at rest  time ")
 
 
 def test_an_unstable_flow_is_told(command: list[str], environment: dict[str, str]) -> None:
-    flow = ("--resolution", "128", "--integrator", "imexRK3", "--until", "5")
+    flow = ("--resolution", "128", "--integrator", "imexRK3", "--until", "30")
     unstable = run_in_pipes(command, environment, *flow, "--cfl", "3")
     assert "cfl 3 is beyond what imexRK3 bears" in unstable.stdout
-    assert "gains energy or enstrophy" in unstable.stdout
+    assert unstable.stdout.count("gains energy or enstrophy") == 1
     suited = run_in_pipes(command, environment, *flow)
     assert "beyond" not in suited.stdout and "gains" not in suited.stdout
 

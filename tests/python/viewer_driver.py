@@ -56,10 +56,10 @@ def press(viewer: Viewer, host: Host, key: str) -> None:
     host.press_key(host.display.keysym_to_keycode(XK.string_to_keysym(key)))
 
 
-def click(host: Host, x: int, y: int) -> None:
+def click(host: Host, x: int, y: int, button: int = 1) -> None:
     xtest.fake_input(host.display, X.MotionNotify, x=x, y=y)
-    xtest.fake_input(host.display, X.ButtonPress, 1)
-    xtest.fake_input(host.display, X.ButtonRelease, 1)
+    xtest.fake_input(host.display, X.ButtonPress, button)
+    xtest.fake_input(host.display, X.ButtonRelease, button)
     host.display.sync()
 
 
