@@ -1,6 +1,7 @@
 """The figures of docs/choosing.md, measured: one table for each name given.
 
-    python3 bench/choosing.py steps stability resolution reynolds operators starts grids regulation
+    python3 bench/choosing.py steps stability resolution reynolds operators starts grids
+    python3 bench/choosing.py adapted regulation
 
 `steps` and `operators` compare with tests/reference/flow64, a second implementation in double
 precision, and need NumPy as the others do. Without a name all of them are made.
@@ -22,6 +23,7 @@ sys.path[:0] = [str(ROOT / "python"), str(ROOT / "tests" / "reference")]
 import zephane  # noqa: E402
 from flow64.measures import difference  # noqa: E402
 from flow64.stepping import Flow  # noqa: E402
+from zephane.viscosity import ViscosityLaw  # noqa: E402
 
 INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
 STAGES = {"imexRK3": 3, "ifHeunRK3": 3, "etdrk4": 4}
@@ -223,6 +225,29 @@ def _processor_seconds(flow: zephane.Engine, count: int) -> float:
     return (time.process_time() - began) / count
 
 
+def adapted() -> None:
+    """200 turnovers with the viscosity that keeps k_max eta near its target."""
+    for n in (128, 256):
+        with engine(n) as flow:
+            now = flow.inspect()
+            turnover, numbers = now.initial_turnover_time, []
+            law, marks = ViscosityLaw(n, turnover), [0.5, 1, 5, 20, 50, 100, 200]
+            while marks:
+                flow.advance(ENOUGH, now.simulation_time + 0.25)
+                now = flow.inspect()
+                number = zephane.resolution_number(n, now.reynolds, now.palinstrophy)
+                numbers.append((now.simulation_time / turnover, number))
+                if numbers[-1][0] >= marks[0]:
+                    print(f"  N {n}  turnovers {marks.pop(0):5}  Re {now.reynolds:7.0f}"
+                          f"  k_max eta {number:.2f}  enstrophy {now.enstrophy:.3f}",
+                          flush=True)  # fmt: skip
+                moved = law.next(now.simulation_time, now.palinstrophy, math.log10(now.reynolds))
+                flow.set(reynolds=10**moved)
+            late = [number for time, number in numbers if time > 5]
+            print(f"  N {n}  least {min(number for _, number in numbers):.2f}"
+                  f"  after 5 turnovers {min(late):.2f} to {max(late):.2f}", flush=True)  # fmt: skip
+
+
 def regulation() -> None:
     """The control of unregulated flows of several Reynolds numbers, and two regulated ones."""
     times = (2, 5, 10, 20, 40)
@@ -254,6 +279,7 @@ TABLES = {
     "operators": operators,
     "starts": starts,
     "grids": grids,
+    "adapted": adapted,
     "regulation": regulation,
 }
 
