@@ -15,7 +15,7 @@ KEYS = (
     ("f", "show or hide flow lines"),
     ("b", "show or hide the panel"),
     ("F11", "switch between full screen and window"),
-    ("h", "this help"),
+    ("h", "this help; the wheel scrolls it"),
     ("Esc", "leave the help or the full screen, or quit"),
 )
 

@@ -84,8 +84,9 @@ class AdaptedViscosity:
     to 1000000, and a flow that begins below 1000 keeps its number. A Courant number below 1 becomes
     1 at the first move.
 
-    Moves change the view's configuration, so start new flows by the methods here: they give back
-    the Reynolds number that the flow began with.
+    Moves change the view's configuration, so start new flows by the methods here: they begin with
+    the Reynolds number that the flow before began with. After ``View.reset`` and the like it comes
+    back with the next ``update`` only.
     """
 
     def __init__(self, view: View, target: float = TARGET) -> None:
@@ -105,8 +106,7 @@ class AdaptedViscosity:
 
     def update(self) -> ViewStatus:
         """The view's status, after a move of the Reynolds number where one is due."""
-        status = self._view.status()
-        self._follow(status)
+        status = self._follow(self._view.status())
         stats = status.stats
         if stats is None or status.regulated or not status.running:
             return status
@@ -144,17 +144,20 @@ class AdaptedViscosity:
         return self._configure(**changes)
 
     def _configure(self, **changes: Any) -> ViewStatus:
-        status = self._view.configure(**changes)
-        self._follow(status)
-        return status
+        return self._follow(self._view.configure(**changes))
 
     def _is_moved(self) -> bool:
         return self._moved is not None and self._view.status().config.reynolds == self._moved
 
-    def _follow(self, status: ViewStatus) -> None:
+    def _follow(self, status: ViewStatus) -> ViewStatus:
         """Begin anew with a new flow."""
         if status.generation == self._generation:
-            return
+            return status
         self._generation, self._law, self._energy = status.generation, None, None
         if status.config.reynolds != self._moved:
             self._start, self._moved = status.config.reynolds, None
+        else:
+            # The view was reset without the methods here, by the button in its picture perhaps.
+            status = self._view.set(log_reynolds=math.log10(self._start))
+            self._moved = status.config.reynolds
+        return status

@@ -144,6 +144,18 @@ def test_a_running_view_is_adapted_and_begins_anew_from_its_number(view: zephane
     assert adapted.start_reynolds == 4321.0
 
 
+def test_a_reset_past_the_adaptation_gets_its_number_back(view: zephane.View) -> None:
+    adapted = AdaptedViscosity(view)
+    start = adapted.start_reynolds
+    view.start()
+    until_moved(adapted)
+    view.pause()
+    assert view.reset().effective_reynolds != start
+    for _ in range(2):
+        assert adapted.update().effective_reynolds == pytest.approx(start)
+    assert adapted.start_reynolds == start
+
+
 def test_a_paused_or_regulated_view_is_left_alone(view: zephane.View) -> None:
     adapted = AdaptedViscosity(view)
     view.start()
