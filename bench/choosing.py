@@ -244,8 +244,10 @@ def adapted() -> None:
                 moved = law.next(now.simulation_time, now.palinstrophy, math.log10(now.reynolds))
                 flow.set(reynolds=10**moved)
             late = [number for time, number in numbers if time > 5]
-            print(f"  N {n}  least {min(number for _, number in numbers):.2f}"
-                  f"  after 5 turnovers {min(late):.2f} to {max(late):.2f}", flush=True)  # fmt: skip
+            least = min(number for _, number in numbers)
+            print(f"  N {n}  least {least:.2f}"
+                  f"  after 5 turnovers {min(late):.2f} to {max(late):.2f}",
+                  flush=True)  # fmt: skip
 
 
 def regulation() -> None:

@@ -113,8 +113,8 @@ def _add_view(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> 
         "view",
         help="show a running flow in a window",
         description="Let a flow run and show its picture in a window, with a panel that steers it. "
-        "The key h lists the keys. Without --resolution the grid is as fine as the machine can move "
-        "at 30 pictures a second.",
+        "The key h lists the keys. Without --resolution the grid is as fine as the machine can "
+        "move at 30 pictures a second.",
     )
     add_flow(parser)
     add_control(parser)

@@ -131,7 +131,8 @@ def test_rest_growth_and_loss_are_told_in_sentences() -> None:
     assert LOST_WORDS in text(PAUSED, failed=True) and "Zephane failed" in text(PAUSED, failed=True)
     assert LOST_WORDS not in text(FAILED, failed=True), "the failure itself is told"
     lines = dashboard(RUNNING, 80, 24, standing=Standing(grows=True))
-    assert any(("bad" == style and "gains energy" in words) for line in lines for words, style in line)
+    spans = [span for line in lines for span in line]
+    assert any(style == "bad" and "gains energy" in words for words, style in spans)
     assert status_line(PAUSED, None, Standing(at_rest=True)).startswith("at rest  ")
 
 

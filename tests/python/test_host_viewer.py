@@ -20,7 +20,6 @@ from viewer_driver import (
     close_by_events,
     live_on,
     press,
-    texts_of,
     wait,
     wait_for_steps,
     wait_until,
