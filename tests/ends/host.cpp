@@ -188,7 +188,11 @@ void endWithView(const char* end) {
     exitOnAnotherThread();
     pauseForEver();
   }
-  if (is(end, "frame")) waitForPicture(view);
+  if (is(end, "frame") || is(end, "frame-exit")) waitForPicture(view);
+  if (is(end, "frame-exit")) {
+    exitOnAnotherThread();
+    pauseForEver();
+  }
   if (is(end, "thread")) {
     exitOnAnotherThread();
     pthread_exit(nullptr);
