@@ -4,7 +4,7 @@ what goes on.
 ZEPHANE_ENDS=1000 runs so many rounds of each end, for a person with half an hour. It adds those of
 exit() on a thread that has never called the library, amid the first use of the graphics system:
 what the driver's compiler registers for the end of the process just before that is destroyed first,
-and on a busy machine about 2 of 1,000 such ends crash."""
+and on a busy machine 1 to 8 of 1,000 such ends crash."""
 
 from __future__ import annotations
 
