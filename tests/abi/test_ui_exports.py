@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import select
 import struct
 import threading
 import time
@@ -196,6 +197,9 @@ def test_the_picture_on_the_screen_goes_on_while_a_file_is_written(make_view, wi
     view.show(window.id, 5)
     pipe = tmp_path / "picture.png"
     os.mkfifo(pipe)
+    # A pipe that nobody has opened for reading is refused.
+    descriptor = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+    os.set_blocking(descriptor, True)
     seen: list[bool] = []
 
     def read_late() -> None:
@@ -205,8 +209,8 @@ def test_the_picture_on_the_screen_goes_on_while_a_file_is_written(make_view, wi
         def shot() -> bytes:
             return screen.get_image(0, 0, 300, 300, X.ZPixmap, 0xFFFFFFFF).data
 
-        with open(pipe, "rb") as file:
-            file.read(1)
+        with open(descriptor, "rb") as file:
+            select.select([file], [], [], 60)
             first = shot()
             end = time.monotonic() + 20
             while not seen and time.monotonic() < end:
