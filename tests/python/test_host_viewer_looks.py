@@ -3,7 +3,11 @@
 from __future__ import annotations
 
 import math
+import os
+import subprocess
+import sys
 from collections.abc import Iterator
+from pathlib import Path
 from typing import Any
 
 import pytest
@@ -47,13 +51,29 @@ def test_nothing_is_cut_off_at_any_scale(open_viewer: Maker, host: Host, scale: 
                 assert bottom <= viewer.root.winfo_rooty() + viewer.root.winfo_height(), widget
 
 
-def test_the_panel_grows_with_the_scale(open_viewer: Maker, host: Host) -> None:
+# A second viewer of one process may get fonts of the first one's scale, so each scale has a process.
+PANEL_WIDTH = """
+import sys, zephane
+from zephane.viewer import Viewer, open_root
+viewer = Viewer(open_root(), zephane.View(library=sys.argv[1], resolution=32), side=400)
+viewer.root.update()
+print(viewer.panel.winfo_width())
+viewer.close()
+"""
+
+
+def test_the_panel_grows_with_the_scale(library_path: Path, python_path: Path, host: Host) -> None:
     widths = []
     for scale in (1.0, 2.0):
         host.set_resolution(96 * scale)
-        viewer = open_viewer()
-        widths.append(viewer.panel.winfo_width())
-        viewer.close()
+        done = subprocess.run(
+            [sys.executable, "-c", PANEL_WIDTH, str(library_path)],
+            env={**os.environ, "PYTHONPATH": str(python_path)},
+            capture_output=True,
+            text=True,
+            check=True,
+        )
+        widths.append(int(done.stdout))
     assert widths[1] == pytest.approx(2 * widths[0], rel=0.05)
 
 
