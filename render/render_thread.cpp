@@ -48,7 +48,7 @@ class RenderLoop {
   Canvas& canvas_;
   std::unique_ptr<Renderer> renderer_;  // null if the process is exiting
   std::optional<ProcessEndGuard> guard_;
-  std::optional<FirstUseGuard> firstUseGuard_;  // until something has been drawn
+  std::optional<FirstUseGuard> firstUseGuard_;  // while something loads or is drawn first
   std::optional<GraphicsUse> use_;  // in a turn, and until what it has asked for is drawn
   bool isDrawing_ = false;
   bool hasShownFrame_ = false;
@@ -101,9 +101,10 @@ void RenderLoop::finishTurn() {
   if (isDrawing_) {
     renewProcessEndGuard();
     isDrawing_ = !renderer_->waitForLatency(0);
-    if (!isDrawing_ && hasShownFrame_) firstUseGuard_.reset();
   }
-  if (!isDrawing_) use_.reset();
+  if (isDrawing_) return;
+  firstUseGuard_.reset();
+  use_.reset();
 }
 
 void RenderLoop::waitForStop() {
@@ -157,6 +158,7 @@ void RenderLoop::present(Presentation next) {
   if (onScreen_ && *onScreen_ == next) return;
   onScreen_.reset();
   isDrawing_ = true;
+  if (!hasShownFrame_ && !firstUseGuard_) firstUseGuard_.emplace();
   if (renderer_->present(next)) onScreen_ = std::move(next);
 }
 
