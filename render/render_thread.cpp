@@ -78,7 +78,7 @@ RenderLoop::~RenderLoop() {
   } else {
     static_cast<void>(renderer_.release());
   }
-}
+}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): what draws is left to the end of the process
 
 void RenderLoop::run() {
   while (const std::optional<RenderTurn> turn = ui_.takeTurn()) {

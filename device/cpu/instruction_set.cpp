@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <optional>
 
 namespace zeph::cpu {
 namespace {
@@ -16,19 +15,23 @@ InstructionSet widestOfMachine() {
   return __builtin_cpu_supports("avx2") ? InstructionSet::avx2 : InstructionSet::sse2;
 }
 
-// Empty until it is first asked for. Threads that ask at once find the same.
-constinit std::atomic<std::optional<InstructionSet>> inUse;
+constexpr int notAsked = -1;
+
+// Set when it is first asked for. Threads that ask at once find the same.
+constinit std::atomic<int> inUse = notAsked;
 
 }  // namespace
 
 InstructionSet instructionSet() {
-  std::optional<InstructionSet> set = inUse.load(std::memory_order_relaxed);
-  if (!set) inUse.store(set = widestOfMachine(), std::memory_order_relaxed);
-  return *set;
+  const int set = inUse.load(std::memory_order_relaxed);
+  if (set != notAsked) return static_cast<InstructionSet>(set);
+  const InstructionSet widest = widestOfMachine();
+  inUse.store(static_cast<int>(widest), std::memory_order_relaxed);
+  return widest;
 }
 
 void limitInstructionSet(InstructionSet widest) {
-  inUse = std::min(widest, widestOfMachine());
+  inUse = static_cast<int>(std::min(widest, widestOfMachine()));
 }
 
 }  // namespace zeph::cpu

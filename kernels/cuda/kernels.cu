@@ -268,6 +268,7 @@ __global__ void nonlinearProducts(float* __restrict__ padded, Params p) {
   writeProducts(planes, o, u, v, gx, gy, p);
 }
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a type and a name
 #define ZEPH_PARAMETER(type, name) type __restrict__ name,
 __global__ void advanceStage(ZEPH_STAGE_ARRAYS(ZEPH_PARAMETER) Params p) {
   const auto [i, j] = placeInGrid();
@@ -396,7 +397,7 @@ __global__ void extractSnapshot(const float* __restrict__ snapshotPlanes,
 }  // extern "C"
 
 #define ZEPH_CHECK(kernel, Arrays) \
-  static_assert(takesArguments<Arrays, std::remove_pointer_t<decltype(&kernel)>>)
+  static_assert(takesArguments<Arrays, std::remove_pointer_t<decltype(&(kernel))>>)
 
 ZEPH_CHECK(projectState, ProjectionArrays);
 ZEPH_CHECK(velocityToPadded, VelocityArrays);
