@@ -9,12 +9,6 @@
 
 namespace zeph {
 
-void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
-                  const FrameFiles& files) {
-  files.raiseRefusal();
-  if (files.png) renderer.renderPng(frame, files.settings, *files.png, files.pixels);
-}
-
 void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
                      const FrameFiles& files) {
   guardEndOfFirstThread();
@@ -22,7 +16,8 @@ void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
   if (!use) throw std::runtime_error("The process is ending.");
   const FirstUseGuard guard;
   Renderer renderer(device);
-  writePicture(renderer, frame, files);
+  files.raiseRefusal();
+  renderer.renderPng(frame, files.settings, files.png.value(), files.pixels);
 }
 
 void runExport(Renderer& renderer, const ExportTask& task) {

@@ -8,11 +8,8 @@
 
 namespace zeph {
 
-// Raises the refusal of the request if there is one; then writes the picture if one is asked for.
-void writePicture(Renderer& renderer, const std::shared_ptr<const Frame>& frame,
-                  const FrameFiles& files);
-
-// The same with a renderer for this one picture, for the frames of a device.
+// Writes the picture that is asked for, with a renderer for this one picture, for the frames of a
+// device. Raises the refusal of the request, if there is one, once there is a renderer.
 void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
                      const FrameFiles& files);
 

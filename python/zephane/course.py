@@ -4,10 +4,8 @@ gains energy, or that it has failed.
 
 from __future__ import annotations
 
+from .errors import LOST_FLOW
 from .records import ViewStatus
-
-# The solver's words for a time step without bound, among others.
-LOST_FLOW = "The solver encountered a non-finite field or timestep."
 
 REST_ENERGY = 1e-6
 # A flow with less than this share of its energy left may be so fast in dying that the step passes

@@ -8,7 +8,7 @@ import warnings
 from collections.abc import Mapping
 from typing import Any
 
-from .errors import FlowFailedError, ZephaneError
+from .errors import LOST_FLOW, FlowFailedError, ZephaneError
 from .outputs import why_not_writable
 from .records import Clock, Config, Statistics
 from .refusals import memory_refusal
@@ -29,7 +29,6 @@ PICTURE_FILE = re.compile(r"(?:Open|Write|Commit) PNG[ a-z]* failed \(0x([1-9a-f
 RAW_FILE = "Cannot write export file."
 
 LOST = "The flow became non-finite or a GPU operation failed. Reset to recover."
-BLOWN_UP = "The solver encountered a non-finite field or timestep."
 
 
 # Growth that the errors of a sound flow do not explain, as a share of the figure.
@@ -53,7 +52,7 @@ def warn_of_growth(before: Statistics, now: Statistics, stacklevel: int) -> None
 
 def is_loss(failure: ZephaneError) -> bool:
     """Whether a failure means that the flow is lost."""
-    return str(failure) in (LOST, BLOWN_UP) or str(failure).startswith("Non-finite ")
+    return str(failure) in (LOST, LOST_FLOW) or str(failure).startswith("Non-finite ")
 
 
 def explain_loss(

@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+# The solver's words for a flow that is lost, by a time step without bound among others.
+LOST_FLOW = "The solver encountered a non-finite field or timestep."
+
 
 class ZephaneError(RuntimeError):
     """A failure. Its text is the library's own, or begins with a sentence of the package's."""

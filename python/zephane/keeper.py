@@ -6,7 +6,7 @@ from __future__ import annotations
 
 from typing import Any
 
-from .course import LOST_FLOW
+from .errors import LOST_FLOW
 from .figures import ADAPTED, FIXED, FOLLOWS, Standing
 from .records import ViewStatus
 from .view import View

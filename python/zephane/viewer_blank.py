@@ -4,8 +4,8 @@ from __future__ import annotations
 
 import tkinter as tk
 
-from .course import LOST_FLOW
 from .engine_failures import HINTS
+from .errors import LOST_FLOW
 from .viewer_style import BACKGROUND, DIM, INK, OUTLINE, Style
 
 # What to do about a failure.

@@ -12,7 +12,8 @@ from test_host_dashboard import RUNNING, STATS
 
 import zephane
 from zephane import ViewStatus
-from zephane.course import LOST_FLOW, Course
+from zephane.course import Course
+from zephane.errors import LOST_FLOW
 
 SECONDS = 60.0
 
