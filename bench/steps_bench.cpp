@@ -7,6 +7,7 @@
 #include "bench/bytes_moved.h"
 #include "bench/copy_bandwidth.h"
 #include "bench/device_time.h"
+#include "kernels/fused_step.h"
 #include "solver/solver.h"
 #include "solver/start_spectra.h"
 
@@ -68,6 +69,18 @@ BENCHMARK_CAPTURE(step, imexRK3_stress, Integrator::imexRK3, OperatorKind::stres
 BENCHMARK_CAPTURE(step, ifHeunRK3_stress, Integrator::ifHeunRK3, OperatorKind::stress)
     ->Arg(1024)
     ->Arg(4096)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// The same on the processor by the kernels one after another.
+void separateStep(benchmark::State& state) {
+  useSeparateKernels(true);
+  step(state, Integrator::etdrk4, OperatorKind::stress);
+  useSeparateKernels(false);
+}
+BENCHMARK(separateStep)
+    ->RangeMultiplier(2)
+    ->Range(256, 4096)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

@@ -19,6 +19,12 @@ double palinstrophyRatio(double enstrophy, double palinstrophy, int n) {
 std::size_t bytesOf(const std::unique_ptr<FftPlan>& plan) {
   return plan ? plan->deviceBytes() : 0;
 }
+std::size_t bytesOf(const std::unique_ptr<FusedStep>& step) {
+  std::size_t sum = 0;
+  if (!step) return sum;
+  for (const TransformAllocation& allocation : step->allocations()) sum += allocation.bytes;
+  return sum;
+}
 
 }  // namespace
 
@@ -44,7 +50,8 @@ Statistics Solver::Impl::inspect() {
     failed = true;
     throw;
   }
-  statistics.workspaceBytes = bytesOf(paddedPlan) + bytesOf(gridPlan) + bytesOf(complexPlan);
+  statistics.workspaceBytes =
+      bytesOf(paddedPlan) + bytesOf(gridPlan) + bytesOf(complexPlan) + bytesOf(fusedStep);
   return statistics;
 }
 

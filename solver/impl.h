@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "kernels/fused_step.h"
 #include "solver/device_resources.h"
 #include "solver/fft_plan.h"
 #include "solver/solver.h"
@@ -21,6 +22,7 @@ struct Solver::Impl {
   Impl& operator=(const Impl&) = delete;
 
   cudaStream_t stream() const { return queue.value; }
+  void makeFusedStep();
   std::size_t halfSpectrum() const;  // elements
   std::size_t samples() const;       // N * N
 
@@ -34,6 +36,7 @@ struct Solver::Impl {
   void queueSteps(int steps, std::optional<double> end);
   void runStep(std::optional<double> end);
   void queueStage(int stage, std::optional<double> end);
+  StageArrays stageArrays() const;
   void queueTerm(const Params& p);
   void queueTransformBack();
   void readClock();
@@ -65,6 +68,7 @@ struct Solver::Impl {
   DeviceBuffer omega, correction, padded, base, first, middle, predictor, coefficients, clock,
       cflPartials, statPartials, snapshotSpectra, snapshotPartials;
   std::array<std::shared_ptr<float>, 3> fields;
+  std::unique_ptr<FusedStep> fusedStep;  // null on devices that step by the kernels
   PinnedData pinned;
   StepGraph stepGraph;
 

@@ -1,5 +1,6 @@
 #include "solver/solver.h"
 
+#include <new>
 #include <stdexcept>
 
 #include "device/check.h"
@@ -61,6 +62,15 @@ Solver::Impl::Impl(const Config& start)
   paddedPlan->application(term.products, padded.ptr);
   gridPlan->application(1, snapshotSpectra.ptr);
   gridPlan->application(3, snapshotSpectra.ptr);
+  if (deviceIsSynchronous() && !usesSeparateKernels()) makeFusedStep();
+}
+
+void Solver::Impl::makeFusedStep() {
+  try {
+    fusedStep = std::make_unique<FusedStep>(n, config.operatorKind);
+  } catch (const std::bad_alloc&) {
+    check(cudaErrorMemoryAllocation, "cudaMalloc(&ptr,bytes)");
+  }
 }
 
 Solver::Impl::~Impl() {

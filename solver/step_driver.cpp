@@ -73,6 +73,10 @@ float Solver::Impl::runBatch(int steps, std::optional<double> end) {
 // On a synchronous device the clock can be read after each step, so the void steps after a final or
 // a failed one are not run.
 void Solver::Impl::runSteps(int steps, std::optional<double> end) {
+  if (fusedStep) {
+    const FusedArrays arrays = {stageArrays(), padded.as<V2>(), cflPartials.as<V2>()};
+    return fusedStep->run(arrays, params(0, end), steps);
+  }
   const ClockState& now = *clock.as<const ClockState>();
   for (int step = 0; step < steps; ++step) {
     runStep(end);
@@ -110,7 +114,11 @@ void Solver::Impl::queueStage(int stage, std::optional<double> end) {
   const Params p = params(stage, end);
   queueTerm(p);
   queueTransformBack();
-  const StageArrays arrays = {
+  advanceStage(stream(), stageArrays(), p);
+}
+
+StageArrays Solver::Impl::stageArrays() const {
+  return {
       .omega = omega.as<V2>(),
       .padded = padded.as<const V2>(),
       .base = base.as<V2>(),
@@ -121,7 +129,6 @@ void Solver::Impl::queueStage(int stage, std::optional<double> end) {
       .clock = clock.as<ClockState>(),
       .correction = correction.as<V2>(),
   };
-  advanceStage(stream(), arrays, p);
 }
 
 // The products of the nonlinear term in physical space; at stage 0 also the time step.

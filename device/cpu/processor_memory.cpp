@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <mutex>
+#include <new>
 
 #include "platform/system_memory.h"
 
@@ -79,6 +80,12 @@ std::uint64_t DeviceMemory::untouched() {
     sum += block.bytes - resident;
   }
   return sum;
+}
+
+DeviceFloats::DeviceFloats(std::size_t count)
+    : floats_(static_cast<float*>(DeviceMemory::shared().allocate(count * sizeof(float)))),
+      bytes_(count * sizeof(float)) {
+  if (!floats_) throw std::bad_alloc();
 }
 
 }  // namespace zeph::cpu

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 
 #include "platform/fork.h"
 
@@ -49,6 +50,24 @@ class DeviceMemory {
   platform::ProcessMutex mutex_;
   std::map<void*, Block> blocks_;
   unsigned placed_ = 0;  // blocks given out so far
+};
+
+// A zeroed block of floats of the shared memory, freed with its owner.
+class DeviceFloats {
+ public:
+  DeviceFloats() = default;
+  // Raises std::bad_alloc.
+  explicit DeviceFloats(std::size_t count);
+
+  float* get() const { return floats_.get(); }
+  std::size_t bytes() const { return bytes_; }
+
+ private:
+  struct Release {
+    void operator()(float* block) const { DeviceMemory::shared().release(block); }
+  };
+  std::unique_ptr<float, Release> floats_;
+  std::size_t bytes_ = 0;
 };
 
 }  // namespace zeph::cpu

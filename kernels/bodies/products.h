@@ -23,10 +23,15 @@ ZEPH_BODY float advectiveProduct(float u, float v, float gx, float gy) {
 }
 
 // The curl of the divergence of the momentum flux: (kx^2 - ky^2) (uv)^ - kx ky (u^2 - v^2)^.
-ZEPH_BODY V2 stressTerm(V2 difference, V2 product, int i, int ky) {
-  const float c = static_cast<float>(ky * i);
-  const float d = static_cast<float>(i * i - ky * ky);
+// c = kx ky and d = kx^2 - ky^2, each rounded once.
+template <class C, class F>
+ZEPH_BODY C stressTermOf(C difference, C product, F c, F d) {
   return (d * product) - (c * difference);
+}
+
+ZEPH_BODY V2 stressTerm(V2 difference, V2 product, int i, int ky) {
+  return stressTermOf(difference, product, static_cast<float>(ky * i),
+                      static_cast<float>(i * i - ky * ky));
 }
 
 // N^2 / M^2, which converts a spectrum of the padded grid to the scale of the state.

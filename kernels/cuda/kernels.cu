@@ -129,7 +129,7 @@ __device__ float heunFactor(float z) {
 }
 
 __device__ void heun(const Mode& mode, V2 term, float dt, float damping, const Params& p) {
-  HeunCoefficients c = {};
+  HeunCoefficients<> c = {};
   if (p.stage == 0) {
     c = {heunFactor(heunExponent<0>(damping)), heunFactor(heunExponent<1>(damping)),
          heunFactor(heunExponent<2>(damping))};
@@ -148,12 +148,12 @@ __device__ void heun(const Mode& mode, V2 term, float dt, float damping, const P
   }
 }
 
-__device__ EtdCoefficients formEtd(const Mode& mode, float damping, float dt) {
+__device__ EtdCoefficients<> formEtd(const Mode& mode, float damping, float dt) {
   const float h = halfExponent(damping);
   const float z = wholeExponent(damping);
-  const HalfStepCoefficients halfStep =
+  const HalfStepCoefficients<> halfStep =
       hasSeries(h) ? halfStepCoefficients<true>(h, dt) : halfStepCoefficients<false>(h, dt);
-  const WholeStepCoefficients whole =
+  const WholeStepCoefficients<> whole =
       hasSeries(z) ? wholeStepCoefficients<true>(z, dt) : wholeStepCoefficients<false>(z, dt);
   mode.c(0) = whole.c0;
   mode.c(1) = halfStep.c1;
@@ -165,7 +165,7 @@ __device__ EtdCoefficients formEtd(const Mode& mode, float damping, float dt) {
 }
 
 __device__ void etd(const Mode& mode, V2 term, float dt, float damping, const Params& p) {
-  EtdCoefficients c = {};
+  EtdCoefficients<> c = {};
   if (p.stage == 0) {
     c = formEtd(mode, damping, dt);
     etdStage<0>(term, c, mode.omega, mode.base, mode.first, mode.middle, mode.predictor,

@@ -66,8 +66,8 @@ template <bool ADVECTIVE, int STAGE>
 bool heunRow(const Row& row, const Step& step) {
   return updateModes<ADVECTIVE>(row, step, [r = row, s = step](int i, V2 term) {
     const auto& c = r.coefficients;
-    heunStage<STAGE>(term, s.dt, {c[0][i], c[1][i], c[2][i]}, r.omega[i], r.base[i], r.first[i],
-                     r.correction[i]);
+    heunStage<STAGE>(term, s.dt, HeunCoefficients<>{c[0][i], c[1][i], c[2][i]}, r.omega[i],
+                     r.base[i], r.first[i], r.correction[i]);
   });
 }
 
@@ -75,8 +75,9 @@ template <bool ADVECTIVE, int STAGE>
 bool etdRow(const Row& row, const Step& step) {
   return updateModes<ADVECTIVE>(row, step, [r = row](int i, V2 term) {
     const auto& c = r.coefficients;
-    etdStage<STAGE>(term, {c[0][i], c[1][i], c[2][i], c[3][i], c[4][i], c[5][i]}, r.omega[i],
-                    r.base[i], r.first[i], r.middle[i], r.predictor[i], r.correction[i]);
+    etdStage<STAGE>(term, EtdCoefficients<>{c[0][i], c[1][i], c[2][i], c[3][i], c[4][i], c[5][i]},
+                    r.omega[i], r.base[i], r.first[i], r.middle[i], r.predictor[i],
+                    r.correction[i]);
   });
 }
 
@@ -138,7 +139,7 @@ void halfStepRow(const Row& row, const Step& step, int begin, int end) {
   const int ky = row.ky;
   for (int i = begin; i < end; ++i) {
     const float h = halfExponent(dampingOf(s.viscosity, s.dt, waveSquare(i, ky)));
-    const HalfStepCoefficients c = halfStepCoefficients<SERIES>(h, s.dt);
+    const HalfStepCoefficients<> c = halfStepCoefficients<SERIES>(h, s.dt);
     c1[i] = c.c1;
     c2[i] = c.c2;
   }
@@ -154,7 +155,7 @@ void wholeStepRow(const Row& row, const Step& step, int begin, int end) {
   const int ky = row.ky;
   for (int i = begin; i < end; ++i) {
     const float z = wholeExponent(dampingOf(s.viscosity, s.dt, waveSquare(i, ky)));
-    const WholeStepCoefficients c = wholeStepCoefficients<SERIES>(z, s.dt);
+    const WholeStepCoefficients<> c = wholeStepCoefficients<SERIES>(z, s.dt);
     c0[i] = c.c0;
     c3[i] = c.c3;
     c4[i] = c.c4;

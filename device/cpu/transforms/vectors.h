@@ -2,6 +2,8 @@
 // For code that is compiled once per instruction set.
 #pragma once
 
+#include <immintrin.h>
+
 #include <cstddef>
 #include <utility>
 
@@ -17,9 +19,26 @@ constexpr int vectorBytes = 4 * vectorWidth;
 typedef float Vector __attribute__((vector_size(vectorBytes)));
 typedef float VectorInMemory __attribute__((vector_size(vectorBytes), aligned(4), may_alias));
 
+// Integers, or the lanes of a comparison: all bits set where it holds.
+typedef int IntVector __attribute__((vector_size(vectorBytes)));
+
 struct ComplexVector {
   Vector re, im;
 };
+
+ZEPH_INLINE Vector magnitude(Vector x) {
+  return reinterpret_cast<Vector>(reinterpret_cast<IntVector>(x) & 0x7FFFFFFF);
+}
+
+ZEPH_INLINE bool anyLane(IntVector lanes) {
+#if ZEPH_VECTOR_WIDTH == 16
+  return _mm512_movepi32_mask(reinterpret_cast<__m512i>(lanes)) != 0;
+#elif ZEPH_VECTOR_WIDTH == 8
+  return _mm256_movemask_ps(reinterpret_cast<__m256>(lanes)) != 0;
+#else
+  return _mm_movemask_ps(reinterpret_cast<__m128>(lanes)) != 0;
+#endif
+}
 
 template <int value>
 struct Constant {

@@ -1,0 +1,114 @@
+#include "kernels/fused_step.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include "device/cpu/instruction_set.h"
+#include "device/cpu/thread_pool.h"
+#include "kernels/bodies/time_step.h"
+
+namespace zeph {
+namespace {
+
+std::atomic<bool> separateKernels = false;
+
+// The tiles that a participant needs at once: the columns of all planes, or the rows of a velocity
+// and a gradient, and two lines of Bluestein's algorithm.
+std::size_t scratchFloats(const cpu::FusedPass& pass, OperatorKind kind, int lanes) {
+  const std::size_t tiles = static_cast<std::size_t>(needsOf(kind).fields);
+  const cpu::LineTables* inner = pass.line->block->inner;
+  const std::size_t chirp = inner == nullptr ? 0
+                                             : std::size_t{4} * static_cast<std::size_t>(lanes) *
+                                                   static_cast<std::size_t>(inner->length);
+  return tiles * cpu::fusedTileFloats(pass, lanes) + chirp;
+}
+
+}  // namespace
+
+void useSeparateKernels(bool separate) {
+  separateKernels = separate;
+}
+
+bool usesSeparateKernels() {
+  return separateKernels;
+}
+
+FusedStep::FusedStep(int resolution, OperatorKind kind)
+    : passes_(cpu::forInstructionSet(cpu::sse2::fusedPasses, cpu::avx2::fusedPasses,
+                                     cpu::avx512::fusedPasses)),
+      plan_(resolution / 2) {
+  pass_.line = &plan_.tables();
+  pass_.rowTiles = cpu::fusedTiles(pass_.line->length, passes_.lanes);
+  pass_.scratchFloats = scratchFloats(pass_, kind, passes_.lanes);
+  const auto participants = static_cast<std::size_t>(cpu::ThreadPool::shared().participants());
+  scratch_ = cpu::DeviceFloats(participants * pass_.scratchFloats);
+  pass_.scratch = scratch_.get();
+}
+
+std::vector<TransformAllocation> FusedStep::allocations() const {
+  std::vector<TransformAllocation> all = plan_.allocations();
+  all.push_back({scratch_.get(), scratch_.bytes()});
+  return all;
+}
+
+void FusedStep::share(Task task, int tiles) {
+  struct Context {
+    const cpu::FusedPass& pass;
+    Task task;
+  } context = {pass_, task};
+  cpu::ThreadPool::shared().run(
+      tiles,
+      [](void* pointer, int index, int participant) {
+        const Context& c = *static_cast<const Context*>(pointer);
+        c.task(c.pass, index, participant);
+      },
+      &context);
+}
+
+void FusedStep::runColumns(Task task) {
+  share(task, cpu::fusedTiles(pass_.line->half, passes_.lanes));
+}
+
+// The factors depend on nothing else, so that steps of the same length share them.
+void FusedStep::updateCoefficients() {
+  const float dt = pass_.clock->dt;
+  if (dt == dt_ && pass_.p.viscosity == viscosity_) return;
+  const int parts = cpu::fusedTiles(pass_.line->half, passes_.rowsOfCoefficients);
+  if (needsOf(pass_.p.method).coefficientPlanes > 0)
+    share(passes_.coefficients, parts * cpu::fusedTiles(pass_.line->half, passes_.lanes));
+  dt_ = dt;
+  viscosity_ = pass_.p.viscosity;
+}
+
+// Takes a step whose first term has been begun. False if no other may follow.
+bool FusedStep::step(bool last) {
+  ClockState& clock = *pass_.clock;
+  const auto stages = static_cast<std::uint32_t>(needsOf(pass_.p.method).stages);
+  for (pass_.p.stage = 0; pass_.p.stage < stages; ++pass_.p.stage) {
+    if (pass_.p.stage == 0) std::fill_n(cflPartials_, reductionBlocks, V2{0, 0});
+    share(passes_.rows, pass_.rowTiles);
+    if (pass_.p.stage == 0) {
+      if (!selectStep(clock, cflPartials_, pass_.p)) clock.healthy = 0;
+      if (clock.stepState == noStep) return false;
+      updateCoefficients();
+    }
+    pass_.endsBatch = pass_.p.stage + 1 == stages && (last || clock.stepState == finalStep);
+    runColumns(passes_.columns);
+  }
+  commit(clock, pass_.p);
+  return clock.stepState == normalStep && clock.healthy != 0;
+}
+
+void FusedStep::run(const FusedArrays& arrays, const Params& p, int steps) {
+  pass_.arrays = arrays.stage;
+  pass_.work = &arrays.padded->re;
+  pass_.clock = arrays.stage.clock;
+  pass_.speedBound = cflPartials_ = arrays.cflPartials;
+  pass_.p = p;
+  runColumns(passes_.firstColumns);
+  for (int taken = 0; taken < steps; ++taken) {
+    if (!step(taken + 1 == steps)) return;
+  }
+}
+
+}  // namespace zeph

@@ -1,0 +1,15 @@
+// The parts of the table of fused passes that have files of their own. For code that is compiled
+// once per instruction set.
+#pragma once
+
+#include "kernels/processor/fused_pass.h"
+
+namespace zeph::cpu::ZEPH_ISA {
+
+void fusedFirstColumns(const FusedPass& pass, int tile, int participant);
+void fusedColumns(const FusedPass& pass, int tile, int participant);
+void fusedCoefficients(const FusedPass& pass, int index, int participant);
+
+static constexpr int fusedCoefficientRows = 32;  // of a task
+
+}  // namespace zeph::cpu::ZEPH_ISA

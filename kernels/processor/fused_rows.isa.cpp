@@ -1,0 +1,151 @@
+// The row pass of the fused step: a tile of rows goes from wavenumbers to samples, to the products
+// of the nonlinear term, and back.
+#include "kernels/bodies/products.h"
+#include "kernels/processor/fused_columns.h"
+#include "kernels/processor/fused_vectors.h"
+
+namespace zeph::cpu::ZEPH_ISA {
+namespace {
+
+// The largest |u| + |v| of each lane, and the lanes that met a value that is not finite.
+struct SpeedLanes {
+  Vector largest = {};
+  IntVector invalid = {};
+
+  ZEPH_INLINE void add(Vector u, Vector v) {
+    const Vector bound = magnitude(u) + magnitude(v);
+    largest = bound > largest ? bound : largest;
+    invalid |= nonFinite(bound);
+  }
+};
+
+// Bounds are never negative, and the bits of such floats, read as integers, have the same order.
+void mergeSpeeds(V2* bound, const SpeedLanes& lanes) {
+  float largest = 0;
+  for (int l = 0; l < vectorWidth; ++l) largest = larger(largest, lanes.largest[l]);
+  const auto bits = __builtin_bit_cast(std::uint32_t, largest);
+  auto* maximum = reinterpret_cast<std::uint32_t*>(&bound->re);
+  std::uint32_t seen = __atomic_load_n(maximum, __ATOMIC_RELAXED);
+  while (bits > seen && !__atomic_compare_exchange_n(maximum, &seen, bits, true, __ATOMIC_RELAXED,
+                                                     __ATOMIC_RELAXED)) {
+  }
+  if (anyLane(lanes.invalid)) {
+    __atomic_store_n(reinterpret_cast<std::uint32_t*>(&bound->im),
+                     __builtin_bit_cast(std::uint32_t, 1.0f), __ATOMIC_RELAXED);
+  }
+}
+
+// The first stage of the inverse transform of a field's rows. Inverse transforms are forward ones
+// with the parts exchanged; the columns have left plane 0 so and plane 1 not.
+template <int q>
+ZEPH_INLINE void spreadRows(const FusedPass& pass, int field, int rows, Tile tile) {
+  const PaddedTables& line = *pass.line;
+  const float* positive = workAt(pass, 2 * field, rows, 0);
+  const float* negative = workAt(pass, 2 * field + 1, rows, 0);
+  constexpr std::ptrdiff_t element = 2 * vectorWidth;
+  const auto stage = [&](int j, auto noNyquist) ZEPH_INLINED {
+    spreadStage<q>(line, j, tile, [&](auto n) ZEPH_INLINED {
+      if constexpr (n < q) return loadParts(positive + element * (j + n * line.span));
+      if constexpr (n == 2 * q && noNyquist) return ComplexVector{};
+      return swapped(loadParts(negative + element * ((3 * q - n) * line.span - j)));
+    });
+  };
+  stage(0, Constant<1>{});
+  for (int j = 1; j < line.span; ++j) stage(j, Constant<0>{});
+}
+
+// The last stage of the forward transform of the products' rows. Those of "advective" are real, so
+// that negative wavenumbers are not needed.
+template <int q, bool ADVECTIVE>
+ZEPH_INLINE void gatherRows(const FusedPass& pass, int rows, Tile tile) {
+  const PaddedTables& line = *pass.line;
+  float* positive = workAt(pass, 0, rows, 0);
+  float* negative = workAt(pass, 1, rows, 0);
+  constexpr std::ptrdiff_t element = 2 * vectorWidth;
+  const auto stage = [&](int j, auto noNyquist) ZEPH_INLINED {
+    gatherStage<q>(line, j, tile, [&](auto n, ComplexVector value) ZEPH_INLINED {
+      if constexpr (n < q) {
+        storeParts(positive + element * (j + n * line.span), value);
+        if constexpr (n == 0 && noNyquist && !ADVECTIVE) storeParts(negative, value);
+      } else if constexpr (!ADVECTIVE && !(n == 2 * q && noNyquist)) {
+        storeParts(negative + element * ((3 * q - n) * line.span - j), value);
+      }
+    });
+  };
+  stage(0, Constant<1>{});
+  for (int j = 1; j < line.span; ++j) stage(j, Constant<0>{});
+}
+
+// z = u + i v, exchanged, becomes u^2 - v^2 + i u v.
+template <int q, bool BOUND>
+void stressRows(const FusedPass& pass, int rows, int participant) {
+  const PaddedTables& line = *pass.line;
+  const Tile tile = scratchTile(pass, participant, 0);
+  const Tile chirp = scratchTile(pass, participant, 1);
+  const float scale = pass.p.scale;
+  SpeedLanes speeds;
+  spreadRows<q>(pass, 0, rows, tile);
+  for (int k = 0; k < 3 * q; ++k) {
+    turnBlock(line, k, tile, chirp, [&](int, ComplexVector z) ZEPH_INLINED {
+      const Vector u = scale * z.im, v = scale * z.re;
+      if constexpr (BOUND) speeds.add(u, v);
+      return ComplexVector{u * u - v * v, u * v};
+    });
+  }
+  gatherRows<q, false>(pass, rows, tile);
+  if constexpr (BOUND) mergeSpeeds(pass.speedBound, speeds);
+}
+
+// z = u + i v and g = dw/dx + i dw/dy, exchanged, become -(u dw/dx + v dw/dy).
+template <int q, bool BOUND>
+void advectiveRows(const FusedPass& pass, int rows, int participant) {
+  const PaddedTables& line = *pass.line;
+  const Tile velocity = scratchTile(pass, participant, 0);
+  const Tile gradient = scratchTile(pass, participant, 1);
+  const Tile chirp = scratchTile(pass, participant, 2);
+  const float scale = pass.p.scale;
+  SpeedLanes speeds;
+  spreadRows<q>(pass, 0, rows, velocity);
+  for (int k = 0; k < 3 * q; ++k) spreadBlock(line, k, velocity, chirp);
+  spreadRows<q>(pass, 1, rows, gradient);
+  for (int k = 0; k < 3 * q; ++k) {
+    turnBlock(line, k, gradient, chirp, [&](int element, ComplexVector g) ZEPH_INLINED {
+      const ComplexVector z = velocity.load(element);
+      const Vector u = scale * z.im, v = scale * z.re;
+      const Vector gx = scale * g.im, gy = scale * g.re;
+      if constexpr (BOUND) {
+        speeds.add(u, v);
+        speeds.invalid |= nonFinite(gx) | nonFinite(gy);
+      }
+      return ComplexVector{-(u * gx + v * gy), Vector{}};
+    });
+  }
+  gatherRows<q, true>(pass, rows, gradient);
+  if constexpr (BOUND) mergeSpeeds(pass.speedBound, speeds);
+}
+
+template <bool BOUND>
+void rowTile(const FusedPass& pass, int rows, int participant) {
+  forOuterRadix(*pass.line, [&](auto q) ZEPH_INLINED {
+    if (pass.p.operatorKind == OperatorKind::advective) {
+      advectiveRows<q, BOUND>(pass, rows, participant);
+    } else {
+      stressRows<q, BOUND>(pass, rows, participant);
+    }
+  });
+}
+
+void rowsTask(const FusedPass& pass, int rows, int participant) {
+  if (pass.p.stage == 0) {
+    rowTile<true>(pass, rows, participant);
+  } else {
+    rowTile<false>(pass, rows, participant);
+  }
+}
+
+}  // namespace
+
+const FusedPasses fusedPasses = {vectorWidth,  fusedFirstColumns, rowsTask,
+                                 fusedColumns, fusedCoefficients, fusedCoefficientRows};
+
+}  // namespace zeph::cpu::ZEPH_ISA
