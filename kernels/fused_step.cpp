@@ -12,6 +12,9 @@ namespace {
 
 std::atomic<bool> separateKernels = false;
 
+// Points of the grid that are worth a thread: a pass over them takes some five microseconds.
+constexpr std::uint32_t leastPoints = 2500;
+
 // The tiles that a participant needs at once: the columns of all planes, or the rows of a velocity
 // and a gradient, and two lines of Bluestein's algorithm.
 std::size_t scratchFloats(const cpu::FusedPass& pass, OperatorKind kind, int lanes) {
@@ -62,7 +65,7 @@ void FusedStep::share(Task task, int tiles) {
         const Context& c = *static_cast<const Context*>(pointer);
         c.task(c.pass, index, participant);
       },
-      &context);
+      &context, static_cast<int>(pass_.p.resolution * pass_.p.resolution / leastPoints) + 1);
 }
 
 void FusedStep::runColumns(Task task) {

@@ -14,7 +14,7 @@ const char* systemName();
 // The operating system's id of the calling thread; never 0.
 std::uint32_t threadId();
 
-// Processors that this process may run on, at least 1.
+// Processors that this process may use, by its affinity and its control groups; at least 1.
 int usableProcessors();
 
 // The processor's model name, or "Processor" if it is unknown.

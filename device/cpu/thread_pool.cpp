@@ -1,6 +1,7 @@
 #include "device/cpu/thread_pool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <system_error>
 
 #include "device/cpu/parallel.h"
@@ -13,15 +14,31 @@ namespace {
 
 platform::MadeOnce<ThreadPool> poolOfProcess;
 
+// About the time that waking a thread takes, after which watching on would cost more than it saves.
+constexpr auto watchingTime = std::chrono::microseconds(40);
+
+// Watches until done() holds, for a little while.
+template <class Done>
+void watch(Done done) {
+  constexpr int looksBetweenTimes = 32;
+  const auto deadline = std::chrono::steady_clock::now() + watchingTime;
+  do {
+    for (int look = 0; look < looksBetweenTimes; ++look) {
+      if (done()) return;
+      __builtin_ia32_pause();
+    }
+  } while (std::chrono::steady_clock::now() < deadline);
+}
+
 }  // namespace
 
 struct ThreadPool::Run {
   Task task;
   void* context;
   int count;
-  int limit;                 // participants that may join
-  std::atomic<int> next{0};  // the first task not yet handed out
-  int inside = 0;            // pool threads in the run, under the pool's mutex
+  int limit;                   // participants that may join
+  std::atomic<int> next{0};    // the first task not yet handed out
+  std::atomic<int> inside{0};  // pool threads in the run, changed under the pool's mutex
 };
 
 ThreadPool::ThreadPool(int participants)
@@ -61,8 +78,8 @@ void ThreadPool::takePart(Run& run, int participant) {
   }
 }
 
-void ThreadPool::run(int count, Task task, void* context) {
-  const int limit = limit_;
+void ThreadPool::run(int count, Task task, void* context, int most) {
+  const int limit = std::clamp(most, 1, limit_.load());
   Run run{task, context, count, limit};
   // A forked child has copies of the pools but none of their threads, and the mutexes in whatever
   // state they were. So each caller does all of its work itself there, without touching them.
@@ -74,12 +91,22 @@ void ThreadPool::run(int count, Task task, void* context) {
   {
     const std::lock_guard lock(mutex_);
     open_.push_back(&run);
+    ++openings_;
   }
   wake_.notify_all();
   takePart(run, 0);
   std::unique_lock lock(mutex_);
-  close(run);
+  close(run);  // nobody joins from here on
+  if (run.inside == 0) return;
+  lock.unlock();
+  watch([&] { return run.inside.load(std::memory_order_acquire) == 0; });
+  lock.lock();
   done_.wait(lock, [&] { return run.inside == 0; });
+}
+
+// Returns when a run has been opened after those seen, or after a little while.
+void ThreadPool::awaitOpening(unsigned seen) const {
+  watch([&] { return openings_.load(std::memory_order_relaxed) != seen; });
 }
 
 void ThreadPool::close(Run& run) {
@@ -110,6 +137,12 @@ void ThreadPool::work(int participant) {
     lock.lock();
     close(*run);
     if (--run->inside == 0) done_.notify_all();
+    if (openRun(participant) == nullptr) {
+      const unsigned seen = openings_;
+      lock.unlock();
+      awaitOpening(seen);
+      lock.lock();
+    }
   }
 }
 

@@ -12,6 +12,10 @@ namespace zeph::cpu {
 // A pool whose threads sleep while there is nothing to do. The caller of a run takes part in it,
 // and several callers may run at the same time. Which thread does which task never changes a
 // result.
+//
+// Runs of a few microseconds follow one another closely, and waking a thread takes longer than
+// that. So a thread without work, or a caller that waits for the last task, watches for a little
+// while before it sleeps.
 class ThreadPool {
  public:
   // `index` counts the tasks of a run from 0; `participant` numbers the threads that take part in
@@ -33,12 +37,15 @@ class ThreadPool {
 
   // Calls task(context, index, participant) for each index below `count`, once each, in any order
   // and on any of the threads, and returns when all are done. A task must not raise.
-  void run(int count, Task task, void* context);
+  // At most `most` threads take part: work that is done sooner than others could join it is better
+  // done alone.
+  void run(int count, Task task, void* context, int most = 1 << 20);
 
  private:
   struct Run;
   void work(int participant);
   Run* openRun(int participant);
+  void awaitOpening(unsigned seen) const;
   void close(Run& run);
   static void takePart(Run& run, int participant);
 
@@ -46,9 +53,10 @@ class ThreadPool {
   unsigned forksBehind_;  // of the process that has the threads
   std::atomic<int> limit_;
   std::mutex mutex_;
-  std::condition_variable wake_;  // a run has been opened
-  std::condition_variable done_;  // a thread has left a run
-  std::vector<Run*> open_;        // runs that may still have tasks to hand out
+  std::condition_variable wake_;        // a run has been opened
+  std::condition_variable done_;        // a thread has left a run
+  std::vector<Run*> open_;              // runs that may still have tasks to hand out
+  std::atomic<unsigned> openings_ = 0;  // runs opened so far, changed under the mutex
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };

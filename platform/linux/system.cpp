@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <fstream>
 
+#include "platform/linux/control_groups.h"
+
 namespace zeph::platform {
 
 const char* systemName() {
@@ -16,7 +18,9 @@ std::uint32_t threadId() {
   return static_cast<std::uint32_t>(gettid());
 }
 
-int usableProcessors() {
+namespace {
+
+int processorsOfAffinity() {
   // Machines with more than 1024 processors need a larger set than cpu_set_t.
   for (int capacity = CPU_SETSIZE; capacity <= 1 << 20; capacity *= 4) {
     cpu_set_t* set = CPU_ALLOC(static_cast<std::size_t>(capacity));
@@ -28,6 +32,16 @@ int usableProcessors() {
     if (known) return std::max(count, 1);
   }
   return 1;
+}
+
+}  // namespace
+
+// More threads than a control group gives time to would stop one another in the middle of a step.
+int usableProcessors() {
+  int least = processorsOfAffinity();
+  for (const ControlGroup& group : controlGroups("cpu"))
+    least = std::min(least, processorsAllowed(group));
+  return least;
 }
 
 std::string processorModel() {

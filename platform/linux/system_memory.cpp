@@ -6,15 +6,15 @@
 
 #include <algorithm>
 #include <fstream>
-#include <limits>
 #include <string>
 #include <vector>
+
+#include "platform/linux/control_groups.h"
 
 namespace zeph::platform {
 namespace {
 
 constexpr std::size_t hugePage = std::size_t{2} << 20;
-constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
 
 std::size_t pageSize() {
   return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
@@ -22,13 +22,6 @@ std::size_t pageSize() {
 
 std::size_t roundUp(std::size_t bytes, std::size_t unit) {
   return (bytes + unit - 1) / unit * unit;
-}
-
-// The first number in a file, or `otherwise` if there is none, as in "max".
-std::uint64_t numberIn(const std::string& file, std::uint64_t otherwise) {
-  std::ifstream stream(file);
-  std::uint64_t value = 0;
-  return stream >> value ? value : otherwise;
 }
 
 // The number after `key` in a file of "key number" lines.
@@ -43,47 +36,22 @@ std::uint64_t numberAfter(const std::string& file, const std::string& key) {
 }
 
 // What one control group still allows. File cache that can be dropped at once counts as free.
-std::uint64_t headroom(const std::string& group, const char* limitFile, const char* usageFile,
-                       const char* cacheKey) {
-  const std::uint64_t limit = numberIn(group + limitFile, unlimited);
-  if (limit == unlimited) return unlimited;
-  const std::uint64_t usage = numberIn(group + usageFile, 0);
-  const std::uint64_t cache = numberAfter(group + "/memory.stat", cacheKey);
+std::uint64_t headroom(const ControlGroup& group) {
+  const char* limitFile = group.isUnified ? "/memory.max" : "/memory.limit_in_bytes";
+  const char* usageFile = group.isUnified ? "/memory.current" : "/memory.usage_in_bytes";
+  const std::uint64_t limit = numberIn(group.folder + limitFile, unlimitedNumber);
+  if (limit == unlimitedNumber) return unlimitedNumber;
+  const std::uint64_t usage = numberIn(group.folder + usageFile, 0);
+  const std::uint64_t cache = numberAfter(
+      group.folder + "/memory.stat", group.isUnified ? "inactive_file" : "total_inactive_file");
   const std::uint64_t held = usage - std::min(usage, cache);
   return limit - std::min(limit, held);
 }
 
-// The smallest headroom of a group and its ancestors.
-std::uint64_t headroomUpward(const std::string& root, std::string path, const char* limitFile,
-                             const char* usageFile, const char* cacheKey) {
-  std::uint64_t least = unlimited;
-  for (;;) {
-    least = std::min(least, headroom(root + path, limitFile, usageFile, cacheKey));
-    if (path.empty()) return least;
-    path.erase(path.find_last_of('/'));
-  }
-}
-
 std::uint64_t controlGroupHeadroom() {
-  std::ifstream groups("/proc/self/cgroup");
-  std::string line;
-  std::uint64_t least = unlimited;
-  while (std::getline(groups, line)) {
-    const std::size_t first = line.find(':');
-    const std::size_t second = line.find(':', first + 1);
-    if (second == std::string::npos) continue;
-    const std::string controllers = line.substr(first + 1, second - first - 1);
-    std::string path = line.substr(second + 1);
-    if (path == "/") path.clear();
-    if (controllers.empty()) {
-      least = std::min(least, headroomUpward("/sys/fs/cgroup", path, "/memory.max",
-                                             "/memory.current", "inactive_file"));
-    } else if (("," + controllers + ",").find(",memory,") != std::string::npos) {
-      least =
-          std::min(least, headroomUpward("/sys/fs/cgroup/memory", path, "/memory.limit_in_bytes",
-                                         "/memory.usage_in_bytes", "total_inactive_file"));
-    }
-  }
+  std::uint64_t least = unlimitedNumber;
+  for (const ControlGroup& group : controlGroups("memory"))
+    least = std::min(least, headroom(group));
   return least;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -126,6 +127,30 @@ TEST(ThreadPool, ALimitBoundsTheParticipants) {
     EXPECT_FALSE(attendance.outOfRange) << limit;
   }
   EXPECT_EQ(pool.participants(), 4);
+}
+
+TEST(ThreadPool, ARunMayAskForFewThreads) {
+  ThreadPool pool(4);
+  Attendance attendance(2);
+  for (int round = 0; round < 10; ++round) {
+    pool.run(
+        40,
+        [](void* context, int, int participant) {
+          static_cast<Attendance*>(context)->visit(participant);
+        },
+        &attendance, 2);
+  }
+  EXPECT_FALSE(attendance.outOfRange);
+  EXPECT_FALSE(attendance.twice);
+}
+
+TEST(ThreadPool, SleepsWhenIdle) {
+  ThreadPool pool(3);
+  expectEachIndexOnce(pool, 100);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const std::clock_t before = std::clock();  // processor time of the whole process
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 50);
 }
 
 TEST(ThreadPool, LimitsAreClamped) {
