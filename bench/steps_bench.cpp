@@ -53,7 +53,7 @@ void step(benchmark::State& state, Integrator integrator, OperatorKind kind) {
 }
 BENCHMARK_CAPTURE(step, etdrk4_stress, Integrator::etdrk4, OperatorKind::stress)
     ->RangeMultiplier(2)
-    ->Range(256, 8192)
+    ->Range(64, 8192)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 BENCHMARK_CAPTURE(step, etdrk4_advective, Integrator::etdrk4, OperatorKind::advective)

@@ -30,6 +30,16 @@ void watch(Done done) {
   } while (std::chrono::steady_clock::now() < deadline);
 }
 
+// Takes a lock that is held for a few instructions only, without sleeping if that can be helped.
+void lockSoon(std::unique_lock<std::mutex>& lock) {
+  constexpr int attempts = 100;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    if (lock.try_lock()) return;
+    __builtin_ia32_pause();
+  }
+  lock.lock();
+}
+
 }  // namespace
 
 struct ThreadPool::Run {
@@ -39,6 +49,7 @@ struct ThreadPool::Run {
   int limit;                   // participants that may join
   std::atomic<int> next{0};    // the first task not yet handed out
   std::atomic<int> inside{0};  // pool threads in the run, changed under the pool's mutex
+  int joined = 1;              // participants so far; the caller is the first
 };
 
 ThreadPool::ThreadPool(int participants)
@@ -47,7 +58,7 @@ ThreadPool::ThreadPool(int participants)
   threads_.reserve(static_cast<std::size_t>(participants_) - 1);
   try {
     for (int k = 1; k < participants_; ++k)
-      threads_.push_back(platform::startThread([this, k] { work(k); }));
+      threads_.push_back(platform::startThread([this] { work(); }));
   } catch (const std::system_error&) {
     // The threads that could be started and the caller do the work of the missing ones.
   }
@@ -79,70 +90,75 @@ void ThreadPool::takePart(Run& run, int participant) {
 }
 
 void ThreadPool::run(int count, Task task, void* context, int most) {
-  const int limit = std::clamp(most, 1, limit_.load());
+  const int limit = std::clamp(std::min(most, count), 1, limit_.load());
   Run run{task, context, count, limit};
   // A forked child has copies of the pools but none of their threads, and the mutexes in whatever
   // state they were. So each caller does all of its work itself there, without touching them.
   const bool threadsAreGone = forksBehind_ != platform::forksBehind();
-  if (count <= 1 || limit == 1 || threads_.empty() || threadsAreGone) {
+  if (limit == 1 || threads_.empty() || threadsAreGone) {
     takePart(run, 0);
     return;
   }
-  {
-    const std::lock_guard lock(mutex_);
-    open_.push_back(&run);
-    ++openings_;
-  }
-  wake_.notify_all();
+  std::unique_lock lock(mutex_, std::defer_lock);
+  lockSoon(lock);
+  open_.push_back(&run);
+  seats_ += limit - 1;
+  const int asleep = limit - 1 - watching_;
+  lock.unlock();
+  for (int k = 0; k < asleep; ++k) wake_.notify_one();
+
   takePart(run, 0);
-  std::unique_lock lock(mutex_);
+  lockSoon(lock);
   close(run);  // nobody joins from here on
   if (run.inside == 0) return;
   lock.unlock();
   watch([&] { return run.inside.load(std::memory_order_acquire) == 0; });
-  lock.lock();
+  lockSoon(lock);
   done_.wait(lock, [&] { return run.inside == 0; });
 }
 
-// Returns when a run has been opened after those seen, or after a little while.
-void ThreadPool::awaitOpening(unsigned seen) const {
-  watch([&] { return openings_.load(std::memory_order_relaxed) != seen; });
-}
-
 void ThreadPool::close(Run& run) {
-  std::erase(open_, &run);
+  if (std::erase(open_, &run) > 0) seats_ -= run.limit - run.joined;
 }
 
-// The run with the fewest threads among those that still have tasks, or null.
-ThreadPool::Run* ThreadPool::openRun(int participant) {
+// The run with the fewest threads among those that another one may join, or null.
+ThreadPool::Run* ThreadPool::openRun() {
   Run* chosen = nullptr;
   for (Run* run : open_) {
-    if (participant >= run->limit || run->next.load(std::memory_order_relaxed) >= run->count)
+    if (run->joined >= run->limit || run->next.load(std::memory_order_relaxed) >= run->count)
       continue;
     if (chosen == nullptr || run->inside < chosen->inside) chosen = run;
   }
   return chosen;
 }
 
-void ThreadPool::work(int participant) {
+// A run to join, or null when the pool is being destroyed.
+ThreadPool::Run* ThreadPool::awaitRun(std::unique_lock<std::mutex>& lock) {
+  Run* run = openRun();
+  if (run == nullptr && !stopping_) {
+    ++watching_;
+    lock.unlock();
+    watch([&] { return seats_.load(std::memory_order_relaxed) > 0 || stopping_; });
+    lockSoon(lock);
+    --watching_;
+    run = openRun();
+  }
+  if (run == nullptr) wake_.wait(lock, [&] { return stopping_ || (run = openRun()) != nullptr; });
+  return stopping_ ? nullptr : run;
+}
+
+void ThreadPool::work() {
   platform::enterOwnThread();
   std::unique_lock lock(mutex_);
-  for (;;) {
-    Run* run = nullptr;
-    wake_.wait(lock, [&] { return stopping_ || (run = openRun(participant)) != nullptr; });
-    if (stopping_) return;
+  while (Run* run = awaitRun(lock)) {
+    const int participant = run->joined++;
+    --seats_;
     ++run->inside;
     lock.unlock();
     takePart(*run, participant);
-    lock.lock();
+    lockSoon(lock);
     close(*run);
     if (--run->inside == 0) done_.notify_all();
-    if (openRun(participant) == nullptr) {
-      const unsigned seen = openings_;
-      lock.unlock();
-      awaitOpening(seen);
-      lock.lock();
-    }
   }
 }
 

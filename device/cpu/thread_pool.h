@@ -19,7 +19,7 @@ namespace zeph::cpu {
 class ThreadPool {
  public:
   // `index` counts the tasks of a run from 0; `participant` numbers the threads that take part in
-  // it, from 0 to participants() - 1, so that scratch memory can be kept for each.
+  // it, from 0 (the caller) to participants() - 1, so that scratch memory can be kept for each.
   using Task = void (*)(void* context, int index, int participant);
 
   explicit ThreadPool(int participants);
@@ -43,9 +43,9 @@ class ThreadPool {
 
  private:
   struct Run;
-  void work(int participant);
-  Run* openRun(int participant);
-  void awaitOpening(unsigned seen) const;
+  void work();
+  Run* awaitRun(std::unique_lock<std::mutex>& lock);
+  Run* openRun();
   void close(Run& run);
   static void takePart(Run& run, int participant);
 
@@ -53,11 +53,12 @@ class ThreadPool {
   unsigned forksBehind_;  // of the process that has the threads
   std::atomic<int> limit_;
   std::mutex mutex_;
-  std::condition_variable wake_;        // a run has been opened
-  std::condition_variable done_;        // a thread has left a run
-  std::vector<Run*> open_;              // runs that may still have tasks to hand out
-  std::atomic<unsigned> openings_ = 0;  // runs opened so far, changed under the mutex
-  bool stopping_ = false;
+  std::condition_variable wake_;  // a run has been opened
+  std::condition_variable done_;  // a thread has left a run
+  std::vector<Run*> open_;        // runs that may still have tasks to hand out
+  std::atomic<int> seats_ = 0;    // threads that may still join them; changed under the mutex
+  int watching_ = 0;              // threads that will see a seat without being woken
+  std::atomic<bool> stopping_ = false;
   std::vector<std::thread> threads_;
 };
 
