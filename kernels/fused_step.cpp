@@ -6,6 +6,7 @@
 #include "device/cpu/instruction_set.h"
 #include "device/cpu/thread_pool.h"
 #include "kernels/bodies/time_step.h"
+#include "platform/system.h"
 
 namespace zeph {
 namespace {
@@ -46,6 +47,10 @@ FusedStep::FusedStep(int resolution, OperatorKind kind)
   const auto participants = static_cast<std::size_t>(cpu::ThreadPool::shared().participants());
   scratch_ = cpu::DeviceFloats(participants * pass_.scratchFloats);
   pass_.scratch = scratch_.get();
+  const std::size_t workBytes = static_cast<std::size_t>(needsOf(kind).fields) *
+                                static_cast<std::size_t>(pass_.line->length) *
+                                static_cast<std::size_t>(pass_.line->half) * sizeof(V2);
+  pass_.streams = workBytes > platform::lastLevelCacheBytes();
 }
 
 std::vector<TransformAllocation> FusedStep::allocations() const {

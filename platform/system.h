@@ -1,6 +1,7 @@
 // The little of the operating system that the rest needs and the standard library lacks.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -16,6 +17,9 @@ std::uint32_t threadId();
 
 // Processors that this process may use, by its affinity and its control groups; at least 1.
 int usableProcessors();
+
+// The size of the largest cache of a processor; 32 MiB if it is unknown.
+std::size_t lastLevelCacheBytes();
 
 // The processor's model name, or "Processor" if it is unknown.
 std::string processorModel();

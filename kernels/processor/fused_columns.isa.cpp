@@ -57,16 +57,20 @@ void loadSquare(const FusedPass& pass, const TileColumns& columns, int plane, in
   });
 }
 
+template <bool STREAMS>
 void storeSquare(const FusedPass& pass, const TileColumns& columns, int plane, int rows,
                  Tile tile) {
   float* to = workAt(pass, plane, rows, columns.first);
-  fetchSquare<1>(pass, columns, plane, rows + squaresAhead);
+  if constexpr (!STREAMS) fetchSquare<1>(pass, columns, plane, rows + squaresAhead);
   withElements(*pass.line, rows, [&](auto element) ZEPH_INLINED {
     for (int part = 0; part < 2; ++part) {
       transposed([&](auto k)
                      ZEPH_INLINED { return load(tile.at(element(k)) + part * vectorWidth); },
                  [&](auto l, Vector value) ZEPH_INLINED {
-                   if (l < columns.count) store(to + (2 * l + part) * vectorWidth, value);
+                   if (l >= columns.count) return;
+                   float* at = to + (2 * l + part) * vectorWidth;
+                   if constexpr (STREAMS) return stream(at, value);
+                   store(at, value);
                  });
     }
   });
@@ -85,16 +89,24 @@ void gatherColumns(const FusedPass& pass, const TileColumns& columns, int plane,
 }
 
 // All stages of the inverse transform of the columns of a plane but the first one; writes them.
-void spreadColumns(const FusedPass& pass, const TileColumns& columns, int plane, Tile tile,
-                   Tile chirp) {
+template <bool STREAMS>
+void spreadColumnsBy(const FusedPass& pass, const TileColumns& columns, int plane, Tile tile,
+                     Tile chirp) {
   const PaddedTables& line = *pass.line;
   int stored = 0;
   for (int k = 0; k < line.radix; ++k) {
     spreadBlock(line, k, tile, chirp);
     for (; (stored + 1) * vectorWidth <= (k + 1) * line.span; ++stored)
-      storeSquare(pass, columns, plane, stored, tile);
+      storeSquare<STREAMS>(pass, columns, plane, stored, tile);
   }
-  for (; stored < pass.rowTiles; ++stored) storeSquare(pass, columns, plane, stored, tile);
+  for (; stored < pass.rowTiles; ++stored) storeSquare<STREAMS>(pass, columns, plane, stored, tile);
+}
+
+void spreadColumns(const FusedPass& pass, const TileColumns& columns, int plane, Tile tile,
+                   Tile chirp) {
+  if (!pass.streams) return spreadColumnsBy<false>(pass, columns, plane, tile, chirp);
+  spreadColumnsBy<true>(pass, columns, plane, tile, chirp);
+  endStreaming();
 }
 
 // Wavenumber n of an outermost butterfly at offset j of its blocks, and its number among those that

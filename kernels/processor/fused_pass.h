@@ -25,6 +25,7 @@ struct FusedPass {
   V2* speedBound = nullptr;  // the largest |u| + |v|, and not 0 where a value is not finite
   Params p = {};
   bool endsBatch = false;  // the next step's first term is not begun
+  bool streams = false;    // the work planes are larger than the caches
   int rowTiles = 0;
   float* scratch = nullptr;  // of participant 0; others follow
   std::size_t scratchFloats = 0;

@@ -44,6 +44,19 @@ int usableProcessors() {
   return least;
 }
 
+// What sysconf says of the third level may be the sum over all of a machine's processors.
+std::size_t lastLevelCacheBytes() {
+  constexpr std::size_t otherwise = std::size_t{32} << 20;
+  std::size_t largest = 0;
+  for (int index = 0; index < 8; ++index) {
+    std::ifstream file("/sys/devices/system/cpu/cpu0/cache/index" + std::to_string(index) +
+                       "/size");  // as "1024K"
+    std::size_t kibibytes = 0;
+    if (file >> kibibytes) largest = std::max(largest, kibibytes << 10);
+  }
+  return largest > 0 ? largest : otherwise;
+}
+
 std::string processorModel() {
   std::ifstream info("/proc/cpuinfo");
   std::string line;

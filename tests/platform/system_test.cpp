@@ -33,6 +33,11 @@ TEST(System, HasAtLeastOneProcessor) {
   EXPECT_EQ(model.find('\n'), std::string::npos);
 }
 
+TEST(System, KnowsTheSizeOfTheLargestCache) {
+  EXPECT_GE(lastLevelCacheBytes(), std::size_t{256} << 10);
+  EXPECT_LE(lastLevelCacheBytes(), std::size_t{4} << 30);
+}
+
 TEST(Paths, TextSurvivesARoundTrip) {
   for (const std::string& text :
        {""s, "field.raw"s, "/a dir/b.f32"s, "/data/Wirbelst\u00e4rke \u03c9.raw"s}) {

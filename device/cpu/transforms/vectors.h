@@ -62,6 +62,21 @@ ZEPH_INLINE void store(float* to, Vector value) {
   *reinterpret_cast<VectorInMemory*>(to) = value;
 }
 
+// Past the caches, for what is not read again while it would stay in them. `to` is aligned to a
+// vector. Other threads see it after endStreaming.
+ZEPH_INLINE void stream(float* to, Vector value) {
+#if ZEPH_VECTOR_WIDTH == 16
+  _mm512_stream_ps(to, value);
+#elif ZEPH_VECTOR_WIDTH == 8
+  _mm256_stream_ps(to, value);
+#else
+  _mm_stream_ps(to, value);
+#endif
+}
+ZEPH_INLINE void endStreaming() {
+  _mm_sfence();
+}
+
 // Only the first `count` floats, none if it is negative; the rest is zero.
 ZEPH_INLINE std::size_t bytesOf(int count) {
   return count <= 0 ? 0 : count < vectorWidth ? 4 * static_cast<std::size_t>(count) : vectorBytes;

@@ -1,4 +1,5 @@
-// The factors that the fused step forms for vectors of modes, against those of the stage update.
+// Single passes of the fused step: the factors that it forms for vectors of modes, against those of
+// the stage update, and its writing past the cache.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -109,6 +110,41 @@ TEST(FusedCoefficients, HaveTheBitsOfTheStageUpdates) {
         }
       });
     }
+  }
+}
+
+TEST(FusedColumns, WriteTheSamePastTheCache) {
+  for (const int n : {16, 86, 128}) {
+    const Params p = paramsOf(n, Integrator::imexRK3, 0.01f);
+    test::onEveryProcessor([&] {
+      StepArrays from(p);
+      for (std::size_t k = 0; k < from.half; ++k)
+        from.spectra[k] = {static_cast<float>(k % 97) - 48, static_cast<float>(k % 89) - 44};
+      const cpu::PaddedPlan plan(n / 2);
+      const cpu::FusedPasses passes = cpu::forInstructionSet(
+          cpu::sse2::fusedPasses, cpu::avx2::fusedPasses, cpu::avx512::fusedPasses);
+      std::vector<float> written[2];
+      for (const bool streams : {false, true}) {
+        const cpu::DeviceFloats work(2 * from.padded.size());
+        cpu::FusedPass pass;
+        pass.line = &plan.tables();
+        pass.arrays = from.arrays();
+        pass.work = work.get();
+        pass.clock = &from.clock;
+        pass.p = p;
+        pass.streams = streams;
+        pass.rowTiles = cpu::fusedTiles(pass.line->length, passes.lanes);
+        const std::size_t inner = pass.line->block->inner ? pass.line->block->inner->length : 0;
+        const cpu::DeviceFloats scratch(2 * cpu::fusedTileFloats(pass, passes.lanes) +
+                                        4 * static_cast<std::size_t>(passes.lanes) * inner);
+        pass.scratch = scratch.get();
+        for (int tile = 0; tile < cpu::fusedTiles(n / 2, passes.lanes); ++tile)
+          passes.firstColumns(pass, tile, 0);
+        written[streams].assign(work.get(), work.get() + 2 * from.padded.size());
+      }
+      ASSERT_TRUE(test::sameBits(written[1], written[0]));
+      ASSERT_NE(written[0], std::vector<float>(written[0].size()));
+    });
   }
 }
 
