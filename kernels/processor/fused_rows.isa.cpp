@@ -36,17 +36,21 @@ void mergeSpeeds(V2* bound, const SpeedLanes& lanes) {
 }
 
 // The first stage of the inverse transform of a field's rows. Inverse transforms are forward ones
-// with the parts exchanged; the columns have left plane 0 so and plane 1 not.
+// with the parts exchanged; the columns have left plane 0 so and plane 1 not. Both planes have kx =
+// 0. Their mean is that of real fields: the rounding by which the column's modes ky and -ky are not
+// conjugate stays out of the flow.
 template <int q>
 ZEPH_INLINE void spreadRows(const FusedPass& pass, int field, int rows, Tile tile) {
   const PaddedTables& line = *pass.line;
   const float* positive = workAt(pass, 2 * field, rows, 0);
   const float* negative = workAt(pass, 2 * field + 1, rows, 0);
   constexpr std::ptrdiff_t element = 2 * vectorWidth;
-  const auto stage = [&](int j, auto noNyquist) ZEPH_INLINED {
+  const auto stage = [&](int j, auto isFirst) ZEPH_INLINED {
     spreadStage<q>(line, j, tile, [&](auto n) ZEPH_INLINED {
+      if constexpr (n == 0 && isFirst)
+        return (loadParts(positive) + swapped(loadParts(negative))) * 0.5F;
       if constexpr (n < q) return loadParts(positive + element * (j + n * line.span));
-      if constexpr (n == 2 * q && noNyquist) return ComplexVector{};
+      if constexpr (n == 2 * q && isFirst) return ComplexVector{};  // Nyquist's
       return swapped(loadParts(negative + element * ((3 * q - n) * line.span - j)));
     });
   };
@@ -62,12 +66,12 @@ ZEPH_INLINE void gatherRows(const FusedPass& pass, int rows, Tile tile) {
   float* positive = workAt(pass, 0, rows, 0);
   float* negative = workAt(pass, 1, rows, 0);
   constexpr std::ptrdiff_t element = 2 * vectorWidth;
-  const auto stage = [&](int j, auto noNyquist) ZEPH_INLINED {
+  const auto stage = [&](int j, auto isFirst) ZEPH_INLINED {
     gatherStage<q>(line, j, tile, [&](auto n, ComplexVector value) ZEPH_INLINED {
       if constexpr (n < q) {
         storeParts(positive + element * (j + n * line.span), value);
-        if constexpr (n == 0 && noNyquist && !ADVECTIVE) storeParts(negative, value);
-      } else if constexpr (!ADVECTIVE && !(n == 2 * q && noNyquist)) {
+        if constexpr (n == 0 && isFirst && !ADVECTIVE) storeParts(negative, value);
+      } else if constexpr (!ADVECTIVE && !(n == 2 * q && isFirst)) {
         storeParts(negative + element * ((3 * q - n) * line.span - j), value);
       }
     });

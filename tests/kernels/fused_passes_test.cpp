@@ -1,5 +1,5 @@
 // Single passes of the fused step: the factors that it forms for vectors of modes, against those of
-// the stage update, and its writing past the cache.
+// the stage update, writing past the cache, and what is left out of the rows.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -79,6 +79,46 @@ std::vector<float> ofPass(const StepArrays& from, Integrator method, int lanes, 
   return factors;
 }
 
+// A pass over a flow of its own, with all that it needs.
+class OnePass {
+ public:
+  OnePass(const Params& p, StepArrays& from)
+      : passes(cpu::forInstructionSet(cpu::sse2::fusedPasses, cpu::avx2::fusedPasses,
+                                      cpu::avx512::fusedPasses)),
+        work(2 * from.padded.size()),
+        plan_(static_cast<int>(p.resolution) / 2) {
+    pass.line = &plan_.tables();
+    pass.arrays = from.arrays();
+    pass.work = work.get();
+    pass.clock = &from.clock;
+    pass.speedBound = &bound;
+    pass.p = p;
+    pass.rowTiles = cpu::fusedTiles(pass.line->length, passes.lanes);
+    const cpu::LineTables* inner = pass.line->block->inner;
+    const int chirp = inner != nullptr ? 4 * passes.lanes * inner->length : 0;
+    scratch_ = cpu::DeviceFloats(2 * cpu::fusedTileFloats(pass, passes.lanes) +
+                                 static_cast<std::size_t>(chirp));
+    pass.scratch = scratch_.get();
+  }
+
+  void firstColumns() const {
+    for (int tile = 0; tile < cpu::fusedTiles(pass.line->half, passes.lanes); ++tile)
+      passes.firstColumns(pass, tile, 0);
+  }
+  void rows() const {
+    for (int tile = 0; tile < pass.rowTiles; ++tile) passes.rows(pass, tile, 0);
+  }
+
+  cpu::FusedPasses passes;
+  cpu::FusedPass pass;
+  V2 bound = {0, 0};
+  cpu::DeviceFloats work;
+
+ private:
+  cpu::PaddedPlan plan_;
+  cpu::DeviceFloats scratch_;
+};
+
 TEST(FusedCoefficients, HaveTheBitsOfTheStageUpdates) {
   // From exponents that are all tiny to such that only the closed form serves.
   for (const float viscosity : {1e-9f, 1e-4f, 3e-3f, 0.05f, 2.0f}) {
@@ -90,17 +130,11 @@ TEST(FusedCoefficients, HaveTheBitsOfTheStageUpdates) {
       advanceStage(nullptr, kernel.arrays(), p);
       test::onEveryProcessor([&] {
         StepArrays fused(p);
-        const cpu::PaddedPlan plan(n / 2);
-        const cpu::FusedPasses passes = cpu::forInstructionSet(
-            cpu::sse2::fusedPasses, cpu::avx2::fusedPasses, cpu::avx512::fusedPasses);
-        cpu::FusedPass pass;
-        pass.line = &plan.tables();
-        pass.arrays = fused.arrays();
-        pass.clock = &fused.clock;
-        pass.p = p;
+        const OnePass one(p, fused);
+        const cpu::FusedPasses& passes = one.passes;
         const int tasks = cpu::fusedTiles(n / 2, passes.lanes) *
                           cpu::fusedTiles(n / 2, passes.rowsOfCoefficients);
-        for (int task = 0; task < tasks; ++task) passes.coefficients(pass, task, 0);
+        for (int task = 0; task < tasks; ++task) passes.coefficients(one.pass, task, 0);
         for (int ky = 0; ky < n / 2; ++ky) {
           for (int i = ky == 0 ? 1 : 0; i < n / 2; ++i) {
             ASSERT_TRUE(test::sameBits(ofPass(fused, method, passes.lanes, i, ky),
@@ -120,30 +154,40 @@ TEST(FusedColumns, WriteTheSamePastTheCache) {
       StepArrays from(p);
       for (std::size_t k = 0; k < from.half; ++k)
         from.spectra[k] = {static_cast<float>(k % 97) - 48, static_cast<float>(k % 89) - 44};
-      const cpu::PaddedPlan plan(n / 2);
-      const cpu::FusedPasses passes = cpu::forInstructionSet(
-          cpu::sse2::fusedPasses, cpu::avx2::fusedPasses, cpu::avx512::fusedPasses);
       std::vector<float> written[2];
       for (const bool streams : {false, true}) {
-        const cpu::DeviceFloats work(2 * from.padded.size());
-        cpu::FusedPass pass;
-        pass.line = &plan.tables();
-        pass.arrays = from.arrays();
-        pass.work = work.get();
-        pass.clock = &from.clock;
-        pass.p = p;
-        pass.streams = streams;
-        pass.rowTiles = cpu::fusedTiles(pass.line->length, passes.lanes);
-        const std::size_t inner = pass.line->block->inner ? pass.line->block->inner->length : 0;
-        const cpu::DeviceFloats scratch(2 * cpu::fusedTileFloats(pass, passes.lanes) +
-                                        4 * static_cast<std::size_t>(passes.lanes) * inner);
-        pass.scratch = scratch.get();
-        for (int tile = 0; tile < cpu::fusedTiles(n / 2, passes.lanes); ++tile)
-          passes.firstColumns(pass, tile, 0);
-        written[streams].assign(work.get(), work.get() + 2 * from.padded.size());
+        OnePass one(p, from);
+        one.pass.streams = streams;
+        one.firstColumns();
+        written[streams].assign(one.work.get(), one.work.get() + 2 * from.padded.size());
       }
       ASSERT_TRUE(test::sameBits(written[1], written[0]));
       ASSERT_NE(written[0], std::vector<float>(written[0].size()));
+    });
+  }
+}
+
+// Modes of the column kx = 0 that are no conjugates of one another are of no real flow.
+TEST(FusedRows, LeaveOutWhatIsNotReal) {
+  for (const int n : {16, 44, 54}) {
+    const Params p = paramsOf(n, Integrator::imexRK3, 0.01f);
+    test::onEveryProcessor([&] {
+      StepArrays from(p);
+      for (int ky = 1; ky < n / 2; ++ky) {
+        const std::size_t width = from.n / 2 + 1;
+        from.spectra[static_cast<std::size_t>(ky) * width] = {100.0f, 30.0f};
+        from.spectra[static_cast<std::size_t>(n - ky) * width] = {-100.0f, 30.0f};
+      }
+      OnePass one(p, from);
+      one.firstColumns();
+      one.rows();
+      EXPECT_LT(one.bound.re, 1e-6f);
+      EXPECT_EQ(one.bound.im, 0);
+      from.spectra[from.n / 2 + 1] = {100.0f, 30.0f};
+      from.spectra[(from.n - 1) * (from.n / 2 + 1)] = {100.0f, -30.0f};
+      one.firstColumns();
+      one.rows();
+      EXPECT_GT(one.bound.re, 100.0f * p.scale);
     });
   }
 }
