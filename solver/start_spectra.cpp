@@ -146,18 +146,24 @@ double fraction(double t) {
 
 // Two pseudo-random numbers in [0, 1) for a mode, from its indices and the seed. Conjugate modes,
 // which meet only in column i = 0, have the same ones.
-struct Hash {
-  Hash(const Field& field, int i, int row, std::uint64_t seed) {
-    const int folded = i == 0 && row > field.nyquist ? field.n - row : row;
-    const double x =
-        ((folded + 1) * 78.233 + (i + 1) * 12.9898) + (static_cast<double>(seed) + 1) * 0.010001;
-    amplitude = fraction(sineCosine(x + 678.942).sine.hi * 43758.5453123);
-    phase = fraction(sineCosine(x + 2036.826).sine.hi * 43758.5453123);
+class Hash {
+ public:
+  Hash(const Field& field, int i, int row, std::uint64_t seed)
+      : x_(((foldedRow(field, i, row) + 1) * 78.233 + (i + 1) * 12.9898) +
+           (static_cast<double>(seed) + 1) * 0.010001) {}
+
+  double weight() const { return (numberAt(678.942) * 0.5) + 0.75; }
+  double phase() const { return numberAt(2036.826); }
+
+ private:
+  static int foldedRow(const Field& field, int i, int row) {
+    return i == 0 && row > field.nyquist ? field.n - row : row;
+  }
+  double numberAt(double offset) const {
+    return fraction(sineCosine(x_ + offset).sine.hi * 43758.5453123);
   }
 
-  double weight() const { return (amplitude * 0.5) + 0.75; }
-
-  double amplitude, phase;
+  double x_;
 };
 
 // The shell of unit width that a mode belongs to.
@@ -265,7 +271,7 @@ class Reshaping {
     const Hash hash(field_, i, j, seed_);
     double energy = (hash.weight() * (ratio * target_[shell.index])) / weight_[shell.index];
     const double sign = i == 0 && j > field_.nyquist ? -1 : 1;
-    const double phase = hash.phase * ((sign + sign) * pi);
+    const double phase = hash.phase() * ((sign + sign) * pi);
     const auto [c, s] = unitVector(phase);
     if (i == 0) {
       const float m = static_cast<float>(std::sqrt(energy));
