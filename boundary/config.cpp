@@ -1,22 +1,12 @@
 #include "boundary/config.h"
 
-#include <array>
 #include <limits>
 #include <stdexcept>
 
 namespace zeph {
 namespace {
 
-constexpr std::array integratorNames{"imexRK3", "ifHeunRK3", "etdrk4"};
-constexpr std::array operatorNames{"stress", "advective"};
-constexpr std::array startSpectrumNames{"PAO", "KM3"};
-
 constexpr std::int32_t largestK0 = 1000000;
-
-template <class Names, class Enumeration>
-const char* nameOf(const Names& names, Enumeration value) {
-  return names.at(static_cast<std::size_t>(value));
-}
 
 // Usually text, because a double cannot hold every seed; of a JSON number the digits count.
 std::uint64_t toSeed(const Json& value) {
@@ -80,9 +70,9 @@ Json configToJson(const Config& config) {
   object["k0"] = config.k0;
   object["seed"] = std::to_string(config.seed);
   object["cfl"] = static_cast<double>(config.cfl);
-  object["integrator"] = nameOf(integratorNames, config.integrator);
-  object["operator"] = nameOf(operatorNames, config.operatorKind);
-  object["start_spectrum"] = nameOf(startSpectrumNames, config.start_spectrum);
+  object["integrator"] = nameOf(config.integrator);
+  object["operator"] = nameOf(config.operatorKind);
+  object["start_spectrum"] = nameOf(config.start_spectrum);
   object["fixed_dt"] = nullptr;
   if (config.fixed_dt > 0) object["fixed_dt"] = static_cast<double>(config.fixed_dt);
   return object;

@@ -9,7 +9,8 @@
 namespace zeph {
 
 struct EngineHandle {
-  // A configuration object, with the path of a starting field under "initial".
+  // A configuration object, with the path of a starting field under "initial" or of a state under
+  // "state".
   explicit EngineHandle(const Json& configuration);
 
   std::mutex mutex;  // held for the whole of an operation

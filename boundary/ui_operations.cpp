@@ -10,8 +10,10 @@
 #include "boundary/display_settings_json.h"
 #include "boundary/export_request.h"
 #include "boundary/reports.h"
+#include "boundary/start_request.h"
 #include "boundary/system_description.h"
 #include "platform/dialog.h"
+#include "solver/state_file.h"
 
 namespace zeph {
 namespace {
@@ -95,6 +97,15 @@ void readPathOrNone(const Json& request, const char* key, std::string& path) {
   if (findMember(request, key)) path = readPath(request, key).value_or("");
 }
 
+// A flow has one start: the one that is named last.
+void readStart(const Json& request, RunSettings& run) {
+  checkStart(request);
+  if (!initialPath(request).empty()) run.state.clear();
+  if (!statePath(request).empty()) run.initial.clear();
+  readPathOrNone(request, "initial", run.initial);
+  readPathOrNone(request, "state", run.state);
+}
+
 void benchmark(UIHandle& ui, const Json& request) {
   RunSettings run = ui.run();
   if (findMember(request, "until")) run.until = readNumber(request, "until");
@@ -103,7 +114,7 @@ void benchmark(UIHandle& ui, const Json& request) {
   readBatch(request, run);
   if (run.batch < 1 || run.batch > 32 || run.wallSeconds < 0 || (run.until && *run.until < 0))
     throw std::invalid_argument("Invalid benchmark limits.");
-  readPathOrNone(request, "initial", run.initial);
+  readStart(request, run);
   readPathOrNone(request, "spectrum", run.spectrum);
   ui.setLimits(run);
 }
@@ -150,6 +161,14 @@ const Operation& operationNamed(const std::string& name) {
   throw std::invalid_argument("Unknown UI operation.");
 }
 
+void exportFiles(UIHandle& ui, const Json& request) {
+  if (const auto path = readPath(request, "state")) {
+    writeStateFile(*path, ui.state());
+    if (!findValue(request, "fields") && !findValue(request, "png")) return;
+  }
+  ui.exportFrame(readViewExport(request));
+}
+
 void change(UIHandle& ui, const Operation& operation, const Json& request) {
   const auto lock = ui.lock();
   operation.run(ui, request);
@@ -161,7 +180,7 @@ void change(UIHandle& ui, const Operation& operation, const Json& request) {
 Json runUiOperation(View& view, const Json& request) {
   const std::string name = nameOf(request);
   if (name == "export") {
-    view.handle().exportFrame(readViewExport(request));
+    exportFiles(view.handle(), request);
   } else if (name == "save") {
     save(view);
   } else {

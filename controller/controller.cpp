@@ -1,6 +1,7 @@
 #include "controller/controller.h"
 
 #include <chrono>
+#include <stdexcept>
 #include <utility>
 
 #include "controller/simulation.h"
@@ -180,7 +181,7 @@ void Controller::waitForChange(const Control& seen) {
            control_.running != seen.running || control_.pendingSteps > seen.pendingSteps ||
            control_.parameterEpoch != seen.parameterEpoch ||
            control_.regulationEpoch != seen.regulationEpoch ||
-           control_.displayEpoch != seen.displayEpoch;
+           control_.displayEpoch != seen.displayEpoch || !stateRequests_.empty();
   };
   std::unique_lock lock(mutex_);
   if (changed()) return;
@@ -188,8 +189,24 @@ void Controller::waitForChange(const Control& seen) {
   wake_.wait_until(lock, std::chrono::steady_clock::now() + idleWait, changed);
 }
 
+std::future<StateRecord> Controller::askState() {
+  const std::lock_guard lock(mutex_);
+  if (hasEnded_) throw std::runtime_error(noFlowToSave);
+  std::future<StateRecord> answer = stateRequests_.emplace_back().get_future();
+  wake_.notify_all();
+  return answer;
+}
+
+Controller::StateRequests Controller::takeStateRequests() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(stateRequests_, {});
+}
+
 void Controller::failStart(const char* text) {
   const std::lock_guard lock(mutex_);
+  hasEnded_ = true;
+  const auto failure = std::make_exception_ptr(std::runtime_error(noFlowToSave));
+  for (auto& request : std::exchange(stateRequests_, {})) request.set_exception(failure);
   status_.error_message = text;
   status_.running = false;
 }

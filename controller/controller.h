@@ -5,12 +5,15 @@
 #pragma once
 
 #include <condition_variable>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "controller/status.h"
 #include "controller/wall_clock.h"
+#include "solver/state_record.h"
 
 namespace zeph {
 
@@ -46,6 +49,9 @@ class Controller {
   Status status() const;
   ShownStatus shown() const;
 
+  // The state of the flow after the batch under way, from the simulation thread.
+  std::future<StateRecord> askState();
+
   // For the simulation thread.
   Control control() const;
   Control control(RunSettings& run) const;
@@ -57,6 +63,8 @@ class Controller {
   // milliseconds.
   void waitForChange(const Control& seen);
   void failStart(const char* text);
+  using StateRequests = std::vector<std::promise<StateRecord>>;
+  StateRequests takeStateRequests();
 
  private:
   mutable std::mutex mutex_;
@@ -64,6 +72,8 @@ class Controller {
   Control control_;
   Status status_;
   RunSettings run_;
+  StateRequests stateRequests_;
+  bool hasEnded_ = false;  // the thread could not start
   std::thread thread_;
 };
 

@@ -33,6 +33,17 @@ double limited(double candidate, int resolution, int k0) {
 
 }  // namespace
 
+Regulator::Regulator(const RegulatorRecord& record)
+    : fastPalinstrophy_(record.fastPalinstrophy),
+      slowPalinstrophy_(record.slowPalinstrophy),
+      previousError_(record.previousError) {}
+
+RegulatorRecord Regulator::record() const {
+  return {.fastPalinstrophy = fastPalinstrophy_,
+          .slowPalinstrophy = slowPalinstrophy_,
+          .previousError = previousError_};
+}
+
 std::optional<double> Regulator::sample(double palinstrophyRatio, double reynolds, int resolution,
                                         int k0) {
   const double palinstrophy = palinstrophyRatio * palinstrophyScale;

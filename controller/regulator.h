@@ -5,6 +5,8 @@
 
 #include <optional>
 
+#include "solver/state_record.h"
+
 namespace zeph {
 
 // The controlled quantity is the palinstrophy ratio times this.
@@ -12,6 +14,10 @@ constexpr double palinstrophyScale = 10000;
 
 class Regulator {
  public:
+  Regulator() = default;
+  explicit Regulator(const RegulatorRecord& record);
+  RegulatorRecord record() const;
+
   // The new Reynolds number after a sample of the statistics, or none if the sample is unusable or
   // within the dead band around the target.
   std::optional<double> sample(double palinstrophyRatio, double reynolds, int resolution, int k0);

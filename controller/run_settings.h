@@ -24,6 +24,7 @@ struct RunSettings {
   std::optional<double> until;           // simulated time
   std::optional<double> untilTurnovers;  // in turnover times of the start
   std::string initial;                   // starting field
+  std::string state;                     // state to go on from; then there is no starting field
   std::string spectrum;                  // spectrum of a finished run
   std::string field;                     // fields of a finished run
   std::string velocity;                  // never written; if set, every frame has the velocity

@@ -15,6 +15,7 @@
 #include "solver/endpoint.h"
 #include "solver/raw_files.h"
 #include "solver/solver.h"
+#include "solver/state_file.h"
 
 namespace zeph {
 namespace {
@@ -47,6 +48,7 @@ void writeResultFiles(Solver& solver, const RunSettings& run) {
 
 // The state of one generation; a rebuild starts with a new one.
 struct Generation {
+  bool built = false;     // the solver has the flow of this generation
   bool failed = false;    // the solver is not used again in this generation
   bool finished = false;  // a run limit has been reached
   bool frameDue = true;   // a frame is due out of turn, whatever the grid of frames says
@@ -78,6 +80,9 @@ class Simulation {
   void pass();
   void rebuild();
   void restart(const std::vector<float>& samples);
+  void goOnFrom(const StateRecord& state);
+  StateRecord state();
+  void answerStateRequests();
   void takeEpochs();
   void takeRunningEdge();
   void refreshStatistics();
@@ -123,6 +128,7 @@ void Simulation::pass() {
                              [this](const Control& control, Status&) { control_ = control; }))
     return;
   takeEpochs();
+  answerStateRequests();
   takeRunningEdge();
   std::shared_ptr<const Frame> frame;
   if (!g_.failed) {
@@ -142,7 +148,12 @@ void Simulation::rebuild() {
   control_ = controller_.control(run_);
   seenGeneration_ = control_.generation;
   g_ = Generation();
-  restart(loadInitialFile(control_.config.resolution, run_.initial));
+  if (run_.state.empty()) {
+    restart(loadInitialFile(control_.config.resolution, run_.initial));
+  } else {
+    goOnFrom(readStateFile(run_.state));
+  }
+  g_.built = true;
   g_.stats = solver_->inspect();
   g_.firstStats = g_.stats;
   seenParameterEpoch_ = control_.parameterEpoch;
@@ -161,6 +172,42 @@ void Simulation::restart(const std::vector<float>& samples) {
   }
   solver_.reset();
   solver_ = std::make_unique<Solver>(control_.config, samples);
+}
+
+// The Reynolds and the Courant number are those of the view. But a regulated view takes up the
+// number that the regulator of the state had reached.
+void Simulation::goOnFrom(const StateRecord& state) {
+  requireSameFlow(state.config, control_.config);
+  if (solver_ && !needsNewSolver(solver_->config(), control_.config)) {
+    solver_->restore(state);
+  } else {
+    solver_.reset();
+    solver_ = std::make_unique<Solver>(state);
+  }
+  solver_->setCFL(control_.config.cfl);
+  if (control_.regulated && state.regulator) {
+    g_.regulator = Regulator(*state.regulator);
+  } else {
+    solver_->setReynolds(control_.config.reynolds);
+  }
+}
+
+StateRecord Simulation::state() {
+  if (!g_.built) throw std::runtime_error(noFlowToSave);
+  StateRecord state = solver_->state();
+  state.config = control_.config;
+  if (control_.regulated) state.regulator = g_.regulator.record();
+  return state;
+}
+
+void Simulation::answerStateRequests() {
+  for (auto& request : controller_.takeStateRequests()) {
+    try {
+      request.set_value(state());
+    } catch (...) {
+      request.set_exception(std::current_exception());
+    }
+  }
 }
 
 // Epochs are marked as seen before they are acted on, so that a value that the solver refuses is

@@ -53,6 +53,9 @@ struct Status {
   std::string error_message;
 };
 
+// What a state is refused with where there is none.
+inline constexpr const char* noFlowToSave = "No flow to save.";
+
 // The part of a status that the picture and the interface over it show.
 struct ShownStatus {
   std::shared_ptr<const Frame> frame;

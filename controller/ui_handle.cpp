@@ -132,6 +132,16 @@ void UIHandle::exportFrame(FrameFiles files) {
   if (const RestOfExport rest = done.get()) rest();
 }
 
+StateRecord UIHandle::state() {
+  std::future<StateRecord> answer;
+  {
+    const auto held = lock();
+    if (!controller_) throw std::runtime_error(noFlowToSave);
+    answer = controller_->askState();
+  }
+  return answer.get();
+}
+
 void UIHandle::stopRendering() {
   const auto held = lock();
   isRendering_ = false;

@@ -85,6 +85,9 @@ class UIHandle {
   // std::runtime_error if there is no frame or no render thread.
   void exportFrame(FrameFiles files);
 
+  // Waits for the state of the flow. Raises std::runtime_error if there is none.
+  StateRecord state();
+
   void stopRendering();
 
   // For the render thread. No turn means that it is to end.

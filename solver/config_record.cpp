@@ -5,6 +5,16 @@
 
 namespace zeph {
 
+const char* nameOf(Integrator integrator) {
+  return integratorNames.at(static_cast<std::size_t>(integrator));
+}
+const char* nameOf(OperatorKind kind) {
+  return operatorNames.at(static_cast<std::size_t>(kind));
+}
+const char* nameOf(StartSpectrum spectrum) {
+  return startSpectrumNames.at(static_cast<std::size_t>(spectrum));
+}
+
 double DefaultReynolds(int resolution, int k0) {
   return std::pow(10.0, 1.06624 * std::log10(resolution) - 0.083911 * std::log10(k0) + 1.286396);
 }

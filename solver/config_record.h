@@ -1,6 +1,7 @@
 // The record that decides a simulation.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "kernels/methods.h"
@@ -8,6 +9,15 @@
 namespace zeph {
 
 enum class StartSpectrum : std::uint32_t { PAO = 0, KM3 = 1 };
+
+// The names of the methods in texts, by value.
+inline constexpr std::array integratorNames{"imexRK3", "ifHeunRK3", "etdrk4"};
+inline constexpr std::array operatorNames{"stress", "advective"};
+inline constexpr std::array startSpectrumNames{"PAO", "KM3"};
+
+const char* nameOf(Integrator integrator);
+const char* nameOf(OperatorKind kind);
+const char* nameOf(StartSpectrum spectrum);
 
 // A Reynolds number that a grid of `resolution` points resolves from a start at wavenumber k0:
 // 10^(1.06624 log10 N - 0.083911 log10 k0 + 1.286396).

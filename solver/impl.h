@@ -1,5 +1,6 @@
 // Everything that a solver owns. Its functions are in solver.cpp (what exists), reset.cpp (how it
-// starts), step_driver.cpp (how it runs), diagnostics.cpp and snapshot.cpp (how it is read).
+// starts), step_driver.cpp (how it runs), diagnostics.cpp and snapshot.cpp (how it is read),
+// state.cpp (how it is saved and continued).
 #pragma once
 
 #include <array>
@@ -56,6 +57,11 @@ struct Solver::Impl {
   void complete(Frame& frame);
 
   std::vector<V2> spectrum() const;
+
+  StateRecord state();
+  void restore(const StateRecord& record);
+  void copyFromDevice(std::vector<V2>& to, const DeviceBuffer& from) const;
+  void copyToDevice(const DeviceBuffer& to, const std::vector<V2>& from) const;
 
   // Constructed in this order. The destructor waits for the stream before they are destroyed.
   Config config;

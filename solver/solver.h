@@ -14,6 +14,7 @@
 
 #include "kernels/params.h"
 #include "solver/config_record.h"
+#include "solver/state_record.h"
 #include "solver/statistics.h"
 
 namespace zeph {
@@ -24,6 +25,8 @@ class Solver {
   // from the seeded spectrum of the configuration. Raises std::invalid_argument for a configuration
   // or samples that are refused, and std::runtime_error for a device that fails.
   explicit Solver(const Config& config, const std::vector<float>& samples = {});
+  // Goes on from a state, as restore() does.
+  explicit Solver(const StateRecord& state);
   ~Solver();
   Solver(const Solver&) = delete;
   Solver& operator=(const Solver&) = delete;
@@ -44,6 +47,13 @@ class Solver {
 
   // Back to time zero, from samples or from the seeded spectrum. The only way out of a failure.
   void reset(const std::vector<float>& samples = {});
+
+  // The flow as it is now. From there it goes on with the same bits, in this solver or another one
+  // on the same kind of device.
+  StateRecord state();
+  // Goes on from a state, with its Reynolds and Courant number. Ends a failure as reset() does.
+  // Raises std::invalid_argument for the state of another configuration.
+  void restore(const StateRecord& state);
 
   // A completed field, or null while all three blocks are held.
   std::shared_ptr<const Frame> snapshot(bool includeVelocity);

@@ -29,6 +29,7 @@ void useSolver() {
   const auto frame = solver.snapshot(true);
   solver.copyFields(*frame);
   solver.spectrum();
+  solver.restore(solver.state());
   solver.reset(std::vector<float>(16 * 16, 1.0f));
 }
 

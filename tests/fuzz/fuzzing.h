@@ -59,7 +59,7 @@ class InScratchFolder {
 };
 
 inline bool staysInScratchFolder(const Json& object) {
-  constexpr std::array keys = {"initial", "spectrum", "fields", "png"};
+  constexpr std::array keys = {"initial", "state", "spectrum", "fields", "png"};
   return std::all_of(keys.begin(), keys.end(), [&](const char* key) {
     const Json* value = findValue(object, key);
     if (!value || !value->is_string()) return true;
