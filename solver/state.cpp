@@ -21,10 +21,12 @@ std::string stepOf(const Config& config) {
   return config.fixed_dt > 0 ? textOf(config.fixed_dt) : "adaptive";
 }
 
-void require(const char* key, const std::string& state, const std::string& wanted) {
-  if (state != wanted)
-    throw std::invalid_argument(std::string("State of another configuration: ") + key + " is " +
-                                state + ", not " + wanted + ".");
+[[noreturn]] void refuse(const std::string& what) {
+  throw std::invalid_argument("State of another configuration: " + what + ".");
+}
+
+void require(const std::string& key, const std::string& state, const std::string& wanted) {
+  if (state != wanted) refuse(key + " is " + state + ", not " + wanted);
 }
 
 }  // namespace
@@ -77,9 +79,8 @@ StateRecord Solver::Impl::state() {
 void Solver::Impl::restore(const StateRecord& record) {
   requireSameFlow(record.config, config);
   if (record.omega.size() != halfSpectrum() || record.correction.size() != halfSpectrum())
-    throw std::invalid_argument("State of another configuration: its arrays have another size.");
-  if (!isReynolds(record.reynolds) || !isCfl(record.cfl))
-    throw std::invalid_argument("State of another configuration: its settings are out of range.");
+    refuse("its arrays have another size");
+  if (!isReynolds(record.reynolds) || !isCfl(record.cfl)) refuse("its settings are out of range");
   failed = false;
   try {
     reynolds = record.reynolds;

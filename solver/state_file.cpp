@@ -19,6 +19,14 @@ namespace {
 
 constexpr std::uint64_t longestHeader = 1 << 20;  // bytes; this library's have about a thousand
 
+[[noreturn]] void cannotRead(const std::string& why) {
+  throw std::runtime_error("Cannot read state file: " + why);
+}
+
+[[noreturn]] void refuseTruncated(const std::string& what) {
+  throw std::runtime_error("State file is truncated: " + what);
+}
+
 class StateReader {
  public:
   StateReader(std::istream& file, std::uint64_t size) : file_(file), size_(size) {}
@@ -35,33 +43,30 @@ class StateReader {
 
 void StateReader::take(void* to, std::uint64_t bytes) {
   if (!file_.read(static_cast<char*>(to), static_cast<std::streamsize>(bytes)))
-    throw std::runtime_error("Cannot read state file: it cannot be opened, or has become shorter.");
+    cannotRead("it cannot be opened, or has become shorter.");
 }
 
 std::string StateReader::takeHeader() {
   std::uint64_t length = 0;
-  if (size_ < sizeof(length)) throw std::runtime_error("Not a state file: it is too short.");
+  if (size_ < sizeof(length)) refuseForeign("it is too short");
   take(&length, sizeof(length));
   const std::uint64_t left = size_ - sizeof(length);
-  if (length > longestHeader) throw std::runtime_error("Not a state file: it has no header.");
+  if (length > longestHeader) refuseForeign("it has no header");
   std::string text(std::min(length, left), '\0');
   take(text.data(), text.size());
-  if (length > left && beginsStateHeader(text))
-    throw std::runtime_error("State file is truncated: it ends within its header.");
+  if (length > left && beginsStateHeader(text)) refuseTruncated("it ends within its header.");
   return text;
 }
 
 std::vector<V2> StateReader::takeArray(const char* name, const Config& config,
                                        std::uint32_t checksum) {
+  const std::string quoted = std::string("\"") + name + "\"";
   std::vector<V2> array(stateArrayBytes(config) / sizeof(V2));
   take(array.data(), array.size() * sizeof(V2));
-  if (crc32(std::as_bytes(std::span(array))) != checksum)
-    throw std::runtime_error(std::string("State file is damaged: the checksum of \"") + name +
-                             "\" does not match.");
+  if (crc32(std::as_bytes(std::span(array))) != checksum) refuseDamaged(quoted);
   const auto isFinite = [](V2 value) { return std::isfinite(value.re) && std::isfinite(value.im); };
   if (!std::all_of(array.begin(), array.end(), isFinite))
-    throw std::runtime_error(std::string("State file is invalid: \"") + name +
-                             "\" has a number that is not finite.");
+    refuseInvalid(quoted + " has a number that is not finite");
   return array;
 }
 
@@ -72,7 +77,7 @@ StateRecord StateReader::read() {
   const std::uint64_t end =
       sizeof(std::uint64_t) + text.size() + 2 * std::uint64_t{stateArrayBytes(state.config)};
   const std::string sizes = std::to_string(size_) + " of " + std::to_string(end) + " bytes.";
-  if (size_ < end) throw std::runtime_error("State file is truncated: it has " + sizes);
+  if (size_ < end) refuseTruncated("it has " + sizes);
   if (size_ > end) throw std::runtime_error("State file is too long: it has " + sizes);
   state.omega = takeArray(spectrumArray, state.config, header.checksums.spectrum);
   state.correction = takeArray(compensationArray, state.config, header.checksums.compensation);
@@ -106,8 +111,7 @@ StateRecord readStateFile(const std::string& path) {
   const std::filesystem::path native = platform::pathFromUtf8(path);
   std::error_code error;
   const std::uint64_t bytes = std::filesystem::file_size(native, error);
-  if (error)
-    throw std::runtime_error("Cannot read state file: " + error.message() + ": \"" + path + "\"");
+  if (error) cannotRead(error.message() + ": \"" + path + "\"");
   std::ifstream file(native, std::ios::binary);
   return readState(file, bytes);
 }

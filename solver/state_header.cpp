@@ -22,10 +22,6 @@ constexpr std::string_view checksumKey = R"("header_checksum":")";
 constexpr std::size_t checksumDigits = 8;
 constexpr std::size_t alignment = 8;
 
-[[noreturn]] void refuse(const std::string& what) {
-  throw std::runtime_error("State file is invalid: " + what + ".");
-}
-
 std::string hexadecimal(std::uint32_t value) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text(checksumDigits, '0');
@@ -112,39 +108,39 @@ OrderedJson arrayOf(const Config& config, std::size_t place) {
 
 const Json& member(const Json& object, const char* key) {
   const auto found = object.find(key);
-  if (found == object.end()) refuse(std::string("it lacks \"") + key + "\"");
+  if (found == object.end()) refuseInvalid(std::string("it lacks \"") + key + "\"");
   return *found;
 }
 
 const std::string& text(const Json& object, const char* key) {
   const Json& value = member(object, key);
-  if (!value.is_string()) refuse(std::string("\"") + key + "\" is not a text");
+  if (!value.is_string()) refuseInvalid(std::string("\"") + key + "\" is not a text");
   return value.get_ref<const std::string&>();
 }
 
 double number(const Json& object, const char* key) {
   const Json& value = member(object, key);
   const double given = value.is_number() ? value.get<double>() : std::nan("");
-  if (!std::isfinite(given)) refuse(std::string("\"") + key + "\" is not a finite number");
+  if (!std::isfinite(given)) refuseInvalid(std::string("\"") + key + "\" is not a finite number");
   return given;
 }
 
 float single(const Json& object, const char* key) {
   const auto value = static_cast<float>(number(object, key));
-  if (!std::isfinite(value)) refuse(std::string("\"") + key + "\" leaves single precision");
+  if (!std::isfinite(value)) refuseInvalid(std::string("\"") + key + "\" leaves single precision");
   return value;
 }
 
 float positiveOrZero(const Json& object, const char* key) {
   const float value = single(object, key);
-  if (value < 0) refuse(std::string("\"") + key + "\" is negative");
+  if (value < 0) refuseInvalid(std::string("\"") + key + "\" is negative");
   return value;
 }
 
 std::uint64_t whole(const Json& object, const char* key, std::uint64_t largest) {
   const Json& value = member(object, key);
   if (!value.is_number_unsigned() || value.get<std::uint64_t>() > largest)
-    refuse(std::string("\"") + key + "\" is not a whole number in its range");
+    refuseInvalid(std::string("\"") + key + "\" is not a whole number in its range");
   return value.get<std::uint64_t>();
 }
 
@@ -153,7 +149,7 @@ std::uint64_t decimal(const std::string& digits, int base, const char* key) {
   const char* end = digits.data() + digits.size();
   const auto read = std::from_chars(digits.data(), end, value, base);
   if (read.ec != std::errc() || read.ptr != end)
-    refuse(std::string("\"") + key + "\" is not a number in its range");
+    refuseInvalid(std::string("\"") + key + "\" is not a number in its range");
   return value;
 }
 
@@ -161,13 +157,13 @@ template <class Enumeration, std::size_t count>
 Enumeration named(const Json& object, const char* key,
                   const std::array<const char*, count>& names) {
   const auto found = std::find(names.begin(), names.end(), text(object, key));
-  if (found == names.end()) refuse(std::string("\"") + key + "\" is unknown");
+  if (found == names.end()) refuseInvalid(std::string("\"") + key + "\" is unknown");
   return static_cast<Enumeration>(found - names.begin());
 }
 
 Json parsed(const std::string& text, const char* what) {
   Json value = Json::parse(text, nullptr, false);
-  if (!value.is_object()) refuse(std::string("its ") + what + " is not a JSON object");
+  if (!value.is_object()) refuseInvalid(std::string("its ") + what + " is not a JSON object");
   return value;
 }
 
@@ -190,7 +186,7 @@ Config readConfiguration(const Json& object) {
   try {
     checkConfig(config);
   } catch (const std::invalid_argument&) {
-    refuse("its configuration is out of range");
+    refuseInvalid("its configuration is out of range");
   }
   return config;
 }
@@ -198,7 +194,8 @@ Config readConfiguration(const Json& object) {
 void readSettings(const Json& object, StateRecord& state) {
   state.reynolds = number(object, "reynolds");
   state.cfl = single(object, "cfl");
-  if (!isReynolds(state.reynolds) || !isCfl(state.cfl)) refuse("its settings are out of range");
+  if (!isReynolds(state.reynolds) || !isCfl(state.cfl))
+    refuseInvalid("its settings are out of range");
 }
 
 void readClock(const Json& object, StateRecord& state) {
@@ -212,7 +209,7 @@ void readClock(const Json& object, StateRecord& state) {
   clock.healthy = 1;
   clock.stepState = normalStep;
   state.initialTurnoverTime = number(object, "initial_turnover_time");
-  if (state.initialTurnoverTime < 0) refuse("\"initial_turnover_time\" is negative");
+  if (state.initialTurnoverTime < 0) refuseInvalid("\"initial_turnover_time\" is negative");
 }
 
 RegulatorRecord readRegulator(const Json& object) {
@@ -236,12 +233,13 @@ void checkArray(const Json& header, const char* name, const Config& config, std:
   const bool fits = array.is_object() && text(array, "dtype") == "F32" &&
                     areNumbers(member(array, "shape"), {n, n / 2 + 1, 2}) &&
                     areNumbers(member(array, "data_offsets"), {place * bytes, (place + 1) * bytes});
-  if (!fits) refuse(std::string("\"") + name + "\" is not the array of its configuration");
+  if (!fits) refuseInvalid(std::string("\"") + name + "\" is not the array of its configuration");
 }
 
 std::uint32_t readChecksum(const Json& object, const char* key) {
   const std::string& digits = text(object, key);
-  if (digits.size() != checksumDigits) refuse(std::string("it has no checksum of \"") + key + "\"");
+  if (digits.size() != checksumDigits)
+    refuseInvalid(std::string("it has no checksum of \"") + key + "\"");
   return static_cast<std::uint32_t>(decimal(digits, 16, key));
 }
 
@@ -259,10 +257,22 @@ void checkHeaderChecksum(const std::string& header) {
   const std::size_t digits = placeOfChecksum(header);
   if (digits == std::string::npos ||
       header.compare(digits, checksumDigits, hexadecimal(checksumOf(header, digits))) != 0)
-    throw std::runtime_error("State file is damaged: the checksum of its header does not match.");
+    refuseDamaged("its header");
 }
 
 }  // namespace
+
+void refuseDamaged(const std::string& part) {
+  throw std::runtime_error("State file is damaged: the checksum of " + part + " does not match.");
+}
+
+void refuseInvalid(const std::string& what) {
+  throw std::runtime_error("State file is invalid: " + what + ".");
+}
+
+void refuseForeign(const std::string& what) {
+  throw std::runtime_error("Not a state file: " + what + ".");
+}
 
 std::size_t stateArrayBytes(const Config& config) {
   const auto n = static_cast<std::size_t>(config.resolution);
@@ -292,12 +302,12 @@ void sealStateHeader(std::string& text) {
 
 StateHeader parseStateHeader(const std::string& text) {
   if (text.size() < beginning.size() || !beginsStateHeader(text))
-    throw std::runtime_error("Not a state file: its header is not that of a state.");
+    refuseForeign("its header is not that of a state");
   checkVersion(text);
   checkHeaderChecksum(text);
   const Json object = parsed(text, "header");
   const Json& metadata = member(object, "__metadata__");
-  if (!metadata.is_object()) refuse("its metadata is not a JSON object");
+  if (!metadata.is_object()) refuseInvalid("its metadata is not a JSON object");
   StateHeader header;
   StateRecord& state = header.state;
   state.config = readConfiguration(part(metadata, "configuration"));

@@ -34,6 +34,12 @@ std::string formatStateHeader(const StateRecord& state, const StateChecksums& ch
 // Raises std::runtime_error for a text that is not the header of a state, or a damaged one.
 StateHeader parseStateHeader(const std::string& text);
 
+// Raise the std::runtime_error of a file with wrong checksums, and of one that breaks the rules
+// although its checksums are right.
+[[noreturn]] void refuseDamaged(const std::string& part);
+[[noreturn]] void refuseInvalid(const std::string& what);
+[[noreturn]] void refuseForeign(const std::string& what);
+
 // Whether a text is the beginning of a state's header, as far as it goes.
 bool beginsStateHeader(std::string_view text);
 

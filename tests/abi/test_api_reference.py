@@ -6,6 +6,7 @@ import json
 import math
 import os
 import re
+import zlib
 from pathlib import Path
 from typing import Any, Callable
 
@@ -114,7 +115,7 @@ def send(library, make_engine, tmp_path) -> Any:
 
     def one(title: str, key: str, value: Any) -> Any:
         if title == "Configuration":
-            if key == "initial":
+            if key in ("initial", "state"):
                 return library.engine_create(json.dumps({key: value}).encode())
             return view(op="configure", **{key: value})["config"][key]
         if title in ("View: set", "Picture settings"):
@@ -176,7 +177,7 @@ def test_a_value_of_another_type_is_refused_and_null_accepted_only_if_allowed(se
     }[kind]
     with pytest.raises(Refused, match=words):
         send(row.section, key, wrong)
-    if key == "initial" and row.section == "Configuration":
+    if key in ("initial", "state") and row.section == "Configuration":
         return  # without a file this would create an engine of the default size
     if null:
         send(row.section, key, None)
@@ -375,6 +376,27 @@ def started_from(contents: bytes) -> Callable[[Case], str]:
     return run
 
 
+def gone_on_from(change: Callable[[bytes], bytes], **members: Any) -> Callable[[Case], str]:
+    """The answer to the state of a small flow, changed."""
+
+    def run(case: Case) -> str:
+        path = case.folder / "flow.state"
+        case.make_engine().export(state=str(path))
+        path.write_bytes(change(path.read_bytes()))
+        return case.library.creation_refusal({"state": str(path), **members})
+
+    return run
+
+
+def resealed(content: bytes) -> bytes:
+    """A state without a key of its header, with the right checksum."""
+    end = 8 + int.from_bytes(content[:8], "little")
+    header = content[8:end].replace(b"raw_dt", b"raw_tt")
+    plain = re.sub(rb'(header_checksum":")\w{8}', rb"\g<1>00000000", header)
+    sealed = plain.replace(b'"00000000"', b'"%08x"' % zlib.crc32(plain))
+    return content[:8] + sealed + content[end:]
+
+
 def called_on_another_thread(case: Case) -> str:
     view = case.view
     return on_another_thread(lambda: view.refusal({"op": "get"}))
@@ -449,6 +471,13 @@ PROVOKED: dict[str | tuple[str, str], Callable[[Case], str]] = {
     "Initial vorticity must contain exactly N² finite Float32 samples.": started_from(
         b"\xff" * 1024
     ),
+    "Not a state file:": gone_on_from(lambda content: b"P6 16 16 255"),
+    "State file is truncated:": gone_on_from(lambda content: content[:-1]),
+    "State file is too long: it has": gone_on_from(lambda content: content + b"x"),
+    "State file is damaged: the checksum of": gone_on_from(lambda content: content[:-1] + b"x"),
+    "State file has layout": gone_on_from(lambda content: content.replace(b'"1"', b'"2"')),
+    "State file is invalid:": gone_on_from(resealed),
+    "State of another configuration:": gone_on_from(lambda content: content, resolution=18),
     "The solver encountered a non-finite field or timestep.": advanced_too_far,
     "The flow became non-finite or a GPU operation failed. Reset to recover.": lambda case: lost(
         case

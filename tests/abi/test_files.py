@@ -291,18 +291,18 @@ def test_a_file_may_be_in_a_deep_folder(engine, tmp_path):
     assert (folder / "渦").stat().st_size == SAMPLES * 8
 
 
-@pytest.mark.parametrize("kind", ["spectrum", "fields"])
+@pytest.mark.parametrize("kind", ["spectrum", "fields", "state"])
 def test_a_full_disk_is_reported(engine, kind):
     assert engine.refusal({"op": "export", kind: "/dev/full"}) == UNWRITABLE
 
 
-@pytest.mark.parametrize("kind", ["spectrum", "fields"])
+@pytest.mark.parametrize("kind", ["spectrum", "fields", "state"])
 def test_a_large_file_on_a_full_disk_is_reported(make_engine, kind):
     engine = make_engine(resolution=128, integrator="imexRK3")
     assert engine.refusal({"op": "export", kind: "/dev/full"}) == UNWRITABLE
 
 
-@pytest.mark.parametrize("kind", ["spectrum", "fields"])
+@pytest.mark.parametrize("kind", ["spectrum", "fields", "state"])
 @pytest.mark.parametrize("name", NOWHERE.values(), ids=NOWHERE.keys())
 def test_an_unwritable_path_is_reported(engine, tmp_path, monkeypatch, kind, name):
     monkeypatch.chdir(tmp_path)

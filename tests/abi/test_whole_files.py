@@ -26,7 +26,7 @@ def exports_with_little_room(library: Library, kind: str, path: str, limit: int)
         }
 
 
-@pytest.mark.parametrize("kind", ["spectrum", "fields", "png"])
+@pytest.mark.parametrize("kind", ["spectrum", "fields", "state", "png"])
 def test_a_file_limit_leaves_the_earlier_file_and_no_debris(library_path, tmp_path, kind, request):
     if kind == "png":
         request.getfixturevalue("drawing")
@@ -39,7 +39,7 @@ def test_a_file_limit_leaves_the_earlier_file_and_no_debris(library_path, tmp_pa
     assert os.listdir(tmp_path) == ["file"]
 
 
-@pytest.mark.parametrize("kind", ["spectrum", "fields"])
+@pytest.mark.parametrize("kind", ["spectrum", "fields", "state"])
 def test_a_pipe_without_a_reader_is_refused_at_once(library_path, tmp_path, kind):
     pipe = tmp_path / "pipe"
     os.mkfifo(pipe)
