@@ -41,6 +41,7 @@ from .records import (
     default_reynolds,
 )
 from .shells import radial_spectrum
+from .states import SavedState, read_state
 from .suiting import ZephaneWarning, largest_cfl, suitable_cfl
 from .view import KEEP, View
 from .viscosity import AdaptedViscosity, resolution_number
@@ -65,6 +66,7 @@ __all__ = [
     "Performance",
     "PictureSettings",
     "START_SPECTRA",
+    "SavedState",
     "Snapshot",
     "Statistics",
     "SystemInfo",
@@ -76,6 +78,7 @@ __all__ = [
     "initialize",
     "largest_cfl",
     "radial_spectrum",
+    "read_state",
     "resolution_number",
     "suitable_cfl",
 ]

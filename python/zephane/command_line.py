@@ -88,7 +88,12 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
         "Ctrl-C ends the run early; the report and the files then show the flow so far, and the "
         "exit code is 130.",
     )
-    add_flow(parser)
+    add_flow(parser).add_argument(
+        "--state",
+        metavar="FILE",
+        help="go on from this state of a flow, with its configuration; --reynolds and --cfl "
+        "replace the numbers in force",
+    )
     _add_length(parser)
     _add_output(parser)
     _add_picture(parser)
@@ -149,7 +154,7 @@ def _add_length(parser: argparse.ArgumentParser) -> None:
         metavar="T",
         type=float,
         help=f"run to this time exactly (default: {TURNOVERS:g} turnover times of the start "
-        "field, unless --steps is given)",
+        "field, or as many more after --state, unless --steps is given)",
     )
     length.add_argument("--steps", metavar="N", type=int, help="take this many steps")
 
@@ -176,6 +181,15 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
         metavar="FILE",
         help="write vorticity, u and v, 3*N*N float32: raw, or a NumPy file if the name ends in "
         ".npy",
+    )
+    output.add_argument(
+        "--save-state", metavar="FILE", help="save the state at the end, for --state"
+    )
+    output.add_argument(
+        "--save-every",
+        metavar="T",
+        type=float,
+        help="save it also during the run, each time that so much time of the flow has passed",
     )
     output.add_argument("--png", metavar="FILE", help="draw a picture; needs a Vulkan driver")
 

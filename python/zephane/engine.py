@@ -5,6 +5,7 @@ from __future__ import annotations
 import copy
 import dataclasses
 import math
+import os
 import tempfile
 import threading
 import time
@@ -23,7 +24,7 @@ from .engine_failures import (
     output_sizes,
     warn_of_growth,
 )
-from .errors import FlowFailedError, ZephaneError
+from .errors import FlowFailedError, InvalidValueError, ZephaneError
 from .fields import Fields, PathLike, read_floats
 from .outputs import check_outputs
 from .pacing import Pace, Waiting, has_reached
@@ -39,6 +40,7 @@ from .refusals import (
     warn_of_config,
 )
 from .start_fields import StartField
+from .states import explain_state, read_state
 from .suiting import warn_of_cfl
 from .view import KEEP, Keep
 
@@ -110,21 +112,62 @@ class Engine:
         self._config = checked_config(base.changed(**changes))
         check_memory(self._config, description["gpu_memory_bytes"])
         warn_of_config(self._config)
-        self._lock = threading.Lock()
-        self._waiting = Waiting()
-        self._pace = Pace()
-        self._cfl = self._config.cfl
-        self._restart()
         with StartField(initial, self._config.resolution) as start:
             try:
                 handle = self._library.create({**self._config.to_json(), **start})
             except ZephaneError as failure:
                 available = description["available_memory_bytes"]
                 raise explain_creation(failure, self._config, available) from failure
+        self._own(handle)
+
+    @classmethod
+    def load(
+        cls,
+        path: PathLike,
+        *,
+        reynolds: float | None = None,
+        cfl: float | None = None,
+        library: LibraryPath | None = None,
+        **members: Any,
+    ) -> Engine:
+        """An engine that goes on from a state that ``save`` or a view has written.
+
+        On the processor it goes on with the same bits as if it had never stopped, on any machine;
+        on a GPU on those of the same kind. ``reynolds`` and ``cfl`` replace the numbers that were
+        in force. Other ``members`` of ``Config`` must be those of the state: naming them makes sure
+        of it. Raises ``ZephaneError`` for a file that is no whole state.
+        """
+        Config(**members)  # Raises TypeError for unknown names.
+        changes = given(**members)
+        if reynolds is not None:
+            changes["reynolds"] = checked_reynolds(reynolds)
+        if cfl is not None:
+            changes["cfl"] = checked_single("cfl", cfl)
+        engine = cls.__new__(cls)
+        engine._library = load(library)
+        description = engine._library.description()
+        text = os.fspath(path)
+        try:
+            handle = engine._library.create({**changes, "state": text})
+        except ZephaneError as failure:
+            available = description["available_memory_bytes"]
+            raise explain_state(failure, text, available) from failure
+        numbers = {key: changes[key] for key in ("reynolds", "cfl") if key in changes}
+        engine._config = dataclasses.replace(read_state(text).config_in_force, **numbers)
+        engine._own(handle)
+        return engine
+
+    def _own(self, handle: int) -> None:
+        """Take over a new flow of the library."""
         self._handle: int | None = handle
         self._release = weakref.finalize(self, self._library.destroy, handle)
         # Not at the interpreter's exit, when a thread may still be inside a call on the engine.
         self._release.atexit = False
+        self._lock = threading.Lock()
+        self._waiting = Waiting()
+        self._pace = Pace()
+        self._cfl = self._config.cfl
+        self._restart()
 
     def _restart(self) -> None:
         """Forget what is known of the flow, which is at its start."""
@@ -251,21 +294,47 @@ class Engine:
             self._request("set", **changes)
             self._cfl = changes.get("cfl", self._cfl)
 
-    def reset(self, initial: Any = None) -> Statistics:
+    def reset(self, initial: Any = None, *, state: PathLike | None = None) -> Statistics:
         """Start again at time 0, from the seeded field or from ``initial`` as for a new engine.
 
-        Where ``initial`` is refused, the flow stays as it is.
+        With ``state``, the path of a state of the same configuration, go on from there instead,
+        with its time and its Reynolds and Courant number. Where the start is refused, the flow
+        stays as it is.
         """
+        if state is not None:
+            if initial is not None:
+                raise InvalidValueError("initial and state exclude each other: give one start")
+            return self._reset_to(os.fspath(state))
         with StartField(initial, self._config.resolution) as start:
             with self._waiting, self._lock:
                 figures = Statistics.from_json(self._request("reset", **start))
                 self._figures = figures
         return figures
 
+    def _reset_to(self, state: str) -> Statistics:
+        available = self._library.description()["available_memory_bytes"]
+        with self._waiting, self._lock:
+            try:
+                figures = Statistics.from_json(self._request("reset", state=state))
+            except FlowFailedError:
+                raise
+            except ZephaneError as failure:
+                raise explain_state(failure, state, available) from failure
+            self._figures = figures
+            self._cfl = read_state(state).cfl
+        return figures
+
+    def save(self, path: PathLike) -> None:
+        """Save the state of the flow, from which ``Engine.load`` goes on. The file is whole or not
+        there: where it cannot be written, an earlier one stays as it was.
+        """
+        self.export(state=path)
+
     def export(
         self,
         *,
         spectrum: PathLike | None = None,
+        state: PathLike | None = None,
         fields: PathLike | None = None,
         png: PathLike | None = None,
         snapshot: bool | None = None,
@@ -281,13 +350,13 @@ class Engine:
         """Write files, and return the snapshot that they show, or None if none was taken.
 
         ``spectrum`` is the path of a raw file of N² complex64 numbers, laid out as ``spectrum()``
-        returns them, and ``fields`` of one of 3·N² float32 numbers: vorticity, u and v. ``png`` is
-        the path of a square picture of ``pixel_size`` pixels a side, 1 to 8192; the arguments after
-        it are those of ``PictureSettings``. Drawing needs a Vulkan driver. ``snapshot`` takes a
-        snapshot even if no file needs one. Without ``include_velocity`` the velocity counts as
-        zero: pictures of the speed are dark, and there are no flow lines. Arguments that are None
-        have the library's defaults. Where there are several files and one of them cannot be
-        written, none is.
+        returns them, and ``fields`` of one of 3·N² float32 numbers: vorticity, u and v. ``state``
+        is that of a state, as ``save`` writes it. ``png`` is the path of a square picture of
+        ``pixel_size`` pixels a side, 1 to 8192; the arguments after it are those of
+        ``PictureSettings``. Drawing needs a Vulkan driver. ``snapshot`` takes a snapshot even if no
+        file needs one. Without ``include_velocity`` the velocity counts as zero: pictures of the
+        speed are dark, and there are no flow lines. Arguments that are None have the library's
+        defaults. Where there are several files and one of them cannot be written, none is.
         """
         check_picture(
             display=display,
@@ -299,6 +368,7 @@ class Engine:
         )
         request = given(
             spectrum=spectrum,
+            state=state,
             fields=fields,
             png=png,
             snapshot=snapshot,
@@ -375,7 +445,7 @@ class Engine:
     def __reduce__(self) -> Any:
         raise TypeError(
             "An engine cannot be copied or pickled: its flow lives in the memory of the device. "
-            "Make another one, Engine(engine.config, initial=engine.fields().vorticity)."
+            "Save its state, engine.save(path), and make another one from it, Engine.load(path)."
         )
 
     def _call(self, operation: str, **arguments: Any) -> dict[str, Any]:

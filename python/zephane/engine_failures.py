@@ -12,6 +12,7 @@ from .errors import LOST_FLOW, FlowFailedError, ZephaneError
 from .outputs import why_not_writable
 from .records import Clock, Config, Statistics
 from .refusals import memory_refusal
+from .states import state_bytes
 from .suiting import ZephaneWarning
 
 FIELD_BYTES = 12
@@ -120,8 +121,13 @@ def explain_export(
 
 def output_sizes(request: Mapping[str, Any], resolution: int) -> dict[str, int]:
     """The paths of an export with the bytes that they take, of which a picture has too few."""
-    sizes = {"spectrum": SPECTRUM_BYTES, "fields": FIELD_BYTES, "png": 0}
-    return {request[key]: size * resolution**2 for key, size in sizes.items() if key in request}
+    sizes = {
+        "spectrum": SPECTRUM_BYTES * resolution**2,
+        "state": state_bytes(resolution),
+        "fields": FIELD_BYTES * resolution**2,
+        "png": 0,
+    }
+    return {request[key]: size for key, size in sizes.items() if key in request}
 
 
 def _raw_file_refusal(text: str, request: Mapping[str, Any], resolution: int) -> str:

@@ -75,7 +75,7 @@ def _raw_file(view: View, path: str | None, resolution: int) -> str | None:
     return raw
 
 
-def add_flow(parser: argparse.ArgumentParser) -> None:
+def add_flow(parser: argparse.ArgumentParser) -> argparse._ArgumentGroup:
     default = Config()
     flow = parser.add_argument_group("flow")
     flow.add_argument(
@@ -125,6 +125,7 @@ def add_flow(parser: argparse.ArgumentParser) -> None:
         "file if the name ends in .npy (default: the seeded start field)",
     )
     flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
+    return flow
 
 
 def add_control(parser: argparse.ArgumentParser) -> None:

@@ -54,8 +54,9 @@ class Progress:
         shares = [0.0]
         if self._steps:
             shares.append((now.steps - self._start.steps) / self._steps)
-        if self._until:
-            shares.append(now.simulation_time / self._until)
+        if self._until is not None and self._until > self._start.simulation_time:
+            begun = self._start.simulation_time
+            shares.append((now.simulation_time - begun) / (self._until - begun))
         return min(max(shares), 1.0)
 
     def _left(self, now: Moment) -> float | None:

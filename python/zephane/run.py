@@ -9,18 +9,27 @@ import os
 import signal
 import sys
 import time
+from dataclasses import dataclass
 from types import FrameType
 from typing import Any
 
 from ._library import ZephaneError
+from .checkpoints import Checkpoints
 from .engine import Engine, initialize
 from .engine_failures import FIELD_BYTES, SPECTRUM_BYTES
 from .options import chosen_config, chosen_picture
 from .outputs import check_outputs, checked_picture, is_numpy_file, write_numpy_file
 from .progress import Progress, shown_progress
-from .records import Clock, PictureSettings, Statistics
-from .refusals import checked_config, checked_pixel_size, checked_steps, checked_until
+from .records import Clock, PictureSettings, Statistics, SystemInfo
+from .refusals import (
+    checked_config,
+    checked_pixel_size,
+    checked_single,
+    checked_steps,
+    checked_until,
+)
 from .report import Outcome, describe_run
+from .states import state_bytes
 
 # Default length of a run, in turnover times of its start field.
 TURNOVERS = 3.0
@@ -41,18 +50,22 @@ def run(options: argparse.Namespace) -> int:
     settings = _picture_settings(options)
     steps = None if options.steps is None else checked_steps(options.steps)
     until = None if options.until is None else checked_until(options.until)
+    every = _checked_every(options)
     system = initialize(options.library)
-    config = checked_config(system.defaults.changed(**chosen_config(options)))
-    check_outputs(_sizes(options, config.resolution))
-    with Engine(config, initial=options.initial) as engine:
+    with _open(options, system) as engine:
+        config = engine.config
         if options.png is not None:
             _check_drawing(engine, options.png)
         start = engine.inspect()
         if steps is None and until is None:
-            until = TURNOVERS * (start.initial_turnover_time or 1.0)
+            until = start.simulation_time + TURNOVERS * (start.initial_turnover_time or 1.0)
+        checkpoints = None
+        if every is not None:
+            checkpoints = Checkpoints(engine, options.save_state, every, start.simulation_time)
         with Interruption() as interruption:
             progress = shown_progress(options.progress, start, steps, until)
-            outcome = _advance(engine, start, steps, until, progress, interruption)
+            bounds = Bounds(start, steps, until)
+            outcome = _advance(engine, bounds, progress, checkpoints, interruption)
             written, failures = _write_files(engine, options, settings)
     if options.json:
         print(json.dumps(dataclasses.asdict(outcome.end), indent=2, sort_keys=True), flush=True)
@@ -63,6 +76,40 @@ def run(options: argparse.Namespace) -> int:
     if interruption.requested:
         return INTERRUPTED
     return 1 if failures else 0
+
+
+@dataclass(frozen=True)
+class Bounds:
+    """Where a run begins and what ends it."""
+
+    start: Statistics
+    steps: int | None
+    until: float | None
+
+
+def _checked_every(options: argparse.Namespace) -> float | None:
+    if options.save_every is None:
+        return None
+    if options.save_state is None:
+        raise ValueError("--save-every needs --save-state FILE, the file to save to.")
+    return checked_single("save_every", options.save_every)
+
+
+def _open(options: argparse.Namespace, system: SystemInfo) -> Engine:
+    """The flow to run, after a check that its files can be written."""
+    if options.state is None:
+        config = checked_config(system.defaults.changed(**chosen_config(options)))
+        check_outputs(_sizes(options, config.resolution))
+        return Engine(config, initial=options.initial)
+    if options.initial is not None:
+        raise ValueError("--initial and --state exclude each other: a flow has one start.")
+    engine = Engine.load(options.state, **chosen_config(options))
+    try:
+        check_outputs(_sizes(options, engine.config.resolution))
+    except BaseException:
+        engine.close()
+        raise
+    return engine
 
 
 class Interruption:
@@ -89,23 +136,24 @@ class Interruption:
 
 def _advance(
     engine: Engine,
-    start: Statistics,
-    steps: int | None,
-    until: float | None,
+    bounds: Bounds,
     progress: Progress,
+    checkpoints: Checkpoints | None,
     interruption: Interruption,
 ) -> Outcome:
     """Run to the end or until Ctrl-C, and compute the final figures."""
 
     def show(now: Clock) -> bool:
         progress.update(now)
+        if checkpoints is not None:
+            checkpoints.update(now)
         return not interruption.requested
 
     began = time.perf_counter()
     with progress:
-        engine.advance(steps, until, fresh=False, progress=show)
+        engine.advance(bounds.steps, bounds.until, fresh=False, progress=show)
     wall = time.perf_counter() - began
-    return Outcome(start, engine.inspect(), wall, interruption.requested)
+    return Outcome(bounds.start, engine.inspect(), wall, interruption.requested)
 
 
 def _picture_settings(options: argparse.Namespace) -> PictureSettings:
@@ -124,7 +172,12 @@ def _check_drawing(engine: Engine, path: str) -> None:
 
 
 def _files(options: argparse.Namespace) -> dict[str, str]:
-    files = {"spectrum": options.spectrum, "fields": options.fields, "picture": options.png}
+    files = {
+        "spectrum": options.spectrum,
+        "fields": options.fields,
+        "state": options.save_state,
+        "picture": options.png,
+    }
     return {kind: path for kind, path in files.items() if path is not None}
 
 
@@ -136,6 +189,9 @@ def _sizes(options: argparse.Namespace, resolution: int) -> dict[str, int]:
             raise ValueError(f"{path} is named for two outputs.")
         if kind == "picture":
             sizes[path] = PICTURE_BYTES * options.pixels**2
+            continue
+        if kind == "state":
+            sizes[path] = state_bytes(resolution)
             continue
         is_numpy_file(path)
         sizes[path] = (SPECTRUM_BYTES if kind == "spectrum" else FIELD_BYTES) * resolution**2
@@ -155,6 +211,8 @@ def _write_files(
         try:
             if kind == "picture":
                 _draw(engine, path, options.pixels, settings)
+            elif kind == "state":
+                engine.save(path)
             elif kind == "spectrum":
                 _write_spectrum(engine, path)
             else:

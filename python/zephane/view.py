@@ -224,19 +224,22 @@ class View:
         wall_seconds: float | None | Keep = KEEP,
         batch: int | None | Keep = KEEP,
         initial: PathLike | None | Keep = KEEP,
+        state: PathLike | None | Keep = KEEP,
         spectrum: PathLike | None | Keep = KEEP,
     ) -> ViewStatus:
         """Set limits and files for the flows that begin after this call; None removes one.
 
         A flow ends at the time ``until`` exactly, or after ``wall_seconds`` of running, and then
-        writes its spectrum to the file ``spectrum``. It starts from the raw file ``initial``, and
-        takes ``batch`` steps, 1 to 32, in one request to the device.
+        writes its spectrum to the file ``spectrum``. It starts from the raw file ``initial``, or
+        goes on from the state ``state``, whose configuration the view must have; of the two, the
+        one given last holds. It takes ``batch`` steps, 1 to 32, in one request to the device.
         """
         limits = {
             "until": until,
             "wall_seconds": wall_seconds,
             "batch": batch,
             "initial": initial,
+            "state": state,
             "spectrum": spectrum,
         }
         kept = {key: value for key, value in limits.items() if value is not KEEP}
@@ -256,11 +259,17 @@ class View:
         png: PathLike | None = None,
         fields: PathLike | None = None,
         pixel_size: int | None = None,
+        state: PathLike | None = None,
     ) -> ViewStatus:
         """Write the newest frame to a picture, ``pixel_size`` pixels a side, to raw fields, or to
         both. The view must be attached to a window.
+
+        ``state`` is the path of a file for the state of the flow, as ``Engine.save`` writes it,
+        which needs no window.
         """
-        return self._call("export", **given(png=png, fields=fields, pixel_size=pixel_size))
+        return self._call(
+            "export", **given(png=png, fields=fields, pixel_size=pixel_size, state=state)
+        )
 
     def save(self) -> ViewStatus:
         """Ask the user for a path, and write a picture there unless the user cancels."""

@@ -112,7 +112,7 @@ TEST(State, OfAnotherConfigurationIsRefusedAndLeavesTheFlow) {
     Solver solver(test::configOf(16));
     solver.advance(2);
     const std::vector<V2> before = solver.spectrum();
-    const std::string text = test::badArgument([&] { solver.restore(Solver(other).state()); });
+    std::string text = test::badArgument([&] { solver.restore(Solver(other).state()); });
     EXPECT_TRUE(test::sameBits(solver.spectrum(), before));
     return text;
   };

@@ -1,0 +1,107 @@
+"""State files: what one says about its flow, and why one cannot be used."""
+
+from __future__ import annotations
+
+import dataclasses
+import json
+import math
+import os
+from dataclasses import dataclass
+from typing import Any
+
+from .errors import InvalidValueError, ZephaneError
+from .outputs import PathLike
+from .records import Config
+from .refusals import memory_refusal
+
+LENGTH_BYTES = 8
+LONGEST_HEADER = 1 << 20
+# The header, and the two arrays of N x (N/2 + 1) complex numbers.
+HEADER_BYTES = 2048
+
+UNREADABLE = "Cannot read state file: "
+OTHER_CONFIGURATION = "State of another configuration: "
+
+
+@dataclass(frozen=True)
+class SavedState:
+    """What a state file says about its flow. The library checks the whole file when it goes on."""
+
+    config: Config
+    """The configuration with which the flow was made."""
+    reynolds: float
+    """The Reynolds number in force."""
+    cfl: float
+    """The Courant number in force."""
+    simulation_time: float
+    steps: int
+    initial_turnover_time: float
+    library: str
+    """The version of the library that saved it."""
+    device: str
+    """The name of the device that computed it."""
+
+    @property
+    def config_in_force(self) -> Config:
+        """The configuration with the Reynolds and the Courant number in force."""
+        return dataclasses.replace(self.config, reynolds=self.reynolds, cfl=self.cfl)
+
+
+def read_state(path: PathLike) -> SavedState:
+    """Read what a state file says about its flow, without its arrays.
+
+    Raises ``ZephaneError`` if the file cannot be read or is no state.
+    """
+    try:
+        with open(path, "rb") as file:
+            length = int.from_bytes(file.read(LENGTH_BYTES), "little")
+            header = file.read(min(length, LONGEST_HEADER))
+    except (OSError, ValueError) as failure:
+        raise ZephaneError(f"Cannot read {os.fspath(path)}: {_reason(failure)}") from failure
+    try:
+        return _described(json.loads(header)["__metadata__"])
+    except (KeyError, TypeError, ValueError, RecursionError) as failure:
+        raise ZephaneError(f"{os.fspath(path)} is no state of a flow") from failure
+
+
+def state_bytes(resolution: int) -> int:
+    """The size of a state file, or a little more."""
+    return HEADER_BYTES + 2 * 8 * resolution * (resolution // 2 + 1)
+
+
+def explain_state(failure: ZephaneError, path: str, available: int) -> ZephaneError:
+    """Why a flow cannot go on from a state file, with the name of the file."""
+    text = str(failure)
+    if text.startswith(UNREADABLE):
+        reason = text[len(UNREADABLE) :].removesuffix(f': "{path}"')
+        return ZephaneError(f"Cannot read {path}: {reason}")
+    if text.startswith(OTHER_CONFIGURATION):
+        difference = text[len(OTHER_CONFIGURATION) :]
+        return InvalidValueError(f"{path} is of another configuration: {difference}")
+    if text.endswith("out of memory") or text == "std::bad_alloc":
+        return ZephaneError(f"{text}. {memory_refusal(read_state(path).config, available)}")
+    return ZephaneError(f"Cannot go on from {path}: {text}")
+
+
+def _reason(failure: Exception) -> str:
+    return getattr(failure, "strerror", None) or str(failure)
+
+
+def _described(metadata: Any) -> SavedState:
+    if metadata["format"] != "zephane state":
+        raise ValueError("another format")
+    clock = json.loads(metadata["clock"])
+    settings = json.loads(metadata["settings"])
+    time = clock["time_low"] + clock["time_high"]
+    if not math.isfinite(time):
+        raise ValueError("no time")
+    return SavedState(
+        config=Config.from_json(json.loads(metadata["configuration"])),
+        reynolds=float(settings["reynolds"]),
+        cfl=float(settings["cfl"]),
+        simulation_time=time,
+        steps=int(clock["steps"]),
+        initial_turnover_time=float(clock["initial_turnover_time"]),
+        library=metadata["library"],
+        device=metadata["device"],
+    )
