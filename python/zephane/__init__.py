@@ -22,6 +22,7 @@ from ._version import read_version
 from .engine import Engine, initialize
 from .errors import FlowFailedError, InvalidValueError, ZephaneError
 from .fields import Fields
+from .recording import record
 from .records import (
     COLOR_RANGES,
     DISPLAYS,
@@ -43,6 +44,7 @@ from .records import (
 from .shells import radial_spectrum
 from .states import SavedState, read_state
 from .suiting import ZephaneWarning, largest_cfl, suitable_cfl
+from .transfers import shell_spectra, spectral_fluxes
 from .view import KEEP, View
 from .viscosity import AdaptedViscosity, resolution_number
 
@@ -79,6 +81,9 @@ __all__ = [
     "largest_cfl",
     "radial_spectrum",
     "read_state",
+    "record",
     "resolution_number",
+    "shell_spectra",
+    "spectral_fluxes",
     "suitable_cfl",
 ]

@@ -96,6 +96,7 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
     )
     _add_length(parser)
     _add_output(parser)
+    _add_recording(parser)
     _add_picture(parser)
     parser.set_defaults(command=run)
 
@@ -192,6 +193,32 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
         help="save it also during the run, each time that so much time of the flow has passed",
     )
     output.add_argument("--png", metavar="FILE", help="draw a picture; needs a Vulkan driver")
+
+
+def _add_recording(parser: argparse.ArgumentParser) -> None:
+    recording = parser.add_argument_group("recording, with --record")
+    recording.add_argument(
+        "--record",
+        metavar="FILE",
+        help="record figures, spectra and fields: a NetCDF file if the name ends in .nc, a Zarr "
+        "store if it ends in .zarr; needs pip install 'zephane[data]'",
+    )
+    for name, what in (
+        ("--every", "the figures"),
+        ("--spectra-every", "spectra and fluxes by wavenumber"),
+        ("--fields-every", "the vorticity"),
+    ):
+        recording.add_argument(
+            name, metavar="T", type=float, help=f"time of the flow between two samples of {what}"
+        )
+    recording.add_argument(
+        "--at",
+        metavar="NAME",
+        default="time",
+        help='meet these times exactly, "time", or count steps instead and cut none, "steps" '
+        "(default: %(default)s)",
+    )
+    recording.add_argument("--velocity", action="store_true", help="record u and v with the fields")
 
 
 def _add_picture(parser: argparse.ArgumentParser) -> None:

@@ -182,6 +182,11 @@ class Engine:
         return self._config
 
     @property
+    def system(self) -> SystemInfo:
+        """The device and the machine, as ``initialize`` described them last."""
+        return SystemInfo.from_json(self._library.description())
+
+    @property
     def closed(self) -> bool:
         """Whether ``close`` was called."""
         return self._handle is None

@@ -97,6 +97,10 @@ def checked_until(value: Any) -> float:
     return number
 
 
+def checked_whole(key: str, value: Any, low: int) -> int:
+    return _whole(key, value, low, None, f"whole numbers from {low}")
+
+
 def checked_pixel_size(value: Any) -> int:
     return _whole("pixel_size", value, PIXEL_SIZES[0], PIXEL_SIZES[-1])
 

@@ -4,11 +4,13 @@ from __future__ import annotations
 
 import argparse
 import dataclasses
+import functools
 import json
 import os
 import signal
 import sys
 import time
+from collections.abc import Callable
 from dataclasses import dataclass
 from types import FrameType
 from typing import Any
@@ -17,9 +19,12 @@ from ._library import ZephaneError
 from .checkpoints import Checkpoints
 from .engine import Engine, initialize
 from .engine_failures import FIELD_BYTES, SPECTRUM_BYTES
+from .extras import need
 from .options import chosen_config, chosen_picture
 from .outputs import check_outputs, checked_picture, is_numpy_file, write_numpy_file
 from .progress import Progress, shown_progress
+from .recording import record
+from .recording_files import check_recording, is_netcdf
 from .records import Clock, PictureSettings, Statistics, SystemInfo
 from .refusals import (
     checked_config,
@@ -51,6 +56,7 @@ def run(options: argparse.Namespace) -> int:
     steps = None if options.steps is None else checked_steps(options.steps)
     until = None if options.until is None else checked_until(options.until)
     every = _checked_every(options)
+    recording = _checked_recording(options)
     system = initialize(options.library)
     with _open(options, system) as engine:
         config = engine.config
@@ -64,9 +70,11 @@ def run(options: argparse.Namespace) -> int:
             checkpoints = Checkpoints(engine, options.save_state, every, start.simulation_time)
         with Interruption() as interruption:
             progress = shown_progress(options.progress, start, steps, until)
-            bounds = Bounds(start, steps, until)
+            bounds = Bounds(start, steps, until, recording)
             outcome = _advance(engine, bounds, progress, checkpoints, interruption)
             written, failures = _write_files(engine, options, settings)
+            if options.record is not None:
+                written = {"recording": options.record, **written}
     if options.json:
         print(json.dumps(dataclasses.asdict(outcome.end), indent=2, sort_keys=True), flush=True)
     else:
@@ -80,11 +88,35 @@ def run(options: argparse.Namespace) -> int:
 
 @dataclass(frozen=True)
 class Bounds:
-    """Where a run begins and what ends it."""
+    """Where a run begins, what ends it, and how it is recorded, if it is."""
 
     start: Statistics
     steps: int | None
     until: float | None
+    recording: Callable[..., Any] | None
+
+
+def _checked_recording(options: argparse.Namespace) -> Callable[..., Any] | None:
+    """``record`` with the arguments that the options give."""
+    if options.record is None:
+        for name in ("every", "fields_every", "spectra_every"):
+            if getattr(options, name) is not None:
+                raise ValueError(f"--{name.replace('_', '-')} needs --record FILE.")
+        return None
+    if options.every is None:
+        raise ValueError("--record needs --every T, the time from one sample to the next.")
+    check_recording(options.record)
+    need("xarray", "data", "Recording")
+    need("netCDF4" if is_netcdf(options.record) else "zarr", "data", "Recording")
+    return functools.partial(
+        record,
+        path=options.record,
+        every=options.every,
+        fields_every=options.fields_every,
+        spectra_every=options.spectra_every,
+        at=options.at,
+        velocity=options.velocity,
+    )
 
 
 def _checked_every(options: argparse.Namespace) -> float | None:
@@ -151,7 +183,11 @@ def _advance(
 
     began = time.perf_counter()
     with progress:
-        engine.advance(bounds.steps, bounds.until, fresh=False, progress=show)
+        if bounds.recording is None:
+            engine.advance(bounds.steps, bounds.until, fresh=False, progress=show)
+        else:
+            made = bounds.recording(engine, steps=bounds.steps, until=bounds.until, progress=show)
+            made.close()
     wall = time.perf_counter() - began
     return Outcome(bounds.start, engine.inspect(), wall, interruption.requested)
 
