@@ -71,9 +71,18 @@ def why_not_writable(path: PathLike, size: int = 0) -> str | None:
         return failure.strerror or str(failure)
     if _is_special(path):
         return None
+    return _why_no_room(path, size, size)
+
+
+def why_not_extended(path: PathLike, more: int) -> str | None:
+    """Why a file that is being written cannot grow by so many bytes, or None."""
+    return _why_no_room(path, more, os.path.getsize(path) + more)
+
+
+def _why_no_room(path: PathLike, more: int, size: int) -> str | None:
     folder = _folder(path)
-    if size > _free(folder):
-        return _no_room(folder, size)
+    if more > _free(folder):
+        return _no_room(folder, more)
     largest = _largest_file()
     if largest is not None and size > largest:
         return f"{os.strerror(errno.EFBIG)}: the limit of this process is {largest} bytes"

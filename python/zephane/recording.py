@@ -100,20 +100,23 @@ def record(
         raise InvalidValueError("until and steps are missing: a recording needs an end")
     checked_name("at", at, MEETINGS)
     intervals = {"every": every, "spectra_every": spectra_every, "fields_every": fields_every}
-    checked = {key: _interval(key, value, at) for key, value in intervals.items()
-               if value is not None}  # fmt: skip
+    wanted = {key: value for key, value in intervals.items() if value is not None}
+    checked = {key: _interval(key, value, at) for key, value in wanted.items()}
     tables = _Sampler(engine, velocity, checked)
-    rows = rows_for(path, tables.layout())
+    course = _Course(at, left, end, progress)
+    layout = tables.layout()
+    rows = rows_for(path, layout, tables.size(layout, course.length(engine)))
     try:
-        _run(engine, tables, rows, _Course(at, left, end, progress))
-    except FlowFailedError:
-        if path is not None:
-            rows.finish().close()
-        raise
+        try:
+            _run(engine, tables, rows, course)
+        except FlowFailedError:
+            if path is not None:
+                rows.finish().close()
+            raise
+        return rows.finish()
     except BaseException:
         rows.discard()
         raise
-    return rows.finish()
 
 
 def _interval(key: str, value: Any, at: str) -> float:
@@ -131,6 +134,13 @@ class _Course:
     end: float | None
     progress: Callable[[Clock], object] | None
     is_stopped: bool = False
+
+    def length(self, engine: Engine) -> float:
+        """Between the beginning and the end, in the unit of the intervals; 0 if it is unknown."""
+        if self.at == "steps":
+            return float(self.left or 0)
+        now = engine.advance(steps=0, fresh=False).simulation_time
+        return 0.0 if self.end is None else max(self.end - now, 0.0)
 
     def show(self, now: Clock) -> bool:
         if self.progress is not None and self.progress(now) is False:
@@ -190,6 +200,14 @@ class _Sampler:
                 axis = Variable((name,), "f8", f"{name} on a periodic square of side 2π", "radian")
                 coordinates[name] = (axis, np.arange(size) * (2.0 * math.pi / size))
         return Layout(tuple(self._tables.values()), coordinates, _attributes(self._engine))
+
+    def size(self, layout: Layout, length: float) -> int:
+        """The bytes of all samples of a recording of this length."""
+        lengths = {name: len(values) for name, (_, values) in layout.coordinates.items()}
+        return sum(
+            (int(length / self._intervals[key]) + 1) * table.row_bytes(lengths)
+            for key, table in self._tables.items()
+        )
 
     def start(self, position: float) -> None:
         self._begin = position

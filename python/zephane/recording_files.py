@@ -5,17 +5,19 @@ A file is written under a temporary name beside its own and gets its name at the
 
 from __future__ import annotations
 
+import contextlib
+import math
 import os
 import shutil
 import tempfile
-from collections.abc import Mapping
+from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Union
 
 from .errors import InvalidValueError, ZephaneError
 from .extras import need
-from .outputs import PathLike, why_not_writable
+from .outputs import PathLike, why_not_extended, why_not_writable
 
 NETCDF_ENDING = ".nc"
 ZARR_ENDING = ".zarr"
@@ -23,6 +25,9 @@ PURPOSE = "Recording"
 
 # Samples that are appended to a file at once, where they are no fields.
 ROWS_AT_ONCE = 256
+
+# Room for what a NetCDF file has beside its samples.
+NETCDF_MARGIN = 1 << 16
 
 
 @dataclass(frozen=True)
@@ -45,6 +50,14 @@ class Table:
 
     time: str
     variables: Mapping[str, Variable]
+
+
+    def row_bytes(self, lengths: Mapping[str, int]) -> int:
+        """The size of a sample; ``lengths`` are those of the dimensions that do not grow."""
+        return sum(
+            int(one.dtype[1:]) * math.prod(lengths[name] for name in one.dimensions[1:])
+            for one in self.variables.values()
+        )
 
 
 @dataclass(frozen=True)
@@ -114,17 +127,38 @@ def dataset_of(xr: Any, np: Any, layout: Layout, table: Table, rows: Any) -> Any
     return made.set_coords([table.time, *fixed])
 
 
+@contextlib.contextmanager
+def _writing(path: str) -> Iterator[None]:
+    """Turns the failures of the packages that write into a ``ZephaneError`` with the path."""
+    try:
+        yield
+    except (OSError, RuntimeError, ValueError) as failure:
+        reason = getattr(failure, "strerror", None) or str(failure)
+        raise ZephaneError(f"Cannot write {path}: {reason}") from failure
+
+
 class NetCDFRows:
     """Appends samples to a NetCDF file."""
 
     def __init__(self, path: str, layout: Layout) -> None:
+        self._path = path
         netcdf = need("netCDF4", "data", PURPOSE)
         need("xarray", "data", PURPOSE)
         self._layout = layout
         self._pending = _Pending(layout)
         self._target = os.path.realpath(path)
         self._temporary = _temporary_name(self._target)
-        self._file = netcdf.Dataset(self._temporary, "w", clobber=False)
+        self._file: Any = None
+        self._lengths = {name: len(values) for name, (_, values) in layout.coordinates.items()}
+        try:
+            with _writing(path):
+                self._file = netcdf.Dataset(self._temporary, "w", clobber=False)
+                self._lay_out(layout)
+        except BaseException:
+            self.discard()
+            raise
+
+    def _lay_out(self, layout: Layout) -> None:
         self._file.setncatts(dict(layout.attributes))
         for name, (variable, values) in layout.coordinates.items():
             self._file.createDimension(name, len(values))
@@ -152,20 +186,29 @@ class NetCDFRows:
 
     def _flush(self, table: Table) -> None:
         rows = self._pending.take(table)
+        # After a write that fails, HDF5 may crash at the end of the process.
+        more = NETCDF_MARGIN + len(rows) * table.row_bytes(self._lengths)
+        reason = why_not_extended(self._temporary, more)
+        if reason is not None:
+            raise ZephaneError(f"Cannot write {self._path}: {reason}")
         begin = len(self._file.dimensions[table.time])
-        for name in table.variables:
-            self._file.variables[name][begin : begin + len(rows)] = [row[name] for row in rows]
+        with _writing(self._path):
+            for name in table.variables:
+                self._file.variables[name][begin : begin + len(rows)] = [row[name] for row in rows]
+            self._file.sync()  # So that the room that is left is known.
 
     def finish(self) -> Any:
         for table in self._layout.tables:
             self._flush(table)
-        self._file.close()
-        os.replace(self._temporary, self._target)
+        with _writing(self._path):
+            self._file.close()
+            os.replace(self._temporary, self._target)
         return need("xarray", "data", PURPOSE).open_dataset(self._target, engine="netcdf4")
 
     def discard(self) -> None:
-        if self._file.isopen():
-            self._file.close()
+        if self._file is not None and self._file.isopen():
+            with contextlib.suppress(OSError, RuntimeError):
+                self._file.close()
         Path(self._temporary).unlink(missing_ok=True)
 
 
@@ -177,19 +220,27 @@ class ZarrRows:
         need("zarr", "data", PURPOSE)
         self._np = need("numpy", "data", PURPOSE)
         self._layout = layout
+        self._path = path
         self._target = os.path.realpath(path)
         self._temporary = _temporary_name(self._target)
         self._pending = _Pending(layout)
         self._begun: set[str] = set()
-        for table in layout.tables:
-            self._flush(table)
+        try:
+            for table in layout.tables:
+                self._flush(table)
+        except BaseException:
+            self.discard()
+            raise
 
     def append(self, table: Table, row: Mapping[str, Any]) -> None:
         if self._pending.add(table, row):
             self._flush(table)
 
     def _flush(self, table: Table) -> None:
-        rows = self._pending.take(table)
+        with _writing(self._path):
+            self._write(table, self._pending.take(table))
+
+    def _write(self, table: Table, rows: list[Mapping[str, Any]]) -> None:
         part = dataset_of(self._xr, self._np, self._layout, table, rows)
         if table.time in self._begun:
             if rows:
@@ -208,14 +259,18 @@ class ZarrRows:
     def finish(self) -> Any:
         for table in self._layout.tables:
             self._flush(table)
-        if os.path.exists(self._target):
-            old = _temporary_name(self._target)
-            os.rename(self._target, old)
-            os.rename(self._temporary, self._target)
-            shutil.rmtree(old)
-        else:
-            os.rename(self._temporary, self._target)
+        with _writing(self._path):
+            self._put_in_place()
         return self._xr.open_zarr(self._target, consolidated=False)
+
+    def _put_in_place(self) -> None:
+        if not os.path.exists(self._target):
+            os.rename(self._temporary, self._target)
+            return
+        old = _temporary_name(self._target)
+        os.rename(self._target, old)
+        os.rename(self._temporary, self._target)
+        shutil.rmtree(old)
 
     def discard(self) -> None:
         shutil.rmtree(self._temporary, ignore_errors=True)
@@ -224,18 +279,18 @@ class ZarrRows:
 Rows = Union[MemoryRows, NetCDFRows, ZarrRows]
 
 
-def rows_for(path: PathLike | None, layout: Layout) -> Rows:
-    """Memory, or the kind of file that the ending of its name asks for."""
+def rows_for(path: PathLike | None, layout: Layout, size: int) -> Rows:
+    """Memory, or the kind of file that the ending of its name asks for, with room for its bytes."""
     if path is None:
         return MemoryRows(layout)
     text = os.fspath(path)
-    check_recording(text)
+    check_recording(text, size)
     return NetCDFRows(text, layout) if is_netcdf(text) else ZarrRows(text, layout)
 
 
-def check_recording(path: str) -> None:
-    """Refuse a path where no recording can be written."""
-    reason = why_not_writable(path) if is_netcdf(path) else _why_no_folder(path)
+def check_recording(path: str, size: int = 0) -> None:
+    """Refuse a path where no recording of so many bytes can be written."""
+    reason = why_not_writable(path, size) if is_netcdf(path) else _why_no_folder(path)
     if reason is not None:
         raise ZephaneError(f"Cannot write {path}: {reason}")
     if not is_netcdf(path) and os.path.exists(path) and not _is_zarr(path):
