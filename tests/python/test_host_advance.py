@@ -114,7 +114,7 @@ def test_control_c_ends_a_long_run(engine: zephane.Engine) -> None:
     timer.start()
     began = time.monotonic()
     with pytest.raises(KeyboardInterrupt):
-        engine.set(reynolds=100.0)
+        engine.set(reynolds=1e5)  # far from rest for all that time
         engine.advance(10**9)
     assert time.monotonic() - began < 5.0
     steps = engine.inspect().steps
@@ -189,7 +189,7 @@ def test_a_flow_whose_figures_grow_is_warned_of(make_engine: Maker) -> None:
     settings = {"resolution": 128, "reynolds": None, "integrator": "imexRK3"}
     with pytest.warns(ZephaneWarning, match="beyond what imexRK3 bears"):
         engine = make_engine(cfl=4.0, **settings)
-    with pytest.warns(ZephaneWarning, match="The enstrophy grew from 8 to 1") as caught:
+    with pytest.warns(ZephaneWarning, match=r"The enstrophy grew from 8 to \d\d") as caught:
         engine.advance(until=1.5)
     assert caught[0].filename == __file__
     with warnings.catch_warnings():
