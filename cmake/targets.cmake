@@ -56,6 +56,10 @@ function(zephane_instruction_sets target)
     # these options allow. They change no result.
     target_compile_options(${target}_${set} PRIVATE ${ZEPHANE_FLAGS_${set}} -fno-math-errno
                                                     -fno-trapping-math)
+    if(ZEPHANE_SANITIZE MATCHES "address")
+      # Their many short-lived vectors would take minutes to compile.
+      target_compile_options(${target}_${set} PRIVATE -fno-sanitize-address-use-after-scope)
+    endif()
     target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}_${set}>)
   endforeach()
   target_sources(${target} INTERFACE $<TARGET_OBJECTS:${target}>)

@@ -166,8 +166,8 @@ ZEPH_INLINE FieldPair gradientPair(ComplexVector w, const TileColumns& columns, 
 
 // The first stage of the inverse transforms, from the vorticity at the wavenumbers of offset j.
 template <int q, bool ADVECTIVE>
-ZEPH_INLINE void beginTerm(const FusedPass& pass, const TileColumns& columns, int j,
-                           const ComplexVector* omega, const Tile* tiles) {
+void beginTerm(const FusedPass& pass, const TileColumns& columns, int j, const ComplexVector* omega,
+               const Tile* tiles) {
   const PaddedTables& line = *pass.line;
   constexpr int fields = ADVECTIVE ? 2 : 1;
   for (int field = 0; field < fields; ++field) {
@@ -190,8 +190,8 @@ ZEPH_INLINE void beginTerm(const FusedPass& pass, const TileColumns& columns, in
 // The last stage of the forward transforms, and the stage update at the wavenumbers of offset j,
 // whose new vorticity it leaves in `omega`.
 template <int q, bool ADVECTIVE>
-ZEPH_INLINE void endTerm(const FusedPass& pass, const TileUpdate& update, FusedUpdate advance,
-                         int j, ComplexVector* omega, const Tile* tiles) {
+void endTerm(const FusedPass& pass, const TileUpdate& update, FusedUpdate advance, int j,
+             ComplexVector* omega, const Tile* tiles) {
   const PaddedTables& line = *pass.line;
   const float scale = termScale(pass.p.resolution, pass.p.padded);
   ComplexVector positive[2 * q], negative[2 * q];

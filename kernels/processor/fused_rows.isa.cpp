@@ -40,7 +40,7 @@ void mergeSpeeds(V2* bound, const SpeedLanes& lanes) {
 // 0. Their mean is that of real fields: the rounding by which the column's modes ky and -ky are not
 // conjugate stays out of the flow.
 template <int q>
-ZEPH_INLINE void spreadRows(const FusedPass& pass, int field, int rows, Tile tile) {
+void spreadRowsBy(const FusedPass& pass, int field, int rows, Tile tile) {
   const PaddedTables& line = *pass.line;
   const float* positive = workAt(pass, 2 * field, rows, 0);
   const float* negative = workAt(pass, 2 * field + 1, rows, 0);
@@ -61,7 +61,7 @@ ZEPH_INLINE void spreadRows(const FusedPass& pass, int field, int rows, Tile til
 // The last stage of the forward transform of the products' rows. Those of "advective" are real, so
 // that negative wavenumbers are not needed.
 template <int q, bool ADVECTIVE>
-ZEPH_INLINE void gatherRows(const FusedPass& pass, int rows, Tile tile) {
+void gatherRowsBy(const FusedPass& pass, int rows, Tile tile) {
   const PaddedTables& line = *pass.line;
   float* positive = workAt(pass, 0, rows, 0);
   float* negative = workAt(pass, 1, rows, 0);
@@ -80,28 +80,38 @@ ZEPH_INLINE void gatherRows(const FusedPass& pass, int rows, Tile tile) {
   for (int j = 1; j < line.span; ++j) stage(j, Constant<0>{});
 }
 
+void spreadRows(const FusedPass& pass, int field, int rows, Tile tile) {
+  forOuterRadix(*pass.line, [&](auto q) ZEPH_INLINED { spreadRowsBy<q>(pass, field, rows, tile); });
+}
+
+template <bool ADVECTIVE>
+void gatherRows(const FusedPass& pass, int rows, Tile tile) {
+  forOuterRadix(*pass.line,
+                [&](auto q) ZEPH_INLINED { gatherRowsBy<q, ADVECTIVE>(pass, rows, tile); });
+}
+
 // z = u + i v, exchanged, becomes u^2 - v^2 + i u v.
-template <int q, bool BOUND>
+template <bool BOUND>
 void stressRows(const FusedPass& pass, int rows, int participant) {
   const PaddedTables& line = *pass.line;
   const Tile tile = scratchTile(pass, participant, 0);
   const Tile chirp = scratchTile(pass, participant, 1);
   const float scale = pass.p.scale;
   SpeedLanes speeds;
-  spreadRows<q>(pass, 0, rows, tile);
-  for (int k = 0; k < 3 * q; ++k) {
+  spreadRows(pass, 0, rows, tile);
+  for (int k = 0; k < line.radix; ++k) {
     turnBlock(line, k, tile, chirp, [&](int, ComplexVector z) ZEPH_INLINED {
       const Vector u = scale * z.im, v = scale * z.re;
       if constexpr (BOUND) speeds.add(u, v);
       return ComplexVector{u * u - v * v, u * v};
     });
   }
-  gatherRows<q, false>(pass, rows, tile);
+  gatherRows<false>(pass, rows, tile);
   if constexpr (BOUND) mergeSpeeds(pass.speedBound, speeds);
 }
 
 // z = u + i v and g = dw/dx + i dw/dy, exchanged, become -(u dw/dx + v dw/dy).
-template <int q, bool BOUND>
+template <bool BOUND>
 void advectiveRows(const FusedPass& pass, int rows, int participant) {
   const PaddedTables& line = *pass.line;
   const Tile velocity = scratchTile(pass, participant, 0);
@@ -109,10 +119,10 @@ void advectiveRows(const FusedPass& pass, int rows, int participant) {
   const Tile chirp = scratchTile(pass, participant, 2);
   const float scale = pass.p.scale;
   SpeedLanes speeds;
-  spreadRows<q>(pass, 0, rows, velocity);
-  for (int k = 0; k < 3 * q; ++k) spreadBlock(line, k, velocity, chirp);
-  spreadRows<q>(pass, 1, rows, gradient);
-  for (int k = 0; k < 3 * q; ++k) {
+  spreadRows(pass, 0, rows, velocity);
+  for (int k = 0; k < line.radix; ++k) spreadBlock(line, k, velocity, chirp);
+  spreadRows(pass, 1, rows, gradient);
+  for (int k = 0; k < line.radix; ++k) {
     turnBlock(line, k, gradient, chirp, [&](int element, ComplexVector g) ZEPH_INLINED {
       const ComplexVector z = velocity.load(element);
       const Vector u = scale * z.im, v = scale * z.re;
@@ -124,19 +134,17 @@ void advectiveRows(const FusedPass& pass, int rows, int participant) {
       return ComplexVector{-(u * gx + v * gy), Vector{}};
     });
   }
-  gatherRows<q, true>(pass, rows, gradient);
+  gatherRows<true>(pass, rows, gradient);
   if constexpr (BOUND) mergeSpeeds(pass.speedBound, speeds);
 }
 
 template <bool BOUND>
 void rowTile(const FusedPass& pass, int rows, int participant) {
-  forOuterRadix(*pass.line, [&](auto q) ZEPH_INLINED {
-    if (pass.p.operatorKind == OperatorKind::advective) {
-      advectiveRows<q, BOUND>(pass, rows, participant);
-    } else {
-      stressRows<q, BOUND>(pass, rows, participant);
-    }
-  });
+  if (pass.p.operatorKind == OperatorKind::advective) {
+    advectiveRows<BOUND>(pass, rows, participant);
+  } else {
+    stressRows<BOUND>(pass, rows, participant);
+  }
 }
 
 void rowsTask(const FusedPass& pass, int rows, int participant) {
