@@ -101,6 +101,7 @@ class Watch:
         self.last = report
         self.maybe_lost = False
         self.disturbed = False  # Something but the regulator has moved the Reynolds number.
+        self.woken = False  # A settled flow has been woken, and its report still says settled.
         self.moved = 0.0
         self.samples = SAMPLES_OF_A_START
 
@@ -114,13 +115,27 @@ class Watch:
             self.samples += seconds / 0.25 + SAMPLES_OF.get(op, 0)
             self.reynolds(op, report)
         else:
-            self.maybe_lost = self.disturbed = False
+            self.maybe_lost = self.disturbed = self.woken = False
             self.moved, self.samples = 0.0, SAMPLES_OF_A_START
         self.maybe_lost |= report["error_message"] is not None or op == "dismiss"
         assert not (report["running"] and report["settled"]) or self.maybe_lost
-        if op == last.get("op") == "get" and report["settled"] and last["settled"]:
-            assert report.get("stats") == last.get("stats")
+        self.rest(op, report)
         self.last = {**report, "op": op}
+
+    def rest(self, op: str | None, report: dict) -> None:
+        """A settled flow stays as it is from one "get" to the next.
+
+        The simulation thread wakes for "visible" and "set", but these leave the report settled: the
+        first frame, or the Reynolds number that the regulator continues from, comes a little later.
+        A failure settles the flow just before its last figures are published.
+        """
+        if op in ("visible", "set"):
+            self.woken = True
+        elif op in ("running", "toggle", "step"):
+            self.woken = False
+        both = report["settled"] and self.last["settled"]
+        if op == self.last.get("op") == "get" and both and not (self.woken or self.maybe_lost):
+            assert report.get("stats") == self.last.get("stats")
 
     def sound(self, report: dict) -> None:
         if report["ready"]:
