@@ -3,20 +3,13 @@
 
 namespace zeph::platform {
 
-// As long as it lives, the process calls the function at exit: after functions that were registered
-// later, and before it tears down any library that was loaded earlier.
-class AtProcessEnd {
- public:
-  explicit AtProcessEnd(void (*work)());
-  ~AtProcessEnd();
-  AtProcessEnd(const AtProcessEnd&) = delete;
-  AtProcessEnd& operator=(const AtProcessEnd&) = delete;
+// Has exit() call the function before everything that was registered earlier. A function that is
+// registered again is called once more, and thus first again. False if the process is so far in its
+// exit that nothing registered now is called.
+bool callAtProcessEnd(void (*work)());
 
- private:
-  static void call(void* self);
-
-  void (*work_)();
-};
+// Takes back every registration of the function.
+void forgetAtProcessEnd(void (*work)());
 
 // If the calling thread is the process's first, calls a function when that thread ends, and so
 // before anything that is registered for the end of the process. Later calls do nothing.

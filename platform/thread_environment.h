@@ -47,7 +47,12 @@ class CallEnvironment {
   std::fenv_t callers_;
 };
 
-// Both for good, at the beginning of a thread of the library's own.
+// From here on the thread's sleeps end on time. The system otherwise prolongs them by some 50
+// microseconds.
+void sleepExactly();
+
+// Default arithmetic and the neutral locale for good, at the beginning of a thread of the library's
+// own.
 inline void enterOwnThread() {
   useDefaultArithmetic();
   useNeutralLocale();

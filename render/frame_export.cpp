@@ -8,16 +8,24 @@
 #include "solver/solver.h"
 
 namespace zeph {
+namespace {
 
-void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
-                     const FrameFiles& files) {
-  guardEndOfFirstThread();
+// With a renderer for this one picture.
+Texels drawAlone(int device, const std::shared_ptr<const Frame>& frame, const FrameFiles& files) {
   const GraphicsUse use;
   if (!use) throw std::runtime_error("The process is ending.");
   const FirstUseGuard guard;
   Renderer renderer(device);
   files.raiseRefusal();
-  renderer.renderPng(frame, files.settings, files.png.value(), files.pixels);
+  return renderer.drawSquare(frame, files.settings, files.pixels);
+}
+
+}  // namespace
+
+void drawPictureFile(int device, const std::shared_ptr<const Frame>& frame,
+                     const FrameFiles& files) {
+  guardEndOfFirstThread();
+  encodePng(drawAlone(device, frame, files), files.png.value());
 }
 
 void runExport(Renderer& renderer, const ExportTask& task) {

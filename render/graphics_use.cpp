@@ -1,11 +1,9 @@
 #include "render/graphics_use.h"
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <optional>
 #include <system_error>
 
 #include "platform/fork.h"
@@ -25,20 +23,20 @@ constexpr std::chrono::seconds patienceOfForks(1);
 // after so long, it goes on.
 constexpr std::chrono::seconds endingTakes(5);
 
-constexpr std::chrono::microseconds renewalPause(100);
+constexpr std::chrono::microseconds renewalPause(20);
+
+// More registrations than these are taken back as soon as nothing is used. Each takes 32 bytes, and
+// the C library reuses none of them below the newest.
+constexpr int manyRegistrations = 1000;
 
 struct Users {
   std::mutex mutex;
   std::condition_variable changed;
   int count = 0;
-  int guards = 0;
-  int forks = 0;  // threads that are about to fork
+  int registrations = 0;  // of the wait, for the end of the process
+  int forks = 0;          // threads that are about to fork
   bool isEnding = false;
   bool mayGoOn = false;  // it is the first thread that has ended, perhaps without the process
-  // Two places, used in turn, whose memory stays: the end may already be about to call an old
-  // guard.
-  std::array<std::optional<platform::AtProcessEnd>, 2> guard;
-  std::size_t newest = 0;
 };
 
 // Never destroyed: threads use it until the very end.
@@ -81,17 +79,28 @@ const platform::AroundForks aroundForks(waitBeforeFork, letInAfterFork, beginAne
 void waitForUsers(bool mayGoOn) {
   Users& all = users();
   std::unique_lock lock(all.mutex);
+  if (all.isEnding && !all.mayGoOn) return;
   all.isEnding = true;
   all.mayGoOn = mayGoOn;
   all.changed.wait_for(lock, patience, [&] { return all.count == 0; });
 }
 
-// Called with the mutex held. The new guard is registered before the old one goes.
-void renewGuard(Users& all) {
-  const std::size_t older = all.newest;
-  all.newest = 1 - older;
-  all.guard[all.newest].emplace([] { waitForUsers(false); });
-  all.guard[older].reset();
+void waitAtProcessEnd() {
+  waitForUsers(false);
+}
+
+// Called with the mutex held.
+void registerWait(Users& all) {
+  ++all.registrations;
+  if (!platform::callAtProcessEnd(waitAtProcessEnd)) all.isEnding = true;
+}
+
+// Called with the mutex held, while nothing is used.
+void forgetOldWaits(Users& all) {
+  if (all.registrations <= manyRegistrations || all.isEnding) return;
+  platform::forgetAtProcessEnd(waitAtProcessEnd);
+  all.registrations = 0;
+  registerWait(all);
 }
 
 }  // namespace
@@ -105,6 +114,7 @@ GraphicsUse::GraphicsUse() {
     all.changed.notify_all();
   }
   all.changed.wait(lock, [&] { return all.forks == 0 || all.isEnding; });
+  if (all.registrations == 0) registerWait(all);
   isGranted_ = !all.isEnding;
   if (isGranted_) ++all.count;
   holdsUse = isGranted_;
@@ -116,6 +126,7 @@ GraphicsUse::~GraphicsUse() {
   const std::lock_guard lock(all.mutex);
   --all.count;
   holdsUse = false;
+  if (all.count == 0) forgetOldWaits(all);
   all.changed.notify_all();
 }
 
@@ -125,35 +136,23 @@ bool processIsEnding() {
   return all.isEnding;
 }
 
-ProcessEndGuard::ProcessEndGuard() {
-  Users& all = users();
-  const std::lock_guard lock(all.mutex);
-  ++all.guards;
-  renewGuard(all);
-}
-
-ProcessEndGuard::~ProcessEndGuard() {
-  Users& all = users();
-  const std::lock_guard lock(all.mutex);
-  if (--all.guards == 0) all.guard[all.newest].reset();
-}
-
 void renewProcessEndGuard() {
   Users& all = users();
   const std::lock_guard lock(all.mutex);
-  if (all.guards > 0 && !all.isEnding) renewGuard(all);
+  if (!all.isEnding) registerWait(all);
 }
 
 FirstUseGuard::FirstUseGuard() {
   try {
     renewal_ = platform::startThread([this] {
+      platform::sleepExactly();
       while (!isOver_) {
         renewProcessEndGuard();
         std::this_thread::sleep_for(renewalPause);
       }
     });
   } catch (const std::system_error&) {
-    // Without a thread to spare, the guard is renewed where the users do it.
+    // Without a thread to spare, only the users themselves renew the guard.
   }
 }
 

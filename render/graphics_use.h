@@ -1,7 +1,7 @@
 // The end of a process that has left pictures being drawn. exit() destroys the statics of the
 // graphics system's libraries while our threads still live; a thread that is inside those libraries
-// then crashes. So the end of the process waits until no thread uses them, and none is let in
-// after.
+// then crashes. So from the first use on, the end of the process waits until no thread uses them,
+// and none is let in after.
 #pragma once
 
 #include <atomic>
@@ -28,22 +28,13 @@ class GraphicsUse {
 // Whether the process is ending and waits for the uses that are left.
 bool processIsEnding();
 
-// While one of these lives, the end of the process waits for all uses.
-class ProcessEndGuard {
- public:
-  ProcessEndGuard();
-  ~ProcessEndGuard();
-  ProcessEndGuard(const ProcessEndGuard&) = delete;
-  ProcessEndGuard& operator=(const ProcessEndGuard&) = delete;
-};
-
-// exit() works backwards through what has been registered, so a guard only comes before the
+// exit() works backwards through what has been registered, so the wait only comes before the
 // destructors of what was loaded earlier. Libraries register some when they are loaded and some
-// when they first need them: this is called after each such moment. Does nothing without a guard.
+// when they first need them: this registers the wait again, after each such moment.
 void renewProcessEndGuard();
 
-// Renews the guard without pause while it lives: for the first use of the graphics system, whose
-// threads load parts of it at any moment.
+// Renews the guard every few microseconds while it lives: for the first use of the graphics system,
+// whose threads load parts of it at any moment.
 class FirstUseGuard {
  public:
   FirstUseGuard();
@@ -52,7 +43,6 @@ class FirstUseGuard {
   FirstUseGuard& operator=(const FirstUseGuard&) = delete;
 
  private:
-  ProcessEndGuard guard_;
   std::atomic<bool> isOver_ = false;
   std::thread renewal_;
 };

@@ -47,7 +47,6 @@ class RenderLoop {
   UIHandle& ui_;
   Canvas& canvas_;
   std::unique_ptr<Renderer> renderer_;  // null if the process is exiting
-  std::optional<ProcessEndGuard> guard_;
   std::optional<FirstUseGuard> firstUseGuard_;  // while something loads or is drawn first
   std::optional<GraphicsUse> use_;  // in a turn, and until what it has asked for is drawn
   bool isDrawing_ = false;
@@ -61,7 +60,6 @@ class RenderLoop {
 RenderLoop::RenderLoop(UIHandle& ui, Canvas& canvas, int device) : ui_(ui), canvas_(canvas) {
   const GraphicsUse use;
   if (!use) return;
-  guard_.emplace();
   firstUseGuard_.emplace();
   try {
     renderer_ = std::make_unique<Renderer>(device, canvas_.native());

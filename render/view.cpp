@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "platform/thread_environment.h"
-#include "render/graphics_use.h"
 #include "render/render_thread.h"
 
 namespace zeph {
@@ -16,7 +15,6 @@ View::~View() {
 
 void View::attach(void* parent, int device) {
   if (parent_ != nullptr) throw std::runtime_error("Canvas is already attached.");
-  guardEndOfFirstThread();
   auto canvas = std::make_unique<Canvas>(parent);
   const auto lock = handle_.lock();  // the thread's first turn waits for beginRendering()
   renderThread_ =

@@ -3,35 +3,40 @@
 #include <cxxabi.h>
 #include <unistd.h>
 
-#include <atomic>
-
 namespace zeph::platform {
+namespace {
 
-// Each exit function is registered under a handle, here the object itself, so that it can be
-// removed again. An entry left in the list would keep its slot from being reused when libraries are
-// unloaded and loaded again.
-AtProcessEnd::AtProcessEnd(void (*work)()) : work_(work) {
-  abi::__cxa_atexit(&AtProcessEnd::call, this, this);
+using Work = void (*)();
+
+thread_local bool isForgetting = false;
+
+void callWork(void* work) {
+  if (!isForgetting) reinterpret_cast<Work>(work)();
 }
 
-// Removing an entry from the list calls it, so the work is cleared first.
-AtProcessEnd::~AtProcessEnd() {
-  std::atomic_ref(work_).store(nullptr);
-  abi::__cxa_finalize(this);
+}  // namespace
+
+// Exit functions are registered under a handle, here the function itself, so that they can be
+// removed again.
+bool callAtProcessEnd(Work work) {
+  void* handle = reinterpret_cast<void*>(work);
+  return abi::__cxa_atexit(callWork, handle, handle) == 0;
 }
 
-void AtProcessEnd::call(void* self) {
-  auto* work = std::atomic_ref(static_cast<AtProcessEnd*>(self)->work_).load();
-  if (work != nullptr) work();
+// Removing an entry calls it.
+void forgetAtProcessEnd(Work work) {
+  isForgetting = true;
+  abi::__cxa_finalize(reinterpret_cast<void*>(work));
+  isForgetting = false;
 }
 
 // exit() destroys the thread-local objects of its caller before it does anything else.
-void atEndOfFirstThread(void (*work)()) {
-  struct Work {
-    void (*function)();
-    ~Work() { function(); }
+void atEndOfFirstThread(Work work) {
+  struct AtEnd {
+    Work function;
+    ~AtEnd() { function(); }
   };
-  if (gettid() == getpid()) thread_local const Work atEnd{work};
+  if (gettid() == getpid()) thread_local const AtEnd atEnd{work};
 }
 
 }  // namespace zeph::platform

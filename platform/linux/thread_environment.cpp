@@ -1,5 +1,7 @@
 #include "platform/thread_environment.h"
 
+#include <sys/prctl.h>
+
 #include <clocale>
 #include <csignal>
 #include <cstring>
@@ -22,6 +24,10 @@ NeutralLocale::NeutralLocale() : before_(uselocale(neutralLocale)) {}
 
 NeutralLocale::~NeutralLocale() {
   uselocale(static_cast<locale_t>(before_));
+}
+
+void sleepExactly() {
+  prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 }
 
 SignalsBlocked::SignalsBlocked() {

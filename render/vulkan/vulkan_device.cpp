@@ -1,6 +1,7 @@
 #include "render/vulkan/vulkan_device.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
@@ -148,6 +149,21 @@ std::vector<const char*> surfaceExtensions(const GlobalFunctions& vk) {
   return names;
 }
 
+// An instance without a device, which is never destroyed and so keeps the drivers loaded. Loading
+// them again for each picture would take longer than drawing a small one.
+std::atomic<VkInstance> driverKeeper = VK_NULL_HANDLE;
+
+void keepDrivers(const GlobalFunctions& global, const InstanceFunctions& vk,
+                 const VkApplicationInfo& application) {
+  if (driverKeeper != VK_NULL_HANDLE) return;
+  const VkInstanceCreateInfo info = {.sType = VK_STRUCTURE_TYPE_INSTANCE_CREATE_INFO,
+                                     .pApplicationInfo = &application};
+  VkInstance made = VK_NULL_HANDLE;
+  if (global.vkCreateInstance(&info, nullptr, &made) != VK_SUCCESS) return;
+  VkInstance none = VK_NULL_HANDLE;
+  if (!driverKeeper.compare_exchange_strong(none, made)) vk.vkDestroyInstance(made, nullptr);
+}
+
 bool canSmoothLines(const InstanceFunctions& vk, VkPhysicalDevice device) {
   VkPhysicalDeviceLineRasterizationFeaturesEXT lines = {
       .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_LINE_RASTERIZATION_FEATURES_EXT};
@@ -186,6 +202,7 @@ Instance::Instance(const NativeWindow* window) {
     throw std::runtime_error(platform::loadingFailure(noDevice));
   check(result, "Create Vulkan instance");
   vk = instanceFunctions(global, handle);
+  keepDrivers(global, vk, application);
   if (window == nullptr) return;
   const VkXcbSurfaceCreateInfoKHR target = {
       .sType = VK_STRUCTURE_TYPE_XCB_SURFACE_CREATE_INFO_KHR,
