@@ -38,6 +38,7 @@ class RenderLoop {
   static bool isShown(const RenderTurn& turn, const WindowState& window);
   void show(const RenderTurn& turn, const WindowState& window);
   void present(Presentation next);
+  void waitForLatency();
   void finishTurn();
   std::optional<double> longestWait(bool isShown) const;
   void waitForStop();
@@ -46,7 +47,7 @@ class RenderLoop {
 
   UIHandle& ui_;
   Canvas& canvas_;
-  std::unique_ptr<Renderer> renderer_;  // null if the process is exiting
+  std::unique_ptr<Renderer> renderer_;          // null if the process is exiting
   std::optional<FirstUseGuard> firstUseGuard_;  // while something loads or is drawn first
   std::optional<GraphicsUse> use_;  // in a turn, and until what it has asked for is drawn
   bool isDrawing_ = false;
@@ -98,7 +99,7 @@ void RenderLoop::run() {
 void RenderLoop::finishTurn() {
   if (isDrawing_) {
     renewProcessEndGuard();
-    isDrawing_ = !renderer_->waitForLatency(0);
+    isDrawing_ = !renderer_->waitForDrawing(0);
   }
   if (isDrawing_) return;
   firstUseGuard_.reset();
@@ -106,7 +107,7 @@ void RenderLoop::finishTurn() {
 }
 
 void RenderLoop::waitForStop() {
-  if (*use_ && renderer_) renderer_->waitForLatency(longestDrawingSeconds);
+  if (*use_ && renderer_) renderer_->waitForDrawing(longestDrawingSeconds);
   use_.reset();
   ui_.waitForStop();
 }
@@ -147,7 +148,14 @@ void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
     ui_.countPresentation();
     hasShownFrame_ = true;
   }
-  renderer_->waitForLatency(latencySeconds);
+  waitForLatency();
+}
+
+// The image just presented is drawn, and it alone waits for the screen.
+void RenderLoop::waitForLatency() {
+  const double end = now() + latencySeconds;
+  renderer_->waitForDrawing(latencySeconds);
+  renderer_->waitForScreen(std::max(end - now(), 0.0));
 }
 
 // Draws nothing if the screen already shows just this.

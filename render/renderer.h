@@ -61,7 +61,10 @@ class Renderer {
   bool present(const Presentation& presentation);
   // Waits until the last presentation has been drawn, at most so long. False if it still is being
   // drawn.
-  bool waitForLatency(double seconds);
+  bool waitForDrawing(double seconds);
+  // After present(): waits until the presentation before it is on the screen, at most so long.
+  // Returns at once where the graphics driver does not know.
+  void waitForScreen(double seconds);
 
   // A square picture of so many pixels a side in standard range, without corners: to be encoded by
   // any thread, and as a file.

@@ -86,8 +86,10 @@ bool Renderer::present(const Presentation&) {
   return false;
 }
 
-bool Renderer::waitForLatency(double) {
+bool Renderer::waitForDrawing(double) {
   return true;
 }
+
+void Renderer::waitForScreen(double) {}
 
 }  // namespace zeph

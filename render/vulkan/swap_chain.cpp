@@ -57,6 +57,7 @@ void SwapChain::resize(std::uint32_t width, std::uint32_t height, VkRenderPass p
   const VkSurfaceCapabilitiesKHR surface = device_.surfaceCapabilities();
   const VkExtent2D size = sizeWithin(surface, {width, height});
   images_.clear();
+  newestShow_ = awaitedShow_ = 0;
   // A window without a size has no images.
   if (size.width == 0 || size.height == 0) {
     chain_ = {};
@@ -122,7 +123,11 @@ bool SwapChain::begin(Drawable& drawable) {
 
 void SwapChain::show(const Drawable& drawable) {
   const VkSwapchainKHR chain = chain_.get();
+  awaitedShow_ = newestShow_++;
+  const VkPresentIdKHR id = {
+      .sType = VK_STRUCTURE_TYPE_PRESENT_ID_KHR, .swapchainCount = 1, .pPresentIds = &newestShow_};
   const VkPresentInfoKHR info = {.sType = VK_STRUCTURE_TYPE_PRESENT_INFO_KHR,
+                                 .pNext = device_.waitsForPresents() ? &id : nullptr,
                                  .waitSemaphoreCount = 1,
                                  .pWaitSemaphores = &drawable.drawn,
                                  .swapchainCount = 1,
@@ -130,6 +135,13 @@ void SwapChain::show(const Drawable& drawable) {
                                  .pImageIndices = &drawable.index};
   const VkResult result = device_.vk.vkQueuePresentKHR(device_.queue(), &info);
   if (result != VK_ERROR_OUT_OF_DATE_KHR) check(result, "Present frame");
+}
+
+// What goes wrong here also goes wrong with the next image, which then reports it.
+void SwapChain::waitForPrevious(std::uint64_t nanoseconds) {
+  const std::uint64_t awaited = std::exchange(awaitedShow_, 0);
+  if (awaited == 0 || !device_.waitsForPresents()) return;
+  device_.vk.vkWaitForPresentKHR(device_.handle(), chain_.get(), awaited, nanoseconds);
 }
 
 }  // namespace zeph::vulkan

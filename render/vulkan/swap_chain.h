@@ -32,6 +32,9 @@ class SwapChain {
   // Returns false if no image is free for now.
   bool begin(Drawable& drawable);
   void show(const Drawable& drawable);
+  // After show(): waits until the image before it is shown, so that only one is queued, for so many
+  // nanoseconds at most. Does nothing where the driver does not say when an image is shown.
+  void waitForPrevious(std::uint64_t nanoseconds);
 
  private:
   struct Image {
@@ -50,6 +53,8 @@ class SwapChain {
   Owned<VkSemaphore> acquired_;
   Owned<VkSwapchainKHR> chain_;
   std::vector<Image> images_;
+  std::uint64_t newestShow_ = 0;   // the number of the newest show() of this chain, from 1
+  std::uint64_t awaitedShow_ = 0;  // or 0
 };
 
 }  // namespace zeph::vulkan

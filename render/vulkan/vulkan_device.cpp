@@ -22,6 +22,8 @@ constexpr const char* noMatchingDevice = "No CUDA-compatible Vulkan device found
 
 constexpr const char* exportExtension = VK_KHR_EXTERNAL_MEMORY_FD_EXTENSION_NAME;
 constexpr const char* linesExtension = VK_EXT_LINE_RASTERIZATION_EXTENSION_NAME;
+constexpr const char* presentIdExtension = VK_KHR_PRESENT_ID_EXTENSION_NAME;
+constexpr const char* presentWaitExtension = VK_KHR_PRESENT_WAIT_EXTENSION_NAME;
 
 // A device of the machine, with what decides whether and how it can be used.
 struct Candidate {
@@ -31,6 +33,8 @@ struct Candidate {
   std::optional<std::uint32_t> queueFamily;
   bool exportsMemory = false;
   bool knowsLines = false;
+  bool knowsPresentIds = false;
+  bool knowsPresentWait = false;
 };
 
 // For Vulkan's functions that are called twice: for the length of a list, then for its items.
@@ -73,6 +77,8 @@ Candidate describe(const InstanceFunctions& vk, VkPhysicalDevice device) {
     const std::string_view name = extension.extensionName;
     if (name == exportExtension) candidate.exportsMemory = true;
     if (name == linesExtension) candidate.knowsLines = true;
+    if (name == presentIdExtension) candidate.knowsPresentIds = true;
+    if (name == presentWaitExtension) candidate.knowsPresentWait = true;
   }
   return candidate;
 }
@@ -173,6 +179,18 @@ bool canSmoothLines(const InstanceFunctions& vk, VkPhysicalDevice device) {
   return lines.smoothLines == VK_TRUE;
 }
 
+bool canWaitForPresents(const InstanceFunctions& vk, const Candidate& candidate) {
+  if (!candidate.knowsPresentIds || !candidate.knowsPresentWait) return false;
+  VkPhysicalDevicePresentWaitFeaturesKHR wait = {
+      .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PRESENT_WAIT_FEATURES_KHR};
+  VkPhysicalDevicePresentIdFeaturesKHR id = {
+      .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PRESENT_ID_FEATURES_KHR, .pNext = &wait};
+  VkPhysicalDeviceFeatures2 features = {.sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_FEATURES_2,
+                                        .pNext = &id};
+  vk.vkGetPhysicalDeviceFeatures2(candidate.device, &features);
+  return id.presentId == VK_TRUE && wait.presentWait == VK_TRUE;
+}
+
 }  // namespace
 
 void check(VkResult result, const char* step) {
@@ -227,6 +245,7 @@ Device::Device(int computeDevice, const NativeWindow* window) : instance_(window
   family_ = *chosen.queueFamily;
   instance_.vk.vkGetPhysicalDeviceMemoryProperties(physical_, &memory_);
   smoothLines_ = chosen.knowsLines && canSmoothLines(instance_.vk, physical_);
+  presentWait_ = window != nullptr && canWaitForPresents(instance_.vk, chosen);
   create(shares);
 }
 
@@ -244,13 +263,28 @@ void Device::create(bool exportsMemory) {
   std::vector<const char*> extensions;
   if (surface() != VK_NULL_HANDLE) extensions.push_back(VK_KHR_SWAPCHAIN_EXTENSION_NAME);
   if (exportsMemory) extensions.push_back(exportExtension);
-  if (smoothLines_) extensions.push_back(linesExtension);
-  const VkPhysicalDeviceLineRasterizationFeaturesEXT lines = {
+  void* features = nullptr;
+  VkPhysicalDeviceLineRasterizationFeaturesEXT lines = {
       .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_LINE_RASTERIZATION_FEATURES_EXT,
       .smoothLines = VK_TRUE};
+  VkPhysicalDevicePresentIdFeaturesKHR id = {
+      .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PRESENT_ID_FEATURES_KHR, .presentId = VK_TRUE};
+  VkPhysicalDevicePresentWaitFeaturesKHR wait = {
+      .sType = VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PRESENT_WAIT_FEATURES_KHR,
+      .pNext = &id,
+      .presentWait = VK_TRUE};
+  if (smoothLines_) {
+    extensions.push_back(linesExtension);
+    features = &lines;
+  }
+  if (presentWait_) {
+    extensions.insert(extensions.end(), {presentIdExtension, presentWaitExtension});
+    id.pNext = features;
+    features = &wait;
+  }
   const VkDeviceCreateInfo info = {
       .sType = VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO,
-      .pNext = smoothLines_ ? &lines : nullptr,
+      .pNext = features,
       .queueCreateInfoCount = 1,
       .pQueueCreateInfos = &queue,
       .enabledExtensionCount = static_cast<std::uint32_t>(extensions.size()),

@@ -44,6 +44,8 @@ class Device {
   const VkPhysicalDeviceLimits& limits() const { return properties_.limits; }
   // Whether lines have soft edges.
   bool drawsSmoothLines() const { return smoothLines_; }
+  // Whether the driver says when a numbered image of the window is shown.
+  bool waitsForPresents() const { return presentWait_; }
 
   // For both, `step` is named in the error text.
   template <class Handle, class Create, class Info>
@@ -64,6 +66,7 @@ class Device {
   VkPhysicalDeviceMemoryProperties memory_ = {};
   std::uint32_t family_ = 0;
   bool smoothLines_ = false;
+  bool presentWait_ = false;
   VkDevice device_ = VK_NULL_HANDLE;
   VkQueue queue_ = VK_NULL_HANDLE;
 };

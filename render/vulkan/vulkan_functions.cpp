@@ -37,6 +37,7 @@ DeviceFunctions deviceFunctions(const InstanceFunctions& instance, VkDevice devi
   ZEPH_DEVICE_FUNCTIONS(ZEPH_FIND)
   ZEPH_SWAP_CHAIN_FUNCTIONS(ZEPH_FIND)
   ZEPH_FIND(vkGetMemoryFdKHR)
+  ZEPH_FIND(vkWaitForPresentKHR)
   return functions;
 }
 

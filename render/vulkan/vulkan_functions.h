@@ -112,6 +112,7 @@ struct DeviceFunctions {
   ZEPH_DEVICE_FUNCTIONS(ZEPH_MEMBER)
   ZEPH_SWAP_CHAIN_FUNCTIONS(ZEPH_MEMBER)
   PFN_vkGetMemoryFdKHR vkGetMemoryFdKHR = nullptr;  // null if memory cannot be exported
+  PFN_vkWaitForPresentKHR vkWaitForPresentKHR = nullptr;
 };
 DeviceFunctions deviceFunctions(const InstanceFunctions& instance, VkDevice device);
 

@@ -273,8 +273,12 @@ bool Renderer::present(const Presentation& presentation) {
   return true;
 }
 
-bool Renderer::waitForLatency(double seconds) {
+bool Renderer::waitForDrawing(double seconds) {
   return impl_->commands.wait(static_cast<std::uint64_t>(seconds * 1e9));
+}
+
+void Renderer::waitForScreen(double seconds) {
+  impl_->chain->waitForPrevious(static_cast<std::uint64_t>(seconds * 1e9));
 }
 
 }  // namespace zeph
