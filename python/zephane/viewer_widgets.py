@@ -222,3 +222,28 @@ class Field:
 
     def _mark(self) -> None:
         self.caption["style"] = "TLabel" if self.edited else "Dim.TLabel"
+
+
+def wrapped(label: ttk.Label) -> ttk.Label:
+    """Make a label ask for no width, and wrap its text at the width that it gets."""
+
+    def wrap(event: tk.Event[tk.Misc]) -> None:
+        if str(label["wraplength"]) != str(event.width):
+            label["wraplength"] = event.width
+
+    label.configure(width=1)
+    label.bind("<Configure>", wrap)
+    return label
+
+
+def update(label: ttk.Label | ttk.Button, text: str, color: str | None = None) -> None:
+    """Set text and colour only if they differ, since Tk lays out and draws again at each change."""
+    if str(label["text"]) != text:
+        label["text"] = text
+    if color is not None and str(label["foreground"]) != color:
+        label["foreground"] = color
+
+
+def enable(button: ttk.Button, enabled: bool) -> None:
+    if button.instate(("disabled",)) == enabled:
+        button.state(("!disabled" if enabled else "disabled",))
