@@ -15,8 +15,12 @@ FADING_STEP = 0.1
 
 # An unforced flow loses energy and enstrophy. In single precision their sums vary by 1e-6; a time
 # step beyond stability moves them by far more than these shares.
-ENERGY_GROWTH = 1e-3
-ENSTROPHY_GROWTH = 2e-2
+LARGEST_GROWTH = {"energy": 1e-4, "enstrophy": 1e-3}
+
+
+def has_grown(name: str, before: float, now: float) -> bool:
+    """Whether the figure of this name has grown more than that of a sound flow can."""
+    return now > before * (1.0 + LARGEST_GROWTH[name])
 
 
 class Course:
@@ -40,7 +44,7 @@ class Course:
 
     def follow(self, status: ViewStatus) -> None:
         self._follow_figures(status)
-        if status.error_message == LOST_FLOW and self._is_fading():
+        if status.error_message == LOST_FLOW and (self._is_fading() or _outlasts_turnover(status)):
             self.at_rest = True
         if status.error_message is None:
             self._ran = status.running
@@ -64,9 +68,10 @@ class Course:
             return  # A report comes more often than its figures are computed.
         self._energy = stats.energy
         self._step_before, self._step = self._step, stats.dt
-        self.grows = self.grows or (
-            stats.energy > self._least_energy * (1.0 + ENERGY_GROWTH)
-            or stats.enstrophy > self._least_enstrophy * (1.0 + ENSTROPHY_GROWTH)
+        self.grows = (
+            self.grows
+            or has_grown("energy", self._least_energy, stats.energy)
+            or has_grown("enstrophy", self._least_enstrophy, stats.enstrophy)
         )
         self._least_energy = min(self._least_energy, stats.energy)
         self._least_enstrophy = min(self._least_enstrophy, stats.enstrophy)
@@ -88,3 +93,13 @@ class Course:
         """Whether the step was growing without bound when the flow was lost."""
         start = self._start_energy or 0.0
         return self._energy < FADING_ENERGY * start and self._step > FADING_STEP
+
+
+def _outlasts_turnover(status: ViewStatus) -> bool:
+    """Whether an adaptive step is longer than a turnover of the start. Unlike the energy, the step
+    is that of the last good batch.
+    """
+    stats = status.stats
+    if stats is None or status.config.fixed_dt is not None:
+        return False
+    return stats.dt > stats.initial_turnover_time > 0.0

@@ -8,6 +8,7 @@ import warnings
 from collections.abc import Mapping
 from typing import Any
 
+from .course import LARGEST_GROWTH, has_grown
 from .errors import LOST_FLOW, FlowFailedError, ZephaneError
 from .outputs import why_not_writable
 from .records import Clock, Config, Statistics
@@ -32,15 +33,11 @@ RAW_FILE = "Cannot write export file."
 LOST = "The flow became non-finite or a GPU operation failed. Reset to recover."
 
 
-# Growth that the errors of a sound flow do not explain, as a share of the figure.
-LARGEST_GROWTH = {"energy": 1e-4, "enstrophy": 1e-3}
-
-
 def warn_of_growth(before: Statistics, now: Statistics, stacklevel: int) -> None:
     """Warn of figures that only fall in a sound flow, and have grown."""
-    for name, largest in LARGEST_GROWTH.items():
+    for name in LARGEST_GROWTH:
         old, new = getattr(before, name), getattr(now, name)
-        if new > old * (1.0 + largest):
+        if has_grown(name, old, new):
             warnings.warn(
                 f"The {name} grew from {old:.6g} to {new:.6g} until t = {now.simulation_time:g}, "
                 "which it never does without a force: the flow is wrong. A smaller time step, a "
