@@ -13,7 +13,7 @@ from ._library import LibraryPath, ZephaneError, given, load, path_as_text
 from .course import Course
 from .fields import PathLike
 from .records import Config, ViewStatus
-from .suiting import suitable_cfl
+from .refusals import checked_config
 
 POLL_SECONDS = 0.01
 
@@ -34,8 +34,8 @@ class View:
     whether or not it has taken effect; ``wait`` waits until it has.
 
     The configuration is the library's default or ``config``, and keyword arguments change single
-    members of it. Unless one of them sets the Reynolds number, it suits the grid, and unless one
-    sets ``cfl``, an ``integrator`` among them gets the Courant number that suits it.
+    members of it. Unless numbers are given for them, the Reynolds number suits the grid and the
+    Courant number the integrator.
 
     The Reynolds number stays as it is. ``AdaptedViscosity`` moves it with the flow, so that the
     grid resolves the smallest eddies. ``regulated`` switches on the library's own regulation,
@@ -43,7 +43,8 @@ class View:
 
     A view may be used only on the thread that initialized the library; if the program has not done
     so, the first view or engine does. On any other thread, and on a closed view, every operation
-    raises ``ZephaneError``, as it does with the library's text when the library refuses it.
+    raises ``ZephaneError``, as it does with the library's text when the library refuses it. Values
+    of a configuration that are refused raise ``InvalidValueError`` before the library is asked.
 
     Leave a ``with`` block or call ``close`` to end a view. One that is garbage collected ends too,
     but if that happens on another thread, only when the next view is made.
@@ -73,13 +74,10 @@ class View:
             raise
 
     def _configure_start(self, config: Config | None, changes: dict[str, Any]) -> None:
-        wanted = {**({} if config is None else config.to_json()), **changes}
-        if not wanted:
+        if config is None and not changes:
             return
-        Config(**changes)  # Raises TypeError for unknown names.
-        if "integrator" in changes and "cfl" not in wanted:
-            wanted["cfl"] = suitable_cfl(changes["integrator"])
-        self._call("configure", **wanted)
+        base = Config() if config is None else config
+        self._call("configure", **checked_config(base.changed(**changes)).to_json())
 
     @property
     def closed(self) -> bool:
@@ -174,9 +172,10 @@ class View:
         unless regulation is off and the same call sets ``reynolds``. ``cap_cfl`` limits ``cfl`` to
         1.5 when the integrator changes to another than "etdrk4", which are stable for smaller
         steps only; it does so unless the call sets ``cfl`` or ``cap_cfl`` is False. Raises
-        ``TypeError`` for unknown names.
+        ``InvalidValueError`` for values that are refused, and ``TypeError`` for unknown names.
         """
-        Config(**changes)
+        checked = checked_config(Config(**changes)).to_json()
+        changes = {key: checked[key] for key in changes}
         if cap_cfl is None and "integrator" in changes and "cfl" not in changes:
             cap_cfl = True
         return self._call("configure", **changes, **given(cap_cfl=cap_cfl))

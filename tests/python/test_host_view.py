@@ -137,6 +137,11 @@ def test_a_weaker_integrator_gets_a_courant_number_that_suits_it(
     for integrator, cfl in (("imexRK3", 1.5), ("ifHeunRK3", 1.5), ("etdrk4", 3.0)):
         assert make_view(integrator=integrator).status().config.cfl == cfl
         assert make_view(integrator=integrator, cfl=2.0).status().config.cfl == 2.0
+        record = zephane.Config(64, integrator=integrator)
+        assert make_view(record).status().config.cfl == cfl
+        assert make_view(zephane.Config(64), integrator=integrator).status().config.cfl == cfl
+        given = zephane.Config(64, integrator=integrator, cfl=2.0)
+        assert make_view(given).status().config.cfl == 2.0
 
 
 def test_a_view_begins_unregulated(view: zephane.View, make_view: Maker) -> None:
@@ -157,9 +162,13 @@ def test_a_view_begins_with_the_configuration_that_it_is_given(make_view: Maker)
 
 
 def test_an_invalid_configuration_is_refused(make_view: Maker, view: zephane.View) -> None:
-    with pytest.raises(ZephaneError, match="^Invalid resolution, "):
+    odd = "^resolution 17 is odd: even numbers from 16 to 16384$"
+    with pytest.raises(zephane.InvalidValueError, match=odd):
         make_view(resolution=17)
-    with pytest.raises(ZephaneError, match="^Unknown integrator: RK9$"):
+    with pytest.raises(zephane.InvalidValueError, match=odd):
+        make_view(zephane.Config(resolution=17))
+    unknown = '^integrator "RK9" is unknown: imexRK3, ifHeunRK3 or etdrk4$'
+    with pytest.raises(zephane.InvalidValueError, match=unknown):
         view.configure(integrator="RK9")
     for work in (lambda: make_view(colour=3), lambda: view.configure(colour=3)):
         with pytest.raises(TypeError, match="colour"):

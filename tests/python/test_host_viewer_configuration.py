@@ -106,7 +106,7 @@ def test_a_refusal_is_shown_until_it_is_dismissed(viewer: Viewer, host: Host) ->
     viewer.panel.configuration.apply()
     live_on(viewer)
     assert viewer.panel.error.shown and viewer.status.generation == 1
-    assert str(viewer.panel.error.text["text"]).startswith("Invalid resolution")
+    assert str(viewer.panel.error.text["text"]).startswith("resolution 33 is odd")
     click_on(viewer, host, viewer.panel.error.button)
     wait(viewer, lambda status: not viewer.panel.error.shown)
 
