@@ -1,5 +1,5 @@
-"""What a host does to its own process - floating-point modes, unloading, leaving - does not
-reach the flow, and the library does nothing to the host behind its back."""
+"""The flow does not depend on the floating-point modes of the host, the host may unload the library
+or exit at any time, and the library does not change the state of the host's process."""
 
 from __future__ import annotations
 
@@ -105,9 +105,9 @@ def loss_with_traps(library: Library, traps: int):
     mathematics = ctypes.CDLL("libm.so.6")
     with Engine(library, {"resolution": 16, "fixed_dt": 1e30, "reynolds": 1e30}) as engine:
         mathematics.feenableexcept(traps)
-        words = engine.refusal({"op": "advance"})
+        text = engine.refusal({"op": "advance"})
         mathematics.fedisableexcept(traps)
-        return words
+        return text
 
 
 @on_x86_64_linux
@@ -137,7 +137,7 @@ def without_file_descriptors(library: Library):
 
 
 @pytest.mark.skipif(sys.platform != "linux", reason="limits descriptors as Linux does")
-def test_a_host_without_file_descriptors_has_engines_and_is_told_why_there_is_no_picture(
+def test_without_file_descriptors_engines_work_and_pictures_are_refused_with_the_reason(
     library_path, drawing, sanitized
 ):
     if sanitized:

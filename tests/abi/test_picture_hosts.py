@@ -1,5 +1,5 @@
-"""Pictures in the process of a host: many threads, many pictures, rounding modes, and
-machines that cannot draw."""
+"""Pictures in hosts with several threads, with another rounding mode, or without a Vulkan driver;
+drawing leaks nothing and does not change the state of the process."""
 
 from __future__ import annotations
 
@@ -193,7 +193,7 @@ def test_the_rounding_mode_of_the_host_does_not_affect_pictures(library_path, tm
     assert len({digest(path) for path in tmp_path.iterdir()}) == 1
 
 
-# Machines without a driver
+# Without a driver
 
 
 def export_without_a_driver(library: Library, folder: str):
@@ -214,7 +214,7 @@ def test_without_a_driver_pictures_are_refused_and_everything_else_works(library
         library_path, export_without_a_driver, str(tmp_path), environment=WITHOUT_DRIVERS
     )
     if answer[0] != NO_DRIVER:
-        pytest.skip(f"this machine has a driver all the same: {answer[0]}")
+        pytest.skip(f"a driver was found despite the settings: {answer[0]}")
     assert answer == [NO_DRIVER, NO_DRIVER, 16, 2, NO_DRIVER]
     assert (tmp_path / "spectrum").stat().st_size == 16 * 16 * 8
     assert (tmp_path / "fields").stat().st_size == 16 * 16 * 12

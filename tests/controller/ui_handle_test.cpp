@@ -121,7 +121,7 @@ TEST_F(UIHandleTest, WakesTheRenderThreadForWhatItHasToSee) {
   EXPECT_TRUE(woken_.try_acquire());
 }
 
-TEST_F(UIHandleTest, CountsThePresentationsOfAGeneration) {
+TEST_F(UIHandleTest, CountsPresentationsFromZeroForEachFlow) {
   startFlow();
   attach();
   ui_.takeTurn();

@@ -116,7 +116,7 @@ TEST(MachinesWithGpus, SkipThoseTooOldForTheKernels) {
   }
 }
 
-TEST(MachinesWithGpus, AnOldOneIsStillTakenWhenItIsNamed) {
+TEST(MachinesWithGpus, ZephaneDeviceMayNameAnUnsupportedGpu) {
   const emulation::MachineScope scope({.gpus = {{7, 0}, {8, 9}}});
   const NamedDevice named("0");
   const Json object = initialize();

@@ -1,5 +1,5 @@
-// Transforms on GPUs whose blocks have little shared memory, so that an axis takes several passes,
-// as large grids do on any GPU.
+// Transforms on emulated GPUs with little shared memory per block. There VkFFT splits the transform
+// of a small grid's axis into several kernels, as it does with large grids on real GPUs.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -19,8 +19,8 @@ constexpr int n = 128;
 struct Passes {
   const char* name;
   std::size_t sharedMemory;  // bytes
-  long kernels;              // of one plan: those of both axes, both ways
-  long plans;                // made until one is right
+  long kernels;              // per plan, for both axes and both directions
+  long plans;                // attempts until the check of a plan passes
 };
 
 class PlanOfPasses : public testing::TestWithParam<Passes> {
@@ -37,7 +37,7 @@ TransformRequest paddedRequest() {
           .batch = 2};
 }
 
-// Two fields of active modes, mirrored where a real field needs it.
+// Random values in the retained modes of two fields, zero in all others.
 std::vector<V2> spectrum() {
   const test::Sizes z(n);
   test::Numbers numbers(7);
@@ -75,7 +75,7 @@ BothWays transformOn(int device) {
   return result;
 }
 
-// The root mean square of the difference over that of what is expected, where `counts` says so.
+// The relative error in the root mean square, over the elements for which `counts` is true.
 template <class Counts>
 double difference(const std::vector<V2>& found, const std::vector<V2>& expected, Counts counts) {
   double error = 0;
@@ -112,8 +112,8 @@ TEST_P(PlanOfPasses, IsCorrectAndStaysWithinItsMemory) {
   EXPECT_EQ(compiled, GetParam().kernels * GetParam().plans);
 }
 
-// Where the columns take two passes, VkFFT is wrong if the band is left out on both axes, and right
-// if it is left out down the columns alone.
+// If the columns take two passes, VkFFT's results are wrong when the discarded band is left out on
+// both axes. The second plan leaves it out down the columns alone and is right.
 INSTANTIATE_TEST_SUITE_P(Of, PlanOfPasses,
                          testing::Values(Passes{"OnePassEach", 0, 4, 1},
                                          Passes{"TwoPassesDown", 4096, 6, 2},

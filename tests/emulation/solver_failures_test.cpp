@@ -99,13 +99,13 @@ TEST(FailingLaunch, ReachesNoOtherSolverOfTheThread) {
   EXPECT_EQ(other.advance(2).steps, 2u);
   try {
     disturbed.advance(2);
-    FAIL() << "nothing was told";
+    FAIL() << "nothing was reported";
   } catch (const std::runtime_error& failure) {
     EXPECT_EQ(failure.what(), std::string("cudaGetLastError(): unknown error"));
   }
 }
 
-TEST(FailingLaunch, OfASolverThatIsGoneReachesNoOther) {
+TEST(FailingLaunch, OfADestroyedSolverIsNotReportedByTheNext) {
   const emulation::MachineScope scope({});
   {
     Solver gone(smallConfig());
@@ -116,9 +116,9 @@ TEST(FailingLaunch, OfASolverThatIsGoneReachesNoOther) {
   EXPECT_EQ(next.advance(2).steps, 2u);
 }
 
-// While a plan is tried out, no plan is made; while a step is recorded, the step is queued piece by
-// piece instead.
-TEST(FailingTransform, IsToldOrMadeGoodAndLeavesNothingBehind) {
+// If a launch fails while a plan is checked, no plan is made. If one fails while a step is
+// recorded, the kernels of the step are queued one by one instead.
+TEST(FailingTransform, IsReportedOrWorkedAroundAndLeaksNothing) {
   const emulation::MachineScope scope({});
   const std::vector<V2> undisturbed = flowAfter(3);
   const long before = emulation::callsOf("cuLaunchKernel");
@@ -147,7 +147,7 @@ TEST(FailingTransform, IsToldOrMadeGoodAndLeavesNothingBehind) {
   EXPECT_GT(transforms, 0);
 }
 
-TEST(FailingTransform, ThatNeverSucceedsIsReportedAtCreation) {
+TEST(FailingTransform, OfEveryPlanIsReportedAtCreation) {
   for (const bool hasCompiler : {true, false}) {
     const emulation::MachineScope scope({.hasCompiler = hasCompiler});
     if (hasCompiler) emulation::failNext("nvrtcCompileProgram", ::cudaErrorUnknown);

@@ -160,7 +160,9 @@ def test_the_reynolds_number_suits_the_grid(make_engine: Maker) -> None:
 
 
 @pytest.mark.parametrize("integrator", zephane.INTEGRATORS)
-def test_the_courant_number_suits_the_integrator(make_engine: Maker, integrator: str) -> None:
+def test_the_default_courant_number_suits_the_integrator(
+    make_engine: Maker, integrator: str
+) -> None:
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         engine = make_engine(integrator=integrator)
@@ -244,8 +246,8 @@ def test_the_speed_at_the_failure_is_that_of_the_flow(make_engine: Maker) -> Non
     now = engine.advance()
     fields = engine.reset() and engine.fields()
     speed = (abs(fields.u) + abs(fields.v)).max()
-    told = zephane.engine_failures._max_speed(engine.config, 3.0, engine._now)  # type: ignore
-    assert told == pytest.approx(speed, rel=0.05)
+    found = zephane.engine_failures._max_speed(engine.config, 3.0, engine._now)  # type: ignore
+    assert found == pytest.approx(speed, rel=0.05)
     assert now.steps == 1
 
 

@@ -20,7 +20,7 @@ from zephane import ZephaneError, _library
 Maker = Callable[..., zephane.Engine]
 
 
-def test_the_description_of_the_system_is_complete(system: zephane.SystemInfo) -> None:
+def test_the_description_of_the_system_has_every_member(system: zephane.SystemInfo) -> None:
     assert system.abi_version == 1
     assert system.precision == "float32"
     assert system.gpu
@@ -34,10 +34,10 @@ def test_the_defaults_of_the_package_match_the_library(system: zephane.SystemInf
 
 
 def test_derived_figures_of_a_configuration_match_the_library(library_path: Path) -> None:
-    told = _library.load(library_path).initialize()["defaults"]
-    config = zephane.Config.from_json(told)
-    assert config.padded_resolution == told["padded_resolution"]
-    assert config.viscosity == told["viscosity"]
+    defaults = _library.load(library_path).initialize()["defaults"]
+    config = zephane.Config.from_json(defaults)
+    assert config.padded_resolution == defaults["padded_resolution"]
+    assert config.viscosity == defaults["viscosity"]
 
 
 def test_a_configuration_survives_a_round_trip_through_json() -> None:
@@ -66,13 +66,13 @@ def test_advance_takes_one_step_by_default(engine: zephane.Engine) -> None:
     assert engine.advance(0).steps == 5
 
 
-def test_advance_stops_exactly_at_the_time_given(engine: zephane.Engine) -> None:
+def test_advance_stops_exactly_at_the_given_time(engine: zephane.Engine) -> None:
     end = engine.advance(steps=100_000, until=0.5)
     assert end.simulation_time == pytest.approx(0.5, rel=1e-13)
     assert 0 < end.steps < 100_000
 
 
-def test_set_changes_what_it_is_given_and_nothing_else(make_engine: Maker) -> None:
+def test_set_changes_only_the_given_numbers(make_engine: Maker) -> None:
     engine, other = make_engine(), make_engine()
     engine.set()
     engine.set(reynolds=500.0)
@@ -106,7 +106,7 @@ def test_a_flow_starts_from_a_file_or_an_array(make_engine: Maker, tmp_path: Pat
             assert start.enstrophy == pytest.approx(expected.enstrophy, rel=1e-5)
 
 
-def test_export_writes_the_files_that_it_is_given(engine: zephane.Engine, tmp_path: Path) -> None:
+def test_export_writes_the_requested_files(engine: zephane.Engine, tmp_path: Path) -> None:
     assert engine.export() is None
     assert engine.export(spectrum=tmp_path / "spectrum") is None
     snapshot = engine.export(fields=str(tmp_path / "fields"))
@@ -131,7 +131,7 @@ def test_an_unknown_member_of_the_configuration_is_refused(make_engine: Maker) -
         make_engine(viscosity=1e-3)
 
 
-def test_a_closed_engine_says_so(make_engine: Maker) -> None:
+def test_a_closed_engine_refuses_requests(make_engine: Maker) -> None:
     with make_engine() as engine:
         assert not engine.closed
     assert engine.closed
@@ -140,7 +140,7 @@ def test_a_closed_engine_says_so(make_engine: Maker) -> None:
         engine.inspect()
 
 
-def test_threads_share_an_engine_and_close_it_together(make_engine: Maker) -> None:
+def test_several_threads_use_and_close_one_engine(make_engine: Maker) -> None:
     engine = make_engine()
     together(6, lambda: engine.advance(5))
     assert engine.inspect().steps == 30
@@ -247,7 +247,7 @@ def test_an_engine_is_destroyed_once(recorder: Recorder, make_engine: Maker) -> 
     assert len(recorder.destroyed) == 1
 
 
-def test_a_forgotten_engine_is_destroyed(recorder: Recorder, library_path: Path) -> None:
+def test_a_garbage_collected_engine_is_destroyed(recorder: Recorder, library_path: Path) -> None:
     engine = zephane.Engine(resolution=16, library=library_path)
     del engine
     gc.collect()

@@ -123,44 +123,44 @@ def test_a_run_ends_with_a_report(zeph: Runner) -> None:
 def test_a_run_matches_the_engine(zeph: Runner, library_path: Path) -> None:
     options = ("--k0", "6", "--seed", "3", "--integrator", "ifHeunRK3", "--operator", "advective")
     more = ("--start-spectrum", "KM3", "--cfl", "1.5", "--steps", "37", "--json")
-    told = json.loads(zeph("run", *SMALL, *options, *more).stdout)
+    report = json.loads(zeph("run", *SMALL, *options, *more).stdout)
     config = zephane.Config(64, 6, 3, 1000.0, 1.5, None, "ifHeunRK3", "advective", "KM3")
     with zephane.Engine(config, library=library_path) as engine:
         engine.advance(37)
         expected = vars(engine.inspect())
-    assert set(told) == set(expected)
-    assert told.pop("gpu_milliseconds") > 0.0
-    assert told == {key: value for key, value in expected.items() if key != "gpu_milliseconds"}
+    assert set(report) == set(expected)
+    assert report.pop("gpu_milliseconds") > 0.0
+    assert report == {key: value for key, value in expected.items() if key != "gpu_milliseconds"}
 
 
 def test_a_run_lasts_a_few_turnover_times_by_default(zeph: Runner) -> None:
-    told = json.loads(zeph("run", *SMALL, "--json").stdout)
-    assert told["simulation_time"] == pytest.approx(3 * told["initial_turnover_time"], rel=1e-12)
+    report = json.loads(zeph("run", *SMALL, "--json").stdout)
+    assert report["simulation_time"] == pytest.approx(3 * report["initial_turnover_time"], rel=1e-12)
 
 
-def test_the_first_bound_ends_a_run(zeph: Runner) -> None:
+def test_a_run_ends_at_whichever_bound_it_reaches_first(zeph: Runner) -> None:
     by_time = json.loads(zeph("run", *SMALL, "--json", "--until", "0.2", "--steps", "9999").stdout)
     by_steps = json.loads(zeph("run", *SMALL, "--json", "--until", "9999", "--steps", "5").stdout)
     assert by_time["simulation_time"] == pytest.approx(0.2, rel=1e-12)
     assert by_steps["steps"] == 5
 
 
-def test_no_steps_leave_the_start(zeph: Runner) -> None:
+def test_a_run_may_take_no_steps(zeph: Runner) -> None:
     assert json.loads(zeph("run", *SMALL, "--json", "--steps", "0").stdout)["steps"] == 0
 
 
-def test_a_fixed_step_is_kept(zeph: Runner) -> None:
-    told = json.loads(
+def test_a_fixed_time_step_is_used(zeph: Runner) -> None:
+    report = json.loads(
         zeph("run", *SMALL, "--fixed-dt", "0.0078125", "--steps", "8", "--json").stdout
     )
-    assert (told["dt"], told["simulation_time"]) == (0.0078125, 0.0625)
+    assert (report["dt"], report["simulation_time"]) == (0.0078125, 0.0625)
 
 
 def test_the_default_reynolds_number_suits_the_grid(zeph: Runner) -> None:
-    told = json.loads(
+    report = json.loads(
         zeph("run", "--resolution", "64", "--k0", "3", "--steps", "1", "--json").stdout
     )
-    assert told["reynolds"] == zephane.default_reynolds(64, 3)
+    assert report["reynolds"] == zephane.default_reynolds(64, 3)
 
 
 def test_a_run_writes_its_files(zeph: Runner, library_path: Path, tmp_path: Path) -> None:
@@ -189,21 +189,21 @@ def test_every_option_of_the_picture_reaches_the_library(
     with zephane.Engine(resolution=64, reynolds=1000.0, library=library_path) as engine:
         engine.advance(10)
         for number, chosen in enumerate(settings):
-            told, expected = tmp_path / f"{number}.png", tmp_path / f"{number}.expected"
+            drawn, expected = tmp_path / f"{number}.png", tmp_path / f"{number}.expected"
             words = [f"--{key.replace('_', '-')}={value}" for key, value in chosen.items()]
             words = ["--flow" if word == "--flow=True" else word for word in words]
             done = zeph(
-                "run", *SMALL, "--steps", "10", "--pixels", "77", "--png", str(told), *words
+                "run", *SMALL, "--steps", "10", "--pixels", "77", "--png", str(drawn), *words
             )
             assert (done.returncode, done.stderr) == (0, "")
             engine.export(png=expected, pixel_size=77, **chosen)
-            assert told.read_bytes() == expected.read_bytes()
+            assert drawn.read_bytes() == expected.read_bytes()
 
 
 NO_DRIVER = {"VK_DRIVER_FILES": "/nonexistent", "VK_ICD_FILENAMES": "/nonexistent"}
 
 
-def test_a_machine_that_cannot_draw_is_told_before_the_run(zeph: Runner, tmp_path: Path) -> None:
+def test_a_missing_vulkan_driver_is_reported_before_the_run(zeph: Runner, tmp_path: Path) -> None:
     fields, picture = tmp_path / "fields", tmp_path / "flow.png"
     files = ("--fields", str(fields), "--png", str(picture))
     result = zeph("run", *SMALL, "--steps", "1000000000", *files, extra=NO_DRIVER)
@@ -224,7 +224,7 @@ def test_a_machine_that_cannot_draw_is_told_before_the_run(zeph: Runner, tmp_pat
         ("--png", "n" * 300 + ".png", "File name too long"),
     ],
 )
-def test_a_file_that_cannot_be_written_is_told_before_the_run(
+def test_an_unwritable_file_is_reported_before_the_run(
     zeph: Runner, tmp_path: Path, option: str, path: str, reason: str
 ) -> None:
     (tmp_path / "folder.png").mkdir()
@@ -236,7 +236,7 @@ def test_a_file_that_cannot_be_written_is_told_before_the_run(
     assert sorted(os.listdir(tmp_path)) == ["file", "folder.png"]
 
 
-def test_files_that_a_disk_has_no_room_for_are_told_before_the_run(
+def test_a_disk_without_room_for_the_files_is_reported_before_the_run(
     tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     free = type("Usage", (), {"free": 1000})
@@ -248,7 +248,7 @@ def test_files_that_a_disk_has_no_room_for_are_told_before_the_run(
     assert os.listdir(tmp_path) == []
 
 
-def test_a_file_beyond_the_limit_of_the_process_is_told_before_the_run(
+def test_a_file_beyond_the_limit_of_the_process_is_reported_before_the_run(
     environment: dict[str, str], command: Callable[..., list[str]], tmp_path: Path
 ) -> None:
     words = shlex.join(command("run", *SMALL, "--steps", "3", "--fields", str(tmp_path / "f")))
@@ -260,7 +260,7 @@ def test_a_file_beyond_the_limit_of_the_process_is_told_before_the_run(
 
 
 @pytest.mark.parametrize("form", [(), ("--json",)], ids=["report", "json"])
-def test_a_file_that_fails_in_the_end_does_not_cost_the_report_and_the_others(
+def test_the_report_and_the_other_files_are_written_when_one_file_fails(
     library_path: Path,
     tmp_path: Path,
     monkeypatch: pytest.MonkeyPatch,
@@ -281,18 +281,18 @@ def test_a_file_that_fails_in_the_end_does_not_cost_the_report_and_the_others(
     for path, library_text in ((spectrum, " (Cannot write export file.)"), (numbers, "")):
         folder.mkdir(exist_ok=True)
         assert command_line.main([*words, "--spectrum", str(path), *form]) == 1
-        told = capsys.readouterr()
+        written = capsys.readouterr()
         lost = f"zephane: Cannot write {path}: No such file or directory{library_text}\n"
-        assert told.err == lost
+        assert written.err == lost
         assert fields.stat().st_size == 12 * 64 * 64
         if form:
-            assert json.loads(told.out)["steps"] == 3
+            assert json.loads(written.out)["steps"] == 3
         else:
-            assert "  energy " in told.out and str(fields) in told.out
-            assert str(path) not in told.out
+            assert "  energy " in written.out and str(fields) in written.out
+            assert str(path) not in written.out
 
 
-def test_the_ending_of_a_name_decides_the_format(zeph: Runner, tmp_path: Path) -> None:
+def test_the_suffix_of_a_file_name_selects_the_format(zeph: Runner, tmp_path: Path) -> None:
     import numpy as np
 
     files = [tmp_path / name for name in ("f.npy", "f.raw", "s.npy", "s.raw")]
@@ -309,13 +309,13 @@ def test_the_ending_of_a_name_decides_the_format(zeph: Runner, tmp_path: Path) -
     assert len(os.listdir(tmp_path)) == 4
 
 
-def test_a_run_goes_on_from_the_fields_of_another(zeph: Runner, tmp_path: Path) -> None:
+def test_a_run_starts_from_the_fields_of_another(zeph: Runner, tmp_path: Path) -> None:
     path = str(tmp_path / "start")
     zeph("run", *SMALL, "--steps", "10", "--fields", path)
     os.truncate(path, 4 * 64 * 64)
     first = json.loads(zeph("run", *SMALL, "--steps", "10", "--json").stdout)
-    told = json.loads(zeph("run", *SMALL, "--initial", path, "--steps", "0", "--json").stdout)
-    assert told["enstrophy"] == pytest.approx(first["enstrophy"], rel=1e-5)
+    report = json.loads(zeph("run", *SMALL, "--initial", path, "--steps", "0", "--json").stdout)
+    assert report["enstrophy"] == pytest.approx(first["enstrophy"], rel=1e-5)
 
 
 def test_a_run_needs_no_numpy(zeph: Runner, python_path: Path, tmp_path: Path) -> None:
@@ -363,7 +363,9 @@ def test_a_run_needs_no_numpy(zeph: Runner, python_path: Path, tmp_path: Path) -
         (("--fields", "a.raw", "--spectrum", "a.raw"), "a.raw is named for two outputs."),
     ],
 )
-def test_nonsense_is_refused_in_a_sentence(zeph: Runner, options: list[str], words: str) -> None:
+def test_an_invalid_value_is_refused_in_a_sentence(
+    zeph: Runner, options: list[str], words: str
+) -> None:
     result = zeph("run", *SMALL, *options)
     assert (result.returncode, result.stdout) == (1, "")
     assert result.stderr == f"zephane: {words}\n"
@@ -421,13 +423,13 @@ def test_help_shows_the_defaults_without_a_library(environment: dict[str, str]) 
     assert "(default: what suits the integrator, 3 for etdrk4)" in text
 
 
-def test_the_machine_is_described(zeph: Runner, system: zephane.SystemInfo) -> None:
+def test_info_describes_the_machine(zeph: Runner, system: zephane.SystemInfo) -> None:
     result = zeph("info")
     assert (result.returncode, result.stderr) == (0, "")
     assert system.gpu in result.stdout and system.backend in result.stdout
-    told = json.loads(zeph("info", "--json").stdout)
-    assert told["gpu"] == system.gpu
-    assert told["defaults"]["resolution"] == 1024
+    report = json.loads(zeph("info", "--json").stdout)
+    assert report["gpu"] == system.gpu
+    assert report["defaults"]["resolution"] == 1024
 
 
 def test_progress_is_updated_on_a_terminal_and_erased_at_the_end(in_terminal: Any) -> None:
@@ -469,7 +471,7 @@ def test_control_c_ends_a_run_with_the_report_so_far(in_terminal: Any, tmp_path:
     assert read_png(picture).shape == (20, 20, 4)
 
 
-def test_in_a_log_progress_is_an_occasional_line(
+def test_without_a_terminal_progress_is_written_as_lines(
     engine: zephane.Engine, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]
 ) -> None:
     monkeypatch.setattr(progress, "LOG_SECONDS", 0.0)
@@ -481,7 +483,7 @@ def test_in_a_log_progress_is_an_occasional_line(
     assert "step 8 of 8" in lines[1]
 
 
-def test_a_log_has_a_line_every_ten_seconds_unless_it_is_not_wanted(
+def test_without_a_terminal_a_line_comes_every_ten_seconds_unless_switched_off(
     engine: zephane.Engine, monkeypatch: pytest.MonkeyPatch, capsys: pytest.CaptureFixture[str]
 ) -> None:
     times = iter(float(second) for second in range(1000))
@@ -494,7 +496,7 @@ def test_a_log_has_a_line_every_ten_seconds_unless_it_is_not_wanted(
         assert len(capsys.readouterr().err.splitlines()) == count
 
 
-def test_the_courant_number_suits_the_integrator(zeph: Runner) -> None:
+def test_the_default_courant_number_suits_the_integrator(zeph: Runner) -> None:
     options = ("--resolution", "64", "--integrator", "imexRK3", "--steps", "0", "--json")
     suited, given = zeph("run", *options), zeph("run", *options, "--cfl", "1.5")
     beyond = zeph("run", *options, "--cfl", "3")
@@ -510,5 +512,5 @@ def test_the_courant_number_suits_the_integrator(zeph: Runner) -> None:
 @pytest.mark.parametrize(
     "seconds, text", [(0.2, "0:00"), (59.6, "1:00"), (754.0, "12:34"), (3723.0, "1:02:03")]
 )
-def test_times_read_like_a_clock(seconds: float, text: str) -> None:
+def test_durations_are_written_like_a_clock(seconds: float, text: str) -> None:
     assert progress.clock(seconds) == text

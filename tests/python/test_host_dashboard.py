@@ -101,13 +101,13 @@ def test_the_screen_shows_the_state_of_the_flow() -> None:
     assert row("memory", RUNNING) == "6.0 MiB on Device   Backend"
 
 
-def test_the_eddies_may_be_too_small_for_the_grid() -> None:
+def test_the_screen_says_whether_the_grid_resolves_the_eddies() -> None:
     for reynolds, words in ((12_000, "1.75   resolved"), (20_000, "1.47   too coarse")):
         status = dataclasses.replace(RUNNING, effective_reynolds=float(reynolds))
         assert row("eddies", status).startswith(f"k_max eta {words}")
 
 
-def test_what_moves_the_reynolds_number_tells_its_target() -> None:
+def test_the_target_of_each_reynolds_mode_is_shown() -> None:
     adapted = Standing(ADAPTED)
     assert row("Reynolds", RUNNING, standing=adapted) == "6500   adapted"
     assert row("eddies", RUNNING, standing=adapted).endswith("resolved   target 1.75")
@@ -120,7 +120,7 @@ def test_what_moves_the_reynolds_number_tells_its_target() -> None:
     assert row("eddies", there, standing=follows).endswith("on target")
 
 
-def test_rest_growth_and_loss_are_told_in_sentences() -> None:
+def test_rest_growth_and_loss_are_reported_in_sentences() -> None:
     def text(status: ViewStatus, **standing: Any) -> str:
         lines = plain(dashboard(status, 80, 24, standing=Standing(**standing)))
         return " ".join(" ".join(lines).split())
@@ -129,14 +129,14 @@ def test_rest_growth_and_loss_are_told_in_sentences() -> None:
     assert "Zephane running" in text(RUNNING, at_rest=True)
     assert GROWS in text(RUNNING, grows=True)
     assert LOST_WORDS in text(PAUSED, failed=True) and "Zephane failed" in text(PAUSED, failed=True)
-    assert LOST_WORDS not in text(FAILED, failed=True), "the failure itself is told"
+    assert LOST_WORDS not in text(FAILED, failed=True), "the failure itself is shown"
     lines = dashboard(RUNNING, 80, 24, standing=Standing(grows=True))
     spans = [span for line in lines for span in line]
     assert any(style == "bad" and "gains energy" in words for words, style in spans)
     assert status_line(PAUSED, None, Standing(at_rest=True)).startswith("at rest  ")
 
 
-def test_a_courant_number_beyond_stability_is_told() -> None:
+def test_a_courant_number_beyond_stability_is_reported() -> None:
     config = dataclasses.replace(RUNNING.config, integrator="imexRK3")
     status = dataclasses.replace(RUNNING, config=config)
     assert "cfl 3 is beyond what imexRK3 bears" in row("note", status, width=200)
@@ -157,13 +157,15 @@ def test_a_courant_number_beyond_stability_is_told() -> None:
         (dataclasses.replace(PAUSED, settled=False), 3.25, "pausing"),
     ],
 )
-def test_the_state_is_a_word_or_two(status: ViewStatus, until: float | None, word: str) -> None:
+def test_the_state_is_shown_in_a_word_or_two(
+    status: ViewStatus, until: float | None, word: str
+) -> None:
     assert state(status, until) == word
     assert f"  {word}" in plain(dashboard(status, 100, 24, until=until))[0]
     assert status_line(status, until).startswith(word)
 
 
-def test_a_failure_is_told() -> None:
+def test_a_failure_is_reported() -> None:
     assert state(FAILED, 3.25, Standing(failed=True)) == "failed"
     assert row("failure", FAILED) == "The flow became non-finite."
     assert "The flow became non-finite." in status_line(FAILED)
@@ -188,7 +190,7 @@ def test_the_screen_fits_any_terminal(status: ViewStatus) -> None:
                     assert all("\n" not in line and "\x1b" not in line for line in lines)
 
 
-def test_short_terminals_show_the_most_needed_rows() -> None:
+def test_short_terminals_show_the_most_important_rows() -> None:
     def labels(height: int, status: ViewStatus = RUNNING) -> list[str]:
         return [line.split(" ")[0] for line in plain(dashboard(status, 100, height))]
 
@@ -209,7 +211,7 @@ def test_narrow_terminals_leave_out_whole_facts() -> None:
     assert plain(dashboard(RUNNING, 24, 24))[-1] == "space pause   q quit"
 
 
-def test_the_keys_tell_what_space_would_do() -> None:
+def test_the_key_line_says_whether_space_runs_or_pauses() -> None:
     keys = "s step   r reset   n new seed   a adapt   h help   q quit"
     assert plain(dashboard(RUNNING, 80, 24))[-1] == f"space pause   {keys}"
     assert plain(dashboard(PAUSED, 80, 24))[-1] == f"space run   {keys}"
@@ -222,7 +224,7 @@ def test_help_replaces_the_figures() -> None:
         assert any(line.startswith(f"{key:<12}") for line in lines)
 
 
-def test_no_styles_are_written_without_colours() -> None:
+def test_without_colours_no_styles_are_written() -> None:
     head = dashboard(RUNNING, 80, 24)[0]
     assert paint(head, colored=True).startswith("\x1b[1mZephane\x1b[0m  \x1b[32mrunning\x1b[0m  ")
     assert re.sub(r"\x1b\[[0-9;]*m", "", paint(head, colored=True)) == paint(head, colored=False)
@@ -239,7 +241,7 @@ def test_a_chart_shows_the_newest_values() -> None:
     assert chart_rows([9, 0, 7], 0, 2) == ["", ""]
 
 
-def test_a_chart_of_nothing_or_of_the_same_is_drawn() -> None:
+def test_a_chart_of_no_values_or_of_equal_ones_is_drawn() -> None:
     assert chart_rows([], 5, 2) == ["", ""]
     assert chart_rows([math.nan], 5, 1) == [""]
     assert chart_rows([3.0] * 4, 5, 1) == ["▅▅▅▅"]  # half of the height

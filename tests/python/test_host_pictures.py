@@ -35,17 +35,17 @@ def test_invalid_settings_are_refused_on_construction(changes: Any, words: str) 
 def test_the_defaults_of_the_settings_match_the_library(
     engine: zephane.Engine, tmp_path: Path
 ) -> None:
-    told, left_out = tmp_path / "a.png", tmp_path / "b.png"
-    engine.export(png=told, pixel_size=90, **dataclasses.asdict(PictureSettings()))
+    given, left_out = tmp_path / "a.png", tmp_path / "b.png"
+    engine.export(png=given, pixel_size=90, **dataclasses.asdict(PictureSettings()))
     engine.export(png=left_out, pixel_size=90)
-    assert told.read_bytes() == left_out.read_bytes()
+    assert given.read_bytes() == left_out.read_bytes()
     with zephane.View(library=engine._library.path) as view:
         status = view.status()
     for field in dataclasses.fields(PictureSettings):
         assert getattr(status, field.name) == pytest.approx(field.default, rel=1e-7)
 
 
-def test_the_library_knows_every_name_of_a_setting(engine: zephane.Engine) -> None:
+def test_the_library_accepts_every_name_of_a_setting(engine: zephane.Engine) -> None:
     names = {
         "display": zephane.DISPLAYS,
         "palette": zephane.PALETTES,
@@ -73,7 +73,7 @@ def test_speeds_and_flow_lines_need_the_velocity(
     assert (files[0].read_bytes() != files[1].read_bytes()) == needs
 
 
-def test_a_picture_is_a_file_of_its_size(engine: zephane.Engine, tmp_path: Path) -> None:
+def test_a_picture_has_the_requested_size(engine: zephane.Engine, tmp_path: Path) -> None:
     snapshot = engine.export(png=tmp_path / "渦.png", pixel_size=33)
     assert snapshot is not None and snapshot.grid_size == 64
     assert read_png(tmp_path / "渦.png").shape == (33, 33, 4)
@@ -97,7 +97,7 @@ def test_pictures_need_no_numpy(
         ),
     ],
 )
-def test_a_picture_that_cannot_be_had_is_refused_with_the_reason(
+def test_a_picture_that_cannot_be_made_is_refused_with_the_reason(
     engine: zephane.Engine, request_: Any, words: str
 ) -> None:
     with pytest.raises(zephane.ZephaneError) as refusal:

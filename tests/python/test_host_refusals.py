@@ -248,8 +248,8 @@ def test_the_memory_that_is_told_is_that_of_the_library(
     make_engine: Maker, integrator: str, operator: str
 ) -> None:
     engine = make_engine(resolution=512, integrator=integrator, operator=operator)
-    told = refusals.memory_needed(engine.config)
-    assert told == pytest.approx(engine.inspect().allocated_bytes, rel=0.02)
+    needed = refusals.memory_needed(engine.config)
+    assert needed == pytest.approx(engine.inspect().allocated_bytes, rel=0.02)
 
 
 @pytest.mark.parametrize(

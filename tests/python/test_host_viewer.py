@@ -35,7 +35,7 @@ from zephane.viewer_widgets import Choice, Slider, Switch
 
 def test_every_live_setting_has_a_control(viewer: Viewer) -> None:
     settings = set(inspect.signature(View.set).parameters) - {"self", "focused"}
-    mode = {"reynolds_mode"}  # It stands for "regulated", among other things.
+    mode = {"reynolds_mode"}  # Sets "regulated", among other things.
     assert set(viewer.panel.live.controls) == settings - {"regulated"} | mode
 
 
@@ -111,11 +111,11 @@ def test_h_shows_the_keys(viewer: Viewer, host: Host) -> None:
 
 
 def test_the_help_lists_every_key(viewer: Viewer) -> None:
-    told = {{"Esc": "escape"}.get(key, key.lower()) for key, _ in viewer_help.KEYS}
-    assert told == set(viewer.keys) - {"question"}
+    listed = {{"Esc": "escape"}.get(key, key.lower()) for key, _ in viewer_help.KEYS}
+    assert listed == set(viewer.keys) - {"question"}
 
 
-def test_escape_leaves_the_help_and_then_the_viewer(viewer: Viewer, host: Host) -> None:
+def test_escape_closes_the_help_and_then_the_viewer(viewer: Viewer, host: Host) -> None:
     viewer.help.toggle()
     press(viewer, host, "Escape")
     wait(viewer, lambda status: not viewer.help.shown)
@@ -132,7 +132,7 @@ def test_the_window_managers_button_closes_the_view(viewer: Viewer) -> None:
     viewer.close()
 
 
-def test_a_click_on_the_picture_steers_the_flow_and_leaves_the_keys(
+def test_keys_still_work_after_a_click_on_the_picture(
     viewer: Viewer, host: Host
 ) -> None:
     picture = viewer.picture
@@ -159,7 +159,7 @@ def test_the_buttons_do_what_their_labels_say(viewer: Viewer, host: Host) -> Non
     assert wait(viewer, lambda status: status.generation == 3).config.seed == 3
 
 
-def test_space_pauses_also_after_a_button_was_clicked(viewer: Viewer, host: Host) -> None:
+def test_space_still_pauses_after_a_button_was_clicked(viewer: Viewer, host: Host) -> None:
     click_on(viewer, host, viewer.panel.live.controls["flow"])
     wait(viewer, lambda status: status.flow)
     press(viewer, host, "space")
@@ -167,7 +167,7 @@ def test_space_pauses_also_after_a_button_was_clicked(viewer: Viewer, host: Host
 
 
 @pytest.mark.parametrize("key", ["display", "palette", "color_range"])
-def test_choices_are_sent_as_they_are_made(viewer: Viewer, host: Host, key: str) -> None:
+def test_a_choice_is_sent_at_once(viewer: Viewer, host: Host, key: str) -> None:
     control = viewer.panel.live.controls[key]
     assert isinstance(control, Choice)
     for name, button in control.buttons.items():
@@ -175,7 +175,7 @@ def test_choices_are_sent_as_they_are_made(viewer: Viewer, host: Host, key: str)
         wait(viewer, lambda status, name=name: getattr(status, key) == name)
 
 
-def test_switches_are_sent_as_they_change(viewer: Viewer, host: Host) -> None:
+def test_a_switch_is_sent_at_once(viewer: Viewer, host: Host) -> None:
     control = viewer.panel.live.controls["flow"]
     assert isinstance(control, Switch)
     for _ in range(2):
@@ -188,7 +188,7 @@ def test_switches_are_sent_as_they_change(viewer: Viewer, host: Host) -> None:
 @pytest.mark.parametrize(
     ("key", "value"), [("sigma", 3.0), ("exposure", 0.5), ("cfl", 1.25), ("log_reynolds", 4.5)]
 )
-def test_sliders_are_sent_as_they_move(open_viewer: Maker, key: str, value: float) -> None:
+def test_a_slider_is_sent_while_it_moves(open_viewer: Maker, key: str, value: float) -> None:
     viewer = open_viewer(fixed_dt=None)
     viewer.do(lambda view: view.set(color_range="exposure" if key == "exposure" else "sigma"))
     control = viewer.panel.live.controls[key]
@@ -220,7 +220,7 @@ def test_sliders_follow_the_mouse_and_the_arrow_keys(viewer: Viewer, host: Host)
     wait(viewer, lambda status: status.sigma == pytest.approx(before - 0.04))
 
 
-def test_the_reynolds_number_is_the_users_in_one_mode_of_three(viewer: Viewer, host: Host) -> None:
+def test_the_reynolds_slider_is_enabled_only_in_the_fixed_mode(viewer: Viewer, host: Host) -> None:
     slider, mode = (viewer.panel.live.controls[key] for key in ("log_reynolds", "reynolds_mode"))
     assert isinstance(slider, Slider) and isinstance(mode, Choice)
     assert slider.enabled
@@ -230,11 +230,11 @@ def test_the_reynolds_number_is_the_users_in_one_mode_of_three(viewer: Viewer, h
         wait_until(viewer, lambda name=name: mode.buttons[name].instate(("selected",)))
         wait_until(viewer, lambda name=name: slider.enabled == (name == FIXED))
         assert viewer.status.regulated is regulated
-        told = any("regulation" in text for text in viewer.panel.notes.texts)
-        assert told is (name == FOLLOWS)
+        warned = any("regulation" in text for text in viewer.panel.notes.texts)
+        assert warned is (name == FOLLOWS)
 
 
-def test_an_adapted_flow_moves_its_number_and_begins_anew_from_the_first(
+def test_adapting_lowers_the_reynolds_number_and_a_reset_restores_it(
     open_viewer: Maker, host: Host
 ) -> None:
     viewer = open_viewer(resolution=128, k0=2, fixed_dt=None)
@@ -263,7 +263,7 @@ def test_controls_without_effect_are_disabled(open_viewer: Maker) -> None:
     assert not controls["cfl"].enabled
 
 
-def test_p_saves_and_says_where(
+def test_p_saves_a_picture_and_shows_its_path(
     viewer: Viewer, host: Host, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     path = tmp_path / "asked.png"
@@ -277,11 +277,11 @@ def test_p_saves_and_says_where(
     assert viewer.panel.notes.texts == [f"Saved {path}"], "cancelled"
     viewer.panel.buttons.by_name["save"].invoke()
     assert not answers and not viewer.panel.notes.texts
-    told = str(viewer.panel.error.text["text"])
-    assert told.startswith(f"Could not write {tmp_path / 'missing'}")
+    message = str(viewer.panel.error.text["text"])
+    assert message.startswith(f"Could not write {tmp_path / 'missing'}")
 
 
-def test_the_dialog_leaves_the_window_alive_and_asks_once(viewer: Viewer, tmp_path: Path) -> None:
+def test_the_window_stays_alive_behind_the_one_save_dialog(viewer: Viewer, tmp_path: Path) -> None:
     """Tk's own dialog is opened, and filled in by a timer while the window shows new statuses."""
     seen: list[str] = []
 

@@ -171,8 +171,8 @@ def test_without_a_vulkan_driver_the_package_is_named_over_a_plain_canvas(
         timeout=SECONDS,
     )
     assert done.stderr == ""
-    canvas, told, state, save = done.stdout.splitlines()
-    assert "mesa-vulkan-drivers" in canvas and "mesa-vulkan-drivers" in told
+    canvas, message, state, save = done.stdout.splitlines()
+    assert "mesa-vulkan-drivers" in canvas and "mesa-vulkan-drivers" in message
     assert state == "True False True" and save == "True"
 
 

@@ -81,7 +81,7 @@ def test_an_integrator_gets_a_cfl_that_suits_it_unless_one_is_given(open_viewer:
 
 
 @pytest.mark.parametrize("text", ["", "adaptive"])
-def test_a_fixed_step_is_taken_away(viewer: Viewer, text: str) -> None:
+def test_a_fixed_time_step_can_be_removed(viewer: Viewer, text: str) -> None:
     assert viewer.status.config.fixed_dt is not None
     edit(viewer, fixed_dt=text)
     viewer.panel.configuration.apply()
@@ -111,7 +111,7 @@ def test_a_refusal_is_shown_until_it_is_dismissed(viewer: Viewer, host: Host) ->
     wait(viewer, lambda status: not viewer.panel.error.shown)
 
 
-def test_a_failure_of_the_flow_is_told_until_it_is_dismissed(open_viewer: Maker) -> None:
+def test_a_failure_of_the_flow_is_shown_until_it_is_dismissed(open_viewer: Maker) -> None:
     viewer = open_viewer(fixed_dt=1e6, reynolds=1e6)
     viewer.do(View.run)
     status = wait(viewer, lambda status: status.error_message is not None)
@@ -129,7 +129,7 @@ def test_a_failure_of_the_flow_is_told_until_it_is_dismissed(open_viewer: Maker)
 
 
 @pytest.mark.parametrize("button, seed", [("reset_button", 2), ("seed_button", 3)])
-def test_a_lost_flow_can_be_started_again_beside_its_failure(
+def test_buttons_beside_a_failure_start_the_lost_flow_again(
     open_viewer: Maker, button: str, seed: int
 ) -> None:
     viewer = open_viewer(fixed_dt=1e6, reynolds=1e6)
@@ -144,7 +144,7 @@ def test_a_lost_flow_can_be_started_again_beside_its_failure(
     assert status.config.seed == seed
 
 
-def test_a_flow_at_rest_is_paused_and_told(open_viewer: Maker) -> None:
+def test_a_flow_at_rest_is_paused_and_reported(open_viewer: Maker) -> None:
     viewer = open_viewer(resolution=64, reynolds=100.0, fixed_dt=None, paused=False)
     wait(viewer, lambda status: AT_REST in viewer.panel.notes.texts)
     status = wait(viewer, lambda status: not status.running)
@@ -152,7 +152,7 @@ def test_a_flow_at_rest_is_paused_and_told(open_viewer: Maker) -> None:
     assert status.error_message is None and not viewer.panel.error.shown
 
 
-def test_growth_of_a_flow_is_told_in_red(open_viewer: Maker) -> None:
+def test_growth_of_a_flow_is_reported_in_red(open_viewer: Maker) -> None:
     viewer = open_viewer(
         resolution=128, integrator="imexRK3", cfl=3.0, fixed_dt=None, paused=False
     )
@@ -172,7 +172,7 @@ def field_with_a_seven(viewer: Viewer, host: Host, key: str) -> Field:
     return field
 
 
-def test_letters_typed_into_a_field_are_no_keys(viewer: Viewer, host: Host) -> None:
+def test_letters_typed_into_a_field_do_not_act_as_shortcuts(viewer: Viewer, host: Host) -> None:
     field = field_with_a_seven(viewer, host, "k0")
     for key in ("n", "a", "n", "space", "r"):
         press(viewer, host, key)
@@ -188,7 +188,7 @@ def test_letters_typed_into_a_field_are_no_keys(viewer: Viewer, host: Host) -> N
 
 
 @pytest.mark.parametrize("text", ["nan", "inf", "-inf"])
-def test_a_number_that_is_not_finite_is_none(viewer: Viewer, text: str) -> None:
+def test_a_number_that_is_not_finite_is_refused(viewer: Viewer, text: str) -> None:
     edit(viewer, reynolds=text)
     viewer.panel.configuration.apply()
     assert viewer.panel.error.text["text"] == f"Reynolds: {text!r} is not a number."
@@ -207,7 +207,7 @@ def test_control_a_selects_all_of_a_field(viewer: Viewer, host: Host) -> None:
     assert viewer.status.generation == 1
 
 
-def test_escape_in_a_field_takes_the_edits_back(viewer: Viewer, host: Host) -> None:
+def test_escape_in_a_field_reverts_the_edits(viewer: Viewer, host: Host) -> None:
     field = field_with_a_seven(viewer, host, "seed")
     press(viewer, host, "Escape")
     wait(viewer, lambda status: field.text.get() == "2")

@@ -130,7 +130,7 @@ def test_a_new_flow_clears_the_plots(open_viewer: Maker) -> None:
     assert stats is not None and point[:2] == (0.0, stats.energy)
 
 
-def test_a_dashed_line_marks_the_target_of_what_moves_the_reynolds_number(viewer: Viewer) -> None:
+def test_a_dashed_line_marks_the_target_of_the_reynolds_mode(viewer: Viewer) -> None:
 
     def dashed() -> list[int]:
         return [item for item in viewer.panel.plots.find_all() if _is_dashed(viewer, item)]
@@ -148,7 +148,7 @@ def _is_dashed(viewer: Viewer, item: int) -> bool:
     return plots.type(item) == "line" and bool(plots.itemcget(item, "dash"))
 
 
-def test_a_trace_keeps_the_whole_history_in_few_points() -> None:
+def test_a_trace_covers_the_whole_history_with_few_points() -> None:
     trace = Trace(limit=64)
     for n in range(10_000):
         assert trace.add((float(n), 2.0 * n))
@@ -160,7 +160,7 @@ def test_a_trace_keeps_the_whole_history_in_few_points() -> None:
     assert not trace.add((1e4, math.nan))
 
 
-def test_the_color_scale_labels_the_meaning_of_the_colors() -> None:
+def test_the_color_scale_shows_the_values_of_its_ends() -> None:
     frame = zephane.Snapshot(1, 0.0, 32, 8.0, 0.5, 2.0, 3.0)
     sigma = zephane.PictureSettings(sigma=2.5)
     assert scale_texts(sigma, frame) == ("-4.5", "vorticity", "5.5")

@@ -267,7 +267,7 @@ TEST(StartSpectra, ASeedHasTheseBits) {
             2644315034892399377u);
 }
 
-TEST(StartSpectra, TheNumberOfThreadsDoesNotShow) {
+TEST(StartSpectra, TheNumberOfThreadsChangesNoBit) {
   const Config config = configOf(256, 6, 3, StartSpectrum::KM3);
   const std::vector<V2> shared = startSpectrum(config);
   cpu::ThreadPool::shared().limit(1);
@@ -276,7 +276,7 @@ TEST(StartSpectra, TheNumberOfThreadsDoesNotShow) {
   EXPECT_EQ(digestOf(shared), digestOf(alone));
 }
 
-TEST(StartSpectra, APeakFarBeyondTheGridIsFlatAndWeakButNotNothing) {
+TEST(StartSpectra, APeakFarBeyondTheGridGivesAFiniteFieldWithEnergy) {
   for (const StartSpectrum spectrum : both) {
     const Totals totals = totalsOf(startSpectrum(configOf(16, 1000000, 1, spectrum)), Sizes(16));
     EXPECT_GT(totals.energy, 0.0);
