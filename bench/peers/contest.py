@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import dataclasses
 import json
 import os
@@ -64,7 +65,7 @@ class Contestant:
                 raise PeerFailed("there is no mpirun")
             command = [*MPIRUN, str(len(own)), *command, "--mpi"]
             # One rank for each processor.
-            variables |= {name: "1" for name in ("OMP_NUM_THREADS", "NUMEXPR_MAX_THREADS")}
+            variables |= dict.fromkeys(("OMP_NUM_THREADS", "NUMEXPR_MAX_THREADS"), "1")
         LOGS.mkdir(parents=True, exist_ok=True)
         with (LOGS / f"{name.replace(' ', '-').replace('/', '-')}.log").open("a") as log:
             self._process = subprocess.Popen(
@@ -109,21 +110,19 @@ class Contestant:
 
     def close(self) -> None:
         """End it with all processes that it has started."""
-        if self._process.stdin is not None:
-            try:
-                self._process.stdin.write(b'{"stop": true}\n')
-                self._process.stdin.close()
+        assert self._process.stdin is not None and self._process.stdout is not None
+        with contextlib.suppress(OSError, ValueError, subprocess.TimeoutExpired):
+            self._process.stdin.write(b'{"stop": true}\n')
+            self._process.stdin.close()
+            self._process.wait(5)
+        # mpirun ends its ranks if it is asked to end.
+        for ending in (signal.SIGTERM, signal.SIGKILL):
+            with contextlib.suppress(ProcessLookupError, subprocess.TimeoutExpired):
+                os.killpg(self._process.pid, ending)
                 self._process.wait(5)
-            except (OSError, ValueError, subprocess.TimeoutExpired):
-                pass
-        try:
-            os.killpg(self._process.pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
         self._process.wait()
         self._readable.close()
-        if self._process.stdout is not None:
-            self._process.stdout.close()
+        self._process.stdout.close()
 
     def _ask(self, request: dict[str, Any], limit: float) -> dict[str, Any]:
         assert self._process.stdin is not None

@@ -55,7 +55,7 @@ class Steps:
         adaptive = ours()
         with adaptive.start() as other:
             other.make(at.problem(0.0, cfl=COURANT))
-            self._fight(at, zephane, "Zephane, adaptive", "Zephane", other, 0.0)
+            self._fight(at, zephane, "Zephane, adaptive", "Zephane", other, None)
 
     def _compare(self, at: Start, zephane: Contestant, peer: Peer) -> None:
         if peer.name in self._slow:
