@@ -15,6 +15,9 @@ import shutil
 import subprocess
 import sys
 import time
+import traceback
+from collections.abc import Callable, Iterator
+from functools import partial
 from pathlib import Path
 from typing import Any
 
@@ -36,10 +39,16 @@ THREAD_SIZES = [128, 256, 1024]
 PRECISION_SIZES = [256, 512]
 PARTS = ["steps", "threads", "precision"]
 BENCH = REPOSITORY / "bench"
+REPORT = BUILD / "report"
 
 
 def main() -> int:
     options = _options()
+    if options.draw:
+        report(json.loads((REPORT / "results.json").read_text()), REPORT)
+        if options.publish:
+            publish(REPORT)
+        return 0
     began = time.monotonic()
     sys.path.insert(0, str(REPOSITORY / "python"))
     import zephane
@@ -57,22 +66,41 @@ def main() -> int:
     }
     patience = Patience(options.rounds, options.turn, options.duel)
     steps, precision = Steps(patience), Precision(options.precision_seconds)
-    if "threads" in options.parts:
-        results["threads"] = threads(options.thread_sizes, patience)
-    if "steps" in options.parts:
-        for size in options.sizes:
-            steps.measure(size, found)
-    if "precision" in options.parts:
-        for size in options.precision_sizes:
-            precision.measure(size, found)
-    results |= {"steps": steps.results, "precision": precision.results}
-    results["minutes"] = (time.monotonic() - began) / 60
-    report(results, BUILD / "report")
+    # What is measured is reported at once, so that a run that is cut off leaves something.
+    results |= {"threads": [], "steps": steps.results, "precision": precision.results}
+    broken = False
+    for work in _works(options, patience, steps, precision, found, results):
+        try:
+            work()
+        except Exception:  # the other parts are worth having all the same
+            broken = True
+            traceback.print_exc()
+        results["minutes"] = (time.monotonic() - began) / 60
+        report(results, REPORT)
+    print(f"\n{REPORT}: {results['minutes']:.1f} minutes")
     if options.publish:
-        publish(BUILD / "report")
+        publish(REPORT)
     for other in steps.other_flows:
         print(f"ANOTHER FLOW: {other}", file=sys.stderr)
-    return 1 if steps.other_flows else 0
+    return 1 if broken or steps.other_flows else 0
+
+
+def _works(
+    options: argparse.Namespace,
+    patience: Patience,
+    steps: Steps,
+    precision: Precision,
+    found: list[Peer],
+    results: dict[str, Any],
+) -> Iterator[Callable[[], None]]:
+    if "threads" in options.parts:
+        yield lambda: results["threads"].extend(threads(options.thread_sizes, patience))
+    if "steps" in options.parts:
+        for size in options.sizes:
+            yield partial(steps.measure, size, found)
+    if "precision" in options.parts:
+        for size in options.precision_sizes:
+            yield partial(precision.measure, size, found)
 
 
 def _options() -> argparse.Namespace:
@@ -89,6 +117,9 @@ def _options() -> argparse.Namespace:
     )
     parser.add_argument(
         "--precision-seconds", type=float, default=30.0, help="for a peer's runs at a size"
+    )
+    parser.add_argument(
+        "--draw", action="store_true", help="measure nothing; make the report of the last results"
     )
     parser.add_argument(
         "--publish", action="store_true", help="put tables and plots into bench/ and its README"
@@ -141,7 +172,6 @@ def report(results: dict[str, Any], folder: Path) -> None:
     (folder / "results.json").write_text(json.dumps(results, indent=1) + "\n")
     (folder / "tables.md").write_text(tables.all_of(results))
     plots.draw(results, folder)
-    print(f"\n{folder}: results.json, tables.md, plots; {results['minutes']:.1f} minutes")
 
 
 def publish(folder: Path) -> None:

@@ -105,7 +105,7 @@ def expert(results: list[dict[str, Any]]) -> str:
 def gains(results: dict[str, Any]) -> str:
     """Threads, sizes, adaptive steps."""
     lines = []
-    for found in results.get("threads", []):
+    for found in results["threads"]:
         gain = found["seconds_of_one"] / found["seconds"]
         lines.append(
             [f"{found['threads']} threads against 1, N = {found['resolution']}", f"{gain:.2f}"]

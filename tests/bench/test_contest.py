@@ -184,6 +184,6 @@ def test_tables_name_the_best_form_and_the_gains() -> None:
     ]
     assert "| ratio | 2.00 |\n| form | FFTW fused |" in tables.expert(results[:3])
     assert "| bare FFTW | 0.25 | 0.25 |" in tables.stage(results)
-    gains = tables.gains({"steps": results})
+    gains = tables.gains({"steps": results, "threads": []})
     assert "mean from 256 to 4096 | 4.00 |" in gains
     assert "adaptive against fixed step, N = 256 | 1.050 |" in gains
