@@ -116,7 +116,7 @@ def _options() -> argparse.Namespace:
         "--precision-sizes", type=int, nargs="+", default=PRECISION_SIZES, metavar="N"
     )
     parser.add_argument(
-        "--precision-seconds", type=float, default=30.0, help="for a peer's runs at a size"
+        "--precision-seconds", type=float, default=40.0, help="for a peer's runs at a size"
     )
     parser.add_argument(
         "--draw", action="store_true", help="measure nothing; make the report of the last results"

@@ -10,11 +10,12 @@ import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt  # noqa: E402
 from matplotlib.axes import Axes  # noqa: E402
+from matplotlib.ticker import LogLocator  # noqa: E402
 
 # A family of colours for each group; lines of a group differ by colour and marker.
 COLORS = {
     "Zephane": ["#000000", "#555555", "#999999"],
-    "expert": ["#08519c", "#2171b5", "#4292c6", "#6baed6", "#9ecae1", "#c6dbef"],
+    "expert": ["#9ecae1", "#6baed6", "#4292c6", "#2171b5", "#08519c", "#08306b"],
     "arrays": ["#006d2c", "#31a354", "#74c476"],
     "packages": ["#a50f15", "#e6550d", "#fd8d3c", "#dd1c77", "#756bb1", "#b15928", "#e7ba52"],
 }
@@ -73,10 +74,16 @@ def _cost(lines: Lines) -> plt.Figure:
     axes.set_xscale("log", base=2)
     axes.set_xticks(sizes, [f"{int(n)}" for n in sizes])
     axes.set_yscale("log")
+    axes.yaxis.set_major_locator(LogLocator(subs=(1, 2, 5)))
+    axes.yaxis.set_major_formatter("{x:g}")
+    axes.yaxis.set_minor_formatter("")
     axes.set_xlabel("N")
     axes.set_ylabel("a step, ns for each of N² points")
     axes.set_title("Cost of a step (lower is better)", loc="left")
-    axes.legend(loc="center left", bbox_to_anchor=(1, 0.5), frameon=False)
+    # As the lines are from top to bottom.
+    last = {name: points[-1][1] for name, (_, points) in per_point.items()}
+    drawn = sorted(axes.lines, key=lambda line: -last[str(line.get_label())])
+    axes.legend(handles=drawn, loc="center left", bbox_to_anchor=(1, 0.5), frameon=False)
     return figure
 
 
