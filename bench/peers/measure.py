@@ -11,6 +11,7 @@ import fnmatch
 import json
 import os
 import platform
+import shlex
 import shutil
 import subprocess
 import sys
@@ -59,6 +60,7 @@ def main() -> int:
         return 2
     found, missing = _found(options.only)
     results: dict[str, Any] = {
+        "command": shlex.join(["bench/peers/run", *sys.argv[1:]]),
         "machine": machine(),
         "missing": missing,
         "versions": {name: _versions(name) for name in sorted({p.environment for p in found})},
@@ -136,8 +138,8 @@ def _found(only: list[str] | None) -> tuple[list[Peer], dict[str, str]]:
         try:
             found.append(peers.find(name))
         except (CannotBuild, PeerFailed, OSError, subprocess.SubprocessError) as failure:
-            missing[name] = str(failure)
-            print(f"without {name}: {failure}", flush=True)
+            missing[name] = str(failure).replace(f"{REPOSITORY}/", "")
+            print(f"without {name}: {missing[name]}", flush=True)
     return found, missing
 
 

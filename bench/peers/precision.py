@@ -24,7 +24,7 @@ from problem import difference
 from starts import Start, start
 
 END = 1.0
-REYNOLDS_FACTOR = 1 / 8
+REYNOLDS_FACTOR = 1 / 16
 TARGETS = (1e-3, 1e-4)
 FIRST_COURANT, LARGEST_COURANT, SMALLEST_COURANT = 2 * 2**0.5, 16.0, 1 / 64
 RATIO = 2**0.5  # from one run to the next

@@ -6,15 +6,15 @@ from typing import Any
 
 STAGES = 4  # of etdrk4
 BUSY = (
-    " **Other work was running**, from which OpenMP and MPI suffer most, as their threads wait for "
-    "each other by spinning: only the smallest ratios mean something."
+    " **Other work was running**: the figures are rough. On several processors those of OpenMP and "
+    "MPI are far too long then, as their threads wait for each other by spinning."
 )
 GROUPS = ("expert", "arrays", "packages")
 
 
 def all_of(results: dict[str, Any]) -> str:
     parts = [
-        machine(results["machine"]),
+        origin(results),
         step(results["steps"]),
         stage(results["steps"]),
         expert(results["steps"]),
@@ -26,13 +26,15 @@ def all_of(results: dict[str, Any]) -> str:
     return "\n".join(part for part in parts if part)
 
 
-def machine(of: dict[str, Any]) -> str:
+def origin(results: dict[str, Any]) -> str:
+    of = results["machine"]
     busy = of["load_at_start"] > 0.25 * of["processors"]
+    count = "One processor" if of["processors"] == 1 else f"{of['processors']} processors"
     return (
-        f"{of['processors']} processors of an {of['processor']} with {of['instructions']}, "
+        f"{count} of an {of['processor']} with {of['instructions']}, "
         f"{of['compiler']}; load at the start {of['load_at_start']:.1f}."
         + (BUSY if busy else "")
-        + "\n"
+        + f" Made by `{results['command']}` in {results['minutes']:.0f} minutes.\n"
     )
 
 

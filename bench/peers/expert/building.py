@@ -42,7 +42,10 @@ def _build(name: str, source: str, options: list[str], libraries: list[str]) -> 
         raise CannotBuild("there is no g++")
     command = [compiler, *FLAGS, *options, str(FOLDER / source)]
     inputs = sorted(FOLDER.glob("*.h")) + [FOLDER / source]
-    made_of = repr(command + libraries).encode() + b"".join(file.read_bytes() for file in inputs)
+    # "native" is another instruction set on another machine.
+    flags = next(line for line in Path("/proc/cpuinfo").open() if line.startswith("flags"))
+    made_of = repr((command, libraries, flags)).encode()
+    made_of += b"".join(file.read_bytes() for file in inputs)
     library = BUILD / "lib" / f"{name}-{hashlib.sha256(made_of).hexdigest()[:12]}.so"
     if not library.exists():
         library.parent.mkdir(parents=True, exist_ok=True)
