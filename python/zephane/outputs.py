@@ -2,12 +2,13 @@
 
 from __future__ import annotations
 
+import contextlib
 import errno
 import os
 import shutil
 import stat
 import tempfile
-from collections.abc import Mapping
+from collections.abc import Iterator, Mapping
 from pathlib import Path
 from typing import Any, Union
 
@@ -94,22 +95,49 @@ def write_numpy_file(path: str, data: Any, descr: str, shape: tuple[int, ...]) -
     header = f"{{'descr': '{descr}', 'fortran_order': False, 'shape': {shape}, }}"
     header += " " * (-(len(header) + 11) % 64) + "\n"
     start = b"\x93NUMPY\x01\x00" + len(header).to_bytes(2, "little") + header.encode("ascii")
-    target = os.path.realpath(path)
+    with replaced_file(path) as temporary, writing(path), open(temporary, "wb") as file:
+        file.write(start)
+        file.write(memoryview(data))
+
+
+@contextlib.contextmanager
+def writing(path: PathLike, *kinds: type[Exception]) -> Iterator[None]:
+    """Turns ``OSError`` and exceptions of these ``kinds`` into a ``ZephaneError`` with the path."""
+    caught: tuple[type[Exception], ...] = (OSError, *kinds)
     try:
+        yield
+    except caught as failure:
+        reason = getattr(failure, "strerror", None) or str(failure)
+        raise ZephaneError(f"Cannot write {os.fspath(path)}: {reason}") from failure
+
+
+@contextlib.contextmanager
+def replaced_file(path: PathLike) -> Iterator[str]:
+    """The name of an empty file in a ``with`` block, beside ``path``, whose place it takes at the
+    end. Where the block fails, it is removed.
+    """
+    target = os.path.realpath(path)
+    with writing(path):
         number, temporary = tempfile.mkstemp(prefix=".zephane-", dir=os.path.dirname(target))
-        try:
-            with os.fdopen(number, "wb") as file:
-                file.write(start)
-                file.write(memoryview(data))
-                file.flush()
-                os.fsync(number)
+    try:
+        os.close(number)
+        yield temporary
+        with writing(path):
+            _flush(temporary)
             os.chmod(temporary, _mode(target))
             os.replace(temporary, target)
-        except BaseException:
-            os.unlink(temporary)
-            raise
-    except OSError as failure:
-        raise ZephaneError(f"Cannot write {path}: {failure.strerror}") from failure
+    except BaseException:
+        os.unlink(temporary)
+        raise
+
+
+def _flush(path: str) -> None:
+    """Wait until the disk has the file."""
+    number = os.open(path, os.O_RDWR)
+    try:
+        os.fsync(number)
+    finally:
+        os.close(number)
 
 
 def _try_to_write(path: PathLike) -> None:
