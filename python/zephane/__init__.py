@@ -22,6 +22,7 @@ from ._version import read_version
 from .engine import Engine, initialize
 from .errors import FlowFailedError, InvalidValueError, ZephaneError
 from .fields import Fields
+from .films import film
 from .recording import record
 from .records import (
     COLOR_RANGES,
@@ -77,6 +78,7 @@ __all__ = [
     "ZephaneError",
     "ZephaneWarning",
     "default_reynolds",
+    "film",
     "initialize",
     "largest_cfl",
     "radial_spectrum",

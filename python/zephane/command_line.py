@@ -1,5 +1,5 @@
-"""The command line: ``run`` computes a flow, ``view`` and ``watch`` show a running one in a window
-and on a terminal, ``info`` describes the machine.
+"""The command line: ``run`` computes a flow, ``film`` makes a film of one, ``view`` and ``watch``
+show a running one in a window and on a terminal, ``info`` describes the machine.
 
 Exit codes: 0 for success, 1 for a failure, whose message goes to standard error, 2 for wrong
 arguments, and 130 after Ctrl-C.
@@ -19,8 +19,12 @@ from . import __version__
 from ._library import ZephaneError
 from .engine import initialize
 from .gpus import passed_over
-from .options import LIBRARY_HELP, LIVE_PICTURE, add_control, add_flow, add_picture
-from .records import DEFAULT_PIXEL_SIZE, PIXEL_SIZES
+from .film_command import film_flow
+from .film_files import FORMATS
+from .films import FILM_PIXELS, FILM_SECONDS
+from .options import LIBRARY_HELP, add_control, add_flow, add_picture
+from .records import DEFAULT_PIXEL_SIZE, LIVE_PICTURE, PIXEL_SIZES
+from .refusals import listed
 from .report import describe_system
 from .run import INTERRUPTED, TURNOVERS, run
 from .suiting import ZephaneWarning
@@ -71,6 +75,7 @@ def _parser(program: str) -> argparse.ArgumentParser:
     parser.add_argument("--version", action="version", version=f"zephane {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     _add_run(commands)
+    _add_film(commands)
     _add_watch(commands)
     _add_view(commands)
     info = commands.add_parser("info", help="describe the library and the device")
@@ -88,17 +93,62 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
         "Ctrl-C ends the run early; the report and the files then show the flow so far, and the "
         "exit code is 130.",
     )
-    add_flow(parser).add_argument(
-        "--state",
-        metavar="FILE",
-        help="go on from this state of a flow, with its configuration; --reynolds and --cfl "
-        "replace the numbers in force",
-    )
+    add_flow(parser, with_state=True)
     _add_length(parser)
     _add_output(parser)
     _add_recording(parser)
     _add_picture(parser)
     parser.set_defaults(command=run)
+
+
+def _add_film(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+    parser = commands.add_parser(
+        "film",
+        help="make a film of a flow",
+        description="Compute a flow and make a film of it, whose pictures lie at even steps of the "
+        "flow's time. Needs pip install 'zephane[film]' and a Vulkan driver. The film is complete "
+        "or not there: Ctrl-C leaves nothing, with exit code 130.",
+    )
+    parser.add_argument(
+        "film", metavar="FILE", help=f"the film, whose name ends in {listed(tuple(FORMATS))}"
+    )
+    add_flow(parser, with_state=True)
+    length = parser.add_argument_group("length")
+    length.add_argument(
+        "--until",
+        metavar="T",
+        type=float,
+        help=f"time of the flow in the last picture (default: {TURNOVERS:g} turnover times of the "
+        "start field after the first)",
+    )
+    length.add_argument(
+        "--seconds",
+        metavar="S",
+        type=float,
+        default=FILM_SECONDS,
+        help="how long the film lasts (default: %(default)g)",
+    )
+    length.add_argument(
+        "--fps",
+        metavar="F",
+        type=float,
+        help="pictures a second (default: "
+        + ", ".join(f"{one.fps:g} for {ending}" for ending, one in FORMATS.items())
+        + ")",
+    )
+    output = parser.add_argument_group("output")
+    _add_report(output)
+    picture = parser.add_argument_group("picture")
+    add_picture(picture, LIVE_PICTURE)
+    picture.add_argument(
+        "--pixels",
+        metavar="P",
+        type=int,
+        default=FILM_PIXELS,
+        help="side of the film (default: %(default)d); that of a .mp4 file is even, so that an odd "
+        f"number becomes the next, and at least {FORMATS['.mp4'].smallest}",
+    )
+    parser.set_defaults(command=film_flow)
 
 
 def _add_watch(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
@@ -162,15 +212,7 @@ def _add_length(parser: argparse.ArgumentParser) -> None:
 
 def _add_output(parser: argparse.ArgumentParser) -> None:
     output = parser.add_argument_group("output")
-    output.add_argument(
-        "--json", action="store_true", help="print the final figures as JSON, and nothing else"
-    )
-    output.add_argument(
-        "--progress",
-        action=argparse.BooleanOptionalAction,
-        help="show progress: a line that is updated on a terminal, a new line every ten seconds "
-        "elsewhere (default: shown)",
-    )
+    _add_report(output)
     output.add_argument(
         "--spectrum",
         metavar="FILE",
@@ -193,6 +235,18 @@ def _add_output(parser: argparse.ArgumentParser) -> None:
         help="save it also during the run, each time that so much time of the flow has passed",
     )
     output.add_argument("--png", metavar="FILE", help="draw a picture; needs a Vulkan driver")
+
+
+def _add_report(output: argparse._ArgumentGroup) -> None:
+    output.add_argument(
+        "--json", action="store_true", help="print the final figures as JSON, and nothing else"
+    )
+    output.add_argument(
+        "--progress",
+        action=argparse.BooleanOptionalAction,
+        help="show progress: a line that is updated on a terminal, a new line every ten seconds "
+        "elsewhere (default: shown)",
+    )
 
 
 def _add_recording(parser: argparse.ArgumentParser) -> None:

@@ -24,10 +24,6 @@ from .refusals import checked_config, checked_until
 from .start_fields import StartField
 from .view import View
 
-# A picture of the vorticity up to its largest value, in which the cores of old vortices keep their
-# shading. With "sigma" they become flat discs as the rest of the flow fades.
-LIVE_PICTURE = PictureSettings(color_range="exposure", exposure=0.7)
-
 LIBRARY_HELP = "path of the library (default: search for it)"
 
 
@@ -75,7 +71,7 @@ def _raw_file(view: View, path: str | None, resolution: int) -> str | None:
     return raw
 
 
-def add_flow(parser: argparse.ArgumentParser) -> argparse._ArgumentGroup:
+def add_flow(parser: argparse.ArgumentParser, with_state: bool = False) -> None:
     default = Config()
     flow = parser.add_argument_group("flow")
     flow.add_argument(
@@ -125,7 +121,13 @@ def add_flow(parser: argparse.ArgumentParser) -> argparse._ArgumentGroup:
         "file if the name ends in .npy (default: the seeded start field)",
     )
     flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
-    return flow
+    if with_state:
+        flow.add_argument(
+            "--state",
+            metavar="FILE",
+            help="go on from this state of a flow, with its configuration; --reynolds and --cfl "
+            "replace the numbers in force",
+        )
 
 
 def add_control(parser: argparse.ArgumentParser) -> None:

@@ -114,6 +114,11 @@ class PictureSettings:
         return self.flow or self.display == "speed"
 
 
+# A picture of the vorticity up to its largest value, in which the cores of old vortices keep their
+# shading. With "sigma" they become flat discs as the rest of the flow fades.
+LIVE_PICTURE = PictureSettings(color_range="exposure", exposure=0.7)
+
+
 @dataclass(frozen=True)
 class Config:
     """The configuration of a flow. The values are checked when the flow is made.

@@ -101,8 +101,8 @@ def checked_whole(key: str, value: Any, low: int) -> int:
     return _whole(key, value, low, None, f"whole numbers from {low}")
 
 
-def checked_pixel_size(value: Any) -> int:
-    return _whole("pixel_size", value, PIXEL_SIZES[0], PIXEL_SIZES[-1])
+def checked_pixel_size(value: Any, key: str = "pixel_size") -> int:
+    return _whole(key, value, PIXEL_SIZES[0], PIXEL_SIZES[-1])
 
 
 def check_picture(**settings: Any) -> None:

@@ -6,11 +6,10 @@ import argparse
 import dataclasses
 import functools
 import json
-import os
 import signal
 import sys
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Mapping
 from dataclasses import dataclass
 from types import FrameType
 from typing import Any
@@ -20,6 +19,7 @@ from .checkpoints import Checkpoints
 from .engine import Engine, initialize
 from .engine_failures import FIELD_BYTES, SPECTRUM_BYTES
 from .extras import need
+from .films import check_drawing
 from .options import chosen_config, chosen_picture
 from .outputs import check_outputs, checked_picture, is_numpy_file, write_numpy_file
 from .progress import Progress, shown_progress
@@ -58,13 +58,13 @@ def run(options: argparse.Namespace) -> int:
     every = _checked_every(options)
     recording = _checked_recording(options)
     system = initialize(options.library)
-    with _open(options, system) as engine:
+    with open_flow(options, system, functools.partial(_sizes, options)) as engine:
         config = engine.config
         if options.png is not None:
-            _check_drawing(engine, options.png)
+            check_drawing(engine, options.png)
         start = engine.inspect()
         if steps is None and until is None:
-            until = start.simulation_time + TURNOVERS * (start.initial_turnover_time or 1.0)
+            until = default_end(start)
         checkpoints = None
         if every is not None:
             checkpoints = Checkpoints(engine, options.save_state, every, start.simulation_time)
@@ -84,6 +84,10 @@ def run(options: argparse.Namespace) -> int:
     if interruption.requested:
         return INTERRUPTED
     return 1 if failures else 0
+
+
+def default_end(start: Statistics) -> float:
+    return start.simulation_time + TURNOVERS * (start.initial_turnover_time or 1.0)
 
 
 @dataclass(frozen=True)
@@ -127,17 +131,21 @@ def _checked_every(options: argparse.Namespace) -> float | None:
     return checked_single("save_every", options.save_every)
 
 
-def _open(options: argparse.Namespace, system: SystemInfo) -> Engine:
-    """The flow to run, after a check that its files can be written."""
+def open_flow(
+    options: argparse.Namespace, system: SystemInfo, sizes: Callable[[int], Mapping[str, int]]
+) -> Engine:
+    """The flow to run, after a check that its files can be written, the ``sizes`` of which follow
+    from its resolution.
+    """
     if options.state is None:
         config = checked_config(system.defaults.changed(**chosen_config(options)))
-        check_outputs(_sizes(options, config.resolution))
+        check_outputs(sizes(config.resolution))
         return Engine(config, initial=options.initial)
     if options.initial is not None:
         raise ValueError("--initial and --state exclude each other: a flow has one start.")
     engine = Engine.load(options.state, **chosen_config(options))
     try:
-        check_outputs(_sizes(options, engine.config.resolution))
+        check_outputs(sizes(engine.config.resolution))
     except BaseException:
         engine.close()
         raise
@@ -197,14 +205,6 @@ def _picture_settings(options: argparse.Namespace) -> PictureSettings:
         checked_picture(options.png)
         checked_pixel_size(options.pixels)
     return chosen_picture(options)
-
-
-def _check_drawing(engine: Engine, path: str) -> None:
-    """Draw a picture of one point to nowhere, to find out whether this machine can draw."""
-    try:
-        engine.export(png=os.devnull, pixel_size=1, include_velocity=False)
-    except ZephaneError as failure:
-        raise ZephaneError(str(failure).replace(os.devnull, path, 1)) from failure
 
 
 def _files(options: argparse.Namespace) -> dict[str, str]:
