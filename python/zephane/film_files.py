@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import contextlib
 import os
+import threading
 from collections.abc import Iterator, Mapping
 from dataclasses import dataclass, field
 from fractions import Fraction
@@ -85,10 +86,11 @@ def check_film(path: PathLike) -> None:
 
 
 class Encoder:
-    """Writes the film ``path``, picture by picture, to a temporary file."""
+    """Writes the film ``path``, picture by picture, to a temporary file. Any thread may call it."""
 
     def __init__(self, path: PathLike, temporary: str, side: int, fps: Fraction) -> None:
         self._path = path
+        self._lock = threading.Lock()
         self._av = need("av", "film", PURPOSE)
         self._format = chosen = film_format(path)
         self._tick = 1 / fps
@@ -124,7 +126,8 @@ class Encoder:
     @contextlib.contextmanager
     def _writing(self) -> Iterator[None]:
         """Names the film in failures, and hides the remarks that encoders print on their input."""
-        with writing(self._path, self._av.error.FFmpegError), self._av.logging.Capture():
+        named = writing(self._path, self._av.error.FFmpegError)
+        with self._lock, named, self._av.logging.Capture():
             yield
 
     def _read(self, png: PathLike) -> Any:

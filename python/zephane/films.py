@@ -6,6 +6,7 @@ import dataclasses
 import os
 import tempfile
 from collections.abc import Callable
+from concurrent.futures import Future, ThreadPoolExecutor
 from dataclasses import dataclass
 from fractions import Fraction
 from typing import Any, Union
@@ -13,7 +14,7 @@ from typing import Any, Union
 from ._library import LibraryPath, given
 from .engine import Engine
 from .errors import InvalidValueError, ZephaneError
-from .film_files import Format, check_film, film_file, film_format
+from .film_files import Encoder, Format, check_film, film_file, film_format
 from .outputs import PathLike
 from .records import LIVE_PICTURE, Clock, Config, PictureSettings
 from .refusals import checked_pixel_size, checked_single, checked_until
@@ -141,17 +142,48 @@ def make_film(
 
     milliseconds = 0.0
     side = film_format(path).side(plan.pixels)
-    with tempfile.TemporaryDirectory(prefix="zephane-") as folder:
-        png = os.path.join(folder, "frame.png")
-        with film_file(path, side, plan.fps) as encoder:
-            for index in range(plan.frames):
-                share = index / (plan.frames - 1)
-                time = until if share == 1.0 else begin + share * (until - begin)
-                now = engine.advance(until=time, fresh=False, progress=show)
-                milliseconds += now.gpu_milliseconds
-                _draw(engine, png, side, plan.picture)
-                encoder.add(png)
+    with film_file(path, side, plan.fps) as encoder, _Frames(encoder) as frames:
+        for index in range(plan.frames):
+            share = index / (plan.frames - 1)
+            time = until if share == 1.0 else begin + share * (until - begin)
+            now = engine.advance(until=time, fresh=False, progress=show)
+            milliseconds += now.gpu_milliseconds
+            _draw(engine, frames.next(), side, plan.picture)
+            frames.encode()
+        frames.wait()
     return milliseconds
+
+
+class _Frames:
+    """Pictures on their way to an encoder, which works on one while the next one is made."""
+
+    def __init__(self, encoder: Encoder) -> None:
+        self._encoder = encoder
+        self._folder = tempfile.TemporaryDirectory(prefix="zephane-")
+        self._names = [os.path.join(self._folder.name, name) for name in ("even.png", "odd.png")]
+        self._thread = ThreadPoolExecutor(1, "zephane-film")
+        self._encoding: Future[None] | None = None
+
+    def __enter__(self) -> _Frames:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self._thread.shutdown()
+        self._folder.cleanup()
+
+    def next(self) -> str:
+        """The path of the PNG file to draw next."""
+        return self._names[0]
+
+    def encode(self) -> None:
+        """Append the picture that was drawn, as soon as the one before it is encoded."""
+        self.wait()
+        self._encoding = self._thread.submit(self._encoder.add, self._names[0])
+        self._names.reverse()
+
+    def wait(self) -> None:
+        if self._encoding is not None:
+            self._encoding.result()
 
 
 def _draw(engine: Engine, png: str, side: int, picture: PictureSettings) -> None:
