@@ -226,7 +226,7 @@ void firstColumns(const FusedPass& pass, int index, int participant) {
   constexpr int planes = planesOf<ADVECTIVE>();
   Tile tiles[planes];
   for (int s = 0; s < planes; ++s) tiles[s] = scratchTile(pass, participant, s);
-  const Tile chirp = scratchTile(pass, participant, planes);
+  const Tile chirp = chirpTile(pass, participant);
   const bool keepsBase = needsOf(pass.p.method).base;
   for (int j = 0; j < line.span; ++j) {
     ComplexVector omega[2 * q];
@@ -250,7 +250,7 @@ void advanceColumns(const FusedPass& pass, int index, int participant) {
   constexpr int planes = planesOf<ADVECTIVE>();
   Tile tiles[planes];
   for (int s = 0; s < planes; ++s) tiles[s] = scratchTile(pass, participant, s);
-  const Tile chirp = scratchTile(pass, participant, planes);
+  const Tile chirp = chirpTile(pass, participant);
   for (int s = 0; s < (ADVECTIVE ? 1 : 2); ++s)
     gatherColumns(pass, update.columns, s, tiles[s], chirp);
   IntVector invalid = {};

@@ -95,7 +95,7 @@ template <bool BOUND>
 void stressRows(const FusedPass& pass, int rows, int participant) {
   const PaddedTables& line = *pass.line;
   const Tile tile = scratchTile(pass, participant, 0);
-  const Tile chirp = scratchTile(pass, participant, 1);
+  const Tile chirp = chirpTile(pass, participant);
   const float scale = pass.p.scale;
   SpeedLanes speeds;
   spreadRows(pass, 0, rows, tile);
@@ -116,7 +116,7 @@ void advectiveRows(const FusedPass& pass, int rows, int participant) {
   const PaddedTables& line = *pass.line;
   const Tile velocity = scratchTile(pass, participant, 0);
   const Tile gradient = scratchTile(pass, participant, 1);
-  const Tile chirp = scratchTile(pass, participant, 2);
+  const Tile chirp = chirpTile(pass, participant);
   const float scale = pass.p.scale;
   SpeedLanes speeds;
   spreadRows(pass, 0, rows, velocity);

@@ -88,7 +88,14 @@ ZEPH_INLINE Tile scratchTile(const FusedPass& pass, int participant, int number)
           static_cast<std::size_t>(number) * fusedTileFloats(pass, vectorWidth)};
 }
 
-// Calls pass.run<q>() for the plan's outermost radix 3 q.
+// The working memory of Bluestein's algorithm. It lies behind all tiles: what a tile holds beyond
+// its last place is zero, and has to stay so, because the lanes of rows that do not exist come from
+// it.
+ZEPH_INLINE Tile chirpTile(const FusedPass& pass, int participant) {
+  return scratchTile(pass, participant, needsOf(pass.p.operatorKind).fields);
+}
+
+// Calls run(Constant<q>) for the plan's outermost radix 3 q.
 template <class Run>
 ZEPH_INLINE void forOuterRadix(const PaddedTables& line, Run run) {
   if (line.radix == 12) return run(Constant<4>{});

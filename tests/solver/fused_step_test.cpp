@@ -113,7 +113,7 @@ TEST(FusedStep, HasTheSameBitsInOneCallAndInMany) {
 }
 
 TEST(FusedStep, HasTheSameBitsOnEveryProcessor) {
-  for (const int n : {22, 34, 134, 256}) {
+  for (const int n : {22, 34, 134, 254, 256}) {
     for (const OperatorKind kind : test::operators) {
       const Config config = test::configOf(n, Integrator::etdrk4, kind);
       const std::vector<V2> expected = spectrumAfter(config, 2);
