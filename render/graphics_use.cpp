@@ -16,8 +16,8 @@ namespace {
 // A thread that hangs must not keep the process from exiting.
 constexpr std::chrono::seconds patience(10);
 
-// A fork waits for a frame, but not for a large picture.
-constexpr std::chrono::seconds patienceOfForks(1);
+// A fork waits for a frame and for the driver's first use, but not for a very large picture.
+constexpr std::chrono::seconds patienceOfForks(5);
 
 // The first thread may end without the process: it calls pthread_exit(). If the process still lives
 // after so long, it goes on.
