@@ -1,5 +1,5 @@
-"""The command line: ``run`` computes a flow, ``film`` makes a film of one, ``view`` and ``watch``
-show a running one in a window and on a terminal, ``info`` describes the machine.
+"""The command line: ``run`` computes a flow, ``sweep`` many, ``film`` makes a film of one, ``view``
+and ``watch`` show a running one in a window and on a terminal, ``info`` describes the machine.
 
 Exit codes: 0 for success, 1 for a failure, whose message goes to standard error, 2 for wrong
 arguments, and 130 after Ctrl-C.
@@ -9,6 +9,7 @@ from __future__ import annotations
 
 import argparse
 import dataclasses
+import functools
 import json
 import sys
 import warnings
@@ -28,6 +29,8 @@ from .refusals import listed
 from .report import describe_system
 from .run import INTERRUPTED, TURNOVERS, run
 from .suiting import ZephaneWarning
+from .sweep import CHECKPOINT_SECONDS
+from .sweep_command import SETTINGS, listed_values, run_sweep
 from .watch import watch
 
 
@@ -76,6 +79,7 @@ def _parser(program: str) -> argparse.ArgumentParser:
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     _add_run(commands)
     _add_film(commands)
+    _add_sweep(commands)
     _add_watch(commands)
     _add_view(commands)
     info = commands.add_parser("info", help="describe the library and the device")
@@ -149,6 +153,67 @@ def _add_film(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> 
         f"number becomes the next, and at least {FORMATS['.mp4'].smallest}",
     )
     parser.set_defaults(command=film_flow)
+
+
+def _add_sweep(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
+    parser = commands.add_parser(
+        "sweep",
+        help="record a flow for each combination of settings",
+        description="Record a flow for each combination of settings, side by side, into a folder. "
+        "What is there already is not computed again, and a member that was broken off goes on "
+        "from its last checkpoint. Lists have commas, ranges of whole numbers a colon: --seed 0:8 "
+        "--reynolds 1000,2000 records 16 flows. Needs pip install 'zephane[data]'.",
+    )
+    parser.add_argument("folder", metavar="FOLDER", help="keeps a NetCDF file for each member")
+    settings = parser.add_argument_group("settings, each one value, a list or a range")
+    for name in SETTINGS:
+        settings.add_argument(
+            f"--{name.replace('_', '-')}",
+            metavar="LIST",
+            type=functools.partial(listed_values, name),
+            help=SETTINGS[name],
+        )
+    settings.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
+    recording = parser.add_argument_group("recording")
+    recording.add_argument(
+        "--until", metavar="T", type=float, required=True, help="run to this time exactly"
+    )
+    _add_intervals(recording, is_needed=True)
+    recording.add_argument("--velocity", action="store_true", help="record u and v with the fields")
+    recording.add_argument(
+        "--dataset",
+        metavar="FILE",
+        help="write all members as one Dataset: a NetCDF file, .nc, or a Zarr store, .zarr",
+    )
+    course = parser.add_argument_group("course")
+    course.add_argument(
+        "--jobs",
+        metavar="N",
+        type=int,
+        help="members side by side on this machine (default: as its devices, processors and memory "
+        "allow)",
+    )
+    course.add_argument(
+        "--scheduler",
+        metavar="ADDRESS",
+        help="compute on the dask.distributed cluster of this scheduler, whose workers have the "
+        "folder under the same name; needs pip install 'zephane[sweep]'",
+    )
+    course.add_argument(
+        "--checkpoint-seconds",
+        metavar="S",
+        type=float,
+        default=CHECKPOINT_SECONDS,
+        help="seconds of computing between two checkpoints of a member (default: %(default)g)",
+    )
+    course.add_argument(
+        "--progress",
+        action=argparse.BooleanOptionalAction,
+        default=True,
+        help="show a line for the whole sweep, every ten seconds a new one where the output is no "
+        "terminal (default: shown)",
+    )
+    parser.set_defaults(command=run_sweep)
 
 
 def _add_watch(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> None:
@@ -257,14 +322,7 @@ def _add_recording(parser: argparse.ArgumentParser) -> None:
         help="record figures, spectra and fields: a NetCDF file if the name ends in .nc, a Zarr "
         "store if it ends in .zarr; needs pip install 'zephane[data]'",
     )
-    for name, what in (
-        ("--every", "the figures"),
-        ("--spectra-every", "spectra and fluxes by wavenumber"),
-        ("--fields-every", "the vorticity"),
-    ):
-        recording.add_argument(
-            name, metavar="T", type=float, help=f"time of the flow between two samples of {what}"
-        )
+    _add_intervals(recording)
     recording.add_argument(
         "--at",
         metavar="NAME",
@@ -273,6 +331,21 @@ def _add_recording(parser: argparse.ArgumentParser) -> None:
         "(default: %(default)s)",
     )
     recording.add_argument("--velocity", action="store_true", help="record u and v with the fields")
+
+
+def _add_intervals(group: argparse._ArgumentGroup, is_needed: bool = False) -> None:
+    for name, what in (
+        ("--every", "the figures"),
+        ("--spectra-every", "spectra and fluxes by wavenumber"),
+        ("--fields-every", "the vorticity"),
+    ):
+        group.add_argument(
+            name,
+            metavar="T",
+            type=float,
+            required=is_needed and name == "--every",
+            help=f"time of the flow between two samples of {what}",
+        )
 
 
 def _add_picture(parser: argparse.ArgumentParser) -> None:

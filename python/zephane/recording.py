@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import math
-from collections.abc import Callable
+from collections.abc import Callable, Mapping
 from datetime import datetime, timezone
 from typing import Any
 
@@ -15,7 +15,7 @@ from .extras import need
 from .outputs import PathLike
 from .pacing import has_reached
 from .records import Clock
-from .recording_files import PURPOSE, Layout, Rows, Table, Variable, rows_for
+from .recording_files import PURPOSE, Appending, Layout, Rows, Table, Variable, rows_for
 from .refusals import checked_name, checked_single, checked_steps, checked_until, checked_whole
 from .transfers import shell_spectra, spectral_fluxes
 
@@ -100,15 +100,14 @@ def record(
         raise InvalidValueError("until and steps are missing: a recording needs an end")
     checked_name("at", at, MEETINGS)
     intervals = {"every": every, "spectra_every": spectra_every, "fields_every": fields_every}
-    wanted = {key: value for key, value in intervals.items() if value is not None}
-    checked = {key: _interval(key, value, at) for key, value in wanted.items()}
-    tables = _Sampler(engine, velocity, checked)
-    course = _Course(at, left, end, progress)
+    tables = Sampler(engine, velocity, checked_intervals(intervals, at), at)
+    course = Course(at, left, end, progress)
     layout = tables.layout()
     rows = rows_for(path, layout, tables.size(layout, course.length(engine)))
     try:
         try:
-            _run(engine, tables, rows, course)
+            tables.start()
+            run_course(engine, tables, rows, course)
         except FlowFailedError:
             if path is not None:
                 rows.finish().close()
@@ -119,6 +118,13 @@ def record(
         raise
 
 
+def checked_intervals(intervals: Mapping[str, Any], at: str = "time") -> dict[str, float]:
+    """Those intervals between samples that are not None."""
+    return {
+        key: _interval(key, value, at) for key, value in intervals.items() if value is not None
+    }
+
+
 def _interval(key: str, value: Any, at: str) -> float:
     if at == "time":
         return checked_single(key, value)
@@ -126,7 +132,7 @@ def _interval(key: str, value: Any, at: str) -> float:
 
 
 @dataclasses.dataclass
-class _Course:
+class Course:
     """What ends a recording."""
 
     at: str
@@ -148,10 +154,10 @@ class _Course:
         return not self.is_stopped
 
 
-def _run(engine: Engine, tables: _Sampler, rows: Rows, course: _Course) -> None:
+def run_course(engine: Engine, tables: Sampler, rows: Appending, course: Course) -> None:
+    """Run a flow to the end of its course, with all samples that are due on the way."""
     now = engine.advance(steps=0, fresh=False)
     begin = now
-    tables.start(0.0 if course.at == "steps" else now.simulation_time)
     while True:
         position = float(now.steps - begin.steps) if course.at == "steps" else now.simulation_time
         tables.sample(position, rows)
@@ -163,7 +169,7 @@ def _run(engine: Engine, tables: _Sampler, rows: Rows, course: _Course) -> None:
     tables.sample_end(now, rows)
 
 
-def _advance(engine: Engine, due: float, position: float, done: int, course: _Course) -> Clock:
+def _advance(engine: Engine, due: float, position: float, done: int, course: Course) -> Clock:
     """Run to the next sample, or to the end of the recording."""
     end, left = course.end, None if course.left is None else course.left - done
     if course.at == "time":
@@ -173,11 +179,14 @@ def _advance(engine: Engine, due: float, position: float, done: int, course: _Co
     return engine.advance(left, end, fresh=False, progress=course.show)
 
 
-class _Sampler:
+class Sampler:
     """The tables of a recording, and when the next sample of each is due."""
 
-    def __init__(self, engine: Engine, velocity: bool, intervals: dict[str, float]) -> None:
+    def __init__(
+        self, engine: Engine, velocity: bool, intervals: dict[str, float], at: str = "time"
+    ) -> None:
         self._engine = engine
+        self._at = at
         self._velocity = velocity
         fields = Table("field_time", {**FIELD_TIME, **VORTICITY, **(VELOCITY if velocity else {})})
         known = {"every": SERIES, "spectra_every": SPECTRA, "fields_every": fields}
@@ -209,8 +218,20 @@ class _Sampler:
             for key, table in self._tables.items()
         )
 
-    def start(self, position: float) -> None:
-        self._begin = position
+    def start(self) -> None:
+        """Begin with samples of the flow as it is. Steps are counted from here."""
+        if self._at == "time":
+            self._begin = self._engine.advance(steps=0, fresh=False).simulation_time
+
+    def save(self) -> dict[str, Any]:
+        """What ``restore`` needs to go on with the same samples, for JSON."""
+        return {"begin": self._begin, "counts": self._counts, "last_steps": self._last_steps}
+
+    def restore(self, saved: Mapping[str, Any]) -> None:
+        """Go on where another recording of the same flow was when it was saved."""
+        self._begin = float(saved["begin"])
+        self._counts = {key: int(saved["counts"][key]) for key in self._intervals}
+        self._last_steps = int(saved["last_steps"])
 
     def next(self) -> float:
         """When the next sample of any table is due."""
@@ -219,7 +240,7 @@ class _Sampler:
     def _due(self, key: str) -> float:
         return self._begin + self._counts[key] * self._intervals[key]
 
-    def sample(self, position: float, rows: Rows) -> None:
+    def sample(self, position: float, rows: Appending) -> None:
         """Take the samples that are due, of the flow as it is."""
         due = [key for key in self._tables if has_reached(position, self._due(key))]
         for key in due:
@@ -232,11 +253,11 @@ class _Sampler:
         if "every" in due:
             self._sample_series(rows)
 
-    def sample_end(self, now: Clock, rows: Rows) -> None:
+    def sample_end(self, now: Clock, rows: Appending) -> None:
         if self._last_steps != now.steps:
             self._sample_series(rows)
 
-    def _sample_series(self, rows: Rows) -> None:
+    def _sample_series(self, rows: Appending) -> None:
         now = self._engine.inspect()
         snapshot = self._engine.export(snapshot=True)
         assert snapshot is not None
@@ -249,7 +270,7 @@ class _Sampler:
         }
         rows.append(SERIES, row)
 
-    def _sample_spectra(self, rows: Rows) -> None:
+    def _sample_spectra(self, rows: Appending) -> None:
         spectrum = self._engine.spectrum()
         energy, enstrophy = shell_spectra(spectrum)
         energy_flux, enstrophy_flux = spectral_fluxes(spectrum)
@@ -262,7 +283,7 @@ class _Sampler:
         }
         rows.append(SPECTRA, row)
 
-    def _sample_fields(self, rows: Rows) -> None:
+    def _sample_fields(self, rows: Appending) -> None:
         fields = self._engine.fields(include_velocity=self._velocity)
         row = {"field_time": fields.snapshot.time, "vorticity": fields.vorticity}
         if self._velocity:

@@ -13,7 +13,7 @@ import tempfile
 from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any, Union
+from typing import Any, Protocol, Union
 
 from .errors import InvalidValueError, ZephaneError
 from .extras import need
@@ -274,6 +274,12 @@ class ZarrRows:
 
     def discard(self) -> None:
         shutil.rmtree(self._temporary, ignore_errors=True)
+
+
+class Appending(Protocol):
+    """What a run gives its samples to."""
+
+    def append(self, table: Table, row: Mapping[str, Any]) -> None: ...
 
 
 Rows = Union[MemoryRows, NetCDFRows, ZarrRows]

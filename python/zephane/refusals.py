@@ -101,6 +101,13 @@ def checked_whole(key: str, value: Any, low: int) -> int:
     return _whole(key, value, low, None, f"whole numbers from {low}")
 
 
+def checked_seconds(key: str, value: Any) -> float:
+    number = _number(key, value, "numbers from 0")
+    if number < 0.0:
+        raise InvalidValueError(f"{key} {number:g} is negative: numbers from 0")
+    return number
+
+
 def checked_pixel_size(value: Any, key: str = "pixel_size") -> int:
     return _whole(key, value, PIXEL_SIZES[0], PIXEL_SIZES[-1])
 
