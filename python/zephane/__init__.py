@@ -19,6 +19,7 @@ are NumPy arrays.
 from __future__ import annotations
 
 from ._version import read_version
+from .comparison import compare
 from .engine import Engine, initialize
 from .errors import FlowFailedError, InvalidValueError, ZephaneError
 from .fields import Fields
@@ -78,6 +79,7 @@ __all__ = [
     "ViewStatus",
     "ZephaneError",
     "ZephaneWarning",
+    "compare",
     "default_reynolds",
     "film",
     "initialize",

@@ -11,7 +11,7 @@ from typing import Any
 from ._version import read_version
 from .engine import Engine
 from .errors import FlowFailedError, InvalidValueError
-from .extras import need
+from .extras import need, register_plots
 from .outputs import PathLike
 from .pacing import has_reached
 from .records import Clock
@@ -94,6 +94,7 @@ def record(
     Recording needs xarray, and the packages of the file: ``pip install 'zephane[data]'``.
     """
     need("xarray", "data", PURPOSE)
+    register_plots()
     left = None if steps is None else checked_steps(steps)
     end = None if until is None else checked_until(until)
     if left is None and end is None:

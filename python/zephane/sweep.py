@@ -12,7 +12,7 @@ from typing import Any
 
 from ._library import LibraryPath, load
 from .errors import InvalidValueError, ZephaneError
-from .extras import need
+from .extras import need, register_plots
 from .members import Member
 from .outputs import PathLike
 from .recording import checked_intervals
@@ -96,6 +96,7 @@ def sweep(
     plan = plan_for(settings, until, intervals, velocity)
     need("xarray", "data", PURPOSE)
     need("netCDF4", "data", PURPOSE)
+    register_plots()
     count = None if jobs is None else checked_whole("jobs", jobs, 1)
     seconds = checked_seconds("checkpoint_seconds", checkpoint_seconds)
     for member in plan.members:
