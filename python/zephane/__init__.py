@@ -46,7 +46,7 @@ from .records import (
 from .shells import radial_spectrum
 from .states import SavedState, read_state
 from .suiting import ZephaneWarning, largest_cfl, suitable_cfl
-from .sweep import sweep
+from .sweeping import sweep
 from .transfers import shell_spectra, spectral_fluxes
 from .view import KEEP, View
 from .viscosity import AdaptedViscosity, resolution_number

@@ -29,7 +29,7 @@ from .refusals import listed
 from .report import describe_system
 from .run import INTERRUPTED, TURNOVERS, run
 from .suiting import ZephaneWarning
-from .sweep import CHECKPOINT_SECONDS
+from .sweeping import CHECKPOINT_SECONDS
 from .sweep_command import SETTINGS, listed_values, run_sweep
 from .watch import watch
 

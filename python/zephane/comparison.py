@@ -55,7 +55,7 @@ def _opened(xr: Any, name: str, value: Any) -> Any:
         except (OSError, ValueError) as failure:
             raise ZephaneError(f"Cannot read {path}: {failure}") from failure
     if not isinstance(value, xr.Dataset) or "time" not in value.dims:
-        raise InvalidValueError(f"{name} is no recording: a Dataset of record or sweep, or its file")
+        raise InvalidValueError(f"{name} is no recording: a Dataset with times, or its file")
     # Settings by which a member was selected are no dimensions, and differ.
     return value.drop_vars([key for key, one in value.coords.items() if not one.dims])
 

@@ -86,7 +86,7 @@ class Accessor:
         ax: Any = None,
         **style: Any,
     ) -> Any:
-        """The ensemble mean of a series with its spread, with ``members`` also thin lines of all."""
+        """The ensemble mean of a series and its spread, with ``members`` also a thin line each."""
         self._check(over)
         values = self._variable(quantity, "time")
         ax = _axes(ax)

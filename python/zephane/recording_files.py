@@ -264,13 +264,7 @@ class ZarrRows:
         return self._xr.open_zarr(self._target, consolidated=False)
 
     def _put_in_place(self) -> None:
-        if not os.path.exists(self._target):
-            os.rename(self._temporary, self._target)
-            return
-        old = _temporary_name(self._target)
-        os.rename(self._target, old)
-        os.rename(self._temporary, self._target)
-        shutil.rmtree(old)
+        _replace_store(self._temporary, self._target)
 
     def discard(self) -> None:
         shutil.rmtree(self._temporary, ignore_errors=True)
@@ -313,6 +307,39 @@ def is_netcdf(path: str) -> bool:
             f"{ZARR_ENDING}"
         )
     return ending == NETCDF_ENDING
+
+
+def write_dataset(dataset: Any, path: str) -> None:
+    """Write a whole Dataset to a NetCDF file or a Zarr store. It is whole or not there."""
+    check_recording(path, 0)
+    target = os.path.realpath(path)
+    temporary = _temporary_name(target)
+    # How the files were laid out that it was read from does not suit it.
+    plain = dataset.copy()
+    for variable in plain.variables.values():
+        variable.encoding = {}
+    try:
+        with _writing(path):
+            if is_netcdf(path):
+                plain.to_netcdf(temporary, engine="netcdf4")
+                os.replace(temporary, target)
+            else:
+                plain.to_zarr(temporary)
+                _replace_store(temporary, target)
+    finally:
+        shutil.rmtree(temporary, ignore_errors=True)
+        with contextlib.suppress(OSError):
+            os.unlink(temporary)
+
+
+def _replace_store(temporary: str, target: str) -> None:
+    if not os.path.exists(target):
+        os.rename(temporary, target)
+        return
+    old = _temporary_name(target)
+    os.rename(target, old)
+    os.rename(temporary, target)
+    shutil.rmtree(old)
 
 
 def _temporary_name(target: str) -> str:

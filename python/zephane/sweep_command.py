@@ -9,8 +9,8 @@ from typing import Any
 from ._library import given, load
 from .members import FAILED_AT
 from .outputs import PathLike
-from .recording_files import check_recording, is_netcdf
-from .sweep import sweep
+from .recording_files import check_recording, write_dataset
+from .sweeping import sweep
 from .sweep_data import TIMES
 
 # What can be swept, with its help.
@@ -85,7 +85,7 @@ def run_sweep(options: argparse.Namespace) -> int:
     )
     with made:
         if options.dataset is not None:
-            _write(made, options.dataset)
+            write_dataset(made, options.dataset)
         failed = int(made[FAILED_AT].notnull().sum())
         print(_described(made, options.folder, failed), flush=True)
     return 1 if failed else 0
@@ -104,10 +104,3 @@ def _described(made: Any, folder: PathLike, failed: int) -> str:
             f"  folder    {folder}",
         ]
     )
-
-
-def _write(made: Any, path: str) -> None:
-    if is_netcdf(path):
-        made.to_netcdf(path, engine="netcdf4")
-    else:
-        made.to_zarr(path, mode="w")

@@ -49,7 +49,7 @@ def combined(paths: Sequence[str], dimensions: Mapping[str, Sequence[Any]], is_k
     parts = [_opened(xr, path, is_kept) for path in paths]
     times = {name: _longest(parts, name) for name in TIMES if name in parts[0].dims}
     # A Reynolds number that is a dimension needs no series besides.
-    parts = [_ready(part, times).drop_vars(dimensions, errors="ignore") for part in parts]
+    parts = [_ready(part, times).drop_vars(list(dimensions), errors="ignore") for part in parts]
     made = _stacked(xr, parts, [len(values) for values in dimensions.values()], list(dimensions))
     made = made.assign_coords({key: _coordinate(key, values) for key, values in dimensions.items()})
     for key in (*dimensions, FAILURE, FAILED_AT):

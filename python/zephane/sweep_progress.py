@@ -37,7 +37,8 @@ class Board:
         self.warnings: dict[int, str] = {}
         """The first one of each member."""
         self._members = members
-        self._done = there
+        self._there = there
+        self._finished: set[int] = set()
         self._until = until
         self._shares: dict[int, float] = {}
         self._is_terminal = sys.stderr.isatty()
@@ -59,10 +60,10 @@ class Board:
             self.warnings.setdefault(report.place, report.warning)
         elif report.error is not None or report.is_done:
             self._shares.pop(report.place, None)
-            self._done += 1
+            self._finished.add(report.place)
             if report.error is not None:
                 self.errors[report.place] = report.error
-        elif report.time is not None:
+        elif report.time is not None and report.place not in self._finished:
             self._shares[report.place] = min(report.time / (self._until or 1.0), 1.0)
 
     def line(self) -> str:
@@ -73,6 +74,10 @@ class Board:
         if left is not None and self._done < self._members:
             parts.insert(0, f"{clock(left)} left")
         return f"{100 * self._share():3.0f} %  {'  '.join(parts)}"
+
+    @property
+    def _done(self) -> int:
+        return self._there + len(self._finished)
 
     def _share(self) -> float:
         return (self._done + sum(self._shares.values())) / max(self._members, 1)

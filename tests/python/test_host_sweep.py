@@ -9,7 +9,6 @@ import signal
 import subprocess
 import sys
 import time
-import warnings
 from collections.abc import Iterator
 from pathlib import Path
 from typing import Any, Callable
@@ -20,7 +19,7 @@ import pytest
 import zephane
 from zephane.members import Member, Stopped, run_member
 from zephane.records import Config
-from zephane.sweep import plan_for
+from zephane.sweeping import plan_for
 from zephane.sweep_local import Place, places_for, share_out
 from zephane.sweep_progress import Board, Report
 
@@ -97,7 +96,7 @@ def test_a_member_that_blows_up_is_told_with_its_time_and_the_others_go_on(
 ) -> None:
     wanted = {"fixed_dt": [1e-2, 0.5], "reynolds": 1e6, "until": 20.0, "every": 1.0}
     for _ in range(2):  # It is told again where it is there already.
-        with pytest.warns(zephane.ZephaneWarning, match="fixed_dt 0.5: the flow blew up at") as told:
+        with pytest.warns(zephane.ZephaneWarning, match="fixed_dt 0.5: the flow blew") as told:
             ds = sweep(**wanted, path=tmp_path)
         failed_at = float(ds.failed_at.sel(fixed_dt=0.5))
         assert f"blew up at time {failed_at:g};" in str(told[-1].message)
@@ -329,6 +328,7 @@ def test_one_line_shows_all_members(monkeypatch, capsys) -> None:
     board.reports.put(Report(1, time=5.0))
     board.reports.put(Report(2, time=2.5))
     board.reports.put(Report(3, error="lost"))
+    board.reports.put(Report(3, time=1.0))  # A late one.
     board.update(0.0)
     assert board.line().startswith(" 69 %  ") and "2 of 4 members done  2 running" in board.line()
     assert board.errors == {3: "lost"}
@@ -355,14 +355,17 @@ def command(
     return call
 
 
-def test_the_command_writes_the_dataset(command, tmp_path: Path) -> None:
-    done = command("--resolution", "16,32", "--seed", "1,4:6", "--until", "0.2", "--every", "0.1",
-                   "--dataset", "all.nc")  # fmt: skip
+@pytest.mark.parametrize("name, kind", [("all.nc", "netcdf4"), ("all.zarr", "zarr")])
+def test_the_command_writes_the_dataset(command, tmp_path: Path, name: str, kind: str) -> None:
+    done = command("--resolution", "16", "--cfl", "1,2", "--seed", "1,4:6", "--until", "0.2",
+                   "--every", "0.1", "--fields-every", "0.1", "--dataset", name)  # fmt: skip
     assert done.returncode == 0 and done.stderr == ""
-    assert "members   6 (2 resolution x 3 seed)" in done.stdout
-    with xr.open_dataset(tmp_path / "all.nc") as ds:
-        assert dict(ds.energy.sizes) == {"resolution": 2, "seed": 3, "time": 3}
+    assert "members   6 (3 seed x 2 cfl)" in done.stdout
+    with xr.open_dataset(tmp_path / name, engine=kind) as ds:
+        assert dict(ds.energy.sizes) == {"cfl": 2, "seed": 3, "time": 3}
         assert list(ds.seed) == [1, 4, 5]
+        assert ds.vorticity.shape == (3, 2, 3, 16, 16) and ds.vorticity.notnull().all()
+    assert sorted(os.listdir(tmp_path)) == sorted((name, "made"))
     assert len(list((tmp_path / "made").glob("*.nc"))) == 6
 
 

@@ -75,9 +75,9 @@ def sweep(
     ``record``.
 
     The members run side by side: one process for each GPU, or as many as there are processors,
-    among which these are shared out, and as the memory holds; ``jobs`` limits them. With ``client``, a
-    ``dask.distributed.Client``, or the address of its ``scheduler``, they run on a cluster instead,
-    whose workers need ``zephane`` and the folder ``path`` under the same name.
+    among which these are shared out, and as the memory holds; ``jobs`` limits them. With
+    ``client``, a ``dask.distributed.Client``, or the address of its ``scheduler``, they run on a
+    cluster instead, whose workers need ``zephane`` and the folder ``path`` under the same name.
 
     ``path`` is a folder that keeps a file for each member: what is there already is not computed
     again, and a member that was broken off goes on from its last checkpoint, with the same bits. A
