@@ -14,6 +14,7 @@ from .terminal import CLEAR_TO_END_OF_LINE, draws_blocks
 
 # The rate from which the time left follows is an average over this time.
 RATE_SECONDS = 20.0
+LEAST_SECONDS = 2.0
 
 
 @dataclass(frozen=True)
@@ -89,7 +90,9 @@ class Board:
             self._recent.popleft()
         began, first = self._recent[0]
         gained = share - first
-        return (1.0 - share) * (moment - began) / gained if gained > 0.0 else None
+        if gained <= 0.0 or moment - began < LEAST_SECONDS:
+            return None
+        return (1.0 - share) * (moment - began) / gained
 
     def _show(self) -> None:
         if not self._is_shown:
