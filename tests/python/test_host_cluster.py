@@ -106,7 +106,7 @@ def test_a_cluster_computes_what_this_machine_does(client, tmp_path: Path, libra
 
 
 def test_a_worker_that_is_killed_costs_its_last_checkpoint(
-    cluster: Cluster, client, tmp_path: Path, python_path: Path, library_path: Path
+    cluster: Cluster, client: Any, tmp_path: Path, python_path: Path, library_path: Path
 ) -> None:
     settings: dict[str, Any] = {"resolution": 128, "reynolds": 800.0, "seed": [7, 8], "until": 6.0,
                                 "every": 0.5, "fields_every": 3.0}  # fmt: skip
@@ -121,12 +121,10 @@ def test_a_worker_that_is_killed_costs_its_last_checkpoint(
         text=True,
     )  # fmt: skip
     deadline = time.monotonic() + 60.0
-    while not list(tmp_path.glob("made/*/checkpoint.json")) and time.monotonic() < deadline:
+    while len(list(tmp_path.glob("made/*/checkpoint.json"))) < 2 and time.monotonic() < deadline:
         time.sleep(0.01)
-    running = {name for name, work in client.processing().items() if work}
-    names = client.scheduler_info()["workers"]
-    victim = sorted(str(names[address]["name"]) for address in running)[0]
-    cluster.workers[victim].send_signal(signal.SIGKILL)
+    cluster.workers["b"].send_signal(signal.SIGKILL)
+    cluster.add("c")
     output, errors = command.communicate(timeout=120)
     assert command.returncode == 0, errors
     assert "members   2 (2 seed)" in output
@@ -138,7 +136,6 @@ def test_a_worker_that_is_killed_costs_its_last_checkpoint(
         capture_output=True, text=True,
     ).stdout  # fmt: skip
     assert histories.count("seed") == 1
-    cluster.add("c")
 
 
 def test_a_member_that_cannot_be_kept_is_told_by_its_worker(
