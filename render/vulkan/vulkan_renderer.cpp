@@ -55,6 +55,9 @@ struct Picture {
 
 struct Renderer::Impl {
   Impl(int computeDevice, const NativeWindow* window);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
 
   Drawing& drawingFor(TexelFormat format);
   PicturePipelines& pipelinesFor(TexelFormat format);
@@ -88,6 +91,11 @@ Renderer::Impl::Impl(int computeDevice, const NativeWindow* window)
   if (window == nullptr) return;
   chain.emplace(device);
   interface.emplace(device, drawingFor(chain->format()).pass.get(), chain->format());
+}
+
+// What is being drawn or shown uses the members, which are destroyed one by one.
+Renderer::Impl::~Impl() {
+  device.vk.vkDeviceWaitIdle(device.handle());
 }
 
 Drawing& Renderer::Impl::drawingFor(TexelFormat format) {

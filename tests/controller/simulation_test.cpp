@@ -115,7 +115,7 @@ TEST(RunningFlow, MatchesTheFlowOfASolver) {
   test::afterSteps(controller, 100);
   controller.step();  // ends with statistics and a frame of the last step
   const Status status = test::whenSettled(controller);
-  Solver solver(test::configOf(16));
+  Solver solver(test::lastingFlow());
   solver.advance(static_cast<std::int32_t>(status.stats.steps));
   EXPECT_EQ(status.stats.time, solver.lastStats().time);
   EXPECT_EQ(status.stats.energy, solver.inspect().energy);

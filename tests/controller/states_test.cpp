@@ -41,7 +41,7 @@ TEST_F(ViewStates, AreThoseOfTheFlowAfterWholeSteps) {
     const StateRecord state = controller.askState().get();
     EXPECT_GT(state.clock.steps, seen);
     seen = state.clock.steps;
-    Solver solver(test::configOf(16));
+    Solver solver(test::lastingFlow());
     solver.advance(static_cast<std::int32_t>(seen));
     EXPECT_TRUE(test::sameBits(state.omega, solver.state().omega));
     EXPECT_TRUE(test::sameBits(state.correction, solver.state().correction));
