@@ -70,7 +70,7 @@ TEST_F(RunTest, EndsAtItsTimeAndNoLater) {
   EXPECT_FALSE(status.running);
   EXPECT_FALSE(controller.control().running);
   EXPECT_EQ(status.error_message, "");
-  Solver solver(test::configOf(16));
+  Solver solver(run.config);
   EXPECT_EQ(status.stats.steps, solver.advance(100000, 0.75).steps);
   EXPECT_EQ(status.stats.energy, solver.inspect().energy);
   EXPECT_EQ(status.frame->sequence, status.stats.steps);
@@ -241,7 +241,7 @@ TEST_F(RunTest, WritesItsSpectrumAndItsFields) {
   run.field = path("field");
   Controller controller(run, test::processor);
   test::whenFinished(controller);
-  Solver solver(test::configOf(16));
+  Solver solver(run.config);
   solver.advance(100000, 0.5);
   EXPECT_TRUE(test::sameBits(read<V2>("spectrum"), solver.spectrum()));
   EXPECT_TRUE(test::sameBits(read<float>("field"), solver.copyFields(*solver.snapshot(true))));
