@@ -1,8 +1,8 @@
 #include "boundary/system_description.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -95,12 +95,12 @@ cudaDeviceProp adoptDevice() {
 }  // namespace
 
 std::int32_t chooseDevice() {
-  const char* text = std::getenv("ZEPHANE_DEVICE");
+  const std::optional<std::string> text = platform::environmentVariable("ZEPHANE_DEVICE");
   if (!text) return firstUsableDevice();
-  if (!isDecimal(text))
+  if (!isDecimal(*text))
     throw std::invalid_argument("ZEPHANE_DEVICE must be a nonnegative device index.");
   constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
-  return static_cast<std::int32_t>(decimalValue(text, largest, "stoi argument out of range"));
+  return static_cast<std::int32_t>(decimalValue(*text, largest, "stoi argument out of range"));
 }
 
 Json initialize() {

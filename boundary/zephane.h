@@ -14,8 +14,10 @@
 #ifndef ZEPHANE_H
 #define ZEPHANE_H
 
-#if defined(_WIN32)
+#if defined(_WIN32) && defined(zephane_EXPORTS)
 #define ZEPHANE_EXPORT __declspec(dllexport)
+#elif defined(_WIN32)
+#define ZEPHANE_EXPORT __declspec(dllimport)
 #else
 #define ZEPHANE_EXPORT __attribute__((visibility("default")))
 #endif

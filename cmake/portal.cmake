@@ -5,7 +5,9 @@
 
 set(ZEPHANE_PORTAL_FOUND FALSE)
 set(ZEPHANE_PORTAL_LACK "ZEPHANE_PORTAL is off")
-if(ZEPHANE_PORTAL)
+if(WIN32)
+  set(ZEPHANE_PORTAL_LACK "Windows has its own dialogs")
+elseif(ZEPHANE_PORTAL)
   find_path(ZEPHANE_DBUS_FOLDER dbus/dbus.h PATH_SUFFIXES dbus-1.0)
   # The header that depends on the architecture is in a folder beside the library.
   get_filename_component(prefix "${ZEPHANE_DBUS_FOLDER}/../.." ABSOLUTE)

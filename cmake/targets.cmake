@@ -72,19 +72,27 @@ endfunction()
 function(zephane_library target core)
   add_library(${target} SHARED boundary/exports.cpp)
   target_link_libraries(${target} PRIVATE ${core})
+  set_target_properties(${target} PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
+                                             RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
+                                             ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+  if(WIN32)
+    # zephane.dll. The header marks what it exports.
+    set_target_properties(${target} PROPERTIES PREFIX "")
+    target_link_options(${target} PRIVATE -Wl,--exclude-all-symbols)
+  else()
+    zephane_shared_object(${target})
+  endif()
+endfunction()
+
+function(zephane_shared_object target)
   set(map ${PROJECT_SOURCE_DIR}/boundary/exports.map)
   # Never unloaded: the library's threads sleep in its code.
-  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined
-                                        -Wl,-z,nodelete)
+  target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,-z,nodelete)
   # SOVERSION is the version of the interface, which zp_initialize() reports as "abi_version".
-  set_target_properties(${target} PROPERTIES SOVERSION 1 LINK_DEPENDS ${map}
-                                             LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
-  if(ZEPHANE_SANITIZE)
-    # The sanitizers' symbols come from the process that loads the library.
-    set_property(TARGET ${target} PROPERTY LINK_OPTIONS
-                 -Wl,--version-script=${map} -Wl,-z,nodelete)
-  else()
-    # The library must run on machines whose C++ library is older, or missing.
-    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  set_target_properties(${target} PROPERTIES SOVERSION 1 LINK_DEPENDS ${map})
+  if(NOT ZEPHANE_SANITIZE)
+    # The library must run on machines whose C++ library is older, or missing. (The sanitizers'
+    # symbols come from the process that loads it.)
+    target_link_options(${target} PRIVATE -Wl,--no-undefined -static-libstdc++ -static-libgcc)
   endif()
 endfunction()

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,9 @@ std::size_t lastLevelCacheBytes();
 
 // The processor's model name, or "Processor" if it is unknown.
 std::string processorModel();
+
+// A variable of the process's environment as it is now.
+std::optional<std::string> environmentVariable(const char* name);
 
 // A path from UTF-8 text. Text with an embedded NUL gives the empty path, which cannot be opened.
 std::filesystem::path pathFromUtf8(std::string_view text);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 
 #include "platform/linux/control_groups.h"
@@ -67,6 +68,11 @@ std::string processorModel() {
     return line.substr(begin, line.find_last_not_of(" \t") + 1 - begin);
   }
   return "Processor";
+}
+
+std::optional<std::string> environmentVariable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
 }
 
 std::filesystem::path pathFromUtf8(std::string_view text) {
