@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -9,26 +7,19 @@
 #include "boundary/system_description.h"
 #include "tests/boundary/failure_text.h"
 #include "tests/support/devices.h"
+#include "tests/support/environment_variable.h"
 
 namespace zeph {
 namespace {
 
 class DeviceChoice : public testing::Test {
  protected:
-  DeviceChoice() {
-    if (const char* value = std::getenv(name)) before_ = value;
-    unsetenv(name);
-  }
-  ~DeviceChoice() override {
-    unsetenv(name);
-    if (before_) choose(*before_);
-  }
+  DeviceChoice() { variable_.remove(); }
 
-  static void choose(const std::string& value) { setenv(name, value.c_str(), 1); }
+  void choose(const std::string& value) const { variable_.set(value); }
 
  private:
-  static constexpr const char* name = "ZEPHANE_DEVICE";
-  std::optional<std::string> before_;
+  test::EnvironmentVariable variable_{"ZEPHANE_DEVICE"};
 };
 
 TEST_F(DeviceChoice, TheDefaultIsTheFirstGpuOrElseTheProcessor) {

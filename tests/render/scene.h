@@ -1,8 +1,10 @@
 // Frames made by hand, and a renderer that draws them.
 #pragma once
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
+#ifdef __SANITIZE_ADDRESS__
+#include <dlfcn.h>
+#endif
 
 #include <algorithm>
 #include <cmath>

@@ -24,9 +24,21 @@ std::atomic<std::size_t> allocations{0};
 
 void* counted(std::size_t bytes, std::size_t alignment) {
   ++allocations;
+#ifdef _WIN32
+  void* block = _aligned_malloc(bytes, alignment);
+#else
   void* block = std::aligned_alloc(alignment, (bytes + alignment) / alignment * alignment);
+#endif
   if (block == nullptr) throw std::bad_alloc();
   return block;
+}
+
+void release(void* block) noexcept {
+#ifdef _WIN32
+  _aligned_free(block);
+#else
+  std::free(block);
+#endif
 }
 
 constexpr std::size_t plainAlignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
@@ -41,16 +53,16 @@ constexpr std::size_t plainAlignment = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
   return counted(bytes, static_cast<std::size_t>(alignment));
 }
 [[gnu::noinline]] void operator delete(void* block) noexcept {
-  std::free(block);
+  release(block);
 }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
+  release(block);
 }
 [[gnu::noinline]] void operator delete(void* block, std::align_val_t) noexcept {
-  std::free(block);
+  release(block);
 }
 [[gnu::noinline]] void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  std::free(block);
+  release(block);
 }
 
 namespace zeph {

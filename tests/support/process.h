@@ -1,14 +1,43 @@
 // The open files and threads of the process.
 #pragma once
 
+#ifdef _WIN32
+#include <windows.h>
+// After windows.h.
+#include <tlhelp32.h>
+#else
+#include <filesystem>
+#include <iterator>
+#endif
+
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
-#include <filesystem>
-#include <iterator>
 #include <thread>
 
 namespace zeph::test {
+
+#ifdef _WIN32
+
+// Files, and whatever else the system counts as one.
+inline std::ptrdiff_t openFiles() {
+  DWORD handles = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &handles);
+  return static_cast<std::ptrdiff_t>(handles);
+}
+
+inline std::ptrdiff_t listedThreads() {
+  const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+  THREADENTRY32 thread = {};
+  thread.dwSize = sizeof(thread);
+  std::ptrdiff_t count = 0;
+  for (BOOL found = Thread32First(all, &thread); found; found = Thread32Next(all, &thread))
+    count += thread.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+  CloseHandle(all);
+  return count;
+}
+
+#else
 
 inline std::ptrdiff_t entriesOf(const char* folder) {
   namespace fs = std::filesystem;
@@ -19,12 +48,18 @@ inline std::ptrdiff_t openFiles() {
   return entriesOf("/proc/self/fd");
 }
 
+inline std::ptrdiff_t listedThreads() {
+  return entriesOf("/proc/self/task");
+}
+
+#endif
+
 // A joined thread may be listed a moment longer, so it reads repeatedly.
 inline std::ptrdiff_t threads() {
-  std::ptrdiff_t least = entriesOf("/proc/self/task");
+  std::ptrdiff_t least = listedThreads();
   for (int look = 0; look < 20; ++look) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    least = std::min(least, entriesOf("/proc/self/task"));
+    least = std::min(least, listedThreads());
   }
   return least;
 }

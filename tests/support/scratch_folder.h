@@ -1,26 +1,32 @@
 // A folder that exists as long as the object.
 #pragma once
 
-#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): mkdtemp
-
 #include <filesystem>
-#include <stdexcept>
+#include <random>
 #include <string>
+
+#include "platform/system.h"
 
 namespace zeph::test {
 
 class ScratchFolder {
  public:
   ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zephane-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("No scratch folder.");
-    path_ = pattern;
+    std::random_device number;
+    do {
+      path_ = std::filesystem::temp_directory_path() / ("zephane-" + std::to_string(number()));
+    } while (!std::filesystem::create_directory(path_));
   }
   ~ScratchFolder() { std::filesystem::remove_all(path_); }
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
+  const std::filesystem::path& path() const { return path_; }
+
+  // The path of a file in it, in UTF-8.
+  std::string file(const std::string& name) const {
+    return platform::pathToUtf8(path_ / platform::pathFromUtf8(name));
+  }
 
  private:
   std::filesystem::path path_;
