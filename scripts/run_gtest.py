@@ -33,9 +33,15 @@ class Result:
         self.words = words
 
 
+def command_of(program: str) -> list[str]:
+    """How a program is started: one for Windows in Wine."""
+    wine = [str(Path(__file__).with_name("run_in_wine"))] if program.endswith(".exe") else []
+    return [*wine, program]
+
+
 def tests_of(program: str, only: str) -> list[str]:
     listing = subprocess.run(
-        [program, "--gtest_list_tests", f"--gtest_filter={only}"],
+        [*command_of(program), "--gtest_list_tests", f"--gtest_filter={only}"],
         check=True,
         capture_output=True,
         text=True,
@@ -75,7 +81,7 @@ def run_process(program: str, names: list[str]) -> tuple[list[Result], str, int]
         flags.write(f"--gtest_filter={':'.join(names)}\n--gtest_color=no\n")
         flags.flush()
         process = subprocess.Popen(
-            [program, f"--gtest_flagfile={flags.name}"],
+            [*command_of(program), f"--gtest_flagfile={flags.name}"],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,

@@ -6,7 +6,7 @@
 #include <numbers>
 
 #include "device/cpu/parallel.h"
-#include "solver/elementary_functions.h"
+#include "platform/elementary_functions.h"
 
 namespace zeph {
 namespace {

@@ -26,10 +26,16 @@ class EnvironmentVariable {
   void set(const std::string& value) const {
     SetEnvironmentVariableA(name_.c_str(), value.c_str());
   }
-  void remove() const { SetEnvironmentVariableA(name_.c_str(), nullptr); }
+  void remove() const {
+    SetEnvironmentVariableA(name_.c_str(), nullptr);
+  }
 #else
-  void set(const std::string& value) const { setenv(name_.c_str(), value.c_str(), 1); }
-  void remove() const { unsetenv(name_.c_str()); }
+  void set(const std::string& value) const {
+    setenv(name_.c_str(), value.c_str(), 1);
+  }
+  void remove() const {
+    unsetenv(name_.c_str());
+  }
 #endif
 
  private:

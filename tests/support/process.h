@@ -6,6 +6,7 @@
 // After windows.h.
 #include <tlhelp32.h>
 #else
+#include <ctime>
 #include <filesystem>
 #include <iterator>
 #endif
@@ -37,6 +38,17 @@ inline std::ptrdiff_t listedThreads() {
   return count;
 }
 
+// Processor time of the whole process.
+inline double processorSeconds() {
+  FILETIME began, ended, inKernel, inProgram;
+  GetProcessTimes(GetCurrentProcess(), &began, &ended, &inKernel, &inProgram);
+  const auto seconds = [](const FILETIME& time) {
+    constexpr double ticks = 1e7;  // a second
+    return (static_cast<double>(time.dwHighDateTime) * 0x1p32 + time.dwLowDateTime) / ticks;
+  };
+  return seconds(inKernel) + seconds(inProgram);
+}
+
 #else
 
 inline std::ptrdiff_t entriesOf(const char* folder) {
@@ -50,6 +62,11 @@ inline std::ptrdiff_t openFiles() {
 
 inline std::ptrdiff_t listedThreads() {
   return entriesOf("/proc/self/task");
+}
+
+// Processor time of the whole process.
+inline double processorSeconds() {
+  return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
 }
 
 #endif

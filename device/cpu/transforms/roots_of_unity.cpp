@@ -1,7 +1,9 @@
 #include "device/cpu/transforms/roots_of_unity.h"
 
-#include <cmath>
 #include <numbers>
+#include <utility>
+
+#include "platform/elementary_functions.h"
 
 namespace zeph::cpu {
 namespace {
@@ -45,8 +47,9 @@ std::complex<double> rootOfUnity(std::int64_t numerator, std::int64_t denominato
   const double angle = std::numbers::pi / 4 *
                        static_cast<double>(descending ? denominator - inOctant : inOctant) /
                        static_cast<double>(denominator);
-  double along = std::cos(angle);
-  double across = std::sin(angle);
+  const SineCosine found = sineCosine(angle);
+  double along = found.cosine.hi;
+  double across = found.sine.hi;
   if (descending) std::swap(along, across);
   switch (octant / 2) {
     case 0:

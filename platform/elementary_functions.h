@@ -1,5 +1,5 @@
-// Sine, cosine and exponential of the start fields, by IEEE double operations alone: a seed gives
-// the same field with every C library and on every system.
+// Sine, cosine and exponential of the start fields and of the transforms' tables, by IEEE double
+// operations alone: a seed gives the same flow with every C library and on every system.
 #pragma once
 
 namespace zeph {

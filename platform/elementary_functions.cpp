@@ -1,4 +1,4 @@
-#include "solver/elementary_functions.h"
+#include "platform/elementary_functions.h"
 
 #include <array>
 #include <bit>
