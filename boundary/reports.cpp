@@ -38,10 +38,9 @@ WindowState windowOf(Canvas& canvas) {
 // In device-independent units.
 Json canvasReport(Canvas& canvas, bool isVisible) {
   const WindowState window = windowOf(canvas);
-  const auto scale = static_cast<double>(window.scale);
-  return {{"width_points", window.width / scale},
-          {"height_points", window.height / scale},
-          {"scale", scale},
+  return {{"width_points", window.width / window.scale},
+          {"height_points", window.height / window.scale},
+          {"scale", window.scale},
           {"visible", isVisible && window.isVisible}};
 }
 

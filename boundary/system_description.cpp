@@ -13,6 +13,7 @@
 #include "platform/system.h"
 #include "platform/system_memory.h"
 #include "render/graphics_use.h"
+#include "render/renderer.h"
 
 namespace zeph {
 
@@ -66,8 +67,10 @@ void addDevice(Json& object, int device) {
   object["precision"] = "float32";
 }
 
-// The GPUs come first; the processor, always the last device, runs every kernel.
+// One that the display can show, if not every one can. The GPUs come first; the processor, always
+// the last device, runs every kernel.
 int firstUsableDevice() {
+  if (const std::optional<int> shown = displayDevice()) return *shown;
   int count = 0;
   check(cudaGetDeviceCount(&count), "cudaGetDeviceCount(&count)");
   int device = 0;

@@ -37,13 +37,11 @@ class RenderLoop {
  private:
   static bool isShown(const RenderTurn& turn, const WindowState& window);
   void show(const RenderTurn& turn, const WindowState& window);
-  void present(Presentation next);
+  bool present(Presentation next);
   void waitForLatency();
   void finishTurn();
   std::optional<double> longestWait(bool isShown) const;
   void waitForStop();
-  void handleEvents();
-  void click(const Click& click, const WindowState& window);
 
   UIHandle& ui_;
   Canvas& canvas_;
@@ -85,7 +83,7 @@ void RenderLoop::run() {
     // While the process ends, nothing may be drawn; the view may still be closed.
     if (!*use_ || !renderer_ || processIsEnding()) return waitForStop();
     for (const ExportTask& task : turn->exports) runExport(*renderer_, task);
-    handleEvents();
+    if (canvas_.takeEvents()) onScreen_.reset();
     const WindowState window = canvas_.window();
     const bool shown = isShown(*turn, window);
     if (shown && grid_.isDue(now())) show(*turn, window);
@@ -130,14 +128,16 @@ void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
     height_ = window.height;
     onScreen_.reset();
   }
-  const float side = static_cast<float>(std::min(width_, height_)) / window.scale;
+  const auto scale = static_cast<float>(window.scale);
+  const float side = static_cast<float>(std::min(width_, height_)) / scale;
   Presentation next = {.frame = turn.status.frame,
                        .settings = turn.settings,
                        .overlay = overlayOf(turn.status, side),
                        .side = side,
-                       .scale = window.scale};
+                       .scale = scale};
+  bool isNew = false;
   try {
-    present(std::move(next));
+    isNew = present(std::move(next));
   } catch (const std::exception&) {
     // The host may destroy its window in the middle of a frame, which is no failure of the view.
     if (!canvas_.isParentGone()) throw;
@@ -148,7 +148,7 @@ void RenderLoop::show(const RenderTurn& turn, const WindowState& window) {
     ui_.countPresentation();
     hasShownFrame_ = true;
   }
-  waitForLatency();
+  if (isNew) waitForLatency();
 }
 
 // The image just presented is drawn, and it alone waits for the screen.
@@ -158,46 +158,16 @@ void RenderLoop::waitForLatency() {
   renderer_->waitForScreen(std::max(end - now(), 0.0));
 }
 
-// Draws nothing if the screen already shows just this.
-void RenderLoop::present(Presentation next) {
+// Draws nothing if the screen already shows just this. Returns whether something was presented.
+bool RenderLoop::present(Presentation next) {
   renderer_->resize(static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
-  if (onScreen_ && *onScreen_ == next) return;
+  if (onScreen_ && *onScreen_ == next && !renderer_->repeats()) return false;
   onScreen_.reset();
   isDrawing_ = true;
   if (!hasShownFrame_ && !firstUseGuard_) firstUseGuard_.emplace();
-  if (renderer_->present(next)) onScreen_ = std::move(next);
-}
-
-void RenderLoop::handleEvents() {
-  const Canvas::Events events = canvas_.takeEvents();
-  if (events.isExposed) onScreen_.reset();
-  for (const Click& one : events.clicks) {
-    try {
-      click(one, canvas_.window());
-    } catch (const std::exception& failure) {
-      ui_.reportError(failure.what());
-    }
-    canvas_.focusParent();
-  }
-}
-
-void RenderLoop::click(const Click& click, const WindowState& window) {
-  const auto button = buttonAt(static_cast<float>(click.x) / window.scale,
-                               static_cast<float>(click.y) / window.scale,
-                               static_cast<float>(canvas_.height()) / window.scale);
-  const auto lock = ui_.lock();
-  if (!button || !ui_.isReady()) return;
-  switch (*button) {
-    case Button::toggle:
-      ui_.toggle();
-      break;
-    case Button::step:
-      ui_.step();
-      break;
-    case Button::reset:
-      ui_.reset();
-      break;
-  }
+  if (!renderer_->present(next)) return false;
+  onScreen_ = std::move(next);
+  return true;
 }
 
 }  // namespace
@@ -205,6 +175,7 @@ void RenderLoop::click(const Click& click, const WindowState& window) {
 void renderFrames(UIHandle& ui, Canvas& canvas, int device) {
   try {
     platform::enterOwnThread();
+    const std::shared_ptr<void> entered = enterRenderThread();
     check(cudaSetDevice(device), "cudaSetDevice(deviceId)");
     RenderLoop(ui, canvas, device).run();
   } catch (const std::exception& failure) {

@@ -1,11 +1,12 @@
 // The renderer: everything that belongs to a GPU's picture of the flow. A renderer is confined to
 // the thread that has made it; there may be any number of them.
 //
-// It is implemented once for each graphics system: on Linux, render/vulkan.
+// It is implemented once for each graphics system: on Linux render/vulkan, on Windows render/d3d11.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,14 @@ struct Presentation {
 
   bool operator==(const Presentation&) const = default;
 };
+
+// The device whose frames the system's first usable graphics adapter shows, or none if any device's
+// can be shown. Raises std::runtime_error if there is a GPU for computing but no adapter of it.
+std::optional<int> displayDevice();
+
+// What the graphics system needs of the thread that presents, kept until after the renderer is
+// gone: on Windows COM and a precise timer. Raises std::runtime_error.
+std::shared_ptr<void> enterRenderThread();
 
 class Renderer {
  public:
@@ -59,6 +68,8 @@ class Renderer {
   // false if nothing could be shown this time.
   void resize(std::uint32_t width, std::uint32_t height);
   bool present(const Presentation& presentation);
+  // Whether a picture that is on the screen already is to be presented again all the same.
+  bool repeats() const;
   // Waits until the last presentation has been drawn, at most so long. False if it still is being
   // drawn.
   bool waitForDrawing(double seconds);

@@ -16,9 +16,17 @@ Renderer::Renderer(int) {
 
 Renderer::Renderer(int, const NativeWindow&) : Renderer(0) {}
 
+std::shared_ptr<void> enterRenderThread() {
+  return nullptr;
+}
+
+std::optional<int> displayDevice() {
+  return std::nullopt;
+}
+
 struct Canvas::Impl {};
 
-Canvas::Canvas(void*) {
+Canvas::Canvas(void*, std::function<void(const Click&)>) {
   throw std::runtime_error("Cannot create native canvas.");
 }
 
@@ -47,15 +55,9 @@ NativeWindow Canvas::native() const {
 
 void Canvas::resize(int, int) {}
 
-int Canvas::height() const {
-  return 0;
+bool Canvas::takeEvents() {
+  return false;
 }
-
-Canvas::Events Canvas::takeEvents() {
-  return {};
-}
-
-void Canvas::focusParent() {}
 
 void writePng(const std::string&, std::uint32_t, std::uint32_t, std::span<const std::byte>) {
   throw std::runtime_error("This build cannot write PNG files.");
@@ -81,6 +83,10 @@ Texels Renderer::readTarget(const Target&) {
 }
 
 void Renderer::resize(std::uint32_t, std::uint32_t) {}
+
+bool Renderer::repeats() const {
+  return false;
+}
 
 bool Renderer::present(const Presentation&) {
   return false;

@@ -206,6 +206,15 @@ void Renderer::Impl::recordPresentation(VkCommandBuffer buffer, const SwapChain:
             VK_IMAGE_LAYOUT_PRESENT_SRC_KHR);
 }
 
+// Every device can be shown, and Vulkan needs nothing of its thread.
+std::optional<int> displayDevice() {
+  return std::nullopt;
+}
+
+std::shared_ptr<void> enterRenderThread() {
+  return nullptr;
+}
+
 Renderer::Renderer(int device) : impl_(std::make_unique<Impl>(device, nullptr)) {}
 
 Renderer::Renderer(int device, const NativeWindow& window)
@@ -256,6 +265,10 @@ void Renderer::resize(std::uint32_t width, std::uint32_t height) {
   impl_->device.waitIdle();
   impl_->chain->resize(width, height, impl_->drawingFor(impl_->chain->format()).pass.get());
   impl_->windowSize = {width, height};
+}
+
+bool Renderer::repeats() const {
+  return false;
 }
 
 bool Renderer::present(const Presentation& presentation) {

@@ -46,7 +46,7 @@ bool ParentWindow::isGone() const {
   return !place;
 }
 
-float ParentWindow::scale(std::optional<Deadline> deadline) const {
+double ParentWindow::scale(std::optional<Deadline> deadline) const {
   const auto resources =
       connection_.property(root_, XCB_ATOM_RESOURCE_MANAGER, longestResources, deadline);
   if (!resources) return 1;

@@ -27,7 +27,7 @@ class ParentWindow {
   Change changeBy(const xcb_generic_event_t& event) const;
 
  private:
-  float scale(std::optional<Deadline> deadline) const;
+  double scale(std::optional<Deadline> deadline) const;
   bool isMinimised(std::optional<Deadline> deadline) const;
   xcb_window_t parentOf(xcb_window_t at, std::optional<Deadline> deadline = {}) const;
   bool isInside(xcb_window_t at) const { return at != root_ && at != XCB_WINDOW_NONE; }

@@ -15,6 +15,7 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "render/x11/connection.h"
 #include "render/x11/parent_window.h"
@@ -58,7 +59,7 @@ class Alarm {
 }  // namespace
 
 struct Canvas::Impl {
-  explicit Impl(xcb_window_t parentWindow);
+  Impl(xcb_window_t parentWindow, std::function<void(const Click&)> onClick);
 
   void create(const WindowState& place);
   void grabLeftButton() const;
@@ -66,6 +67,8 @@ struct Canvas::Impl {
   void take(const xcb_generic_event_t& event);
   void dropErrors() const;
   bool isAnswering();
+  void actOnClicks();
+  void focusParent() const;
 
   Connection drawing;
   Connection events;
@@ -79,15 +82,18 @@ struct Canvas::Impl {
   std::optional<unsigned int> unanswered;  // a request whose answer is late
 
   // For the render thread.
-  int height = 0;
+  std::function<void(const Click&)> act;
+  int height = 0;  // of the canvas
   WindowState state;
   bool isStateOld = true;
   bool areAncestorsOld = true;
   bool isReadable = true;  // the descriptor of `events`
-  Events taken;
+  std::vector<Click> clicks;
+  bool isExposed = false;
 };
 
-Canvas::Impl::Impl(xcb_window_t parentWindow) : parent(events, parentWindow) {
+Canvas::Impl::Impl(xcb_window_t parentWindow, std::function<void(const Click&)> onClick)
+    : parent(events, parentWindow), act(std::move(onClick)) {
   answered = parent.ask();
   create(answered);
   height = answered.height;
@@ -142,11 +148,11 @@ void Canvas::Impl::take(const xcb_generic_event_t& event) {
   const ParentWindow::Change change = parent.changeBy(event);
   if (change != ParentWindow::Change::none) isStateOld = true;
   if (change == ParentWindow::Change::ancestors) areAncestorsOld = true;
-  if (type == XCB_EXPOSE) taken.isExposed = true;
+  if (type == XCB_EXPOSE) isExposed = true;
   if (type != XCB_BUTTON_RELEASE) return;
   const auto& release = reinterpret_cast<const xcb_button_release_event_t&>(event);
   if (release.detail == XCB_BUTTON_INDEX_1)
-    taken.clicks.push_back({release.event_x, release.event_y});
+    clicks.push_back({.x = release.event_x, .y = release.event_y});
 }
 
 // Nobody selects events on the connection that the graphics system uses, but errors of requests
@@ -161,10 +167,24 @@ bool Canvas::Impl::isAnswering() {
   return !unanswered;
 }
 
-Canvas::Canvas(void* parent) {
+void Canvas::Impl::actOnClicks() {
+  for (Click& click : std::exchange(clicks, {})) {
+    click.height = height;
+    click.scale = state.scale;
+    act(click);
+    focusParent();
+  }
+}
+
+void Canvas::Impl::focusParent() const {
+  x.xcb_set_input_focus(events.handle(), XCB_INPUT_FOCUS_PARENT, parent.id(), XCB_CURRENT_TIME);
+  events.flush();
+}
+
+Canvas::Canvas(void* parent, std::function<void(const Click&)> act) {
   const auto id = reinterpret_cast<std::uintptr_t>(parent);
   if (id == 0 || id > 0xffffffffu) throw std::runtime_error(invalidParent);
-  impl_ = std::make_unique<Impl>(static_cast<xcb_window_t>(id));
+  impl_ = std::make_unique<Impl>(static_cast<xcb_window_t>(id), std::move(act));
 }
 
 Canvas::~Canvas() {
@@ -199,10 +219,6 @@ NativeWindow Canvas::native() const {
   return {.connection = impl_->drawing.handle(), .window = impl_->window};
 }
 
-int Canvas::height() const {
-  return impl_->height;
-}
-
 // Through the connection of the graphics system, which asks for the new size afterwards.
 void Canvas::resize(int width, int height) {
   impl_->height = height;
@@ -215,7 +231,7 @@ void Canvas::resize(int width, int height) {
   impl_->drawing.flush();
 }
 
-Canvas::Events Canvas::takeEvents() {
+bool Canvas::takeEvents() {
   Impl& i = *impl_;
   i.dropErrors();
   // Answers bring events with them.
@@ -226,7 +242,8 @@ Canvas::Events Canvas::takeEvents() {
   }
   i.events.requireServer();
   if (i.drawing.isLost()) throw std::runtime_error(lostServer);
-  return std::exchange(i.taken, {});
+  i.actOnClicks();
+  return std::exchange(i.isExposed, false);
 }
 
 void Canvas::wait(std::optional<double> seconds) {
@@ -242,12 +259,6 @@ void Canvas::wait(std::optional<double> seconds) {
 
 void Canvas::wake() const {
   impl_->alarm.ring();
-}
-
-void Canvas::focusParent() {
-  impl_->x.xcb_set_input_focus(impl_->events.handle(), XCB_INPUT_FOCUS_PARENT, impl_->parent.id(),
-                               XCB_CURRENT_TIME);
-  impl_->events.flush();
 }
 
 }  // namespace zeph

@@ -7,6 +7,6 @@ namespace zeph::x11 {
 
 // "Xft.dpi" in the text of the resource manager, divided by 96; 1 if it is missing or not a
 // positive number.
-float scaleOfResources(std::string_view text);
+double scaleOfResources(std::string_view text);
 
 }  // namespace zeph::x11

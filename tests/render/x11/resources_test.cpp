@@ -12,7 +12,7 @@ TEST(ScaleOfResources, IsTheResolutionOver96) {
   EXPECT_EQ(scaleOfResources("Xft.dpi:\t144\n"), 1.5f);
   EXPECT_EQ(scaleOfResources("Xft.dpi:\t192\n"), 2.0f);
   EXPECT_EQ(scaleOfResources("Xft.dpi:\t48\n"), 0.5f);
-  EXPECT_EQ(scaleOfResources("Xft.dpi:\t120.5\n"), 120.5f / 96);
+  EXPECT_EQ(scaleOfResources("Xft.dpi:\t120.5\n"), 120.5 / 96);
 }
 
 TEST(ScaleOfResources, IsOneWithoutAResolution) {
