@@ -1,8 +1,8 @@
-// From a display value (sRGB-encoded) to linear light.
-float linearized(float c) {
+// From display values (sRGB-encoded) to linear light.
+float lightOf(float c) {
   return c <= 0.04045 ? c / 12.92 : pow((c + 0.055) / 1.055, 2.4);
 }
 
 float3 linearized(float3 color) {
-  return float3(linearized(color.r), linearized(color.g), linearized(color.b));
+  return float3(lightOf(color.r), lightOf(color.g), lightOf(color.b));
 }

@@ -1,0 +1,43 @@
+// The planes of a frame in the buffer that the shaders read.
+#pragma once
+
+#include <memory>
+
+#include "device/graphics_interop.h"
+#include "render/d3d11/graphics_device.h"
+#include "solver/statistics.h"
+
+namespace zeph::d3d11 {
+
+class FieldBuffer {
+ public:
+  explicit FieldBuffer(const GraphicsDevice& device);
+  ~FieldBuffer();
+  FieldBuffer(const FieldBuffer&) = delete;
+  FieldBuffer& operator=(const FieldBuffer&) = delete;
+
+  // Copies the planes of a frame, unless they are there already. Raises std::runtime_error and
+  // keeps the previous frame then, to copy again at the next call.
+  void transfer(const std::shared_ptr<const Frame>& frame);
+
+  ID3D11ShaderResourceView* view() const { return view_.Get(); }
+
+ private:
+  void unbind() const;
+  void recreate(int gridSize);
+  void registerField();
+  void unregisterField();
+  void copyOnGpu(const Frame& frame);
+  void copyFromProcessor(const Frame& frame) const;
+
+  const GraphicsDevice& device_;
+  const bool isOnProcessor_;
+  ComPtr<ID3D11Buffer> fields_;
+  ComPtr<ID3D11ShaderResourceView> view_;
+  cudaGraphicsResource_t interop_ = nullptr;
+  std::shared_ptr<const Frame> currentFrame_;
+  int fieldGrid_ = 0;
+  bool isWhole_ = false;  // the buffer holds the whole of the current frame
+};
+
+}  // namespace zeph::d3d11
