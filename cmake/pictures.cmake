@@ -1,12 +1,17 @@
-# The renderer. On Linux it needs Vulkan's and libpng's headers, and glslangValidator to compile the
-# shaders; the libraries themselves are looked for while the process runs.
+# The renderer. On Linux it needs Vulkan's, libpng's, XCB's and Pango's headers, and glslangValidator
+# to compile the shaders; the libraries themselves are looked for while the process runs. On Windows
+# it needs what every compiler for Windows has; the shaders are compiled already
+# (scripts/compile_direct3d_shaders).
 #
 # ZEPHANE_PICTURES_FOUND says whether it is built; zephane_pictures(TARGET) adds it to a target, or
 # if it is not built, a replacement that reports that.
 
 set(ZEPHANE_PICTURES_FOUND FALSE)
 set(ZEPHANE_PICTURES_LACK "ZEPHANE_PICTURES is off")
-if(ZEPHANE_PICTURES)
+if(ZEPHANE_PICTURES AND WIN32)
+  enable_language(RC)
+  set(ZEPHANE_PICTURES_FOUND TRUE)
+elseif(ZEPHANE_PICTURES)
   find_path(ZEPHANE_VULKAN_FOLDER vulkan/vulkan.h)
   find_path(ZEPHANE_PNG_FOLDER png.h)
   find_path(ZEPHANE_ZLIB_FOLDER zlib.h)
@@ -66,8 +71,24 @@ endfunction()
 function(zephane_pictures target)
   if(NOT ZEPHANE_PICTURES_FOUND)
     target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/render/none/no_renderer.cpp)
-    return()
+  elseif(WIN32)
+    zephane_direct3d_pictures(${target})
+  else()
+    zephane_vulkan_pictures(${target})
   endif()
+endfunction()
+
+function(zephane_direct3d_pictures target)
+  set(folder ${PROJECT_SOURCE_DIR}/render/d3d11)
+  file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp ${PROJECT_SOURCE_DIR}/render/win32/*.cpp)
+  file(GLOB bytecode CONFIGURE_DEPENDS ${folder}/bytecode/*.cso)
+  target_sources(${target} PRIVATE ${sources} ${folder}/shaders.rc)
+  set_source_files_properties(
+    ${folder}/shaders.rc PROPERTIES INCLUDE_DIRECTORIES ${folder} OBJECT_DEPENDS "${bytecode}")
+  target_link_libraries(${target} PUBLIC ole32 uuid dxguid windowscodecs winmm)
+endfunction()
+
+function(zephane_vulkan_pictures target)
   set(folder ${PROJECT_BINARY_DIR}/shaders)
   zephane_shaders(${folder} shaders)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/render/vulkan/*.cpp
