@@ -12,7 +12,16 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from abi.conftest import attached, make_engine, make_view, paused, view, window  # noqa: F401
+from abi.conftest import (  # noqa: F401
+    attached,
+
+    engine,
+    make_engine,
+    make_view,
+    paused,
+    view,
+    window,
+)
 from abi.harness import decode
 from abi.test_ui_pictures import still  # noqa: F401
 
@@ -21,12 +30,10 @@ from wine_host import ROOT, HostProgram, WineHost, WineLibrary, run_wine
 BUILD = Path(os.environ.get("ZEPHANE_WINDOWS_BUILD", ROOT / "build" / "windows"))
 HOST = BUILD / "tests" / "zephane_windows_host.exe"
 
-
 def resolution_of(item: pytest.Item) -> float:
     """What a test's parameter `scale` means in dots per inch."""
     parameters = item.callspec.params if hasattr(item, "callspec") else {}
     return 96 * float(parameters.get("scale", 1))
-
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
     """Tests of the same resolution follow one another."""
@@ -36,7 +43,6 @@ def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
     if "ZEPHANE_WINE_SESSION" not in os.environ:
         for item in own:
             item.add_marker(pytest.mark.skip(reason="not in a session of scripts/run_in_wine"))
-
 
 class Programs:
     """The host program. Windows tells its programs the resolution that it has found at its own
@@ -66,23 +72,19 @@ class Programs:
             assert self._library.program.end() == 0
         self._library = None
 
-
 @pytest.fixture(scope="session")
 def programs() -> Iterator[Programs]:
     made = Programs()
     yield made
     made.end()
 
-
 @pytest.fixture
 def resolution(request: pytest.FixtureRequest) -> float:
     return resolution_of(request.node)
 
-
 @pytest.fixture
 def library(programs: Programs, resolution: float) -> WineLibrary:
     return programs.library_at(resolution)
-
 
 @pytest.fixture
 def host(library: WineLibrary, resolution: float) -> Iterator[WineHost]:

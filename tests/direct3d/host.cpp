@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -24,6 +25,8 @@ constexpr COLORREF background = RGB(0x3A, 0x7F, 0x5C);
 constexpr UINT requestMessage = WM_APP;
 
 HMODULE library = nullptr;
+std::thread dialogAnswer;
+Json dialogSeen;                             // by that thread
 std::map<HWND, std::vector<Json>> received;  // messages of keys and of the mouse
 
 template <class Result, class... Arguments>
@@ -81,6 +84,64 @@ Json classOf(HWND one) {
           {"extended_style", GetWindowLongW(one, GWL_EXSTYLE)}};
 }
 
+std::string textOf(HWND one) {
+  wchar_t wide[1000] = {};
+  SendMessageW(one, WM_GETTEXT, std::size(wide), reinterpret_cast<LPARAM>(wide));
+  char text[3000] = {};
+  WideCharToMultiByte(CP_UTF8, 0, wide, -1, text, sizeof(text), nullptr, nullptr);
+  return text;
+}
+
+std::wstring wideOf(const std::string& text) {
+  wchar_t wide[1000] = {};
+  MultiByteToWideChar(CP_UTF8, 0, text.c_str(), -1, wide, static_cast<int>(std::size(wide)));
+  return wide;
+}
+
+BOOL CALLBACK isDialog(HWND one, LPARAM found) {
+  DWORD process = 0;
+  GetWindowThreadProcessId(one, &process);
+  wchar_t name[100] = {};
+  GetClassNameW(one, name, static_cast<int>(std::size(name)));
+  if (process != GetCurrentProcessId() || std::wstring(name) != L"#32770" || !IsWindowVisible(one))
+    return TRUE;
+  *reinterpret_cast<HWND*>(found) = one;
+  return FALSE;
+}
+
+HWND waitForDialog() {
+  HWND found = nullptr;
+  for (int look = 0; look < 3000 && found == nullptr; ++look) {
+    Sleep(10);
+    EnumWindows(isDialog, reinterpret_cast<LPARAM>(&found));
+  }
+  return found;
+}
+
+BOOL CALLBACK isEdit(HWND one, LPARAM found) {
+  wchar_t name[100] = {};
+  GetClassNameW(one, name, static_cast<int>(std::size(name)));
+  if (std::wstring(name) != L"Edit") return TRUE;
+  *reinterpret_cast<HWND*>(found) = one;
+  return FALSE;
+}
+
+// Types a path, or nothing, into the dialog that comes, and presses OK or Cancel.
+void answerDialog(const Json& path) {
+  HWND dialog = waitForDialog();
+  HWND edit = nullptr;
+  EnumChildWindows(dialog, isEdit, reinterpret_cast<LPARAM>(&edit));
+  dialogSeen = {{"owner", number(GetWindow(dialog, GW_OWNER))}, {"name", textOf(edit)}};
+  if (!path.is_null())
+    SendMessageW(edit, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(wideOf(path).c_str()));
+  PostMessageW(dialog, WM_COMMAND, path.is_null() ? IDCANCEL : IDOK, 0);
+}
+
+Json seenDialog() {
+  dialogAnswer.join();
+  return std::exchange(dialogSeen, nullptr);
+}
+
 // Whoever does not answer within two seconds hangs.
 Json sendMessage(HWND to, const Json& request) {
   DWORD_PTR result = 0;
@@ -112,7 +173,8 @@ Json operateLibrary(const std::string& op, const Json& request) {
 }
 
 Json operateWindow(const std::string& op, const Json& request) {
-  HWND one = request.size() > 1 ? window(request[1]) : nullptr;
+  const bool hasWindow = request.size() > 1 && request[1].is_number();
+  HWND one = hasWindow ? window(request[1]) : nullptr;
   if (op == "window") return makeWindow(request[1], request[2]);
   if (op == "show") return ShowWindow(one, request[2].get<int>());
   if (op == "resize")
@@ -131,6 +193,11 @@ Json operateWindow(const std::string& op, const Json& request) {
   if (op == "focus") return number(GetFocus());
   if (op == "set_focus") return number(SetFocus(one));
   if (op == "send") return sendMessage(one, request);
+  if (op == "answer_dialog") {
+    dialogAnswer = std::thread(answerDialog, request[1]);
+    return nullptr;
+  }
+  if (op == "dialog") return seenDialog();
   if (op == "received") return std::exchange(received[one], {});
   return "unknown operation";
 }

@@ -2,14 +2,12 @@
 
 from __future__ import annotations
 
-import json
 import time
 from pathlib import Path
 
 import pytest
 from abi.harness import Engine, Refused, decode
 from abi.test_ui_clicks import RESET, ROW, STEP, TOGGLE
-from abi.test_ui_pictures import expect_picture
 from abi.view import View
 from png_reader import read_png
 from xwindow import until
@@ -109,6 +107,27 @@ def test_an_engine_draws_without_a_window_of_the_host(make_engine, tmp_path):
     with pytest.raises(Refused) as refused:
         engine.export(png=str(path), pixel_size=8193)
     assert refused.value.text == "PNG size must be 1 through 8192."
+
+
+def windows_path(path: Path) -> str:
+    return "Z:" + str(path).replace("/", "\\")
+
+
+def test_a_picture_is_saved_where_the_dialog_says(attached, host, window, tmp_path):
+    host.ask("answer_dialog", windows_path(tmp_path / "flöw"))
+    attached.call("save")
+    seen = host.ask("dialog")
+    assert seen == {"owner": window.id, "name": "2DZephane.png"}
+    assert read_png(tmp_path / "flöw.png").shape == (1800, 1800, 4)
+    attached.call("step")
+    attached.steps(1)
+
+
+def test_a_dialog_that_is_cancelled_saves_nothing(attached, host, tmp_path):
+    host.ask("answer_dialog", None)
+    assert attached.call("save")["error_message"] is None
+    assert host.ask("dialog")["name"] == "2DZephane.png"
+    assert list(tmp_path.iterdir()) == []
 
 
 def test_without_a_pacing_signal_the_view_reports_it_and_the_host_lives(tmp_path):

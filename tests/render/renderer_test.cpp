@@ -20,6 +20,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
+#ifdef _WIN32
+constexpr const char* refusedTarget = "Create PNG render target failed (0x80070057)";
+constexpr const char* missingFolder = "Open PNG failed (0x80070003)";
+#else
+constexpr const char* refusedTarget = "Create PNG render target failed (0xfffffff8)";
+constexpr const char* missingFolder = "Open PNG failed (0x2)";
+#endif
+
+std::string contentsOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class Renderers : public test::OnRenderer {};
 
 TEST_F(Renderers, ReportTheNameOfTheirDevice) {
@@ -67,7 +80,7 @@ TEST_F(Renderers, SurviveAnImpossibleTarget) {
       const std::string text = failureText<std::runtime_error>([&] {
         renderer().makeTarget(isWide ? side : 1, isWide ? 1 : side, TexelFormat::rgba16);
       });
-      EXPECT_EQ(text, "Create PNG render target failed (0xfffffff8)") << side;
+      EXPECT_EQ(text, refusedTarget) << side;
     }
   }
   const auto frame = test::noise(18);
@@ -80,8 +93,7 @@ TEST_F(Renderers, WriteAPictureWhateverElseTheyHaveDrawn) {
   const fs::path path = fs::temp_directory_path() / "zephane_renderer_test.png";
   const auto written = [&] {
     renderer().renderPng(frame, settings, path.string(), 120);
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    return contentsOf(path);
   };
   const std::string first = written();
   EXPECT_TRUE(first.starts_with("\x89PNG\r\n"));
@@ -93,8 +105,7 @@ TEST_F(Renderers, WriteAPictureWhateverElseTheyHaveDrawn) {
     return target;
   }()),
             path.string());
-  std::ifstream file(path, std::ios::binary);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), first);
+  EXPECT_EQ(contentsOf(path), first);
   fs::remove(path);
 }
 
@@ -102,7 +113,7 @@ TEST_F(Renderers, ReportAnUnwritableFileAndKeepWorking) {
   const auto frame = test::noise(18);
   EXPECT_EQ(failureText<std::runtime_error>(
                 [&] { renderer().renderPng(frame, {}, "/nonexistent/flow.png", 20); }),
-            "Open PNG failed (0x2)");
+            missingFolder);
   test::expectReference(draw(frame, {}, 50), *frame, {});
 }
 

@@ -81,7 +81,7 @@ TEST_F(FieldTransfer, AGridThatIsTooLargeIsReportedAndTheLastFrameIsStillDrawn) 
   const auto frame = test::noise(16);
   const test::Picture first = draw(frame, {}, 50);
   const auto huge = std::make_shared<Frame>(*frame);
-  huge->gridSize = 16386;
+  huge->gridSize = 20000;
   EXPECT_EQ(failureOf(huge), "Shared field buffer too small.");
   EXPECT_EQ(huge.use_count(), 1);
   EXPECT_EQ(draw(frame, {}, 50), first);
