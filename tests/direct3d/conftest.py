@@ -14,7 +14,6 @@ from pathlib import Path
 import pytest
 from abi.conftest import (  # noqa: F401
     attached,
-
     engine,
     make_engine,
     make_view,
@@ -25,28 +24,28 @@ from abi.conftest import (  # noqa: F401
 from abi.harness import decode
 from abi.test_ui_pictures import still  # noqa: F401
 
-from wine_host import ROOT, HostProgram, WineHost, WineLibrary, run_wine
+from wine_host import HostProgram, WineHost, WineLibrary, run_wine
 
-BUILD = Path(os.environ.get("ZEPHANE_WINDOWS_BUILD", ROOT / "build" / "windows"))
-HOST = BUILD / "tests" / "zephane_windows_host.exe"
+if "ZEPHANE_WINE_SESSION" not in os.environ:
+    collect_ignore_glob = ["test_*.py"]
+
 
 def resolution_of(item: pytest.Item) -> float:
     """What a test's parameter `scale` means in dots per inch."""
     parameters = item.callspec.params if hasattr(item, "callspec") else {}
     return 96 * float(parameters.get("scale", 1))
 
+
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
     """Tests of the same resolution follow one another."""
     own = [item for item in items if Path(__file__).parent in item.path.parents]
     others = [item for item in items if item not in own]
     items[:] = others + sorted(own, key=resolution_of)
-    if "ZEPHANE_WINE_SESSION" not in os.environ:
-        for item in own:
-            item.add_marker(pytest.mark.skip(reason="not in a session of scripts/run_in_wine"))
+
 
 class Programs:
-    """The host program. Windows tells its programs the resolution that it has found at its own
-    start, so another resolution needs another start of Wine."""
+    """The host program. Windows finds its resolution when it starts, so that another resolution
+    needs another start of Wine."""
 
     def __init__(self) -> None:
         self._resolution = 0.0
@@ -55,14 +54,8 @@ class Programs:
     def library_at(self, resolution: float) -> WineLibrary:
         if self._library is None or resolution != self._resolution:
             self.end()
-            key = r"HKCU\Control Panel\Desktop"
-            value = str(round(resolution))
-            run_wine("reg.exe", "add", key, "/v", "LogPixels", "/t", "REG_DWORD", "/d", value, "/f")
-            run_wine("wineserver", "-k")
-            run_wine("wineserver", "-w")
-            run_wine("wineserver", "-p")
-            program = HostProgram(HOST, BUILD / "zephane.dll")
-            self._library = WineLibrary(program)
+            self._set_resolution(round(resolution))
+            self._library = WineLibrary(HostProgram())
             self._resolution = resolution
             assert "error" not in decode(self._library.zp_initialize().encode())
         return self._library
@@ -72,19 +65,36 @@ class Programs:
             assert self._library.program.end() == 0
         self._library = None
 
+    @staticmethod
+    def _set_resolution(dots: int) -> None:
+        key = r"HKCU\Control Panel\Desktop"
+        kind = ("/t", "REG_DWORD", "/d", str(dots), "/f")
+        run_wine("reg.exe", "add", key, "/v", "LogPixels", *kind)
+        for option in ("-k", "-w", "-p"):
+            run_wine("wineserver", option)
+
+
 @pytest.fixture(scope="session")
 def programs() -> Iterator[Programs]:
     made = Programs()
     yield made
     made.end()
 
+
 @pytest.fixture
 def resolution(request: pytest.FixtureRequest) -> float:
     return resolution_of(request.node)
 
+
 @pytest.fixture
 def library(programs: Programs, resolution: float) -> WineLibrary:
     return programs.library_at(resolution)
+
+
+@pytest.fixture
+def drawing() -> None:
+    """Pictures are drawn wherever these tests run."""
+
 
 @pytest.fixture
 def host(library: WineLibrary, resolution: float) -> Iterator[WineHost]:

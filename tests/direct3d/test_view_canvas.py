@@ -1,4 +1,4 @@
-"""The canvas on Windows and what is done with it: the same tests as on Linux, as far as they fit."""
+"""The canvas on Windows: the tests of the one on Linux, as far as they fit."""
 
 from abi.test_ui_canvas import (  # noqa: F401
     test_a_canvas_deep_in_a_minimised_window_is_not_seen,

@@ -10,10 +10,8 @@ from abi.harness import Engine, Refused, decode
 from abi.test_ui_clicks import RESET, ROW, STEP, TOGGLE
 from abi.view import View
 from png_reader import read_png
-from xwindow import until
 
-from conftest import BUILD, HOST
-from wine_host import HostProgram, WineHost, WineLibrary, WineWindow
+from wine_host import HostProgram, WineHost, WineLibrary, path_inside
 
 WM_ERASEBKGND, WM_PAINT, WM_KEYDOWN, WM_KEYUP, WM_CHAR, WM_LBUTTONUP = (20, 15, 256, 257, 258, 514)
 WS_CHILD, WS_VISIBLE, WS_CLIPSIBLINGS, WS_EX_NOPARENTNOTIFY = (1 << 30, 1 << 28, 1 << 26, 4)
@@ -88,9 +86,7 @@ def test_an_export_of_the_view_comes_from_its_newest_frame(attached, window, tmp
 @pytest.mark.parametrize(
     "path, code", [("/nowhere/flow.png", "80070003"), ("/tmp", "80070005")]
 )
-def test_a_picture_that_cannot_be_written_is_refused_and_the_view_goes_on(
-    attached, path, code
-):
+def test_a_picture_that_cannot_be_written_is_refused_and_the_view_goes_on(attached, path, code):
     with pytest.raises(Refused) as refused:
         attached.call("export", png=path)
     assert refused.value.text == f"Open PNG failed (0x{code})"
@@ -109,12 +105,8 @@ def test_an_engine_draws_without_a_window_of_the_host(make_engine, tmp_path):
     assert refused.value.text == "PNG size must be 1 through 8192."
 
 
-def windows_path(path: Path) -> str:
-    return "Z:" + str(path).replace("/", "\\")
-
-
 def test_a_picture_is_saved_where_the_dialog_says(attached, host, window, tmp_path):
-    host.ask("answer_dialog", windows_path(tmp_path / "flöw"))
+    host.ask("answer_dialog", path_inside(tmp_path / "flöw"))
     attached.call("save")
     seen = host.ask("dialog")
     assert seen == {"owner": window.id, "name": "2DZephane.png"}
@@ -132,7 +124,7 @@ def test_a_dialog_that_is_cancelled_saves_nothing(attached, host, tmp_path):
 
 def test_without_a_pacing_signal_the_view_reports_it_and_the_host_lives(tmp_path):
     """Wine's own Direct3D has none."""
-    program = HostProgram(HOST, BUILD / "zephane.dll", ZEPHANE_DIRECT3D="wine")
+    program = HostProgram(ZEPHANE_DIRECT3D="wine")
     library = WineLibrary(program)
     assert "error" not in decode(library.zp_initialize().encode())
     lacking = ("No DXGI frame pacing signal.", "Set frame latency failed (0x80004001)")

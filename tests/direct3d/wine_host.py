@@ -1,4 +1,4 @@
-"""A host program in Wine, its windows, and the library that it has loaded, operated from outside."""
+"""A host program in Wine, its windows and the library in it, operated from outside."""
 
 from __future__ import annotations
 
@@ -15,6 +15,8 @@ from xwindow import Shot
 
 ROOT = Path(__file__).resolve().parents[2]
 WINE = str(ROOT / "scripts" / "run_in_wine")
+BUILD = Path(os.environ.get("ZEPHANE_WINDOWS_BUILD", ROOT / "build" / "windows"))
+HOST = BUILD / "tests" / "zephane_windows_host.exe"
 
 SW_HIDE, SW_SHOWNOACTIVATE, SW_MINIMIZE, SW_RESTORE = 0, 4, 6, 9
 
@@ -29,11 +31,11 @@ def run_wine(*command: str) -> None:
 
 
 class HostProgram:
-    """The running program. It ends with its input."""
+    """The running program, with the library. It ends with its input."""
 
-    def __init__(self, program: Path, library: Path, **environment: str) -> None:
+    def __init__(self, **environment: str) -> None:
         self._process = subprocess.Popen(
-            [WINE, path_inside(program), path_inside(library)],
+            [WINE, path_inside(HOST), path_inside(BUILD / "zephane.dll")],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             text=True,
@@ -136,8 +138,9 @@ class WineWindow:
 
     def click(self, x: int, y: int, button: int = 1) -> None:
         self.raise_window()
-        for kind, detail in ((X.MotionNotify, 0), (X.ButtonPress, button), (X.ButtonRelease, button)):
-            xtest.fake_input(self.host.display, kind, detail, x=x, y=y)
+        xtest.fake_input(self.host.display, X.MotionNotify, x=x, y=y)
+        xtest.fake_input(self.host.display, X.ButtonPress, button)
+        xtest.fake_input(self.host.display, X.ButtonRelease, button)
         self.host.display.sync()
 
 
