@@ -197,7 +197,7 @@ def _draw(ax: Any, values: Any, along: str, over: str | None, style: dict[str, A
     for n, (label, part) in enumerate(lines):
         chosen = {} if scale is None else {"color": scale(n / (len(lines) - 1))}
         mean = part if over is None else part.mean(over)
-        (line,) = ax.plot(mean[along], mean, label=label or None, **{**chosen, **style})
+        (line,) = ax.plot(mean[along], mean, **{"label": label or None, **chosen, **style})
         if over is not None and part.sizes[over] > 1:
             _draw_spread(ax, part, mean, along, over, line.get_color())
     if len(lines) > 1:

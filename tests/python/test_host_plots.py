@@ -96,6 +96,8 @@ def test_the_decay_has_a_line_for_each_setting_and_a_band_of_its_members() -> No
     band = ax.collections[0].get_paths()[0].vertices[:, 1]
     assert (band.min(), band.max()) == pytest.approx((0.4, 1.0))
     assert (ax.get_xlabel(), ax.get_ylabel()) == ("time", "energy")
+    made_recording().zephane.plot_decay(ax=ax, label="one more", color="black")
+    assert (ax.get_lines()[-1].get_label(), ax.get_lines()[-1].get_color()) == ("one more", "black")
 
 
 def test_the_decay_of_each_member_can_be_relative_to_its_start() -> None:
