@@ -18,14 +18,16 @@ TOLERANCE = 1e-9
 
 
 def compare(recordings: Mapping[str, Any] | None = None, **named: Any) -> Any:
-    """One xarray Dataset of several, along the dimension ``run``, which has their names.
+    """Put recordings beside each other, as one xarray Dataset along a dimension ``run``.
 
-    The recordings, those of ``record`` or ``sweep``, are given by their names, each as a Dataset or
-    as the path of its file: ``compare(coarse=ds, fine="fine.nc")``, or as a dictionary where names
-    are no Python names. Series and spectra with the same times stay as they are. Others are
-    interpolated linearly onto those times of the first recording that all of them cover. Fields are
-    kept where all have the same points and times, and left out otherwise. Where recordings have
-    dimensions of a sweep, these are joined; what one of them lacks is missing there.
+    Each is a Dataset of ``record`` or ``sweep``, or the path of its file, under a name of your own:
+    ``compare(coarse=ds, fine="fine.nc")``, or a dictionary for names with spaces.
+
+    Series and spectra with the same times stay as they are. Others are interpolated linearly onto
+    those times of the first recording that all of them cover. Fields are kept if all have the same
+    points and times, and left out otherwise. Dimensions of a sweep are joined; what one of the
+    recordings lacks is missing there. Raises ``InvalidValueError`` if the recordings have no times
+    in common.
     """
     xr = need("xarray", "data", PURPOSE)
     register_plots()

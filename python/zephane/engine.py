@@ -50,10 +50,13 @@ COMPLEX_BYTES = 8
 def initialize(library: LibraryPath | None = None) -> SystemInfo:
     """Load the library, choose the device, and describe both.
 
-    ``library`` is a path; without it the library is searched for inside the package, in the build
-    folders of a checkout and by the system's loader. The environment variable ``ZEPHANE_DEVICE``
-    chooses the device by its index. The calling thread becomes the library's main thread, the only
-    one that may call this again and that may use views. No other call may run at the same time.
+    The first engine or view does this if the program has not. The device is the first GPU that can
+    run a flow, or else the processor; the environment variable ``ZEPHANE_DEVICE`` chooses another
+    by its index. ``library`` is the path of the library; without it the package, the build folders
+    of a checkout and the system's folders are searched.
+
+    The calling thread becomes the library's main thread: only it may call this again, and only it
+    may use views. No other call of the library may run at the same time.
 
     Raises ``ZephaneError`` if the library is not found or cannot be loaded, if there is no such
     device, and on any thread but the main thread.
@@ -62,20 +65,23 @@ def initialize(library: LibraryPath | None = None) -> SystemInfo:
 
 
 class Engine:
-    """One flow on the device that ``initialize`` chose; the first engine initializes if needed.
+    """One flow, which moves when it is asked to.
 
-    It starts from a seeded random field, or from ``initial``: an array of shape (N, N) with the
-    vorticity, row y and column x, the path of a NumPy file (.npy) with one, or of a raw file of N²
-    little-endian float32 numbers. ``config`` replaces the default configuration, and the arguments
-    that are members of ``Config`` change single members of it: ``Engine(resolution=512, seed=7)``.
-    Unless numbers are given for them, the Reynolds number suits the grid and the Courant number the
-    integrator. The flow is periodic on a square of side 2 pi.
+    ``Engine(resolution=512, seed=7)`` changes single members of the default configuration, which
+    ``config`` replaces; ``Config`` describes them. Unless numbers are given for them, the Reynolds
+    number suits the grid and the Courant number the integrator. The flow is periodic on a square of
+    side 2 pi and lives on the device that ``initialize`` chose.
 
-    Any thread may use an engine; requests run one after another, and a long ``advance`` lets those
-    of other threads in between. Values that are refused raise ``InvalidValueError`` before the
-    library is asked, a flow that is lost raises ``FlowFailedError``, and whatever else fails raises
-    ``ZephaneError``, the base of both. The engine stays usable after that. Settings that are
-    accepted but probably wrong are reported as ``ZephaneWarning``.
+    It starts from a random field, which ``seed`` chooses, or from ``initial``, the vorticity on the
+    N x N points of the grid, row y and column x: an array of shape (N, N), the path of a NumPy file
+    (.npy) with one, or that of a raw file of N² little-endian float32 numbers. Its mean is dropped.
+
+    Any thread may use an engine. Requests run one after another, and a long ``advance`` lets those
+    of other threads in between. Close an engine, or leave its ``with`` block, to free its memory.
+
+    Every method raises ``InvalidValueError`` for a value that is refused, ``FlowFailedError`` for a
+    flow that is lost, and ``ZephaneError``, the base of both, for whatever else fails; the engine
+    stays usable. Settings that are accepted but probably wrong give a ``ZephaneWarning``.
     """
 
     def __init__(
@@ -130,12 +136,13 @@ class Engine:
         library: LibraryPath | None = None,
         **members: Any,
     ) -> Engine:
-        """An engine that goes on from a state that ``save`` or a view has written.
+        """An engine that goes on from a state, a file that ``save`` or a view has written.
 
-        On the processor it goes on with the same bits as if it had never stopped, on any machine;
-        on a GPU on those of the same kind. ``reynolds`` and ``cfl`` replace the numbers that were
-        in force. Other ``members`` of ``Config`` must be those of the state: naming them makes sure
-        of it. Raises ``ZephaneError`` for a file that is no whole state.
+        A flow of the processor goes on with the same bits as if it had never stopped, on any
+        machine; one of a GPU does so on GPUs of the same kind. The configuration is that of the
+        state; ``reynolds`` and ``cfl`` replace the numbers that were in force. Other ``members`` of
+        ``Config`` may be named to make sure that the state has them. Raises ``ZephaneError`` for a
+        file that is no whole state, ``InvalidValueError`` for one with other members.
         """
         Config(**members)  # Raises TypeError for unknown names.
         changes = given(**members)
@@ -178,7 +185,7 @@ class Engine:
 
     @property
     def config(self) -> Config:
-        """The configuration of the engine when it was made; ``set`` does not change it."""
+        """The configuration of the engine when it was made. ``set`` does not change it."""
         return self._config
 
     @property
@@ -192,10 +199,11 @@ class Engine:
         return self._handle is None
 
     def inspect(self) -> Statistics:
-        """Compute all figures of the flow at its present time.
+        """The figures of the flow at its present time, computed anew.
 
-        Warns where the energy or the enstrophy has grown since they were computed last: without a
-        force they only fall, unless the flow is wrong.
+        This takes less than a third of a step. Gives a ``ZephaneWarning`` if the energy or the
+        enstrophy has grown since they were computed last: without a force both only fall, so the
+        flow is wrong.
         """
         return self._inspect(stacklevel=3)
 
@@ -246,11 +254,11 @@ class Engine:
         fresh: bool = True,
         progress: Callable[[Clock], object] | None = None,
     ) -> Statistics | Clock:
-        """Run to the time ``until``, or take so many steps; with both, whichever comes first.
+        """Run to the time ``until``, or take so many ``steps``; with both, whichever comes first.
 
-        Without either, take one step. The last step is shortened so that it ends at ``until``
-        exactly. The figures of the result are computed at the end, as by ``inspect``; with
-        ``fresh=False`` they are left out, and a ``Clock`` is returned, which is a little quicker.
+        Without either, take one step. ``until`` is a time of the flow, not a length: the last step
+        is shortened so that it ends there exactly. Returns the figures at the end, as ``inspect``
+        does; with ``fresh=False`` a ``Clock`` without them, which is a little quicker.
 
         A long run is cut into requests of about a tenth of a second, which changes no bit of the
         flow. Between two of them Ctrl-C is raised, calls of other threads run, and ``progress`` is
@@ -284,9 +292,9 @@ class Engine:
             self._waiting.let_in()
 
     def set(self, reynolds: float | None = None, cfl: float | None = None) -> None:
-        """Change the Reynolds number or the Courant number, both above 0, from the next step on.
+        """Change the Reynolds number, the Courant number or both, from the next step on.
 
-        Where one of them is refused, neither changes.
+        Both are above 0. If one is refused, neither changes. ``config`` stays as it is.
         """
         changes = given(reynolds=reynolds, cfl=cfl)
         if reynolds is not None:
@@ -300,11 +308,12 @@ class Engine:
             self._cfl = changes.get("cfl", self._cfl)
 
     def reset(self, initial: Any = None, *, state: PathLike | None = None) -> Statistics:
-        """Start again at time 0, from the seeded field or from ``initial`` as for a new engine.
+        """Start again at time 0, and return the figures of the start.
 
+        The flow starts from the random field of its seed, or from ``initial`` as a new engine does.
         With ``state``, the path of a state of the same configuration, go on from there instead,
-        with its time and its Reynolds and Courant number. Where the start is refused, the flow
-        stays as it is.
+        with its time and its Reynolds and Courant number. If the start is refused, the flow stays
+        as it is.
         """
         if state is not None:
             if initial is not None:
@@ -330,8 +339,10 @@ class Engine:
         return figures
 
     def save(self, path: PathLike) -> None:
-        """Save the state of the flow, from which ``Engine.load`` goes on. The file is whole or not
-        there: where it cannot be written, an earlier one stays as it was.
+        """Save the state of the flow to a file, from which ``Engine.load`` goes on.
+
+        It holds about 8·N² bytes, in the safetensors layout. The file is whole or not there: if it
+        cannot be written, ``ZephaneError`` says why, and an earlier one stays as it was.
         """
         self.export(state=path)
 
@@ -352,16 +363,22 @@ class Engine:
         sigma: float | None = None,
         flow: bool | None = None,
     ) -> Snapshot | None:
-        """Write files, and return the snapshot that they show, or None if none was taken.
+        """Write files of the flow as it is: a picture, fields, the spectrum, the state.
 
-        ``spectrum`` is the path of a raw file of N² complex64 numbers, laid out as ``spectrum()``
-        returns them, and ``fields`` of one of 3·N² float32 numbers: vorticity, u and v. ``state``
-        is that of a state, as ``save`` writes it. ``png`` is the path of a square picture of
-        ``pixel_size`` pixels a side, 1 to 8192; the arguments after it are those of
-        ``PictureSettings``. Drawing needs a Vulkan driver. ``snapshot`` takes a snapshot even if no
-        file needs one. Without ``include_velocity`` the velocity counts as zero: pictures of the
-        speed are dark, and there are no flow lines. Arguments that are None have the library's
-        defaults. Where there are several files and one of them cannot be written, none is.
+        Each is the path of a file:
+
+        - ``png``: a square picture of ``pixel_size`` pixels a side, 1 to 8192, by default 1800.
+          ``display`` and the arguments after it are those of ``PictureSettings``. Drawing needs a
+          Vulkan driver.
+        - ``fields``: a raw file of 3·N² little-endian float32 numbers, the planes of vorticity, u
+          and v, row y and column x.
+        - ``spectrum``: a raw file of N² complex64 numbers, laid out as ``spectrum()`` returns them.
+        - ``state``: as ``save`` writes it.
+
+        Returns the snapshot that picture and fields show, time and moments; None if they are not
+        asked for, unless ``snapshot`` is true. With ``include_velocity=False`` the velocity counts
+        as zero, which is quicker: the speed is dark, and there are no flow lines. If one of several
+        files cannot be written, none is, and ``ZephaneError`` says why.
         """
         check_picture(
             display=display,
@@ -398,11 +415,11 @@ class Engine:
         return Snapshot.from_json(report) if report else None
 
     def spectrum(self) -> Any:
-        """The Fourier coefficients of the vorticity: row ky, column kx, both in FFT order.
+        """The Fourier coefficients of the vorticity, a complex64 NumPy array of shape (N, N).
 
-        They are normalized so that half the sum of their squared magnitudes is the enstrophy. The
-        result is a complex64 NumPy array of shape (N, N), or without NumPy an ``array.array('f')``
-        of N² pairs of real and imaginary part.
+        Row ky, column kx, both in the order of ``numpy.fft.fftfreq``: 0, 1, ..., N/2 - 1, -N/2,
+        ..., -1. Half the sum of their squared magnitudes is the enstrophy. Without NumPy the result
+        is an ``array.array('f')`` of N² pairs of real and imaginary part.
         """
         with tempfile.TemporaryDirectory(prefix="zephane-") as folder:
             path = Path(folder) / "spectrum"
@@ -415,7 +432,8 @@ class Engine:
     def fields(self, include_velocity: bool = True) -> Fields:
         """Vorticity and velocity on the grid, three float32 planes of shape (N, N).
 
-        Without ``include_velocity`` the result has the vorticity alone.
+        ``vorticity, u, v = flow.fields()``: row y, column x. With ``include_velocity=False`` the
+        result has the vorticity alone, and takes less time.
         """
         with tempfile.TemporaryDirectory(prefix="zephane-") as folder:
             path = Path(folder) / "fields"

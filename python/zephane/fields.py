@@ -40,14 +40,14 @@ def write_floats(path: PathLike, samples: Any) -> None:
 
 @dataclass(frozen=True)
 class Fields:
-    """Vorticity and velocity on the grid: row y, column x. Row 0 is y = 0, column 0 is x = 0.
+    """Vorticity and velocity on the grid, three planes of float32: ``vorticity, u, v = fields``.
 
-    ``data`` is a float32 NumPy array of shape (3, N, N), or a flat ``array.array('f')`` of 3·N²
-    numbers without NumPy. Each plane has shape (N, N), or is flat with N² numbers. They can be
-    unpacked: ``vorticity, u, v = fields``.
+    Each is a NumPy array of shape (N, N), or without NumPy a flat ``array.array('f')`` of N²
+    numbers. Element [j, i] is the value at x = 2 pi i/N, y = 2 pi j/N.
     """
 
     data: Any
+    """All three in one array of shape (3, N, N), or 3·N² numbers without NumPy."""
     snapshot: Snapshot
     """Time and moments of these fields."""
     has_velocity: bool = True
@@ -57,7 +57,7 @@ class Fields:
 
     @property
     def vorticity(self) -> Any:
-        """dv/dx - du/dy."""
+        """dv/dx - du/dy, positive where the fluid turns to the left."""
         return self._plane(0)
 
     @property

@@ -58,20 +58,19 @@ def film(
 ) -> None:
     """Run a flow to the time ``until``, and make a film of it that lasts so many ``seconds``.
 
-    With a configuration in place of an engine, an engine is made for the film and closed after it.
+    With a configuration instead of an engine, an engine is made for the film and closed after it.
 
-    The film is an MP4 (H.264), a GIF or an animated WebP, as the ending of ``path`` says, .mp4,
-    .gif or .webp, with ``fps`` pictures a second, by default 30, and 25 for a GIF. Its
-    ``seconds * fps`` pictures lie at even steps of the flow's time, which are met exactly: the
-    first shows the flow as it is now, the last shows it at ``until``.
+    The ending of ``path`` chooses the format: .mp4 (H.264), .gif, or .webp (animated). The film has
+    ``fps`` pictures a second, by default 30, or 25 for a GIF. They lie at even steps of the flow's
+    time: the first shows the flow as it is now, the last shows it at ``until``.
 
-    ``pixels`` is the side of the film; that of an MP4 is even and at least 16, an odd one becomes
-    the next. The arguments after it are those of ``PictureSettings``, and their defaults are those
-    of the viewer: the range "exposure" at 0.7, in which vortices keep their shading as the rest of
-    the flow fades.
+    ``pixels`` is the side of the film; that of an MP4 is even and at least 16, and an odd one
+    becomes the next. The arguments after it are those of ``PictureSettings``, with the defaults of
+    the viewer: the range "exposure" at 0.7, in which vortices keep their shading as the rest of the
+    flow fades.
 
-    The file is complete or not there: it gets its name at the end, and a failure, or an exception
-    of ``progress``, which is called with the clock of the flow as it goes, leaves nothing behind.
+    ``progress`` is called with the clock of the flow as it goes. The file is complete or not there:
+    it gets its name at the end, and a failure or an exception of ``progress`` leaves nothing.
 
     Films need PyAV, ``pip install 'zephane[film]'``, and pictures a Vulkan driver.
     """

@@ -35,16 +35,19 @@ SMALLEST_SHARE = 1e-14
 class Accessor:
     """``ds.zephane``: plots and ensemble means of a Dataset of ``record``, ``sweep``, ``compare``.
 
-    Each plot draws into ``ax``, or into a new figure, and returns the axes. Along the dimension
-    ``over``, if the Dataset has it, the mean is drawn with a band of one standard deviation; each
-    combination of the other settings has a line.
+    Each plot draws into ``ax``, axes of Matplotlib, or into a new figure, and returns the axes.
+    Along the dimension ``over``, if the Dataset has it, the mean is drawn with a band of one
+    standard deviation; each combination of the other settings has a line. Arguments that a plot
+    does not know, such as ``color`` or ``label``, go to Matplotlib's ``plot``.
+
+    A quantity that the Dataset lacks raises ``InvalidValueError``.
     """
 
     def __init__(self, dataset: Any) -> None:
         self._dataset = dataset
 
     def ensemble(self, over: str = "seed") -> Any:
-        """The means over a dimension, and beside them as ``NAME_spread`` the standard deviations.
+        """A Dataset of the means over a dimension, with the standard deviations as ``NAME_spread``.
 
         Members that blew up count until then.
         """
@@ -67,7 +70,10 @@ class Accessor:
         ax: Any = None,
         **style: Any,
     ) -> Any:
-        """A series, the energy or another one, over time. ``relative`` divides by its start."""
+        """A series over time: ``quantity`` is "energy", "enstrophy", "palinstrophy" or another one.
+
+        ``relative=True`` divides it by its first value.
+        """
         values = self._variable(quantity, "time")
         if relative:
             values = values / values.isel(time=0)
@@ -86,7 +92,10 @@ class Accessor:
         ax: Any = None,
         **style: Any,
     ) -> Any:
-        """The ensemble mean of a series and its spread, with ``members`` also a thin line each."""
+        """The mean of a series over ``over``, its spread, and a thin line for each member.
+
+        ``members=False`` leaves the thin lines out.
+        """
         self._check(over)
         values = self._variable(quantity, "time")
         ax = _axes(ax)
@@ -110,8 +119,9 @@ class Accessor:
     ) -> Any:
         """A spectrum over the wavenumber, at the sample nearest to ``time``, or at the last one.
 
-        ``slope`` is the exponent of a line for the eye; None leaves it out. Fluxes are drawn with a
-        linear scale and without that line.
+        ``quantity`` is "energy_spectrum", "enstrophy_spectrum", "energy_flux" or "enstrophy_flux".
+        ``slope`` is the exponent of a dashed line for the eye; None leaves it out. Fluxes are drawn
+        with a linear scale and without that line.
         """
         values = self._variable(quantity, "spectrum_time")
         last = float(values["spectrum_time"][-1])

@@ -76,20 +76,26 @@ def record(
     path: PathLike | None = None,
     progress: Callable[[Clock], object] | None = None,
 ) -> Any:
-    """Run a flow to the time ``until`` or for so many ``steps``, and record it: an xarray Dataset.
+    """Run a flow, and return what it did as an xarray Dataset.
 
-    Each ``every`` of its time, from its present time on and at the end, the series get a sample:
-    energy, enstrophy, palinstrophy, time step, Reynolds number, largest speed and vorticity.
-    Likewise, where they are asked for, spectra and fluxes by wavenumber each ``spectra_every``, and
-    the vorticity each ``fields_every``, with ``velocity`` also u and v.
+    The recording ends at the time ``until`` or after so many ``steps``, whichever comes first.
+    From the present time of the flow on, and at the end, these are sampled:
 
-    The times are met exactly: the step before a sample is cut short. With ``at="steps"`` the
-    intervals count steps instead, no step is cut, and the flow has the same bits as unrecorded.
+    - each ``every``, along the dimension ``time``: ``energy``, ``enstrophy``, ``palinstrophy``,
+      ``dt``, ``reynolds``, ``max_speed``, ``max_vorticity`` and ``steps``;
+    - each ``spectra_every``, if given, along ``spectrum_time`` and ``wavenumber``:
+      ``energy_spectrum``, ``enstrophy_spectrum``, ``energy_flux`` and ``enstrophy_flux``;
+    - each ``fields_every``, if given, along ``field_time``, ``y`` and ``x``: ``vorticity``, with
+      ``velocity=True`` also ``u`` and ``v``.
+
+    The intervals are times of the flow, which are met exactly: the step before a sample is cut
+    short. With ``at="steps"`` they count steps instead; no step is cut, and the flow has the same
+    bits as one that nobody records.
 
     With ``path``, a file that ends in .nc (NetCDF) or a store that ends in .zarr, samples are
-    written as they are taken, and the Dataset reads them when they are used. Where the flow blows
-    up, what has been recorded is kept there. ``progress`` is that of ``Engine.advance``: where it
-    returns False, the recording ends.
+    written as they are taken, and the Dataset reads them when they are used. If the flow blows up,
+    ``FlowFailedError`` is raised, and what has been recorded is kept there. ``progress`` is that of
+    ``Engine.advance``: if it returns False, the recording ends.
 
     Recording needs xarray, and the packages of the file: ``pip install 'zephane[data]'``.
     """

@@ -13,12 +13,18 @@ from .errors import InvalidValueError
 from .suiting import suitable_cfl
 
 INTEGRATORS = ("imexRK3", "ifHeunRK3", "etdrk4")
+"""Names for ``Config.integrator``."""
 OPERATORS = ("stress", "advective")
+"""Names for ``Config.operator``."""
 START_SPECTRA = ("PAO", "KM3")
+"""Names for ``Config.start_spectrum``."""
 
 DISPLAYS = ("vorticity", "speed", "enstrophy")
+"""Names for ``PictureSettings.display``."""
 PALETTES = ("aurora", "ember", "glacier", "inferno")
+"""Names for ``PictureSettings.palette``."""
 COLOR_RANGES = ("sigma", "exposure")
+"""Names for ``PictureSettings.color_range``."""
 
 PIXEL_SIZES = range(1, 8193)
 DEFAULT_PIXEL_SIZE = 1800
@@ -48,9 +54,11 @@ def _pick(record: type[Record], values: Mapping[str, Any]) -> Record:
 
 
 def default_reynolds(resolution: int, k0: int) -> float:
-    """The Reynolds number whose smallest eddies a grid of N x N points just resolves.
+    """The Reynolds number that suits a grid: its smallest eddies are as small as the grid resolves.
 
-    ``resolution`` is N, and ``k0`` the peak wavenumber of the start spectrum; both are above 0.
+    ``resolution`` is the number of points per side, N, and ``k0`` the peak wavenumber of the start
+    spectrum; both are above 0. The number is 10^(1.06624 log10 N - 0.083911 log10 k0 + 1.286396).
+    docs/choosing.md shows how well it suits.
     """
     exponent = 1.06624 * math.log10(resolution) - 0.083911 * math.log10(k0) + 1.286396
     return float(10.0**exponent)
@@ -68,8 +76,9 @@ def _suitable_reynolds(resolution: int, k0: int) -> float:
 class PictureSettings:
     """How a picture looks: the arguments that ``Engine.export`` and ``View.set`` share.
 
-    Making a record raises ``InvalidValueError``, a ``ValueError``, for unknown names and for
-    numbers that are not finite, so that a long run does not fail over them at its end. The library clamps numbers to their ranges.
+    Unknown names, and numbers that are not finite, raise ``InvalidValueError`` when the record is
+    made, so that a long run does not fail over them at its end. The library clamps numbers to
+    their ranges.
     """
 
     display: str = "vorticity"
@@ -100,7 +109,7 @@ class PictureSettings:
 
     @property
     def signed(self) -> bool:
-        """Whether the colour scale has negative values."""
+        """Whether the picture shows negative values, as only that of the vorticity does."""
         return self.display == "vorticity"
 
     @property
@@ -123,8 +132,9 @@ LIVE_PICTURE = PictureSettings(color_range="exposure", exposure=0.7)
 class Config:
     """The configuration of a flow. The values are checked when the flow is made.
 
-    The Reynolds number and the Courant number, left out, are those that suit the other members.
-    ``dataclasses.replace`` keeps them as they are; ``changed`` lets them follow.
+    ``Config(resolution=512)`` takes the Reynolds number that suits the grid and the Courant number
+    that suits the integrator, unless they are given. ``changed`` makes another configuration, in
+    which they follow; ``dataclasses.replace`` makes one in which they stay.
     """
 
     resolution: int = 1024
@@ -175,7 +185,7 @@ class Config:
 
     @property
     def viscosity(self) -> float:
-        """1 / reynolds, rounded to single precision as in the solver."""
+        """The viscosity: 1 / ``reynolds``, rounded to single precision as in the solver."""
         (rounded,) = struct.unpack("<f", struct.pack("<f", 1.0 / self.reynolds))
         return float(rounded)
 
@@ -195,6 +205,7 @@ class Clock:
     steps: int
     """Steps taken since time 0."""
     simulation_time: float
+    """Time of the flow."""
     dt: float
     """The last time step."""
     reynolds: float
@@ -202,7 +213,7 @@ class Clock:
     initial_turnover_time: float
     """Turnover time of the eddies at the start; 0 for a fluid at rest."""
     gpu_milliseconds: float
-    """Milliseconds that the device spent on the last advance."""
+    """Milliseconds that the device, GPU or processor, spent on the last advance."""
     allocated_bytes: int
     """Device memory of the solver."""
 
@@ -213,27 +224,32 @@ class Clock:
 
 @dataclass(frozen=True)
 class Statistics:
-    """Figures of a flow, all in the flow's own units but where they say otherwise."""
+    """Figures of a flow at one time.
+
+    The side of the square is 2 pi, and velocities are those of the start field, so that lengths
+    and times have no units. Energy, enstrophy and palinstrophy are means over the square.
+    """
 
     steps: int
     """Steps taken since time 0."""
     simulation_time: float
+    """Time of the flow."""
     dt: float
     """The last time step."""
     energy: float
-    """Mean over the square of u²/2."""
+    """Mean of (u² + v²)/2."""
     enstrophy: float
-    """Mean over the square of ω²/2."""
+    """Mean of ω²/2, with the vorticity ω = dv/dx - du/dy."""
     palinstrophy: float
-    """Mean over the square of |∇ω|²/2."""
+    """Mean of |∇ω|²/2."""
     palinstrophy_ratio: float
-    """Mean squared wavenumber of the vorticity, over twice the square of the largest one kept."""
+    """palinstrophy / (2 enstrophy (N/2 - 1)²): small where the grid is fine for the flow."""
     reynolds: float
     """The Reynolds number in effect."""
     initial_turnover_time: float
     """Turnover time of the eddies at the start; 0 for a fluid at rest."""
     gpu_milliseconds: float
-    """Milliseconds that the device spent on the last advance."""
+    """Milliseconds that the device, GPU or processor, spent on the last advance."""
     allocated_bytes: int
     """Device memory of the solver."""
     is_finite: bool
@@ -251,11 +267,15 @@ class Snapshot:
     sequence: int
     """Number of steps taken."""
     time: float
+    """Time of the flow."""
     grid_size: int
+    """Points per side of the square, N."""
     max_vorticity: float
     """Largest magnitude of the vorticity."""
     mean_vorticity: float
+    """Mean of the vorticity: zero but for rounding."""
     std_vorticity: float
+    """Standard deviation of the vorticity."""
     max_speed: float
     """Largest speed, or 0 if the velocity was left out."""
 
@@ -271,23 +291,33 @@ class SystemInfo:
     abi_version: int
     """Version of the library's interface."""
     backend: str
-    """Kind of device and of transforms."""
+    """What computes flows: "CUDA / VkFFT", or "CPU / built-in FFT"."""
     os: str
+    """The operating system, "Linux" or "Windows"."""
     gpu: str
     """Name of the device, a GPU or the processor."""
     device_index: int
+    """The number of the device: GPUs come first, and the processor is last."""
     compute_capability: str
     """Of the GPU, such as "9.0"; "0.0" for the processor."""
     precision: str
+    """The type of the flow's numbers, "float32"."""
     physical_memory_bytes: int
+    """The machine's memory."""
     gpu_memory_bytes: int
+    """The device's memory; that of the machine where the processor is the device."""
     available_memory_bytes: int
     """Device memory that was free when the library described itself."""
     capabilities: Mapping[str, bool]
+    """What the library can do: ``native_rendering``, ``forcing``, ``drag``,
+    ``vortex_injection``.
+    """
     defaults: Config
+    """The library's default configuration."""
     cuda_runtime_version: int | None = None
-    """1000 * major + 10 * minor, or None without CUDA; so is the driver's."""
+    """1000 * major + 10 * minor; None where the library was built without CUDA."""
     cuda_driver_version: int | None = None
+    """The same of the driver; None without one."""
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> SystemInfo:
@@ -319,10 +349,13 @@ class Canvas:
     """The host's window that a view draws into. A point is 1/96 inch at scale 1."""
 
     width_points: float
+    """Width of the window, in points."""
     height_points: float
+    """Height of the window, in points."""
     scale: float
     """Pixels per point."""
     visible: bool
+    """Whether the window is shown."""
 
     @classmethod
     def from_json(cls, values: Mapping[str, Any]) -> Canvas:
@@ -334,6 +367,7 @@ class ViewStatus:
     """The state of a view, as each of its operations returns it."""
 
     config: Config
+    """The configuration in force."""
     ready: bool
     """A frame of this flow has been completed."""
     running: bool
@@ -345,6 +379,7 @@ class ViewStatus:
     gpu: str
     """Name of the device, a GPU or the processor."""
     backend: str
+    """What computes the flow: "CUDA / VkFFT", or "CPU / built-in FFT"."""
     error_message: str | None
     """What stopped the flow or the drawing, until it is dismissed."""
     regulated: bool
@@ -354,11 +389,17 @@ class ViewStatus:
     palinstrophy_control: float
     """10000 times the palinstrophy ratio; the regulator's target for it is 20."""
     display: str
+    """One of ``DISPLAYS``."""
     palette: str
+    """One of ``PALETTES``."""
     color_range: str
+    """One of ``COLOR_RANGES``."""
     flow: bool
+    """Whether flow lines are drawn."""
     exposure: float
+    """Gain of the compressive curves."""
     sigma: float
+    """Half width of the range "sigma", in standard deviations."""
     focused: bool
     """The window has the keyboard, as the host has said by ``View.set``."""
     exporting: bool
@@ -372,6 +413,7 @@ class ViewStatus:
     history: tuple[float, ...]
     """The last energies, at most 120, oldest first."""
     performance: Performance
+    """The speed of the flow."""
     stats: Statistics | None = None
     """Figures of the flow, or None before it is ready."""
     frame: Snapshot | None = None

@@ -10,16 +10,16 @@ from ._numpy import numpy
 
 
 def radial_spectrum(spectrum: Any) -> Any:
-    """The energy in shells of wavenumbers of width 1 around |k| = 0, 1, 2, ...
+    """The energy by wavenumber, in shells of width 1 around |k| = 0, 1, 2, ...
 
-    ``spectrum`` holds the coefficients ω̂(k) as ``Engine.spectrum`` returns them, with NumPy or
-    without. The energy of shell s is
+    ``spectrum`` holds the coefficients ω̂(k) as ``Engine.spectrum`` returns them. The energy of
+    shell s is
 
         E(s) = ½ Σ |ω̂(k)|² / |k|²   over the k with floor(|k| + ½) = s, k ≠ 0,
 
-    so that all shells together have the energy of the flow. The corners of the square of
-    wavenumbers are included: the last shell is near N/√2. The result has one number per shell, as
-    a float64 NumPy array, or an ``array.array('d')`` without NumPy.
+    so that all shells together have the energy of the flow. The result has one number for each
+    shell up to N/√2, in the corners of the square of wavenumbers: a float64 NumPy array, or an
+    ``array.array('d')`` without NumPy.
     """
     np = numpy()
     if np is not None and isinstance(spectrum, np.ndarray):

@@ -25,7 +25,10 @@ OTHER_CONFIGURATION = "State of another configuration: "
 
 @dataclass(frozen=True)
 class SavedState:
-    """What a state file says about its flow. The library checks the whole file when it goes on."""
+    """What a state file says about its flow, from its header alone.
+
+    Only ``Engine.load`` reads the rest of the file, and finds out whether it is whole.
+    """
 
     config: Config
     """The configuration with which the flow was made."""
@@ -34,8 +37,11 @@ class SavedState:
     cfl: float
     """The Courant number in force."""
     simulation_time: float
+    """Time of the flow."""
     steps: int
+    """Steps taken since time 0."""
     initial_turnover_time: float
+    """Turnover time of the eddies at the start; 0 for a fluid at rest."""
     library: str
     """The version of the library that saved it."""
     device: str
@@ -48,9 +54,10 @@ class SavedState:
 
 
 def read_state(path: PathLike) -> SavedState:
-    """Read what a state file says about its flow, without its arrays.
+    """Read what a state file says about its flow: its configuration, its time, its device.
 
-    Raises ``ZephaneError`` if the file cannot be read or is no state.
+    The arrays are not read, so this takes no time however large the flow is. Raises
+    ``ZephaneError`` if the file cannot be read or is no state.
     """
     try:
         with open(path, "rb") as file:

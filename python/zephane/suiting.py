@@ -20,7 +20,11 @@ SUITABLE_CFL = {"imexRK3": 1.5, "ifHeunRK3": 1.5, "etdrk4": 3.0}
 
 
 class ZephaneWarning(UserWarning):
-    """Accepted settings with which the flow is probably wrong, or figures that show that it is."""
+    """A flow that is probably wrong, by its settings or because its energy or enstrophy has grown;
+    or a member of a sweep that blew up.
+
+    ``warnings.simplefilter("error", zephane.ZephaneWarning)`` makes it an error.
+    """
 
 
 def suitable_cfl(integrator: str) -> float:
@@ -35,7 +39,11 @@ def suitable_cfl(integrator: str) -> float:
 
 
 def largest_cfl(integrator: str, resolution: int) -> float:
-    """The largest Courant number with which an integrator is stable on a grid, as measured."""
+    """The largest Courant number with which an integrator is stable on a grid, as measured.
+
+    ``resolution`` is the number of points per side. Beyond this number the flow may stay finite and
+    be wrong. Grids above 512 have the number of 512, for want of longer measurements.
+    """
     measured = min((n for n in STABLE_CFL if n >= resolution), default=max(STABLE_CFL))
     return STABLE_CFL[measured].get(integrator, SUITABLE_CFL["etdrk4"])
 

@@ -67,21 +67,22 @@ def sweep(
     library: LibraryPath | None = None,
     **settings: Any,
 ) -> Any:
-    """Record a flow for each combination of settings: one xarray Dataset.
+    """Record a flow for each combination of settings, and return all as one xarray Dataset.
 
     ``settings`` are members of ``Config``. Each that is a list, a range or an array is a dimension
     of the Dataset: ``sweep(seed=range(8), reynolds=[1000, 2000], resolution=512, ...)`` records 16
-    flows. ``until``, ``every``, ``spectra_every``, ``fields_every`` and ``velocity`` are those of
-    ``record``.
+    flows, the members of the sweep. ``until``, ``every``, ``spectra_every``, ``fields_every`` and
+    ``velocity`` are those of ``record``.
 
-    The members run side by side: one process for each GPU, or as many as there are processors,
-    among which these are shared out, and as the memory holds; ``jobs`` limits them. With
-    ``client``, a ``dask.distributed.Client``, or the address of its ``scheduler``, they run on a
-    cluster instead, whose workers need ``zephane`` and the folder ``path`` under the same name.
+    The members run side by side: one process for each GPU, or as many as the processors and the
+    memory allow, each on its share of the processors; ``jobs`` limits them. With ``client``, a
+    ``dask.distributed.Client``, or the address of its ``scheduler``, they run on a cluster instead,
+    whose workers need ``zephane`` and the folder ``path`` under the same name.
 
-    ``path`` is a folder that keeps a file for each member: what is there already is not computed
-    again, and a member that was broken off goes on from its last checkpoint, with the same bits. A
-    checkpoint is saved each ``checkpoint_seconds`` of computing.
+    ``path`` is a folder that keeps a NetCDF file for each member: what is there already is not
+    computed again, and a member that was broken off goes on from its last checkpoint, with the same
+    bits. A checkpoint is saved each ``checkpoint_seconds`` of computing. Without ``path``
+    everything is in memory, and lost if the call ends early.
 
     A member that blows up does not stop the others. Its samples end there, its ``failed_at`` is the
     time, and a ``ZephaneWarning`` says so. If members cannot be computed for another reason,

@@ -10,9 +10,9 @@ from .extras import need
 def shell_spectra(spectrum: Any) -> tuple[Any, Any]:
     """The energy E(s) and the enstrophy Z(s) in shells of wavenumbers of width 1.
 
-    ``spectrum`` is what ``Engine.spectrum`` returns with NumPy. Shell s has the wavenumbers with
-    floor(|k| + ½) = s, as in ``radial_spectrum``, so that the sums over all shells are the energy
-    and the enstrophy of the flow. Both are float64 NumPy arrays.
+    ``spectrum`` is what ``Engine.spectrum`` returns with NumPy, complex64 of shape (N, N). Shell s
+    has the wavenumbers with floor(|k| + ½) = s, so that the sums over all shells are the energy and
+    the enstrophy of the flow. Both results are float64 NumPy arrays with one number for each shell.
     """
     np = need("numpy", "numpy", "A spectrum")
     modes = _Modes(np, spectrum)
@@ -23,11 +23,14 @@ def shell_spectra(spectrum: Any) -> tuple[Any, Any]:
 def spectral_fluxes(spectrum: Any) -> tuple[Any, Any]:
     """The fluxes of energy and of enstrophy through each wavenumber, towards larger ones.
 
-    With the transfer T(s) of the nonlinear term into shell s, the flux is Π(s) = -Σ T(s') over
-    s' <= s. For the energy T is the sum of Re(conj(ω̂) N̂) / k², for the enstrophy that of
-    Re(conj(ω̂) N̂), where N̂ are the coefficients of -u·∇ω, without aliasing. Of both nothing is
-    lost: the flux through the largest wavenumber is zero to rounding. Shells are those of
-    ``shell_spectra``.
+    The flux Π(s) is what the nonlinear term carries out of all shells up to s, per unit of time:
+    minus the sum of their transfers T. For the energy, T(s) is the sum over a shell of
+    Re(conj(ω̂) N̂) / k², for the enstrophy that of Re(conj(ω̂) N̂), where N̂ are the coefficients of
+    -u·∇ω, without aliasing. The nonlinear term loses neither, so the flux through the last shell
+    is zero but for rounding.
+
+    ``spectrum`` and the shells are those of ``shell_spectra``; the results are two float64 NumPy
+    arrays.
     """
     np = need("numpy", "numpy", "A flux")
     modes = _Modes(np, spectrum)

@@ -25,26 +25,26 @@ class Keep(enum.Enum):
 
 
 KEEP = Keep.KEEP
+"""The default of arguments for which None has a meaning: leave the value as it is."""
 
 
 class View:
-    """A flow that runs on a thread of the library, on the device that ``initialize`` chose.
+    """A flow that runs by itself, on a thread of the library, and can be drawn into a window.
 
-    ``start`` makes the flow and lets it run. Each operation returns at once with the view's status,
-    whether or not it has taken effect; ``wait`` waits until it has.
+    ``View(resolution=512, seed=7)`` changes single members of the default configuration, which
+    ``config`` replaces. Unless numbers are given for them, the Reynolds number suits the grid and
+    the Courant number the integrator.
 
-    The configuration is the library's default or ``config``, and keyword arguments change single
-    members of it. Unless numbers are given for them, the Reynolds number suits the grid and the
-    Courant number the integrator.
+    ``start`` makes the flow and lets it run. Each operation returns the view's status at once,
+    perhaps before the flow has followed; ``wait`` waits until it has.
 
     The Reynolds number stays as it is. ``AdaptedViscosity`` moves it with the flow, so that the
-    grid resolves the smallest eddies. ``regulated`` switches on the library's own regulation,
+    grid resolves the smallest eddies. ``regulated=True`` switches on the library's own regulation,
     which does not hold its target: docs/choosing.md has figures.
 
-    A view may be used only on the thread that initialized the library; if the program has not done
-    so, the first view or engine does. On any other thread, and on a closed view, every operation
-    raises ``ZephaneError``, as it does with the library's text when the library refuses it. Values
-    of a configuration that are refused raise ``InvalidValueError`` before the library is asked.
+    Use a view only on the thread that initialized the library: on any other, every operation raises
+    ``ZephaneError``. So does an operation that the library refuses, and any on a closed view. A
+    refused value of the configuration raises ``InvalidValueError``.
 
     Leave a ``with`` block or call ``close`` to end a view. One that is garbage collected ends too,
     but if that happens on another thread, only when the next view is made.
@@ -105,8 +105,9 @@ class View:
 
     @property
     def failed(self) -> bool:
-        """Whether the flow was lost or could not be made. ``dismiss`` does not change this;
-        ``reset``, ``next_seed`` and ``configure`` start again.
+        """Whether the flow was lost or could not be made, by the statuses asked for so far.
+
+        ``reset``, ``next_seed`` and ``configure`` start again; ``dismiss`` changes nothing here.
         """
         return self._course.failed
 
@@ -121,10 +122,11 @@ class View:
     def wait(
         self, condition: Callable[[ViewStatus], bool], timeout: float | None = None
     ) -> ViewStatus:
-        """Poll the status until ``condition`` is true of it, and return that status.
+        """Ask for the status until ``condition`` is true of it, and return that status.
 
-        Raises ``TimeoutError`` after ``timeout`` seconds, and ``ZephaneError`` when the status has
-        an error message.
+        ``view.wait(lambda status: status.ready)`` waits for the first frame. Raises
+        ``TimeoutError`` after ``timeout`` seconds, and ``ZephaneError`` when the status has an
+        error message.
         """
         deadline = math.inf if timeout is None else time.monotonic() + timeout
         while True:
@@ -196,9 +198,10 @@ class View:
     ) -> ViewStatus:
         """Change settings while the flow runs. Numbers are clamped to their ranges.
 
-        ``cfl`` is 1 to 3. ``log_reynolds`` is the decimal logarithm of the Reynolds number, 3 to 6,
-        and has no effect on a regulated flow. ``focused`` says whether the window has the keyboard.
-        The others are those of ``PictureSettings``.
+        ``cfl`` is 1 to 3. ``log_reynolds`` is the decimal logarithm of the Reynolds number, 3 to 6;
+        a regulated flow ignores it. ``regulated`` switches the library's regulation on or off.
+        ``focused`` says whether the window has the keyboard. ``display``, ``palette``,
+        ``color_range``, ``exposure``, ``sigma`` and ``flow`` are those of ``PictureSettings``.
         """
         return self._call(
             "set",
@@ -260,24 +263,29 @@ class View:
         pixel_size: int | None = None,
         state: PathLike | None = None,
     ) -> ViewStatus:
-        """Write the newest frame to a picture, ``pixel_size`` pixels a side, to raw fields, or to
-        both. The view must be attached to a window.
+        """Write the newest frame to files: a picture, raw fields, the state of the flow.
 
-        ``state`` is the path of a file for the state of the flow, as ``Engine.save`` writes it,
-        which needs no window.
+        ``png`` is the path of a picture of ``pixel_size`` pixels a side with the view's settings,
+        and ``fields`` that of a raw file as for ``Engine.export``; for both the view must be
+        attached to a window. ``state`` is the path of a state, as ``Engine.save`` writes it, which
+        needs no window.
         """
         return self._call(
             "export", **given(png=png, fields=fields, pixel_size=pixel_size, state=state)
         )
 
     def save(self) -> ViewStatus:
-        """Ask the user for a path, and write a picture there unless the user cancels."""
+        """Ask the user for a path by a dialog, and write a picture there unless the user cancels.
+
+        The view must be attached to a window.
+        """
         return self._call("save")
 
     def attach(self, parent: int) -> None:
-        """Draw into the window with this X11 id, which the X server must know already.
+        """Draw into the window with the X11 id ``parent``, which the X server must know already.
 
-        A view can be attached once. Close it before the window is destroyed.
+        The view covers the whole window, and follows its size. It can be attached once; close it
+        before the window is destroyed. Raises ``ZephaneError`` where there is no such window.
         """
         self._library.attach_view(self._handle, parent)
 
