@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import importlib
 import re
 import sys
 from pathlib import Path
@@ -50,6 +51,7 @@ html_theme = "theme"
 html_theme_path = [str(Path(__file__).parent)]
 html_title = "Zephane"
 html_copy_source = False
+html_show_search_summary = False
 html_domain_indices = False
 
 
@@ -67,7 +69,18 @@ def with_short_signature(
         return "", returned
     for long, short in SHORT_TYPES.items():
         arguments, returned = (text and re.sub(long, short, text) for text in (arguments, returned))
-    return arguments, returned
+    return arguments and re.sub(r"(?<== )[A-Z_]+\b", value, arguments), returned
+
+
+def value(constant: re.Match[str]) -> str:
+    """The value of a constant that is the default of an argument."""
+    for module in ("zephane.films", "zephane.sweeping", "zephane.viscosity"):
+        found = getattr(importlib.import_module(module), constant[0], None)
+        if isinstance(found, float):
+            return f"{found:g}"
+        if isinstance(found, int):
+            return str(found)
+    return constant[0]
 
 
 def setup(app: Any) -> None:

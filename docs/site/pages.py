@@ -6,12 +6,14 @@ on a code host. Here each link gets the place that its target has in the site.
 
 from __future__ import annotations
 
+import json
 import os
 import posixpath
 import re
 import shutil
 from collections.abc import Callable
 from pathlib import Path
+from typing import Any
 
 ROOT = Path(__file__).resolve().parents[2]
 PICTURES = (".png", ".svg", ".webp")
@@ -41,7 +43,7 @@ NAVIGATION = {
 HOME = {"README.md": "index"}
 PAGES = {**HOME, **{file: name for part in NAVIGATION.values() for file, name in part.items()}}
 
-LANGUAGES = {".c": "c", ".h": "cpp", ".cpp": "cpp", ".py": "python", ".ipynb": "json"}
+LANGUAGES = {".c": "c", ".h": "cpp", ".cpp": "cpp", ".py": "python"}
 LANGUAGES_BY_NAME = {"CMakeLists.txt": "cmake", "CITATION.cff": "yaml"}
 
 # A page that the navigation does not list.
@@ -73,7 +75,9 @@ class Stage:
             self._write(f"{source_name(source)}.md", UNLISTED + self._page(source))
 
     def _page(self, source: str) -> str:
-        return folder_page(source) if (ROOT / source).is_dir() else source_page(source)
+        if (ROOT / source).is_dir():
+            return folder_page(source)
+        return notebook_page(source) if source.endswith(".ipynb") else source_page(source)
 
     def _carried(self, file: str, text: str, name: str) -> str:
         """The text of a page with links that lead to where their targets are in the site."""
@@ -99,8 +103,9 @@ class Stage:
             page = PAGES.get(target) or PAGES[readme]
             return f"{page}.rst" if target.endswith(".py") else f"{page}.md"
         if target.endswith(PICTURES):
-            shutil.copy(ROOT / target, self._folder / os.path.basename(target))
-            return os.path.basename(target)
+            (self._folder / target).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(ROOT / target, self._folder / target)
+            return target
         for source in (target, *files_of(target)):
             if source not in self._sources:
                 self._sources.append(source)
@@ -131,6 +136,27 @@ def source_page(source: str) -> str:
     language = LANGUAGES_BY_NAME.get(name) or LANGUAGES.get(Path(name).suffix, "text")
     text = (ROOT / source).read_text("utf-8").rstrip("\n")
     return f"# {source}\n\n{FENCE}{language}\n{text}\n{FENCE}\n"
+
+
+def notebook_page(notebook: str) -> str:
+    """The cells of a notebook, with the texts and pictures that it keeps as their outputs."""
+    parts = []
+    for cell in json.loads((ROOT / notebook).read_text("utf-8"))["cells"]:
+        text = "".join(cell["source"])
+        if cell["cell_type"] == "markdown":
+            parts.append(text)
+        elif cell["cell_type"] == "code" and text:
+            parts.append(f"{FENCE}python\n{text}\n{FENCE}")
+            parts += [part for output in cell["outputs"] for part in _output(output)]
+    return "\n\n".join(parts) + "\n"
+
+
+def _output(output: dict[str, Any]) -> list[str]:
+    data = output.get("data", {})
+    if "image/png" in data:
+        return [f"![](data:image/png;base64,{''.join(data['image/png'].split())})"]
+    text = "".join(output.get("text") or data.get("text/plain", []))
+    return [f"{FENCE}text\n{text.rstrip()}\n{FENCE}"] if text else []
 
 
 def folder_page(folder: str) -> str:

@@ -9,6 +9,7 @@ import sys
 from pathlib import Path
 
 import numpy as np
+import pages
 import pictures
 import pytest
 from blocks import blocks_of, difference, pictures_of, with_outputs
@@ -110,3 +111,25 @@ def test_pictures_agree_up_to_compression(tmp_path: Path) -> None:
     assert pictures.difference(shown, picture(32, 196)) is None
     assert "differs" in pictures.difference(shown, picture(32, 150))
     assert "size" in pictures.difference(shown, picture(64, 200))
+
+
+def test_a_notebook_becomes_a_page_with_its_outputs(
+    tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    printed = {"output_type": "stream", "name": "stdout", "text": ["0.5\n", "0.4\n"]}
+    drawn = {"output_type": "display_data", "data": {"image/png": "aGVs\nbG8=", "text/plain": ["x"]}}
+    cells = [
+        {"cell_type": "markdown", "source": ["# Decay\n", "Words."]},
+        {"cell_type": "code", "source": ["import zephane"], "outputs": [printed, drawn]},
+        {"cell_type": "code", "source": [], "outputs": []},
+    ]
+    (tmp_path / "decay.ipynb").write_text(json.dumps({"cells": cells}), "utf-8")
+    monkeypatch.setattr(pages, "ROOT", tmp_path)
+    parts = pages.notebook_page("decay.ipynb").split("\n\n")
+    fence = pages.FENCE
+    assert parts == [
+        "# Decay\nWords.",
+        f"{fence}python\nimport zephane\n{fence}",
+        f"{fence}text\n0.5\n0.4\n{fence}",
+        "![](data:image/png;base64,aGVsbG8=)\n",
+    ]
