@@ -1,8 +1,8 @@
-"""Builds the site of the documentation: build.py [--update] [--library BUILD] [SITE]
+"""Builds the site of the documentation: build.py [--update] [SITE]
 
 Runs the code of the pages that show its output, compares what it prints and draws with what they
-show, and makes the site with Sphinx, without a warning. With --update, the outputs and pictures of
-the pages are replaced instead, in docs/.
+show, and makes the site with Sphinx, without a warning. The library is that of build/release. With
+--update, the outputs and pictures of the pages are replaced instead, in docs/.
 """
 
 from __future__ import annotations
@@ -26,17 +26,16 @@ from reference import write_reference
 # Pages whose code is run, the longest first.
 RUN = ("gallery", "spectra", "long-runs", "first-flow", "from-c")
 PICTURES = ROOT / "docs" / "pictures"
+BUILD = ROOT / "build" / "release"
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(description="Build the site of the documentation.")
     parser.add_argument("--update", action="store_true", help="replace outputs and pictures")
-    parser.add_argument("--build", type=Path, default=ROOT / "build" / "release",
-                        help="the folder of a build of the library")  # fmt: skip
     parser.add_argument("site", type=Path, nargs="?", default=ROOT / "build" / "site")
     options = parser.parse_args()
     work = ROOT / "build" / "site-work"
-    environment = prepared(work, options.build.resolve())
+    environment = prepared(work)
     # Each page on a processor of its own: the library shares out the threads that it sees.
     free: queue.SimpleQueue[int] = queue.SimpleQueue()
     for processor in sorted(os.sched_getaffinity(0)):
@@ -52,13 +51,13 @@ def main() -> int:
     return make_site(work, options.site)
 
 
-def prepared(work: Path, build: Path) -> dict[str, str]:
+def prepared(work: Path) -> dict[str, str]:
     """The environment of the pages: the library installed in ~/zephane, and the command."""
     home, programs = work / "home", work / "bin"
     for folder in (home, work / "pages", programs):
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(parents=True)
-    command = ["cmake", "--install", str(build), "--prefix", str(home / "zephane")]
+    command = ["cmake", "--install", str(BUILD), "--prefix", str(home / "zephane")]
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
     script = programs / "zephane"
     script.write_text(f'#!/bin/sh\nexec "{sys.executable}" -m zephane "$@"\n', "utf-8")
