@@ -2,6 +2,8 @@
 // floating-point mode, its locale and its signals.
 #pragma once
 
+#include <immintrin.h>
+
 #include <cfenv>
 #include <thread>
 #include <utility>
@@ -10,9 +12,7 @@ namespace zeph::platform {
 
 // From here on the thread rounds to nearest, keeps subnormal numbers and traps nothing. For the
 // library's own threads.
-inline void useDefaultArithmetic() {
-  std::fesetenv(FE_DFL_ENV);
-}
+void useDefaultArithmetic();
 
 // From here on the thread reads and writes numbers with a point, whatever locale the host has
 // chosen for the process. For the library's own threads.
@@ -35,17 +35,21 @@ class NeutralLocale {
 // flags and locale are back.
 class CallEnvironment {
  public:
-  CallEnvironment() {
+  CallEnvironment() : vectors_(_mm_getcsr()) {
     std::feholdexcept(&callers_);
     useDefaultArithmetic();
   }
-  ~CallEnvironment() { std::fesetenv(&callers_); }
+  ~CallEnvironment() {
+    std::fesetenv(&callers_);
+    _mm_setcsr(vectors_);
+  }
   CallEnvironment(const CallEnvironment&) = delete;
   CallEnvironment& operator=(const CallEnvironment&) = delete;
 
  private:
   NeutralLocale locale_;
   std::fenv_t callers_;
+  unsigned vectors_;  // the mode and flags of the vectors' unit, which Windows' fenv_t lacks
 };
 
 // From here on the thread's sleeps end on time. The system otherwise prolongs them by some 50

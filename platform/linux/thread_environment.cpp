@@ -16,6 +16,10 @@ constexpr int raisedByInstructions[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP
 
 }  // namespace
 
+void useDefaultArithmetic() {
+  std::fesetenv(FE_DFL_ENV);
+}
+
 void useNeutralLocale() {
   uselocale(neutralLocale);
 }

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 // After windows.h.
+#include <immintrin.h>
 #include <mmsystem.h>
 
 #include <clocale>
@@ -28,6 +29,15 @@ bool isNeutral(const char* locale) {
 }
 
 }  // namespace
+
+// Windows' own default cuts the registers of the old floating-point unit to 53 bits; the logarithm
+// and the power of our C library are precise only with all 64. Its fesetenv() leaves the vectors'
+// unit as it was.
+void useDefaultArithmetic() {
+  constexpr unsigned toNearestWithSubnormals = 0x1F80;
+  std::fesetenv(FE_PC64_ENV);
+  _mm_setcsr(toNearestWithSubnormals);
+}
 
 void useNeutralLocale() {
   _configthreadlocale(_ENABLE_PER_THREAD_LOCALE);
