@@ -10,6 +10,7 @@ import pytest
 
 from .fresh_process import in_fresh_process, on_another_thread
 from .harness import FUNCTIONS, Engine, Library, decode, error_of
+from .systems import posix_only
 from .words import BAD_CONFIGURATION, NOT_AN_OBJECT, PARSE_ERROR, UNKNOWN_OPERATION, type_error
 
 NOT_OBJECTS = ["[]", "[1]", "7", "-1.5", '"inspect"', "true", "null"]
@@ -20,6 +21,7 @@ def test_the_library_exports_its_nine_functions_and_nothing_else(dynamic_symbols
     assert exported == set(FUNCTIONS)
 
 
+@posix_only
 def test_the_library_needs_no_gpu_no_driver_and_no_display_to_load(library_path):
     listing = subprocess.run(
         ["readelf", "--dynamic", str(library_path)], check=True, capture_output=True, text=True

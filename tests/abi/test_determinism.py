@@ -10,6 +10,7 @@ import pytest
 
 from .fresh_process import in_fresh_process
 from .harness import INTEGRATORS, OPERATORS, Engine, Library
+from .systems import posix_only
 
 FLOWS = [
     {"resolution": n, "integrator": integrator, "operator": operator}
@@ -98,6 +99,7 @@ def digests_on(library: Library, processors: int, flows: list):
     return digests
 
 
+@posix_only
 def test_one_processor_gives_the_same_bits_as_all(library_path):
     if len(os.sched_getaffinity(0)) < 2:
         pytest.skip("this machine lends one processor")

@@ -66,7 +66,7 @@ def test_many_snapshots_in_sequence_reuse_their_blocks(engine):
 )
 def test_a_switch_that_is_not_a_boolean_is_refused(engine, tmp_path, key, value, name):
     path = tmp_path / "f"
-    text = f'{{"op":"export","fields":"{path}","{key}":{value}}}'
+    text = f'{{"op":"export","fields":"{path.as_posix()}","{key}":{value}}}'
     assert engine.refusal(text) == type_error("boolean", name)
     assert not path.exists()
 

@@ -17,6 +17,7 @@ import pytest
 
 from .fresh_process import TESTS, in_fresh_process
 from .harness import INTEGRATORS, OPERATORS, Engine, Library
+from .systems import posix_only
 from .test_determinism import digest_of
 from .words import FLOW_LOST, NO_FLOW, NO_FRAME, TWO_STARTS, UNWRITABLE, type_error
 
@@ -66,6 +67,7 @@ def second_halves(library: Library, processors: int, paths: list, endpoint: floa
     return digests
 
 
+@posix_only
 def test_a_flow_goes_on_in_another_process_on_one_processor_with_the_same_bits(
     library_path, make_engine, tmp_path
 ):
@@ -280,6 +282,7 @@ def go_on_from_a_pipe(library: Library, path: str) -> str:
     return library.creation_refusal({"state": path})
 
 
+@posix_only
 def test_a_pipe_is_refused_without_waiting(library_path, tmp_path):
     words = in_fresh_process(
         library_path, go_on_from_a_pipe, str(tmp_path / "pipe"), limit_seconds=30
@@ -302,6 +305,7 @@ with Engine(Library(sys.argv[1]), {"resolution": 256, "integrator": "imexRK3"}) 
 """
 
 
+@posix_only
 def test_a_process_that_is_killed_leaves_a_whole_state(library, library_path, tmp_path):
     path = tmp_path / "state"
     for wait in (0.0, 0.003, 0.007):

@@ -5,6 +5,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/environment_variable.h"
+
 namespace zeph::platform {
 namespace {
 
@@ -36,6 +38,18 @@ TEST(System, HasAtLeastOneProcessor) {
 TEST(System, KnowsTheSizeOfTheLargestCache) {
   EXPECT_GE(lastLevelCacheBytes(), std::size_t{256} << 10);
   EXPECT_LE(lastLevelCacheBytes(), std::size_t{4} << 30);
+}
+
+TEST(Environment, IsReadAnew) {
+  const test::EnvironmentVariable variable("ZEPHANE_TEST_VARIABLE");
+  EXPECT_EQ(environmentVariable("ZEPHANE_TEST_VARIABLE"), std::nullopt);
+  variable.set("one");
+  EXPECT_EQ(environmentVariable("ZEPHANE_TEST_VARIABLE"), "one");
+  const std::string longer(1000, 'x');
+  variable.set(longer);
+  EXPECT_EQ(environmentVariable("ZEPHANE_TEST_VARIABLE"), longer);
+  variable.set("");
+  EXPECT_EQ(environmentVariable("ZEPHANE_TEST_VARIABLE"), "");
 }
 
 TEST(Paths, TextSurvivesARoundTrip) {
