@@ -2,6 +2,9 @@
 // Ordinals count the devices of that kind, from 0.
 #pragma once
 
+#include <span>
+
+#include "device/graphics_interop.h"
 #include "device/runtime.h"
 #include "device/transform.h"
 
@@ -31,6 +34,14 @@ struct DeviceKind {
   cudaError_t (*mapMemory)(void** pointer, cudaExternalMemory_t memory, std::size_t bytes);
   cudaError_t (*releaseMemory)(cudaExternalMemory_t memory);
 
+  cudaError_t (*deviceOfAdapter)(int* ordinal, void* adapter);
+  cudaError_t (*registerResource)(cudaGraphicsResource_t* resource, void* buffer, unsigned flags);
+  cudaError_t (*setMapFlags)(cudaGraphicsResource_t resource, unsigned flags);
+  cudaError_t (*mapResources)(int count, cudaGraphicsResource_t* resources, cudaStream_t stream);
+  cudaError_t (*mappedPointer)(void** pointer, std::size_t* bytes, cudaGraphicsResource_t resource);
+  cudaError_t (*unmapResources)(int count, cudaGraphicsResource_t* resources, cudaStream_t stream);
+  cudaError_t (*unregisterResource)(cudaGraphicsResource_t resource);
+
   cudaError_t (*createStream)(cudaStream_t* stream, unsigned flags);
   cudaError_t (*synchronizeStream)(cudaStream_t stream);
   cudaError_t (*destroyStream)(cudaStream_t stream);
@@ -56,6 +67,9 @@ struct DeviceKind {
   void (*destroyTransform)(Transform* transform);
   std::vector<TransformAllocation> (*transformAllocations)(const Transform* transform);
 };
+
+// All kinds, in the order of their ordinals.
+std::span<const DeviceKind* const> deviceKinds();
 
 // The kind of the device that the calling thread has selected.
 const DeviceKind& selectedKind();

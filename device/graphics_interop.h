@@ -2,8 +2,8 @@
 // and resources are Direct3D's interfaces, as plain pointers: an IDXGIAdapter and an
 // ID3D11Resource.
 //
-// Everything fails with cudaErrorNotSupported on systems other than Windows and in builds without
-// CUDA. The processor works in ordinary memory and needs none of it.
+// Everything fails on systems other than Windows, in builds without CUDA, and on the processor,
+// which works in ordinary memory and needs none of it.
 #pragma once
 
 #include <cstddef>
@@ -17,8 +17,7 @@ using cudaGraphicsResource_t = struct DeviceGraphicsResource*;
 constexpr unsigned graphicsRegisterFlagsNone = 0;     // cudaGraphicsRegisterFlagsNone
 constexpr unsigned graphicsMapFlagsWriteDiscard = 2;  // cudaGraphicsMapFlagsWriteDiscard
 
-// The CUDA device that drives an adapter. A failure stays behind as the thread's last error until
-// cudaGetLastError().
+// The device that drives an adapter, whatever device is selected.
 cudaError_t cudaD3D11GetDevice(int* device, void* adapter);
 
 cudaError_t cudaGraphicsD3D11RegisterResource(cudaGraphicsResource_t* interop, void* resource,

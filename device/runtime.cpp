@@ -46,6 +46,10 @@ bool find(int device, Place& place) {
 
 }  // namespace
 
+std::span<const DeviceKind* const> deviceKinds() {
+  return kinds;
+}
+
 const DeviceKind& selectedKind() {
   Place place{};
   return find(selected, place) ? *place.kind : cpu::processorKind;

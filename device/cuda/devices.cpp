@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include "device/cuda/direct3d_functions.h"
 #include "device/cuda/kernel_library.h"
 #include "device/cuda/vkfft_transform.h"
 #include "platform/fork.h"
@@ -109,6 +110,18 @@ cudaError_t mapMemory(void** pointer, cudaExternalMemory_t memory, std::size_t b
   return clearingLastError(::cudaExternalMemoryGetMappedBuffer(pointer, native(memory), &range));
 }
 
+::cudaGraphicsResource_t native(cudaGraphicsResource_t resource) {
+  return reinterpret_cast<::cudaGraphicsResource_t>(resource);
+}
+::cudaGraphicsResource_t* native(cudaGraphicsResource_t* resources) {
+  return reinterpret_cast<::cudaGraphicsResource_t*>(resources);
+}
+
+cudaError_t registerResource(cudaGraphicsResource_t* resource, void* buffer, unsigned flags) {
+  return clearingLastError(::cudaGraphicsD3D11RegisterResource(
+      native(resource), static_cast<ID3D11Resource*>(buffer), flags));
+}
+
 cudaError_t launch(const Kernel& kernel, dim3 grid, dim3 block, void** arguments,
                    std::size_t sharedBytes, cudaStream_t stream) {
   const void* function = nullptr;
@@ -210,6 +223,35 @@ const DeviceKind deviceKind = {
     .releaseMemory =
         [](cudaExternalMemory_t memory) {
           return clearingLastError(::cudaDestroyExternalMemory(native(memory)));
+        },
+    .deviceOfAdapter =
+        [](int* ordinal, void* adapter) {
+          return clearingLastError(
+              ::cudaD3D11GetDevice(ordinal, static_cast<IDXGIAdapter*>(adapter)));
+        },
+    .registerResource = registerResource,
+    .setMapFlags =
+        [](cudaGraphicsResource_t resource, unsigned flags) {
+          return clearingLastError(::cudaGraphicsResourceSetMapFlags(native(resource), flags));
+        },
+    .mapResources =
+        [](int count, cudaGraphicsResource_t* resources, cudaStream_t stream) {
+          return clearingLastError(
+              ::cudaGraphicsMapResources(count, native(resources), native(stream)));
+        },
+    .mappedPointer =
+        [](void** pointer, std::size_t* bytes, cudaGraphicsResource_t resource) {
+          return clearingLastError(
+              ::cudaGraphicsResourceGetMappedPointer(pointer, bytes, native(resource)));
+        },
+    .unmapResources =
+        [](int count, cudaGraphicsResource_t* resources, cudaStream_t stream) {
+          return clearingLastError(
+              ::cudaGraphicsUnmapResources(count, native(resources), native(stream)));
+        },
+    .unregisterResource =
+        [](cudaGraphicsResource_t resource) {
+          return clearingLastError(::cudaGraphicsUnregisterResource(native(resource)));
         },
     .createStream =
         [](cudaStream_t* stream, unsigned flags) {

@@ -5,6 +5,7 @@
 #include <cuda_runtime_api.h>
 #include <nvrtc.h>
 
+#include "device/cuda/direct3d_functions.h"
 #include "device/cuda/nvrtc_library.h"
 
 namespace {
@@ -31,6 +32,20 @@ template <class Function, class... Arguments>
 nvrtcResult callNvrtc(void* function, Function*, Arguments... arguments) {
   if (function == nullptr) return NVRTC_ERROR_INTERNAL_ERROR;
   return reinterpret_cast<Function*>(function)(arguments...);
+}
+
+// The runtime's ordinal of a device of the driver.
+cudaError_t ordinalOf(CUdevice device, int* ordinal) {
+  int count = 0;
+  const cudaError_t counted = cudaGetDeviceCount(&count);
+  if (counted != cudaSuccess) return counted;
+  for (int candidate = 0; candidate < count; ++candidate) {
+    CUdevice found = 0;
+    if (cuDeviceGet(&found, candidate) != CUDA_SUCCESS || found != device) continue;
+    *ordinal = candidate;
+    return cudaSuccess;
+  }
+  return cudaErrorInvalidDevice;
 }
 
 }  // namespace
@@ -76,6 +91,24 @@ CUresult cuLaunchKernel(CUfunction function, unsigned gridX, unsigned gridY, uns
                         CUstream stream, void** arguments, void** extra) {
   ZEPH_DRIVER_CALL("cuLaunchKernel", cuLaunchKernel, function, gridX, gridY, gridZ, blockX, blockY,
                    blockZ, sharedBytes, stream, arguments, extra);
+}
+
+// The driver has these two on Windows alone. Its graphics resources and the runtime's are the same
+// objects.
+cudaError_t cudaD3D11GetDevice(int* ordinal, IDXGIAdapter* adapter) {
+  static void* const function = driverFunction("cuD3D11GetDevice");
+  if (function == nullptr) return cudaErrorNotSupported;
+  using Get = CUresult CUDAAPI(CUdevice*, IDXGIAdapter*);
+  CUdevice device = 0;
+  const CUresult result = reinterpret_cast<Get*>(function)(&device, adapter);
+  return result == CUDA_SUCCESS ? ordinalOf(device, ordinal) : static_cast<cudaError_t>(result);
+}
+cudaError_t cudaGraphicsD3D11RegisterResource(cudaGraphicsResource** resource,
+                                              ID3D11Resource* buffer, unsigned flags) {
+  static void* const function = driverFunction("cuGraphicsD3D11RegisterResource");
+  if (function == nullptr) return cudaErrorNotSupported;
+  using Register = CUresult CUDAAPI(cudaGraphicsResource**, ID3D11Resource*, unsigned);
+  return static_cast<cudaError_t>(reinterpret_cast<Register*>(function)(resource, buffer, flags));
 }
 
 nvrtcResult nvrtcCreateProgram(nvrtcProgram* program, const char* source, const char* name,

@@ -51,6 +51,17 @@ class MachineScope {
   MachineScope& operator=(const MachineScope&) = delete;
 };
 
+// What Direct3D's interfaces point to here. An adapter that is no GPU of CUDA's has -1.
+struct Adapter {
+  int gpu = -1;
+};
+
+// A buffer that a GPU can share. The contents change when an unmap has run on its stream.
+struct GraphicsBuffer {
+  int gpu = 0;
+  std::vector<std::byte> contents;
+};
+
 // Lets a function of CUDA, by its name, fail once after `passes` calls that do not.
 void failNext(const std::string& function, ::cudaError_t error, int passes = 0);
 
@@ -66,7 +77,9 @@ struct Holdings {
   std::size_t events = 0;
   std::size_t graphs = 0;
   std::size_t modules = 0;
-  std::size_t imports = 0;  // memory imported from other interfaces
+  std::size_t imports = 0;     // memory imported from other interfaces
+  std::size_t registered = 0;  // buffers of Direct3D
+  std::size_t mapped = 0;      // of these
 
   bool operator==(const Holdings&) const = default;
 };

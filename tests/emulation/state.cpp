@@ -56,6 +56,7 @@ void setMachine(const Machine& machine) {
   s.graphs.clear();
   s.graphExecs.clear();
   s.imports.clear();
+  s.graphics.clear();
   s.ledger.clear();
   s.failures.clear();
   currentGpu() = 0;
@@ -93,6 +94,9 @@ Holdings holdings() {
   held.graphs = s.graphs.size() + s.graphExecs.size();
   held.modules = s.modules;
   held.imports = s.imports.size();
+  held.registered = s.graphics.size();
+  s.graphics.forEach(
+      [&](const GraphicsResource& resource) { held.mapped += resource.mapped != nullptr; });
   return held;
 }
 

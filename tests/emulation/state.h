@@ -53,6 +53,13 @@ struct ExternalMemory {
   std::size_t bytes = 0;
 };
 
+// A buffer of Direct3D, whose memory has another address each time that it is mapped.
+struct GraphicsResource {
+  GraphicsBuffer* buffer = nullptr;
+  unsigned mapFlags = 0;
+  void* mapped = nullptr;
+};
+
 // Objects behind handles.
 template <class T, class Handle>
 class Registry {
@@ -98,6 +105,7 @@ struct State {
   Registry<Graph, ::cudaGraph_t> graphs;
   Registry<GraphExec, ::cudaGraphExec_t> graphExecs;
   Registry<ExternalMemory, ::cudaExternalMemory_t> imports;
+  Registry<GraphicsResource, ::cudaGraphicsResource_t> graphics;
   std::set<const KernelFunction*> kernels;
   std::size_t modules = 0;
   std::map<std::string, PlannedFailure> failures;
