@@ -1,13 +1,57 @@
-# The part of the system that runs on NVIDIA GPUs. It needs nvcc, the toolkit's headers and its
-# static runtime, and VkFFT's headers; if something is missing, the library is built without it.
+# The part of the system that runs on NVIDIA GPUs. It needs nvcc, the toolkit's headers and VkFFT's
+# headers; if something is missing, the library is built without it.
+#
+# CUDA's runtime is linked in where the toolkit has a static one for the system. Where it has none,
+# which is so for Windows with GCC, the library does with the driver alone (device/cuda/driver).
 #
 # ZEPHANE_CUDA_FOUND says whether it is built; zephane_cuda(TARGET) adds it to a target.
+
+option(ZEPHANE_CUDA_DRIVER "Do without CUDA's runtime: call the driver alone" ${WIN32})
+
+# The toolkit of this machine serves a build for another system too: nvcc compiles for GPUs alone,
+# and the headers are the same.
+function(zephane_find_toolkit)
+  find_program(CUDAToolkit_NVCC_EXECUTABLE nvcc PATHS /usr/local/cuda/bin /opt/cuda/bin)
+  get_filename_component(nvcc "${CUDAToolkit_NVCC_EXECUTABLE}" REALPATH)
+  get_filename_component(folder "${nvcc}/../../include" ABSOLUTE)
+  set(version 0)
+  if(EXISTS ${folder}/cuda.h)
+    file(STRINGS ${folder}/cuda.h line REGEX "^#define CUDA_VERSION [0-9]+")
+    string(REGEX MATCH "[0-9]+$" version "${line}")
+  endif()
+  set(CUDAToolkit_FOUND FALSE PARENT_SCOPE)
+  if(version GREATER_EQUAL 12080)
+    set(CUDAToolkit_FOUND TRUE PARENT_SCOPE)
+    set(CUDAToolkit_INCLUDE_DIRS ${folder} PARENT_SCOPE)
+  endif()
+endfunction()
+
+# Links to VkFFT's headers, since the folder they are in has those of this machine's system too.
+function(zephane_link_vkfft)
+  find_path(ZEPHANE_VKFFT_OF_THIS_MACHINE vkFFT.h PATH_SUFFIXES vkFFT PATHS /usr/include
+            /usr/local/include NO_CMAKE_FIND_ROOT_PATH)
+  if(ZEPHANE_VKFFT_OF_THIS_MACHINE)
+    set(alone ${PROJECT_BINARY_DIR}/headers/vkFFT)
+    file(MAKE_DIRECTORY ${alone})
+    file(GLOB parts RELATIVE ${ZEPHANE_VKFFT_OF_THIS_MACHINE}
+         ${ZEPHANE_VKFFT_OF_THIS_MACHINE}/vkFFT*)
+    foreach(part IN LISTS parts)
+      file(CREATE_LINK ${ZEPHANE_VKFFT_OF_THIS_MACHINE}/${part} ${alone}/${part} SYMBOLIC)
+    endforeach()
+    set(ZEPHANE_VKFFT_FOLDER ${alone} PARENT_SCOPE)
+  endif()
+endfunction()
 
 set(ZEPHANE_CUDA_FOUND FALSE)
 set(ZEPHANE_CUDA_LACK "ZEPHANE_CUDA is off")
 if(ZEPHANE_CUDA)
-  find_package(CUDAToolkit 12.8 QUIET)
-  find_path(ZEPHANE_VKFFT_FOLDER vkFFT.h PATH_SUFFIXES vkFFT)
+  if(CMAKE_CROSSCOMPILING)
+    zephane_find_toolkit()
+    zephane_link_vkfft()
+  else()
+    find_package(CUDAToolkit 12.8 QUIET)
+    find_path(ZEPHANE_VKFFT_FOLDER vkFFT.h PATH_SUFFIXES vkFFT)
+  endif()
   if(NOT CUDAToolkit_FOUND OR NOT CUDAToolkit_NVCC_EXECUTABLE)
     set(ZEPHANE_CUDA_LACK "the CUDA toolkit, 12.8 or later, was not found")
   elseif(NOT ZEPHANE_VKFFT_FOLDER)
@@ -49,13 +93,21 @@ function(zephane_toolkit)
   set(folder ${PROJECT_SOURCE_DIR}/device/cuda)
   set(image ${PROJECT_BINARY_DIR}/kernels.fatbin)
   zephane_kernel_image(${image})
-  add_library(zephane_toolkit OBJECT ${folder}/toolkit_functions.cpp ${folder}/nvrtc_library.cpp
-                                     ${folder}/kernel_image.cpp)
+  set(sources ${folder}/toolkit_functions.cpp ${folder}/nvrtc_library.cpp
+              ${folder}/kernel_image.cpp)
+  if(ZEPHANE_CUDA_DRIVER)
+    file(GLOB runtime CONFIGURE_DEPENDS ${folder}/driver/*.cpp)
+    list(APPEND sources ${runtime})
+  endif()
+  add_library(zephane_toolkit OBJECT ${sources})
   set_source_files_properties(
     ${folder}/kernel_image.cpp PROPERTIES COMPILE_DEFINITIONS ZEPHANE_KERNEL_IMAGE="${image}"
                                           OBJECT_DEPENDS ${image})
   target_include_directories(zephane_toolkit SYSTEM PRIVATE ${CUDAToolkit_INCLUDE_DIRS})
-  target_link_libraries(zephane_toolkit PUBLIC zephane_flags CUDA::cudart_static)
+  target_link_libraries(zephane_toolkit PUBLIC zephane_flags)
+  if(NOT ZEPHANE_CUDA_DRIVER)
+    target_link_libraries(zephane_toolkit PUBLIC CUDA::cudart_static)
+  endif()
   target_sources(zephane_toolkit INTERFACE $<TARGET_OBJECTS:zephane_toolkit>)
 endfunction()
 

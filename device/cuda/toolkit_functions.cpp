@@ -96,19 +96,19 @@ CUresult cuLaunchKernel(CUfunction function, unsigned gridX, unsigned gridY, uns
 // The driver has these two on Windows alone. Its graphics resources and the runtime's are the same
 // objects.
 cudaError_t cudaD3D11GetDevice(int* ordinal, IDXGIAdapter* adapter) {
-  static void* const function = driverFunction("cuD3D11GetDevice");
-  if (function == nullptr) return cudaErrorNotSupported;
-  using Get = CUresult CUDAAPI(CUdevice*, IDXGIAdapter*);
+  static void* const found = driverFunction("cuD3D11GetDevice");
+  if (found == nullptr) return cudaErrorNotSupported;
   CUdevice device = 0;
-  const CUresult result = reinterpret_cast<Get*>(function)(&device, adapter);
+  const CUresult result = callDriver(found, &cuD3D11GetDevice, &device, adapter);
   return result == CUDA_SUCCESS ? ordinalOf(device, ordinal) : static_cast<cudaError_t>(result);
 }
-cudaError_t cudaGraphicsD3D11RegisterResource(cudaGraphicsResource** resource,
+cudaError_t cudaGraphicsD3D11RegisterResource(cudaGraphicsResource_t* resource,
                                               ID3D11Resource* buffer, unsigned flags) {
-  static void* const function = driverFunction("cuGraphicsD3D11RegisterResource");
-  if (function == nullptr) return cudaErrorNotSupported;
-  using Register = CUresult CUDAAPI(cudaGraphicsResource**, ID3D11Resource*, unsigned);
-  return static_cast<cudaError_t>(reinterpret_cast<Register*>(function)(resource, buffer, flags));
+  static void* const found = driverFunction("cuGraphicsD3D11RegisterResource");
+  if (found == nullptr) return cudaErrorNotSupported;
+  return static_cast<cudaError_t>(callDriver(found, &cuGraphicsD3D11RegisterResource,
+                                             reinterpret_cast<CUgraphicsResource*>(resource),
+                                             buffer, flags));
 }
 
 nvrtcResult nvrtcCreateProgram(nvrtcProgram* program, const char* source, const char* name,

@@ -33,6 +33,7 @@ struct Gpu {
 struct Machine {
   std::vector<Gpu> gpus = {{}, {}};
   int driverVersion = 13000;  // 0 without a driver
+  std::string missing = {};   // a function that the driver does not have
   bool hasCompiler = true;    // whether NVRTC is found
   bool deferred = true;       // whether queued work runs only at a synchronization
 };

@@ -61,8 +61,8 @@ cudaError_t cudaD3D11GetDevice(int* ordinal, IDXGIAdapter* adapter) {
   });
 }
 
-cudaError_t cudaGraphicsD3D11RegisterResource(cudaGraphicsResource** handle, ID3D11Resource* buffer,
-                                              unsigned flags) {
+cudaError_t cudaGraphicsD3D11RegisterResource(cudaGraphicsResource_t* handle,
+                                              ID3D11Resource* buffer, unsigned flags) {
   return call("cudaGraphicsD3D11RegisterResource", [=] {
     auto* found = reinterpret_cast<GraphicsBuffer*>(buffer);
     if (found == nullptr || flags != cudaGraphicsRegisterFlagsNone) return cudaErrorInvalidValue;
