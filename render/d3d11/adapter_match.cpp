@@ -20,19 +20,23 @@ bool hasCudaDevice() {
 
 }  // namespace
 
-AdapterMatch firstCudaAdapter(const AdapterAt& adapterAt) {
+int firstCudaDevice(const AdapterAt& adapterAt) {
   for (unsigned index = 0;; ++index) {
     void* adapter = adapterAt(index);
-    if (adapter == nullptr) throw std::runtime_error("No CUDA-compatible Direct3D adapter found.");
+    if (adapter == nullptr) failWithoutAdapter();
     int device = 0;
     if (cudaD3D11GetDevice(&device, adapter) == cudaSuccess && deviceRunsKernels(device))
-      return {index, device};
+      return device;
   }
 }
 
-std::optional<int> deviceOfFirstCudaAdapter(const AdapterAt& adapterAt) {
+std::optional<int> deviceToDisplay(const AdapterAt& adapterAt) {
   if (!hasCudaDevice()) return std::nullopt;
-  return firstCudaAdapter(adapterAt).device;
+  return firstCudaDevice(adapterAt);
+}
+
+void failWithoutAdapter() {
+  throw std::runtime_error("No CUDA-compatible Direct3D adapter found.");
 }
 
 }  // namespace zeph::d3d11

@@ -10,16 +10,13 @@ namespace zeph::d3d11 {
 // The IDXGIAdapter of an index, valid until the next call, or null after the last one.
 using AdapterAt = std::function<void*(unsigned index)>;
 
-struct AdapterMatch {
-  unsigned adapter;  // index
-  int device;        // ordinal
-};
+// Asks for one adapter after the other, from index 0 on, until one is a CUDA device that runs the
+// kernels: that device. Raises std::runtime_error if there is none.
+int firstCudaDevice(const AdapterAt& adapterAt);
 
-// The first adapter, in the order of the indices, that is a CUDA device for which there are
-// kernels. Raises std::runtime_error if there is none.
-AdapterMatch firstCudaAdapter(const AdapterAt& adapterAt);
+// The same, or nothing if no CUDA device runs the kernels. Then it asks for no adapter.
+std::optional<int> deviceToDisplay(const AdapterAt& adapterAt);
 
-// Its device, or nothing if no CUDA device has kernels. Then the adapters are not asked for.
-std::optional<int> deviceOfFirstCudaAdapter(const AdapterAt& adapterAt);
+[[noreturn]] void failWithoutAdapter();
 
 }  // namespace zeph::d3d11

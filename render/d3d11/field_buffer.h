@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "device/graphics_interop.h"
 #include "render/d3d11/graphics_device.h"
+#include "render/d3d11/shared_buffer.h"
 #include "solver/statistics.h"
 
 namespace zeph::d3d11 {
@@ -12,7 +12,6 @@ namespace zeph::d3d11 {
 class FieldBuffer {
  public:
   explicit FieldBuffer(const GraphicsDevice& device);
-  ~FieldBuffer();
   FieldBuffer(const FieldBuffer&) = delete;
   FieldBuffer& operator=(const FieldBuffer&) = delete;
 
@@ -25,16 +24,13 @@ class FieldBuffer {
  private:
   void unbind() const;
   void recreate(int gridSize);
-  void registerField();
-  void unregisterField();
-  void copyOnGpu(const Frame& frame);
   void copyFromProcessor(const Frame& frame) const;
 
   const GraphicsDevice& device_;
   const bool isOnProcessor_;
   ComPtr<ID3D11Buffer> fields_;
   ComPtr<ID3D11ShaderResourceView> view_;
-  cudaGraphicsResource_t interop_ = nullptr;
+  SharedBuffer interop_;  // of the buffer, if the frames are a GPU's
   std::shared_ptr<const Frame> currentFrame_;
   int fieldGrid_ = 0;
   bool isWhole_ = false;  // the buffer holds the whole of the current frame

@@ -6,14 +6,11 @@
 
 namespace zeph::d3d11 {
 
-// An adapter, and the device that drives it. Raises std::runtime_error if there is none.
+// An adapter, and the device whose frames it shows.
 struct Adapter {
   ComPtr<IDXGIAdapter1> adapter;
   int cudaDevice = 0;
 };
-
-// The first adapter whose CUDA device runs the kernels. Leaves no error of CUDA behind.
-Adapter firstAdapter(IDXGIFactory2& factory);
 
 class GraphicsDevice {
  public:

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -169,16 +170,18 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& instance) { return std::string(instance.param.function); });
 
 // The adapters of a machine, by the GPU that each of them is, or -1.
-std::optional<d3d11::AdapterMatch> matchOf(const std::vector<int>& gpus, std::string& failure) {
-  std::vector<emulation::Adapter> adapters;
-  for (const int gpu : gpus) adapters.push_back({gpu});
-  std::optional<d3d11::AdapterMatch> match;
-  failure = failureText([&] {
-    match = d3d11::firstCudaAdapter(
-        [&](unsigned index) { return index < adapters.size() ? &adapters[index] : nullptr; });
-  });
-  return match;
-}
+struct Adapters {
+  explicit Adapters(const std::vector<int>& gpus) {
+    for (const int gpu : gpus) all.push_back({gpu});
+  }
+  void* operator()(unsigned index) {
+    asked = index;
+    return index < all.size() ? &all[index] : nullptr;
+  }
+
+  std::vector<emulation::Adapter> all;
+  std::optional<unsigned> asked;  // the last
+};
 
 TEST(AdapterOfCuda, IsTheFirstThatIsAGpuWithKernels) {
   const MachineScope scope({.gpus = {{7, 0}, {8, 9}}});
@@ -187,49 +190,35 @@ TEST(AdapterOfCuda, IsTheFirstThatIsAGpuWithKernels) {
     unsigned adapter;
   };
   for (const Case& c : {Case{{1}, 0}, Case{{-1, 1}, 1}, Case{{0, -1, 1, 1}, 2}}) {
-    std::string failure;
-    const auto match = matchOf(c.adapters, failure);
-    ASSERT_TRUE(match) << failure;
-    EXPECT_EQ(match->adapter, c.adapter);
-    EXPECT_EQ(match->device, 1);
+    Adapters adapters(c.adapters);
+    EXPECT_EQ(d3d11::firstCudaDevice(std::ref(adapters)), 1);
+    EXPECT_EQ(adapters.asked, c.adapter);
+    EXPECT_EQ(d3d11::deviceToDisplay(std::ref(adapters)), 1);
     EXPECT_EQ(::cudaGetLastError(), ::cudaSuccess);
   }
 }
 
 TEST(AdapterOfCuda, FollowsTheOrderOfTheAdaptersNotOfTheGpus) {
   const MachineScope scope({.gpus = {{8, 9}, {8, 9}}});
-  std::string failure;
-  const auto match = matchOf({-1, 1, 0}, failure);
-  ASSERT_TRUE(match) << failure;
-  EXPECT_EQ(match->adapter, 1u);
-  EXPECT_EQ(match->device, 1);
+  EXPECT_EQ(d3d11::firstCudaDevice(Adapters({-1, 1, 0})), 1);
+  EXPECT_EQ(d3d11::firstCudaDevice(Adapters({-1, 0, 1})), 0);
 }
 
 TEST(AdapterOfCuda, IsMissedWithItsText) {
   const MachineScope scope({.gpus = {{7, 0}, {8, 9}}});
-  for (const std::vector<int>& adapters : {std::vector<int>{}, {-1, -1}, {0}}) {
-    std::string failure;
-    EXPECT_FALSE(matchOf(adapters, failure));
-    EXPECT_EQ(failure, "No CUDA-compatible Direct3D adapter found.");
+  const char* const text = "No CUDA-compatible Direct3D adapter found.";
+  for (const std::vector<int>& gpus : {std::vector<int>{}, {-1, -1}, {0}}) {
+    EXPECT_EQ(failureText([&] { d3d11::firstCudaDevice(Adapters(gpus)); }), text);
+    EXPECT_EQ(failureText([&] { d3d11::deviceToDisplay(Adapters(gpus)); }), text);
     EXPECT_EQ(::cudaGetLastError(), ::cudaSuccess);
   }
 }
 
 TEST(AdapterOfCuda, DoesNotMatterWhereNoGpuHasKernels) {
   const MachineScope scope({.gpus = {{7, 0}, {6, 1}}});
-  EXPECT_FALSE(d3d11::deviceOfFirstCudaAdapter([](unsigned) -> void* {
-    ADD_FAILURE() << "asked for an adapter";
-    return nullptr;
-  }));
-}
-
-TEST(AdapterOfCuda, IsTheDefaultDeviceWhereAGpuHasKernels) {
-  const MachineScope scope({.gpus = {{7, 0}, {8, 9}}});
-  emulation::Adapter second{1};
-  EXPECT_EQ(d3d11::deviceOfFirstCudaAdapter([&](unsigned) { return &second; }), 1);
-  EXPECT_EQ(failureText(
-                [] { d3d11::deviceOfFirstCudaAdapter([](unsigned) -> void* { return nullptr; }); }),
-            "No CUDA-compatible Direct3D adapter found.");
+  Adapters adapters({0, 1});
+  EXPECT_EQ(d3d11::deviceToDisplay(std::ref(adapters)), std::nullopt);
+  EXPECT_EQ(adapters.asked, std::nullopt);
 }
 
 TEST(AdapterOfCuda, LeavesTheFailedLaunchesOfOthersAlone) {
@@ -238,8 +227,7 @@ TEST(AdapterOfCuda, LeavesTheFailedLaunchesOfOthersAlone) {
   cudaStream_t stream = nullptr;
   ASSERT_EQ(cudaStreamCreateWithFlags(&stream, streamNonBlocking), cudaSuccess);
   EXPECT_NE(cudaLaunchKernel(missing, {}, {}, nullptr, 0, stream), cudaSuccess);
-  std::string failure;
-  EXPECT_TRUE(matchOf({-1, 0}, failure));
+  EXPECT_EQ(d3d11::firstCudaDevice(Adapters({-1, 0})), 0);
   EXPECT_NE(cudaGetLastError(stream), cudaSuccess);
   cudaStreamDestroy(stream);
 }
