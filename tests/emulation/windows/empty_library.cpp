@@ -1,0 +1,2 @@
+// A library that does nothing.
+extern "C" __declspec(dllexport) void nothing() {}
