@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import ctypes
 import os
+import sys
 from collections.abc import Mapping
 from dataclasses import dataclass
 from pathlib import Path
@@ -16,6 +17,8 @@ from typing import Any
 from .records import SystemInfo
 
 OLDEST_CAPABILITY = (7, 5)
+
+DRIVER = "nvcuda.dll" if sys.platform == "win32" else "libcuda.so.1"
 
 # Numbers of the driver's interface.
 CAPABILITY_MAJOR = 75
@@ -65,17 +68,17 @@ def passed_over(
     if system.cuda_runtime_version is None:
         return ["This library was built without its part for GPUs."]
     if not driver.present:
-        return ["There is an NVIDIA GPU, and no NVIDIA driver (libcuda.so.1) is installed."]
+        return [f"There is an NVIDIA GPU, and no NVIDIA driver ({DRIVER}) is installed."]
     if driver.error is not None:
         return [f"There is an NVIDIA GPU, and its driver does not work: {driver.error}"]
     return ["There is an NVIDIA GPU, and its driver is too old for this library or hides it."]
 
 
 def ask_driver(library: Any = None) -> Driver:
-    """What the driver says; ``library`` is the loaded one, for which libcuda.so.1 is loaded."""
+    """What the driver says, or another loaded library in its place."""
     if library is None:
         try:
-            library = ctypes.CDLL("libcuda.so.1")
+            library = ctypes.CDLL(DRIVER)
         except OSError:
             return Driver(present=False)
     failure = library.cuInit(0)
