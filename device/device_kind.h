@@ -1,5 +1,5 @@
-// The table of operations that each kind of device fills in; see runtime.h for what they do.
-// Ordinals count the devices of that kind, from 0.
+// The table of operations that each kind of device fills in; see runtime.h and graphics_interop.h
+// for what they do. Ordinals count the devices of that kind, from 0.
 #pragma once
 
 #include <span>

@@ -1,6 +1,7 @@
 // GPUs emulated on the processor, so that all GPU code of the library can run on a machine without
 // a GPU: implements the functions of CUDA's runtime, of its driver and of NVRTC, and runs kernels
-// thread by thread, compiled for the host. Linked into a test program in place of CUDA.
+// thread by thread, compiled for the host. Linked into a test program in place of CUDA, or into a
+// library that the program opens in place of the driver (tests/emulation/driver).
 //
 // Where CUDA leaves a behaviour open, it is chosen so that mistakes show. Work runs only when
 // something synchronizes with its stream. Blocks, and the threads of a block between two barriers,

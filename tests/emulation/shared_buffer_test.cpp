@@ -127,7 +127,7 @@ TEST_F(SharedBufferTest, ReportsMapFlagsThatAreRefused) {
             "operation not supported");
 }
 
-// A function that fails, how often it passes before, the text, and how many unmaps follow in all.
+// A function that fails, the text of the failure, and how often the buffer is unmapped then.
 struct CopyFailure {
   const char* function;
   const char* text;

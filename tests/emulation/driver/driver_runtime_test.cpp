@@ -25,7 +25,7 @@ std::size_t totalMemory() {
   return total;
 }
 
-TEST(RuntimeOverDriver, ALatecomingThreadIsOnTheFirstDeviceAndStaysOnItsOwn) {
+TEST(RuntimeOverDriver, EachThreadStartsOnTheFirstDeviceAndSelectsForItself) {
   const MachineScope scope({.gpus = {{.memory = megabyte}, {.memory = 2 * megabyte}}});
   std::thread([] { EXPECT_EQ(totalMemory(), megabyte); }).join();
   std::thread([] {
