@@ -25,6 +25,8 @@ class Passes {
         plan_(resolution / 2) {
     pass_.line = &plan_.tables();
     pass_.arrays = flow_.stageArrays();
+    pass_.state = pass_.arrays.base;
+    pass_.correction = flow_.spectra.as<V2>();
     pass_.work = flow_.padded.as<float>();
     pass_.clock = flow_.clock.as<ClockState>();
     pass_.speedBound = flow_.cflPartials.as<V2>();

@@ -88,23 +88,30 @@ void FusedStep::updateCoefficients() {
   viscosity_ = pass_.p.viscosity;
 }
 
-// Takes a step whose first term has been begun. False if no other may follow.
-bool FusedStep::step(bool last) {
+// The products of the first stage, and from them the step. False if the step is void.
+bool FusedStep::selectsStep() {
+  pass_.p.stage = 0;
+  std::fill_n(cflPartials_, reductionBlocks, V2{0, 0});
+  share(passes_.rows, pass_.rowTiles);
   ClockState& clock = *pass_.clock;
-  const auto stages = static_cast<std::uint32_t>(needsOf(pass_.p.method).stages);
-  for (pass_.p.stage = 0; pass_.p.stage < stages; ++pass_.p.stage) {
-    if (pass_.p.stage == 0) std::fill_n(cflPartials_, reductionBlocks, V2{0, 0});
-    share(passes_.rows, pass_.rowTiles);
-    if (pass_.p.stage == 0) {
-      if (!selectStep(clock, cflPartials_, pass_.p)) clock.healthy = 0;
-      if (clock.stepState == noStep) return false;
-      updateCoefficients();
-    }
-    pass_.endsBatch = pass_.p.stage + 1 == stages && (last || clock.stepState == finalStep);
+  if (!selectStep(clock, cflPartials_, pass_.p)) clock.healthy = 0;
+  return clock.stepState != noStep;
+}
+
+// Takes a step whose first products are there.
+void FusedStep::step(bool first, bool last) {
+  updateCoefficients();
+  const IntegratorNeeds needs = needsOf(pass_.p.method);
+  const auto stages = static_cast<std::uint32_t>(needs.stages);
+  // The first stage that adds to the state.
+  const std::uint32_t firstSum = needs.base ? stages - 1 : 0;
+  for (; pass_.p.stage < stages; ++pass_.p.stage) {
+    if (pass_.p.stage > 0) share(passes_.rows, pass_.rowTiles);
+    pass_.beginsBatch = first && pass_.p.stage == firstSum;
+    pass_.endsBatch = pass_.p.stage + 1 == stages && (last || pass_.clock->stepState == finalStep);
     runColumns(passes_.columns);
   }
-  commit(clock, pass_.p);
-  return clock.stepState == normalStep && clock.healthy != 0;
+  commit(*pass_.clock, pass_.p);
 }
 
 void FusedStep::run(const FusedArrays& arrays, const Params& p, int steps) {
@@ -113,10 +120,19 @@ void FusedStep::run(const FusedArrays& arrays, const Params& p, int steps) {
   pass_.clock = arrays.stage.clock;
   pass_.speedBound = cflPartials_ = arrays.cflPartials;
   pass_.p = p;
+  pass_.correction = arrays.spectra;
+  const int n = static_cast<int>(p.resolution);
+  const std::ptrdiff_t spectrum = std::ptrdiff_t{n} * halfWidth(n);
+  pass_.state = needsOf(p.method).base ? arrays.stage.base : arrays.spectra + spectrum;
   runColumns(passes_.firstColumns);
-  for (int taken = 0; taken < steps; ++taken) {
-    if (!step(taken + 1 == steps)) return;
+  int taken = 0;
+  bool goesOn = true;
+  for (; goesOn && taken < steps && selectsStep(); ++taken) {
+    step(taken == 0, taken + 1 == steps);
+    goesOn = pass_.clock->stepState == normalStep && pass_.clock->healthy != 0;
   }
+  // The flow is no longer finite, or rounding let the endpoint be reached a step early.
+  if (taken > 0 && !pass_.endsBatch) runColumns(passes_.stateToRows);
 }
 
 }  // namespace zeph

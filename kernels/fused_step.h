@@ -19,10 +19,12 @@
 
 namespace zeph {
 
-// What a step works on. `padded` is memory of the padded planes; what it held is lost.
+// What a step works on. `padded` is memory of the padded planes and `spectra` that of two half
+// spectra; what they held is lost.
 struct FusedArrays {
   StageArrays stage;
   V2* padded;
+  V2* spectra;
   V2* cflPartials;
 };
 
@@ -43,7 +45,8 @@ class FusedStep {
  private:
   using Task = cpu::FusedPasses::Task;
 
-  bool step(bool last);
+  bool selectsStep();
+  void step(bool first, bool last);
   void share(Task task, int tiles);
   void runColumns(Task task);
   void updateCoefficients();

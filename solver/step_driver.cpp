@@ -74,7 +74,8 @@ float Solver::Impl::runBatch(int steps, std::optional<double> end) {
 // a failed one are not run.
 void Solver::Impl::runSteps(int steps, std::optional<double> end) {
   if (fusedStep) {
-    const FusedArrays arrays = {stageArrays(), padded.as<V2>(), cflPartials.as<V2>()};
+    const FusedArrays arrays = {stageArrays(), padded.as<V2>(), snapshotSpectra.as<V2>(),
+                                cflPartials.as<V2>()};
     return fusedStep->run(arrays, params(0, end), steps);
   }
   const ClockState& now = *clock.as<const ClockState>();

@@ -227,6 +227,7 @@ void firstColumns(const FusedPass& pass, int index, int participant) {
   Tile tiles[planes];
   for (int s = 0; s < planes; ++s) tiles[s] = scratchTile(pass, participant, s);
   const Tile chirp = chirpTile(pass, participant);
+  const SpectrumTile rows(pass.arrays.omega, pass, update.columns);
   const bool keepsBase = needsOf(pass.p.method).base;
   for (int j = 0; j < line.span; ++j) {
     ComplexVector omega[2 * q];
@@ -234,7 +235,7 @@ void firstColumns(const FusedPass& pass, int index, int participant) {
       const ModeRow row = rowAt<q>(line, at, j);
       omega[at] = ComplexVector{};
       if (row.ky == -line.half) continue;
-      omega[at] = update.omega.load(row);
+      omega[at] = rows.load(row);
       if (keepsBase) update.base.store(row, omega[at]);
     }
     beginTerm<q, ADVECTIVE>(pass, update.columns, j, omega, tiles);
@@ -265,6 +266,20 @@ void advanceColumns(const FusedPass& pass, int index, int participant) {
   for (int s = 0; s < planes; ++s) spreadColumns(pass, update.columns, s, tiles[s], chirp);
 }
 
+template <int q>
+void stateToRows(const FusedPass& pass, int index) {
+  const PaddedTables& line = *pass.line;
+  const TileUpdate update(pass, index);
+  for (int j = 0; j < line.span; ++j) {
+    for (int at = 0; at < 2 * q; ++at) {
+      const ModeRow row = rowAt<q>(line, at, j);
+      if (row.ky == -line.half) continue;
+      update.omega.moveToRows(row);
+      update.correction.moveToRows(row);
+    }
+  }
+}
+
 }  // namespace
 
 void fusedFirstColumns(const FusedPass& pass, int tile, int participant) {
@@ -285,6 +300,10 @@ void fusedColumns(const FusedPass& pass, int tile, int participant) {
       advanceColumns<q, false>(pass, tile, participant);
     }
   });
+}
+
+void fusedStateToRows(const FusedPass& pass, int tile, int) {
+  forOuterRadix(*pass.line, [&](auto q) ZEPH_INLINED { stateToRows<q>(pass, tile); });
 }
 
 }  // namespace zeph::cpu::ZEPH_ISA

@@ -10,6 +10,10 @@
 // layout for tiles of L columns, which are read from end to end: tile c begins at element c * L * N
 // (c * L * h of the coefficients), and each row of it is the real parts of its columns followed by
 // the imaginary ones (the coefficients one after another). The last tile may be narrower.
+//
+// A batch of steps keeps the state and its compensation in the same layout from its first step to
+// its last. In the rows of the half spectrum a tile's part of a row begins and ends within lines of
+// the cache, which it shares with its neighbours.
 #pragma once
 
 #include "device/cpu/transforms/padded_plan.h"
@@ -24,8 +28,11 @@ struct FusedPass {
   ClockState* clock = nullptr;
   V2* speedBound = nullptr;  // the largest |u| + |v|, and not 0 where a value is not finite
   Params p = {};
-  bool endsBatch = false;  // the next step's first term is not begun
-  bool streams = false;    // the work planes are larger than the caches
+  V2* state = nullptr;       // in tiles; `base` of integrators that have it
+  V2* correction = nullptr;  // in tiles
+  bool beginsBatch = false;  // the update finds state and correction in the rows of `arrays`
+  bool endsBatch = false;    // it leaves them there, and does not begin the next step's first term
+  bool streams = false;      // the work planes are larger than the caches
   int rowTiles = 0;
   float* scratch = nullptr;  // of participant 0; others follow
   std::size_t scratchFloats = 0;
@@ -38,6 +45,7 @@ struct FusedPasses {
   Task firstColumns;  // a step's first velocity, and the inverse transform of its columns
   Task rows;          // inverse rows, products, forward rows
   Task columns;       // forward columns, stage update; the next stage's velocity, inverse columns
+  Task stateToRows;   // state and correction of a tile of columns, to the rows of `arrays`
   Task coefficients;  // the factors of each mode, once a step
   int rowsOfCoefficients;  // ky of a task; a tile of columns has as many tasks as it takes
 };

@@ -157,7 +157,8 @@ void rowsTask(const FusedPass& pass, int rows, int participant) {
 
 }  // namespace
 
-const FusedPasses fusedPasses = {vectorWidth,  fusedFirstColumns, rowsTask,
-                                 fusedColumns, fusedCoefficients, fusedCoefficientRows};
+const FusedPasses fusedPasses = {vectorWidth,         fusedFirstColumns, rowsTask,
+                                 fusedColumns,        fusedStateToRows,  fusedCoefficients,
+                                 fusedCoefficientRows};
 
 }  // namespace zeph::cpu::ZEPH_ISA

@@ -83,6 +83,31 @@ class StepTile {
   int count_;
 };
 
+// A tile's part of the state or of its compensation: in rows between two batches, and in a layout
+// for tiles within one.
+class BatchTile {
+ public:
+  BatchTile(V2* rows, V2* tiles, const FusedPass& pass, const TileColumns& columns)
+      : rows_(rows, pass, columns),
+        tile_(tiles, true, pass, columns),
+        isInRows_(pass.beginsBatch),
+        goesToRows_(pass.endsBatch) {}
+
+  ZEPH_INLINE ComplexVector load(ModeRow row) const {
+    return isInRows_ ? rows_.load(row) : tile_.load(row);
+  }
+  ZEPH_INLINE void store(ModeRow row, ComplexVector value) const {
+    if (goesToRows_) return rows_.store(row, value);
+    tile_.store(row, value);
+  }
+  ZEPH_INLINE void moveToRows(ModeRow row) const { rows_.store(row, tile_.load(row)); }
+
+ private:
+  SpectrumTile rows_;
+  StepTile tile_;
+  bool isInRows_, goesToRows_;
+};
+
 // A tile's part of the factors of each mode, which are the same for ky and -ky. A row has its
 // factors one after another.
 class FactorTile {
@@ -117,7 +142,7 @@ enum EtdFactor { etdC1, etdC2, etdC0, etdC3, etdC4, etdC5 };
 // Everything that the update of a tile needs.
 struct TileUpdate {
   TileColumns columns;
-  SpectrumTile omega, correction;
+  BatchTile omega, correction;
   StepTile base, first, middle, predictor;
   FactorTile factors;
   float viscosity, dt;
@@ -128,8 +153,8 @@ struct TileUpdate {
  private:
   TileUpdate(const FusedPass& pass, int tile, IntegratorNeeds needs, const StageArrays& arrays)
       : columns(pass, tile),
-        omega(arrays.omega, pass, columns),
-        correction(arrays.correction, pass, columns),
+        omega(arrays.omega, pass.state, pass, columns),
+        correction(arrays.correction, pass.correction, pass, columns),
         base(arrays.base, needs.base, pass, columns),
         first(arrays.first, true, pass, columns),
         middle(arrays.middle, needs.middle, pass, columns),
@@ -155,8 +180,7 @@ ComplexVector fusedImex(const TileUpdate& u, ModeRow row, ComplexVector term) {
   return omega;
 }
 
-// The state at the start of a step, which a step's first columns and the last stage before have put
-// into `base`; at the end it goes to the half spectrum too.
+// Here the tiles of the state are `base`, which keeps it until the last stage.
 template <int STAGE>
 ComplexVector fusedHeun(const TileUpdate& u, ModeRow row, ComplexVector term) {
   constexpr bool last = STAGE == 2;
@@ -173,7 +197,6 @@ ComplexVector fusedHeun(const TileUpdate& u, ModeRow row, ComplexVector term) {
   if constexpr (STAGE == 0) u.first.store(row, first);
   if constexpr (last) {
     u.omega.store(row, omega);
-    u.base.store(row, omega);
     u.correction.store(row, correction);
   }
   return omega;
@@ -209,7 +232,6 @@ ComplexVector fusedEtd(const TileUpdate& u, ModeRow row, ComplexVector term) {
   if constexpr (STAGE == 1 || STAGE == 2) u.middle.store(row, middle);
   if constexpr (last) {
     u.omega.store(row, omega);
-    u.base.store(row, omega);
     u.correction.store(row, correction);
   }
   return omega;

@@ -89,6 +89,8 @@ class OnePass {
         plan_(static_cast<int>(p.resolution) / 2) {
     pass.line = &plan_.tables();
     pass.arrays = from.arrays();
+    pass.state = pass.arrays.base;
+    pass.correction = from.spectra.data() + 6 * from.half;
     pass.work = work.get();
     pass.clock = &from.clock;
     pass.speedBound = &bound;

@@ -114,6 +114,78 @@ TEST(FusedStep, HasTheSameBitsInOneCallAndInMany) {
   }
 }
 
+// A flow by itself, with a clock that can be set.
+struct BareFlow {
+  BareFlow(int n, Integrator integrator) : step(n, OperatorKind::stress), half(size(n, n / 2 + 1)) {
+    p.resolution = static_cast<std::uint32_t>(n);
+    p.padded = static_cast<std::uint32_t>(paddedResolution(n));
+    p.method = integrator;
+    p.scale = 1.0f / static_cast<float>(n * n);
+    p.viscosity = 1e-3f;
+    p.blocks = reductionBlocks;
+    clock.healthy = 1;
+    spectra.resize(9 * half);
+    padded.resize(2 * size(paddedStride(static_cast<int>(p.padded)), static_cast<int>(p.padded)));
+    coefficients.resize(6 * half);
+    spectra[1] = spectra[2 * size(n, 1)] = {0.5f, 0.25f};
+  }
+
+  void run(int steps) {
+    V2* s = spectra.data();
+    const StageArrays stage = {s,
+                               padded.data(),
+                               s + 2 * half,
+                               s + 3 * half,
+                               s + 4 * half,
+                               s + 5 * half,
+                               coefficients.data(),
+                               &clock,
+                               s + half};
+    step.run({stage, padded.data(), s + 6 * half, speeds}, p, steps);
+  }
+  // The state and its compensation.
+  std::vector<V2> kept() const {
+    return {spectra.begin(), spectra.begin() + 2 * static_cast<std::ptrdiff_t>(half)};
+  }
+
+  FusedStep step;
+  Params p = {};
+  ClockState clock = {};
+
+ private:
+  static std::size_t size(int a, int b) {
+    return static_cast<std::size_t>(a) * static_cast<std::size_t>(b);
+  }
+
+  std::size_t half;
+  std::vector<V2> spectra, padded;
+  std::vector<float> coefficients;
+  V2 speeds[reductionBlocks] = {};
+};
+
+// The time that remains is 1 - 2^-24 and rounds to 1, so that a step of just that length is not
+// taken for the last one and the next finds nothing left to do.
+TEST(FusedStep, LeavesTheStateWhereABatchEndsUnforeseen) {
+  for (const Integrator integrator : test::integrators) {
+    BareFlow unforeseen(20, integrator), single(20, integrator);
+    for (BareFlow* flow : {&unforeseen, &single}) {
+      flow->p.fixedDt = 1.0f - 0x1p-24f;
+      flow->p.hasEnd = 1;
+      flow->p.endHigh = 1.0f;
+      flow->p.endLow = -0x1p-25f;
+      flow->clock.timeHigh = 0x1p-25f;
+    }
+    unforeseen.run(3);
+    single.run(1);
+    EXPECT_EQ(unforeseen.clock.stepState, noStep);
+    EXPECT_EQ(unforeseen.clock.steps, 1u);
+    EXPECT_EQ(unforeseen.clock.healthy, 1u);
+    EXPECT_EQ(single.clock.stepState, normalStep);
+    EXPECT_TRUE(test::sameBits(unforeseen.kept(), single.kept()));
+    EXPECT_FALSE(test::sameBits(unforeseen.kept(), BareFlow(20, integrator).kept()));
+  }
+}
+
 TEST(FusedStep, HasTheSameBitsOnEveryProcessor) {
   for (const int n : {22, 34, 134, 254, 256}) {
     for (const OperatorKind kind : test::operators) {
