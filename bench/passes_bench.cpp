@@ -41,9 +41,7 @@ class Passes {
 
   void rows() { run(passes_.rows, pass_.rowTiles); }
   void columns() { run(passes_.columns, columnTiles()); }
-  void coefficients() {
-    run(passes_.coefficients, columnTiles() * cpu::fusedTiles(half(), passes_.rowsOfCoefficients));
-  }
+  void coefficients() { run(passes_.coefficients, columnTiles()); }
   void setStage(std::uint32_t stage) { pass_.p.stage = stage; }
 
   int half() const { return pass_.line->half; }

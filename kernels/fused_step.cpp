@@ -77,15 +77,14 @@ void FusedStep::runColumns(Task task) {
   share(task, cpu::fusedTiles(pass_.line->half, passes_.lanes));
 }
 
-// The factors depend on nothing else, so that steps of the same length share them.
-void FusedStep::updateCoefficients() {
+// Whether the step has to form the factors of its modes. They depend on nothing else, so that steps
+// of the same length share them.
+bool FusedStep::needsFactors() {
   const float dt = pass_.clock->dt;
-  if (dt == dt_ && pass_.p.viscosity == viscosity_) return;
-  const int parts = cpu::fusedTiles(pass_.line->half, passes_.rowsOfCoefficients);
-  if (needsOf(pass_.p.method).coefficientPlanes > 0)
-    share(passes_.coefficients, parts * cpu::fusedTiles(pass_.line->half, passes_.lanes));
+  const bool kept = dt == dt_ && pass_.p.viscosity == viscosity_;
   dt_ = dt;
   viscosity_ = pass_.p.viscosity;
+  return !kept && needsOf(pass_.p.method).coefficientPlanes > 0;
 }
 
 // The products of the first stage, and from them the step. False if the step is void.
@@ -100,13 +99,14 @@ bool FusedStep::selectsStep() {
 
 // Takes a step whose first products are there.
 void FusedStep::step(bool first, bool last) {
-  updateCoefficients();
+  const bool formsFactors = needsFactors();
   const IntegratorNeeds needs = needsOf(pass_.p.method);
   const auto stages = static_cast<std::uint32_t>(needs.stages);
   // The first stage that adds to the state.
   const std::uint32_t firstSum = needs.base ? stages - 1 : 0;
   for (; pass_.p.stage < stages; ++pass_.p.stage) {
     if (pass_.p.stage > 0) share(passes_.rows, pass_.rowTiles);
+    pass_.formsFactors = formsFactors && pass_.p.stage == 0;
     pass_.beginsBatch = first && pass_.p.stage == firstSum;
     pass_.endsBatch = pass_.p.stage + 1 == stages && (last || pass_.clock->stepState == finalStep);
     runColumns(passes_.columns);

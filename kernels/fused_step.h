@@ -49,14 +49,14 @@ class FusedStep {
   void step(bool first, bool last);
   void share(Task task, int tiles);
   void runColumns(Task task);
-  void updateCoefficients();
+  bool needsFactors();
 
   cpu::FusedPasses passes_;
   cpu::PaddedPlan plan_;
   cpu::FusedPass pass_;
   cpu::DeviceFloats scratch_;
   V2* cflPartials_ = nullptr;
-  float viscosity_ = 0, dt_ = 0;  // that the coefficients belong to; dt_ is 0 before there are any
+  float viscosity_ = 0, dt_ = 0;  // that the factors belong to; dt_ is 0 before there are any
 };
 
 // Whether solvers made from now on step by the kernels one after another; for tests.

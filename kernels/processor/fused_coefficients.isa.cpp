@@ -97,15 +97,11 @@ void formEtd(const FactorTile& factors, int ky, Vector damping, float dt) {
 
 }  // namespace
 
-void fusedCoefficients(const FusedPass& pass, int index, int) {
-  const int parts = fusedTiles(pass.line->half, fusedCoefficientRows);
-  const TileColumns columns(pass, index / parts);
+void fusedCoefficients(const FusedPass& pass, int tile, int) {
+  const TileColumns columns(pass, tile);
   const FactorTile factors(pass, columns);
   const float viscosity = pass.p.viscosity, dt = pass.clock->dt;
-  const int begin = index % parts * fusedCoefficientRows;
-  const int rest = pass.line->half - begin;
-  const int end = begin + (rest < fusedCoefficientRows ? rest : fusedCoefficientRows);
-  for (int ky = begin; ky < end; ++ky) {
+  for (int ky = 0; ky < pass.line->half; ++ky) {
     const Vector damping = dampingOf(viscosity, dt, columns.waveSquare(ky));
     if (pass.p.method == Integrator::etdrk4) {
       formEtd(factors, ky, damping, dt);

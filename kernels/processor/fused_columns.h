@@ -9,8 +9,6 @@ namespace zeph::cpu::ZEPH_ISA {
 void fusedFirstColumns(const FusedPass& pass, int tile, int participant);
 void fusedColumns(const FusedPass& pass, int tile, int participant);
 void fusedStateToRows(const FusedPass& pass, int tile, int participant);
-void fusedCoefficients(const FusedPass& pass, int index, int participant);
-
-static constexpr int fusedCoefficientRows = 32;  // of a task
+void fusedCoefficients(const FusedPass& pass, int tile, int participant);
 
 }  // namespace zeph::cpu::ZEPH_ISA

@@ -246,6 +246,7 @@ void firstColumns(const FusedPass& pass, int index, int participant) {
 template <int q, bool ADVECTIVE>
 void advanceColumns(const FusedPass& pass, int index, int participant) {
   const PaddedTables& line = *pass.line;
+  if (pass.formsFactors) fusedCoefficients(pass, index, participant);
   const TileUpdate update(pass, index);
   const FusedUpdate advance = fusedUpdateOf(pass.p.method, pass.p.stage);
   constexpr int planes = planesOf<ADVECTIVE>();

@@ -28,11 +28,12 @@ struct FusedPass {
   ClockState* clock = nullptr;
   V2* speedBound = nullptr;  // the largest |u| + |v|, and not 0 where a value is not finite
   Params p = {};
-  V2* state = nullptr;       // in tiles; `base` of integrators that have it
-  V2* correction = nullptr;  // in tiles
-  bool beginsBatch = false;  // the update finds state and correction in the rows of `arrays`
-  bool endsBatch = false;    // it leaves them there, and does not begin the next step's first term
-  bool streams = false;      // the work planes are larger than the caches
+  V2* state = nullptr;        // in tiles; `base` of integrators that have it
+  V2* correction = nullptr;   // in tiles
+  bool formsFactors = false;  // before the update
+  bool beginsBatch = false;   // the update finds state and correction in the rows of `arrays`
+  bool endsBatch = false;     // it leaves them there, and does not begin the next step's first term
+  bool streams = false;       // the work planes are larger than the caches
   int rowTiles = 0;
   float* scratch = nullptr;  // of participant 0; others follow
   std::size_t scratchFloats = 0;
@@ -46,8 +47,7 @@ struct FusedPasses {
   Task rows;          // inverse rows, products, forward rows
   Task columns;       // forward columns, stage update; the next stage's velocity, inverse columns
   Task stateToRows;   // state and correction of a tile of columns, to the rows of `arrays`
-  Task coefficients;  // the factors of each mode, once a step
-  int rowsOfCoefficients;  // ky of a task; a tile of columns has as many tasks as it takes
+  Task coefficients;  // the factors of the modes of a tile of columns, which `columns` calls
 };
 
 // Tiles of columns and of rows.

@@ -157,8 +157,7 @@ void rowsTask(const FusedPass& pass, int rows, int participant) {
 
 }  // namespace
 
-const FusedPasses fusedPasses = {vectorWidth,         fusedFirstColumns, rowsTask,
-                                 fusedColumns,        fusedStateToRows,  fusedCoefficients,
-                                 fusedCoefficientRows};
+const FusedPasses fusedPasses = {vectorWidth,  fusedFirstColumns, rowsTask,
+                                 fusedColumns, fusedStateToRows,  fusedCoefficients};
 
 }  // namespace zeph::cpu::ZEPH_ISA
