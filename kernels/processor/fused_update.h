@@ -123,7 +123,9 @@ class FactorTile {
     return count_ == vectorWidth ? ZEPH_ISA::load(from) : loadFirst(from, count_);
   }
   ZEPH_INLINE void store(int ky, int factor, Vector value) const {
-    storeFirst(at(ky, factor), value, count_);
+    float* to = at(ky, factor);
+    if (count_ == vectorWidth) return ZEPH_ISA::store(to, value);
+    storeFirst(to, value, count_);
   }
 
  private:
