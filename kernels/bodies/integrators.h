@@ -130,13 +130,18 @@ struct EtdCoefficients {
   F c0, c1, c2, c3, c4, c5;
 };
 
+template <class C, class F>
+ZEPH_BODY C etdPredictor(C base, C first, EtdCoefficients<F> c) {
+  return base + ((c.c2 * first) + (c.c1 * base));
+}
+
 template <int STAGE, class C, class F>
 ZEPH_BODY void etdStage(C term, EtdCoefficients<F> c, C& omega, C& base, C& first, C& middle,
                         C& predictor, C& correction) {
   if constexpr (STAGE == 0) {
     store(base, omega);
     store(first, term);
-    store(predictor, base + ((c.c2 * term) + (c.c1 * base)));
+    store(predictor, etdPredictor(base, term, c));
     store(omega, predictor);
   } else if constexpr (STAGE == 1) {
     store(middle, term);

@@ -6,7 +6,7 @@
 // h = N/2. Rows are in the order of places that transforms of columns leave them in. For each
 // complex field z of the nonlinear term there are two planes, those of kx = k and of kx = -k.
 //
-// Arrays that are used within a step alone (base, first, middle, predictor, coefficients) have a
+// Arrays that are used within a step alone (base, first, middle, coefficients) have a
 // layout for tiles of L columns, which are read from end to end: tile c begins at element c * L * N
 // (c * L * h of the coefficients), and each row of it is the real parts of its columns followed by
 // the imaginary ones (the coefficients one after another). The last tile may be narrower.

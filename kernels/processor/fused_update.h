@@ -145,7 +145,7 @@ enum EtdFactor { etdC1, etdC2, etdC0, etdC3, etdC4, etdC5 };
 struct TileUpdate {
   TileColumns columns;
   BatchTile omega, correction;
-  StepTile base, first, middle, predictor;
+  StepTile base, first, middle;
   FactorTile factors;
   float viscosity, dt;
 
@@ -160,7 +160,6 @@ struct TileUpdate {
         base(arrays.base, needs.base, pass, columns),
         first(arrays.first, true, pass, columns),
         middle(arrays.middle, needs.middle, pass, columns),
-        predictor(arrays.predictor, needs.predictor, pass, columns),
         factors(pass, columns),
         viscosity(pass.p.viscosity),
         dt(pass.clock->dt) {}
@@ -204,6 +203,7 @@ ComplexVector fusedHeun(const TileUpdate& u, ModeRow row, ComplexVector term) {
   return omega;
 }
 
+// The predictor is formed again in stage 2, which reads `base` for it instead of the predictor.
 template <int STAGE>
 ComplexVector fusedEtd(const TileUpdate& u, ModeRow row, ComplexVector term) {
   constexpr bool last = STAGE == 3;
@@ -217,20 +217,17 @@ ComplexVector fusedEtd(const TileUpdate& u, ModeRow row, ComplexVector term) {
     c.c1 = u.factors.load(row.ky, etdC1);
     c.c2 = u.factors.load(row.ky, etdC2);
   }
-  ComplexVector base = {}, first = {}, middle = {}, predictor = {}, correction = {};
-  if constexpr (STAGE != 2) base = u.base.load(row);
+  ComplexVector base = u.base.load(row);
+  ComplexVector first = {}, middle = {}, predictor = {}, correction = {};
   if constexpr (STAGE > 1) {
     first = u.first.load(row);
     middle = u.middle.load(row);
   }
-  if constexpr (STAGE == 2) predictor = u.predictor.load(row);
+  if constexpr (STAGE == 2) predictor = etdPredictor(base, first, c);
   if constexpr (last) correction = u.correction.load(row);
   ComplexVector omega = base;
   etdStage<STAGE>(term, c, omega, base, first, middle, predictor, correction);
-  if constexpr (STAGE == 0) {
-    u.first.store(row, first);
-    u.predictor.store(row, predictor);
-  }
+  if constexpr (STAGE == 0) u.first.store(row, first);
   if constexpr (STAGE == 1 || STAGE == 2) u.middle.store(row, middle);
   if constexpr (last) {
     u.omega.store(row, omega);
