@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <system_error>
 
 #include "device/cpu/parallel.h"
@@ -40,16 +41,41 @@ void lockSoon(std::unique_lock<std::mutex>& lock) {
   lock.lock();
 }
 
+// Neighbouring tasks, which one participant begins with. Aligned to a line of the cache.
+struct alignas(64) Share {
+  std::atomic<int> next{0};  // the first task not yet handed out
+  int end = 0;
+};
+
+constexpr int mostShares = 64;
+
 }  // namespace
 
 struct ThreadPool::Run {
+  Run(int tasks, Task call, void* argument, int mostParticipants)
+      : task(call),
+        context(argument),
+        limit(mostParticipants),
+        shareCount(std::min(mostParticipants, mostShares)) {
+    for (int s = 0; s < shareCount; ++s) {
+      shares[s].next.store(firstOf(tasks, s), std::memory_order_relaxed);
+      shares[s].end = firstOf(tasks, s + 1);
+    }
+  }
+
+  Share shares[mostShares];
   Task task;
   void* context;
-  int count;
-  int limit;                   // participants that may join
-  std::atomic<int> next{0};    // the first task not yet handed out
-  std::atomic<int> inside{0};  // pool threads in the run, changed under the pool's mutex
-  int joined = 1;              // participants so far; the caller is the first
+  int limit;  // participants that may join
+  int shareCount;
+  std::atomic<bool> exhausted{false};  // all tasks have been handed out
+  std::atomic<int> inside{0};          // pool threads in the run, changed under the pool's mutex
+  int joined = 1;                      // participants so far; the caller is the first
+
+ private:
+  int firstOf(int tasks, int share) const {
+    return static_cast<int>(std::int64_t{tasks} * share / shareCount);
+  }
 };
 
 ThreadPool::ThreadPool(int participants)
@@ -58,7 +84,7 @@ ThreadPool::ThreadPool(int participants)
   threads_.reserve(static_cast<std::size_t>(participants_) - 1);
   try {
     for (int k = 1; k < participants_; ++k)
-      threads_.push_back(platform::startThread([this] { work(); }));
+      threads_.push_back(platform::startThread([this, k] { work(k); }));
   } catch (const std::system_error&) {
     // The threads that could be started and the caller do the work of the missing ones.
   }
@@ -82,16 +108,20 @@ void ThreadPool::limit(int participants) {
 }
 
 void ThreadPool::takePart(Run& run, int participant) {
-  for (;;) {
-    const int index = run.next.fetch_add(1, std::memory_order_relaxed);
-    if (index >= run.count) return;
-    run.task(run.context, index, participant);
+  for (int k = 0; k < run.shareCount; ++k) {
+    Share& share = run.shares[(participant + k) % run.shareCount];
+    while (share.next.load(std::memory_order_relaxed) < share.end) {
+      const int index = share.next.fetch_add(1, std::memory_order_relaxed);
+      if (index >= share.end) break;
+      run.task(run.context, index, participant);
+    }
   }
+  run.exhausted.store(true, std::memory_order_relaxed);
 }
 
 void ThreadPool::run(int count, Task task, void* context, int most) {
   const int limit = std::clamp(std::min(most, count), 1, limit_.load());
-  Run run{task, context, count, limit};
+  Run run(count, task, context, limit);
   // A forked child has copies of the pools but none of their threads, and the mutexes in whatever
   // state they were. So each caller does all of its work itself there, without touching them.
   const bool threadsAreGone = forksBehind_ != platform::forksBehind();
@@ -125,8 +155,7 @@ void ThreadPool::close(Run& run) {
 ThreadPool::Run* ThreadPool::openRun() {
   Run* chosen = nullptr;
   for (Run* run : open_) {
-    if (run->joined >= run->limit || run->next.load(std::memory_order_relaxed) >= run->count)
-      continue;
+    if (run->joined >= run->limit || run->exhausted.load(std::memory_order_relaxed)) continue;
     if (chosen == nullptr || run->inside < chosen->inside) chosen = run;
   }
   return chosen;
@@ -147,11 +176,12 @@ ThreadPool::Run* ThreadPool::awaitRun(std::unique_lock<std::mutex>& lock) {
   return stopping_ ? nullptr : run;
 }
 
-void ThreadPool::work() {
+void ThreadPool::work(int number) {
   platform::enterOwnThread();
   std::unique_lock lock(mutex_);
   while (Run* run = awaitRun(lock)) {
-    const int participant = run->joined++;
+    const int participant = run->limit == participants_ ? number : run->joined;
+    ++run->joined;
     --seats_;
     ++run->inside;
     lock.unlock();

@@ -13,6 +13,9 @@ namespace zeph::cpu {
 // and several callers may run at the same time. Which thread does which task never changes a
 // result.
 //
+// Each participant has a share of neighbouring tasks, the same one in each run of as many tasks, so
+// that it finds in its cache what it left there. When it has done them it helps the others.
+//
 // Runs of a few microseconds follow one another closely, and waking a thread takes longer than
 // that. So a thread without work, or a caller that waits for the last task, watches for a little
 // while before it sleeps.
@@ -43,7 +46,7 @@ class ThreadPool {
 
  private:
   struct Run;
-  void work();
+  void work(int number);
   Run* awaitRun(std::unique_lock<std::mutex>& lock);
   Run* openRun();
   void close(Run& run);

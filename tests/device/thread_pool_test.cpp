@@ -86,6 +86,28 @@ TEST(ThreadPool, DividesTheWorkAmongItsThreads) {
   EXPECT_FALSE(late);
 }
 
+TEST(ThreadPool, GivesEachParticipantItsOwnShareFirst) {
+  constexpr int threads = 4, tasksOfEach = 3;
+  ThreadPool pool(threads);
+  for (int round = 0; round < 20; ++round) {
+    // Nobody goes on to a second task before everybody has a first one.
+    std::atomic<int> arrived = 0;
+    std::vector<std::atomic<int>> firstTask(threads);
+    for (std::atomic<int>& task : firstTask) task = -1;
+    runOn(pool, threads * tasksOfEach, [&](int index, int participant) {
+      std::atomic<int>& first = firstTask[static_cast<std::size_t>(participant)];
+      if (first >= 0) return;
+      first = index;
+      ++arrived;
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+      while (arrived < threads && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    });
+    for (int k = 0; k < threads; ++k)
+      ASSERT_EQ(firstTask[static_cast<std::size_t>(k)], k * tasksOfEach);
+  }
+}
+
 // Records which participants are running, and whether two ever had the same number.
 struct Attendance {
   explicit Attendance(int participants) : present(static_cast<std::size_t>(participants)) {}
