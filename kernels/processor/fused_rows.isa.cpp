@@ -60,19 +60,24 @@ void spreadRowsBy(const FusedPass& pass, int field, int rows, Tile tile) {
 
 // The last stage of the forward transform of the products' rows. Those of "advective" are real, so
 // that negative wavenumbers are not needed.
-template <int q, bool ADVECTIVE>
+template <int q, bool ADVECTIVE, bool STREAMS>
 void gatherRowsBy(const FusedPass& pass, int rows, Tile tile) {
   const PaddedTables& line = *pass.line;
   float* positive = workAt(pass, 0, rows, 0);
   float* negative = workAt(pass, 1, rows, 0);
   constexpr std::ptrdiff_t element = 2 * vectorWidth;
+  const auto put = [](float* at, ComplexVector value) ZEPH_INLINED {
+    if constexpr (!STREAMS) return storeParts(at, value);
+    stream(at, value.re);
+    stream(at + vectorWidth, value.im);
+  };
   const auto stage = [&](int j, auto isFirst) ZEPH_INLINED {
     gatherStage<q>(line, j, tile, [&](auto n, ComplexVector value) ZEPH_INLINED {
       if constexpr (n < q) {
-        storeParts(positive + element * (j + n * line.span), value);
-        if constexpr (n == 0 && isFirst && !ADVECTIVE) storeParts(negative, value);
+        put(positive + element * (j + n * line.span), value);
+        if constexpr (n == 0 && isFirst && !ADVECTIVE) put(negative, value);
       } else if constexpr (!ADVECTIVE && !(n == 2 * q && isFirst)) {
-        storeParts(negative + element * ((3 * q - n) * line.span - j), value);
+        put(negative + element * ((3 * q - n) * line.span - j), value);
       }
     });
   };
@@ -86,8 +91,11 @@ void spreadRows(const FusedPass& pass, int field, int rows, Tile tile) {
 
 template <bool ADVECTIVE>
 void gatherRows(const FusedPass& pass, int rows, Tile tile) {
-  forOuterRadix(*pass.line,
-                [&](auto q) ZEPH_INLINED { gatherRowsBy<q, ADVECTIVE>(pass, rows, tile); });
+  forOuterRadix(*pass.line, [&](auto q) ZEPH_INLINED {
+    if (!pass.streams) return gatherRowsBy<q, ADVECTIVE, false>(pass, rows, tile);
+    gatherRowsBy<q, ADVECTIVE, true>(pass, rows, tile);
+    endStreaming();
+  });
 }
 
 // z = u + i v, exchanged, becomes u^2 - v^2 + i u v.

@@ -148,21 +148,25 @@ TEST(FusedCoefficients, HaveTheBitsOfTheStageUpdates) {
   }
 }
 
-TEST(FusedColumns, WriteTheSamePastTheCache) {
+TEST(FusedPasses, WriteTheSamePastTheCache) {
   for (const int n : {16, 86, 128}) {
     const Params p = paramsOf(n, Integrator::imexRK3, 0.01f);
     test::onEveryProcessor([&] {
       StepArrays from(p);
       for (std::size_t k = 0; k < from.half; ++k)
         from.spectra[k] = {static_cast<float>(k % 97) - 48, static_cast<float>(k % 89) - 44};
-      std::vector<float> written[2];
+      std::vector<float> written[2], products[2];
       for (const bool streams : {false, true}) {
         OnePass one(p, from);
         one.pass.streams = streams;
         one.firstColumns();
         written[streams].assign(one.work.get(), one.work.get() + 2 * from.padded.size());
+        one.rows();
+        products[streams].assign(one.work.get(), one.work.get() + 2 * from.padded.size());
       }
       ASSERT_TRUE(test::sameBits(written[1], written[0]));
+      ASSERT_TRUE(test::sameBits(products[1], products[0]));
+      ASSERT_NE(products[0], written[0]);
       ASSERT_NE(written[0], std::vector<float>(written[0].size()));
     });
   }
