@@ -105,7 +105,7 @@ std::shared_ptr<void> enterRenderThread() {
 
 Renderer::Renderer(int device) {
   auto hidden = std::make_unique<ExportSurface>();
-  const HWND window = hidden->window();
+  HWND window = hidden->window();
   impl_ = std::make_unique<Impl>(device, std::move(hidden), window);
 }
 

@@ -19,7 +19,7 @@ const wchar_t* familyOf(IDWriteFactory& dwrite, bool monospaced) {
   for (const wchar_t* name : names) {
     UINT32 index = 0;
     BOOL exists = FALSE;
-    if (SUCCEEDED(fonts->FindFamilyName(name, &index, &exists)) && exists) return name;
+    if (SUCCEEDED(fonts->FindFamilyName(name, &index, &exists)) && exists != FALSE) return name;
   }
   return names[0];
 }

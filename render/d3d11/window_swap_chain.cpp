@@ -20,7 +20,7 @@ bool isInHighDynamicRange(const ComPtr<IDXGIOutput>& output) {
 
 // Standard range for a monitor of another adapter, too.
 TexelFormat formatFor(IDXGIAdapter1& adapter, HWND window) {
-  const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
+  HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
   ComPtr<IDXGIOutput> output;
   for (UINT index = 0; SUCCEEDED(adapter.EnumOutputs(index, &output)); ++index) {
     DXGI_OUTPUT_DESC description = {};
@@ -52,7 +52,7 @@ ComPtr<IDXGISwapChain1> makeChain(const GraphicsDevice& device, HWND window, Tex
 HANDLE frameLatencyOf(const ComPtr<IDXGISwapChain1>& chain) {
   const auto paced = query<IDXGISwapChain2>(chain, "Get frame pacing interface");
   check(paced->SetMaximumFrameLatency(1), "Set frame latency");
-  const HANDLE signal = paced->GetFrameLatencyWaitableObject();
+  HANDLE signal = paced->GetFrameLatencyWaitableObject();
   if (signal == nullptr) throw std::runtime_error("No DXGI frame pacing signal.");
   return signal;
 }

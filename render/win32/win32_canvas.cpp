@@ -29,11 +29,12 @@ double scaleOf(HWND window) {
 
 WindowState stateOf(HWND parent) {
   RECT area = {};
-  if (!GetClientRect(parent, &area)) return {};
+  if (GetClientRect(parent, &area) == FALSE) return {};
   return {.width = area.right,
           .height = area.bottom,
           .scale = scaleOf(parent),
-          .isVisible = IsWindowVisible(parent) && !IsIconic(GetAncestor(parent, GA_ROOT))};
+          .isVisible =
+              IsWindowVisible(parent) != FALSE && IsIconic(GetAncestor(parent, GA_ROOT)) == FALSE};
 }
 
 }  // namespace
@@ -121,8 +122,8 @@ LRESULT Canvas::Impl::click(LPARAM place) {
 }
 
 Canvas::Canvas(void* parent, std::function<void(const Click&)> act) {
-  const HWND window = static_cast<HWND>(parent);
-  if (!IsWindow(window)) throw std::runtime_error(invalidParent);
+  HWND window = static_cast<HWND>(parent);
+  if (IsWindow(window) == FALSE) throw std::runtime_error(invalidParent);
   impl_ = std::make_unique<Impl>(window, std::move(act));
 }
 
@@ -149,7 +150,7 @@ const WindowState& Canvas::window() const {
 }
 
 bool Canvas::isParentGone() const {
-  return !IsWindow(impl_->parent);
+  return IsWindow(impl_->parent) == FALSE;
 }
 
 void Canvas::wait(std::optional<double> seconds) {
