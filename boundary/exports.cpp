@@ -110,6 +110,7 @@ void zp_engine_destroy(zp_engine* engine) {
 
 zp_ui* zp_ui_create(void) {
   if (!onMainThread()) return nullptr;
+  const zeph::platform::CallEnvironment environment;
   try {
     return std::make_unique<zp_ui>().release();
   } catch (...) {

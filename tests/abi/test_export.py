@@ -96,7 +96,7 @@ def test_the_picture_arguments_are_read_only_for_a_picture(engine):
     "value", ["0", "-1", "8193", "0.9", "false", "4294967296", "1e10", "-1e10"]
 )
 def test_a_picture_size_out_of_range_is_refused(engine, tmp_path, value):
-    text = f'{{"op":"export","png":"{tmp_path}/p.png","pixel_size":{value}}}'
+    text = f'{{"op":"export","png":"{tmp_path.as_posix()}/p.png","pixel_size":{value}}}'
     assert engine.refusal(text) == "PNG size must be 1 through 8192."
     assert not list(tmp_path.iterdir())
 
@@ -106,7 +106,7 @@ def test_a_picture_size_out_of_range_is_refused(engine, tmp_path, value):
     ("value", "name"), [("null", "null"), ('"1"', "string"), ("[]", "array"), ("{}", "object")]
 )
 def test_a_picture_size_that_is_not_a_number_is_refused(engine, tmp_path, value, name):
-    text = f'{{"op":"export","png":"{tmp_path}/p.png","pixel_size":{value}}}'
+    text = f'{{"op":"export","png":"{tmp_path.as_posix()}/p.png","pixel_size":{value}}}'
     assert engine.refusal(text) == type_error("number", name)
 
 
