@@ -95,7 +95,8 @@ def record(
     With ``path``, a file that ends in .nc (NetCDF) or a store that ends in .zarr, samples are
     written as they are taken, and the Dataset reads them when they are used. If the flow blows up,
     ``FlowFailedError`` is raised, and what has been recorded is kept there. ``progress`` is that of
-    ``Engine.advance``: if it returns False, the recording ends.
+    ``Engine.advance``, with the milliseconds of the device since the recording began: if it returns
+    False, the recording ends.
 
     Recording needs xarray, and the packages of the file: ``pip install 'zephane[data]'``.
     """
@@ -147,6 +148,8 @@ class Course:
     end: float | None
     progress: Callable[[Clock], object] | None
     is_stopped: bool = False
+    milliseconds: float = 0.0
+    """What the device took for the advances that are finished."""
 
     def length(self, engine: Engine) -> float:
         """Between the beginning and the end, in the unit of the intervals; 0 if it is unknown."""
@@ -155,8 +158,16 @@ class Course:
         now = engine.advance(steps=0, fresh=False).simulation_time
         return 0.0 if self.end is None else max(self.end - now, 0.0)
 
-    def show(self, now: Clock) -> bool:
-        if self.progress is not None and self.progress(now) is False:
+    def advance(self, engine: Engine, left: int | None, end: float | None) -> Clock:
+        now = engine.advance(left, end, fresh=False, progress=self._show)
+        self.milliseconds += now.gpu_milliseconds
+        return now
+
+    def _show(self, now: Clock) -> bool:
+        """Show the clock with the milliseconds of the whole recording, not of this advance."""
+        total = self.milliseconds + now.gpu_milliseconds
+        shown = dataclasses.replace(now, gpu_milliseconds=total)
+        if self.progress is not None and self.progress(shown) is False:
             self.is_stopped = True
         return not self.is_stopped
 
@@ -183,7 +194,7 @@ def _advance(engine: Engine, due: float, position: float, done: int, course: Cou
         end = due if end is None else min(due, end)
     else:
         left = int(due - position) if left is None else min(int(due - position), left)
-    return engine.advance(left, end, fresh=False, progress=course.show)
+    return course.advance(engine, left, end)
 
 
 class Sampler:

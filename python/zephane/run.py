@@ -183,7 +183,11 @@ def _advance(
 ) -> Outcome:
     """Run to the end or until Ctrl-C, and compute the final figures."""
 
+    milliseconds = 0.0
+
     def show(now: Clock) -> bool:
+        nonlocal milliseconds
+        milliseconds = now.gpu_milliseconds
         progress.update(now)
         if checkpoints is not None:
             checkpoints.update(now)
@@ -197,7 +201,8 @@ def _advance(
             made = bounds.recording(engine, steps=bounds.steps, until=bounds.until, progress=show)
             made.close()
     wall = time.perf_counter() - began
-    return Outcome(bounds.start, engine.inspect(), wall, interruption.requested)
+    end = dataclasses.replace(engine.inspect(), gpu_milliseconds=milliseconds)
+    return Outcome(bounds.start, end, wall, interruption.requested)
 
 
 def _picture_settings(options: argparse.Namespace) -> PictureSettings:

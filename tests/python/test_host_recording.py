@@ -185,6 +185,22 @@ def test_progress_is_shown_and_can_end_a_recording(engine) -> None:
     assert ds.steps[-1] == seen[-1] and 6 <= seen[-1] < 100
 
 
+def test_progress_has_the_milliseconds_of_all_pieces(engine, monkeypatch) -> None:
+    call, taken, shown = engine._library.call, [], []
+
+    def note(handle: int, request: dict) -> dict:
+        reply = call(handle, request)
+        if request["op"] == "advance" and request["steps"]:
+            taken.append(reply["gpu_milliseconds"])
+        return reply
+
+    monkeypatch.setattr(engine._library, "call", note)
+    zephane.record(engine, steps=12, every=3, spectra_every=6, at="steps",
+                   progress=lambda now: shown.append(now.gpu_milliseconds))  # fmt: skip
+    assert len(taken) >= 4
+    assert shown[-1] == pytest.approx(sum(taken)) and shown == sorted(shown)
+
+
 @pytest.mark.parametrize(
     "arguments, words",
     [
@@ -364,6 +380,13 @@ def test_a_recorded_run_at_steps_is_the_run(zeph, tmp_path: Path) -> None:
     assert recorded == plain
     with xr.open_dataset(tmp_path / "a.zarr", engine="zarr") as ds:
         assert list(ds.steps) == [0, 4, 8, 12, 16, 20]
+
+
+def test_the_report_of_a_recorded_run_has_the_milliseconds_of_all_steps(zeph) -> None:
+    options = ("--steps", "400", "--json")
+    plain = json.loads(zeph(*options).stdout)["gpu_milliseconds"]
+    done = zeph(*options, "--record", "flow.nc", "--every", "4", "--at", "steps")
+    assert json.loads(done.stdout)["gpu_milliseconds"] > 0.2 * plain
 
 
 @pytest.mark.parametrize(
