@@ -97,7 +97,7 @@ def _add_run(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> N
         "Ctrl-C ends the run early; the report and the files then show the flow so far, and the "
         "exit code is 130.",
     )
-    add_flow(parser, with_state=True)
+    add_flow(parser)
     _add_length(parser)
     _add_output(parser)
     _add_recording(parser)
@@ -116,7 +116,7 @@ def _add_film(commands: argparse._SubParsersAction[argparse.ArgumentParser]) -> 
     parser.add_argument(
         "film", metavar="FILE", help=f"the film, whose name ends in {listed(tuple(FORMATS))}"
     )
-    add_flow(parser, with_state=True)
+    add_flow(parser)
     length = parser.add_argument_group("length")
     length.add_argument(
         "--until",

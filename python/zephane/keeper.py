@@ -9,6 +9,7 @@ from typing import Any
 from .errors import LOST_FLOW
 from .figures import ADAPTED, FIXED, FOLLOWS, Standing
 from .records import ViewStatus
+from .states import OTHER_CONFIGURATION
 from .view import View
 from .viscosity import AdaptedViscosity
 
@@ -32,6 +33,11 @@ class Keeper:
 
     def update(self) -> ViewStatus:
         status = self._viscosity.update() if self._adapts else self._view.status()
+        if (status.error_message or "").startswith(OTHER_CONFIGURATION):
+            # A new flow, of another seed say, does not begin from the state that the first did.
+            self._view.benchmark(state=None)
+            self._view.dismiss()
+            status = self._viscosity.reset()
         if self._view.at_rest and self._rested != status.generation:
             self._rested = status.generation
             status = self._view.pause()

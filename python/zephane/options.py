@@ -22,6 +22,7 @@ from .records import (
 )
 from .refusals import checked_config, checked_until
 from .start_fields import StartField
+from .states import state_config
 from .view import View
 
 LIBRARY_HELP = "path of the library (default: search for it)"
@@ -44,13 +45,21 @@ def _members(options: argparse.Namespace, record: type) -> dict[str, Any]:
 def open_view(options: argparse.Namespace) -> View:
     """A view configured by the options, not yet started."""
     chosen = chosen_config(options)
-    config = checked_config(Config().changed(**chosen))
     if options.until is not None:
         checked_until(options.until)
-    view = View(library=options.library, regulated=options.regulated, **chosen)
+    if options.state is None:
+        config = checked_config(Config().changed(**chosen))
+    elif options.initial is None:
+        config = state_config(options.state, chosen)
+    else:
+        raise ValueError("--initial and --state exclude each other: a flow has one start.")
+    view = View(config, library=options.library, regulated=options.regulated)
     try:
-        initial = _raw_file(view, options.initial, config.resolution)
-        view.benchmark(until=options.until, initial=initial)
+        view.benchmark(until=options.until)
+        if options.state is not None:
+            view.benchmark(state=options.state)
+        else:
+            view.benchmark(initial=_raw_file(view, options.initial, config.resolution))
         if options.paused:
             view.pause()
     except BaseException:
@@ -71,7 +80,7 @@ def _raw_file(view: View, path: str | None, resolution: int) -> str | None:
     return raw
 
 
-def add_flow(parser: argparse.ArgumentParser, with_state: bool = False) -> None:
+def add_flow(parser: argparse.ArgumentParser) -> None:
     default = Config()
     flow = parser.add_argument_group("flow")
     flow.add_argument(
@@ -121,13 +130,12 @@ def add_flow(parser: argparse.ArgumentParser, with_state: bool = False) -> None:
         "file if the name ends in .npy (default: the seeded start field)",
     )
     flow.add_argument("--library", metavar="PATH", help=LIBRARY_HELP)
-    if with_state:
-        flow.add_argument(
-            "--state",
-            metavar="FILE",
-            help="go on from this state of a flow, with its configuration; --reynolds and --cfl "
-            "replace the numbers in force",
-        )
+    flow.add_argument(
+        "--state",
+        metavar="FILE",
+        help="go on from this state of a flow, with its configuration; --reynolds and --cfl "
+        "replace the numbers in force",
+    )
 
 
 def add_control(parser: argparse.ArgumentParser) -> None:

@@ -12,7 +12,7 @@ from typing import Any
 from .errors import InvalidValueError, ZephaneError
 from .outputs import PathLike
 from .records import Config
-from .refusals import memory_refusal
+from .refusals import checked_config, memory_refusal
 
 LENGTH_BYTES = 8
 LONGEST_HEADER = 1 << 20
@@ -69,6 +69,21 @@ def read_state(path: PathLike) -> SavedState:
         return _described(json.loads(header)["__metadata__"])
     except (KeyError, TypeError, ValueError, RecursionError) as failure:
         raise ZephaneError(f"{os.fspath(path)} is no state of a flow") from failure
+
+
+def state_config(path: PathLike, changes: dict[str, Any]) -> Config:
+    """The configuration with which a flow goes on from a state. ``changes`` may replace the
+    Reynolds and the Courant number in force; of the other members they are refused.
+    """
+    saved = read_state(path).config_in_force
+    config = checked_config(dataclasses.replace(saved, **changes))
+    for key in changes.keys() - {"reynolds", "cfl"}:
+        before, now = getattr(saved, key), getattr(config, key)
+        if now != before:
+            raise InvalidValueError(
+                f"{os.fspath(path)} is of another configuration: {key} is {before}, not {now}"
+            )
+    return config
 
 
 def state_bytes(resolution: int) -> int:

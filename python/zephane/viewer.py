@@ -43,7 +43,7 @@ def view(options: argparse.Namespace) -> int:
     """Run the command and return its exit code; failures are raised."""
     picture = chosen_picture(options)
     root = open_root()
-    if options.resolution is None and options.initial is None:
+    if options.resolution is None and options.initial is None and options.state is None:
         options.resolution = suitable_resolution(measured_step(options.library))
     with open_view(options) as opened:
         opened.set(**dataclasses.asdict(picture))

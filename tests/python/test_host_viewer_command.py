@@ -88,6 +88,22 @@ def test_the_command_takes_its_options_and_ends_by_a_key(
     assert command.end() == (0, "", "")
 
 
+def test_the_command_goes_on_from_a_state(
+    run_view: Callable[..., Command],
+    make_engine: Callable[..., zephane.Engine],
+    tmp_path: Path,
+    host: Host,
+    display: str,
+) -> None:
+    engine = make_engine(resolution=32, seed=29, fixed_dt=1e-3)
+    engine.save(tmp_path / "flow.state")
+    command = run_view("--state", str(tmp_path / "flow.state"), DISPLAY=display)
+    window = window_named(host, "32 x 32, k0 4, seed 29")
+    window.set_input_focus(X.RevertToPointerRoot, X.CurrentTime)
+    host.press_key(host.display.keysym_to_keycode(XK.XK_Escape))
+    assert command.end() == (0, "", "")
+
+
 def test_ctrl_c_closes_the_window(
     run_view: Callable[..., Command], host: Host, display: str
 ) -> None:

@@ -15,6 +15,8 @@ from typing import Any, Callable
 import pytest
 from fake_terminal import TerminalProcess
 
+import zephane
+
 SMALL = ("--resolution", "64")
 
 
@@ -234,6 +236,75 @@ def run_in_pipes(
         text=True,
         timeout=60,
     )
+
+
+@pytest.fixture
+def state(make_engine: Callable[..., zephane.Engine], tmp_path: Path) -> Path:
+    """A state of a flow at the time 1."""
+    engine = make_engine(seed=7)
+    engine.advance(until=1.0)
+    engine.save(tmp_path / "flow.state")
+    return tmp_path / "flow.state"
+
+
+def test_a_watch_goes_on_from_a_state(
+    command: list[str], environment: dict[str, str], state: Path
+) -> None:
+    rest = zephane.Engine.load(state).advance(until=1.5)
+    done = run_in_pipes(command, environment, "--state", str(state), "--until", "1.5")
+    assert (done.returncode, done.stderr) == (0, "")
+    last = done.stdout.splitlines()[-1]
+    assert last.startswith(f"finished  time 1.5000  step {rest.steps}  ") and "  Re 1000  " in last
+    done = run_in_pipes(command, environment, "--state", str(state), "--until", "1.1",
+                        "--reynolds", "3000")  # fmt: skip
+    assert "  Re 3000  " in done.stdout.splitlines()[-1]
+
+
+def test_a_watched_state_can_be_reset_and_left_for_another_seed(watch: Any, state: Path) -> None:
+    terminal = watch("--state", str(state), "--paused")
+    resting = terminal.read_until(lambda text: "time        1.0000" in text)
+    assert "seed 7" in resting and steps_on(resting) > 0
+    first = steps_on(resting)
+    terminal.press("s")
+    terminal.read_until(lambda text: f"step {first + 1} " in text)
+    terminal.press("r")
+    terminal.read_until(lambda text: f"step {first} " in text)
+    terminal.press("n")
+    terminal.read_until(lambda text: "seed 8" in text and "time        0.0000" in text)
+    terminal.press("s")
+    terminal.read_until(lambda text: "step 1 " in text)
+    terminal.press("q")
+    assert terminal.end() == 0
+
+
+@pytest.mark.parametrize(
+    "options, words",
+    [
+        (("--seed", "8"), "flow.state is of another configuration: seed is 7, not 8"),
+        (("--initial", "start.raw"), "--initial and --state exclude each other"),
+        (("--cfl", "-1"), "cfl -1 is negative"),
+        (("--state", "/nowhere/flow.state"), "Cannot read /nowhere/flow.state: No such file"),
+        (("--state", __file__), f"{__file__} is no state of a flow"),
+    ],
+)
+def test_a_state_that_does_not_fit_is_refused(
+    command: list[str],
+    environment: dict[str, str],
+    state: Path,
+    options: tuple[str, ...],
+    words: str,
+) -> None:
+    refused = run_in_pipes(command, environment, "--state", str(state), *options)
+    assert (refused.returncode, refused.stdout) == (1, "")
+    assert refused.stderr.startswith("zephane: ") and words in refused.stderr
+
+
+def test_a_damaged_state_ends_the_watch(
+    command: list[str], environment: dict[str, str], state: Path
+) -> None:
+    state.write_bytes(state.read_bytes()[:-1])
+    done = run_in_pipes(command, environment, "--state", str(state))
+    assert done.returncode == 1 and "State file is truncated" in done.stderr
 
 
 def test_without_a_terminal_there_are_lines(
