@@ -6,10 +6,10 @@ import os
 from collections.abc import Mapping
 from typing import Any
 
+from .accessor import register_accessor
 from .errors import InvalidValueError, ZephaneError
-from .extras import need, register_plots
-from .recording_files import is_netcdf
-from .sweep_data import TIMES
+from .extras import need
+from .recording_files import TIMES, is_netcdf
 
 PURPOSE = "A comparison"
 
@@ -30,7 +30,7 @@ def compare(recordings: Mapping[str, Any] | None = None, **named: Any) -> Any:
     in common.
     """
     xr = need("xarray", "data", PURPOSE)
-    register_plots()
+    register_accessor()
     given = {**(recordings or {}), **named}
     if not given:
         raise InvalidValueError("There is nothing to compare: give recordings by their names")

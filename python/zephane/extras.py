@@ -8,11 +8,6 @@ from typing import Any
 from .errors import ZephaneError
 
 
-def register_plots() -> None:
-    """Give xarray's Datasets the accessor ``zephane``."""
-    importlib.import_module("zephane.plots")
-
-
 def need(module: str, extra: str, purpose: str) -> Any:
     """A module; where it is missing, ``ZephaneError`` says what it is for and how to get it."""
     try:

@@ -9,9 +9,10 @@ from datetime import datetime, timezone
 from typing import Any
 
 from ._version import read_version
+from .accessor import register_accessor
 from .engine import Engine
 from .errors import FlowFailedError, InvalidValueError
-from .extras import need, register_plots
+from .extras import need
 from .outputs import PathLike
 from .pacing import has_reached
 from .records import Clock
@@ -101,7 +102,7 @@ def record(
     Recording needs xarray, and the packages of the file: ``pip install 'zephane[data]'``.
     """
     need("xarray", "data", PURPOSE)
-    register_plots()
+    register_accessor()
     left = None if steps is None else checked_steps(steps)
     end = None if until is None else checked_until(until)
     if left is None and end is None:

@@ -19,6 +19,9 @@ from .errors import InvalidValueError, ZephaneError
 from .extras import need
 from .outputs import PathLike, why_not_extended, why_not_writable
 
+# The dimensions along which samples lie.
+TIMES = ("time", "spectrum_time", "field_time")
+
 NETCDF_ENDING = ".nc"
 ZARR_ENDING = ".zarr"
 PURPOSE = "Recording"

@@ -182,6 +182,11 @@ def listed(names: Sequence[str]) -> str:
     return f"{', '.join(names[:-1])} or {names[-1]}"
 
 
+def shown(value: Any) -> str:
+    """A setting, for a sentence."""
+    return f"{value:g}" if isinstance(value, float) else str(value)
+
+
 def _bytes_per_point(config: Config) -> float:
     more = ADVECTIVE_BYTES if config.operator == "advective" else 0.0
     return BYTES_PER_POINT[config.integrator] + more

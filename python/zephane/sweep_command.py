@@ -9,9 +9,8 @@ from typing import Any
 from ._library import given, load
 from .members import FAILED_AT
 from .outputs import PathLike
-from .recording_files import check_recording, write_dataset
+from .recording_files import TIMES, check_recording, write_dataset
 from .sweeping import sweep
-from .sweep_data import TIMES
 
 # What can be swept, with its help.
 SETTINGS = {

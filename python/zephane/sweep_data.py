@@ -11,9 +11,10 @@ from typing import Any
 
 from .extras import need
 from .members import FAILED_AT, FAILURE
+from .recording_files import TIMES
+from .refusals import shown
 
 PURPOSE = "A sweep"
-TIMES = ("time", "spectrum_time", "field_time")
 
 LONG_NAMES = {
     "resolution": "grid points per side",
@@ -121,8 +122,3 @@ def failures_of(made: Any, dimensions: Mapping[str, Sequence[Any]]) -> Iterator[
         if not math.isnan(time):
             named = (f"{key} {shown(value)}" for key, value in zip(dimensions, values))
             yield Failure(", ".join(named), float(time))
-
-
-def shown(value: Any) -> str:
-    """A setting, for a sentence."""
-    return f"{value:g}" if isinstance(value, float) else str(value)

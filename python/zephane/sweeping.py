@@ -11,8 +11,9 @@ from collections.abc import Iterable, Mapping, Sequence
 from typing import Any
 
 from ._library import LibraryPath, load
+from .accessor import register_accessor
 from .errors import InvalidValueError, ZephaneError
-from .extras import need, register_plots
+from .extras import need
 from .members import Member
 from .outputs import PathLike
 from .recording import checked_intervals
@@ -23,11 +24,12 @@ from .refusals import (
     checked_seconds,
     checked_until,
     checked_whole,
+    shown,
     warn_of_config,
 )
 from .suiting import ZephaneWarning
 from .sweep_cluster import connected, run_on
-from .sweep_data import combined, failures_of, shown
+from .sweep_data import combined, failures_of
 from .sweep_local import run_here
 from .sweep_progress import Board
 
@@ -97,7 +99,7 @@ def sweep(
     plan = plan_for(settings, until, intervals, velocity)
     need("xarray", "data", PURPOSE)
     need("netCDF4", "data", PURPOSE)
-    register_plots()
+    register_accessor()
     count = None if jobs is None else checked_whole("jobs", jobs, 1)
     seconds = checked_seconds("checkpoint_seconds", checkpoint_seconds)
     for member in plan.members:
