@@ -7,6 +7,7 @@ import itertools
 from collections.abc import Iterator
 from typing import Any
 
+from .dataset_pages import dataset_page, show_in_notebooks
 from .errors import InvalidValueError
 from .extras import need
 from .recording_files import TIMES
@@ -34,7 +35,9 @@ SMALLEST_SHARE = 1e-14
 @functools.cache
 def register_accessor() -> None:
     """Give xarray's Datasets the accessor ``zephane``."""
-    need("xarray", "data", PURPOSE).register_dataset_accessor("zephane")(Accessor)
+    xarray = need("xarray", "data", PURPOSE)
+    xarray.register_dataset_accessor("zephane")(Accessor)
+    show_in_notebooks(xarray.Dataset)
 
 
 class Accessor:
@@ -50,6 +53,9 @@ class Accessor:
 
     def __init__(self, dataset: Any) -> None:
         self._dataset = dataset
+
+    def _repr_html_(self) -> str:
+        return dataset_page(self._dataset, self)
 
     def ensemble(self, over: str = "seed") -> Any:
         """A Dataset of the means over a dimension, with the standard deviations as ``NAME_spread``.

@@ -25,8 +25,9 @@ from .engine_failures import (
     warn_of_growth,
 )
 from .errors import FlowFailedError, InvalidValueError, ZephaneError
-from .fields import Fields, PathLike, read_floats
-from .outputs import check_outputs
+from .fields import Fields, read_floats
+from .notebook_pages import failure_page, flow_page, flow_png
+from .outputs import PathLike, check_outputs
 from .pacing import Pace, Waiting, has_reached
 from .records import Clock, Config, Snapshot, Statistics, SystemInfo
 from .refusals import (
@@ -464,6 +465,22 @@ class Engine:
             "closed" if self.closed else f"{self._config.resolution} x {self._config.resolution}"
         )
         return f"<zephane.Engine {state}>"
+
+    def _repr_html_(self) -> str | None:
+        """What a notebook shows: a picture of the vorticity, and the figures."""
+        if self.closed:
+            return None
+        try:
+            now = self._inspect(stacklevel=3)
+            return flow_page(self._config, now, self.system.gpu, self.save)
+        except ZephaneError as failure:
+            return failure_page(repr(self), failure)
+
+    def _repr_png_(self) -> bytes | None:
+        try:
+            return None if self.closed else flow_png(self.save, self._config.resolution)
+        except ZephaneError:
+            return None
 
     def __reduce__(self) -> Any:
         raise TypeError(

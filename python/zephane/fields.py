@@ -7,15 +7,16 @@ import os
 from collections.abc import Iterator
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any, Union
+from typing import Any
 
 from ._numpy import numpy
 from .errors import ZephaneError
-from .records import Snapshot
+from .notebook_pages import POINTS, fields_page
+from .outputs import PathLike
+from .records import LIVE_PICTURE, Snapshot
+from .shading import picture_png
 
 FLOAT_BYTES = 4
-
-PathLike = Union[str, "os.PathLike[str]"]
 
 
 def read_floats(path: PathLike) -> Any:
@@ -72,6 +73,16 @@ class Fields:
 
     def __iter__(self) -> Iterator[Any]:
         return iter((self.vorticity, self.u, self.v))
+
+    def _repr_html_(self) -> str:
+        return fields_page(self.snapshot, self.has_velocity, self._repr_png_())
+
+    def _repr_png_(self) -> bytes | None:
+        """A picture of the vorticity, or None without NumPy."""
+        if isinstance(self.data, array.array):
+            return None
+        every = -(-self.snapshot.grid_size // POINTS)
+        return picture_png(LIVE_PICTURE, self.vorticity[::every, ::every])
 
     def _velocity(self, index: int) -> Any:
         if not self.has_velocity:

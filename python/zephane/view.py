@@ -11,7 +11,7 @@ from typing import Any
 
 from ._library import LibraryPath, ZephaneError, given, load, path_as_text
 from .course import Course
-from .fields import PathLike
+from .outputs import PathLike
 from .records import Config, ViewStatus
 from .refusals import checked_config
 
