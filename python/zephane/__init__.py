@@ -24,6 +24,7 @@ from .engine import Engine, initialize
 from .errors import FlowFailedError, InvalidValueError, ZephaneError
 from .fields import Fields
 from .films import film
+from .notebooks import widget
 from .recording import record
 from .records import (
     COLOR_RANGES,
@@ -92,4 +93,5 @@ __all__ = [
     "spectral_fluxes",
     "suitable_cfl",
     "sweep",
+    "widget",
 ]

@@ -24,6 +24,7 @@ from .records import (
 from .suiting import ZephaneWarning, warn_of_cfl
 
 RESOLUTIONS = (16, 16384)
+NOTEBOOK_SIDES = (64, 2048)
 LARGEST_K0 = 1_000_000
 LARGEST_SEED = 2**64 - 1
 # The reciprocal of a smaller one leaves single precision.
@@ -110,6 +111,11 @@ def checked_seconds(key: str, value: Any) -> float:
 
 def checked_pixel_size(value: Any, key: str = "pixel_size") -> int:
     return _whole(key, value, PIXEL_SIZES[0], PIXEL_SIZES[-1])
+
+
+def checked_side(key: str, value: Any) -> int:
+    """The side of a picture in a notebook."""
+    return _whole(key, value, *NOTEBOOK_SIDES)
 
 
 def check_picture(**settings: Any) -> None:
