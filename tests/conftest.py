@@ -7,6 +7,7 @@ The library is named by ``--library PATH``, else by the environment variable ``Z
 from __future__ import annotations
 
 import os
+import shutil
 import signal
 import sys
 from collections.abc import Iterator
@@ -54,6 +55,16 @@ def library_path(request: pytest.FixtureRequest) -> Path:
 def python_path() -> Path:
     """The folder that holds the package, for PYTHONPATH of a subprocess."""
     return PYTHON
+
+
+@pytest.fixture(scope="session")
+def packages(library_path: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """A folder for PYTHONPATH with the package as a wheel holds it: the library inside."""
+    folder = tmp_path_factory.mktemp("packages")
+    unwanted = shutil.ignore_patterns("__pycache__")
+    shutil.copytree(PYTHON / "zephane", folder / "zephane", ignore=unwanted)
+    (folder / "zephane" / "libzephane.so").symlink_to(library_path)
+    return folder
 
 
 @pytest.fixture(scope="session")

@@ -44,6 +44,8 @@ PICTURE_SECONDS = 1.0 / 30.0
 FIGURE_SECONDS = 0.25
 # Where nobody looks, the flow is still paused when it comes to rest.
 UNSEEN_SECONDS = 1.0
+# A new flow is awaited so long when its widget is displayed.
+READY_SECONDS = 2.0
 # Pictures on their way to the browser. It confirms every fourth.
 MOST_UNSEEN = 8
 
@@ -112,12 +114,11 @@ class FlowWidget(anywidget.AnyWidget):
         if bundle is None:
             return None
         try:
-            status = self.view.status()
-            if status.ready:
-                size = status.config.resolution
-                png = live_png(spectrum_of(self._save_state, size, self.side), _settings(status))
-                bundle[0]["image/png"] = base64.b64encode(png).decode("ascii")
-        except ZephaneError:
+            status = self.view.wait(lambda status: status.ready, READY_SECONDS)
+            size = status.config.resolution
+            png = live_png(spectrum_of(self._save_state, size, self.side), _settings(status))
+            bundle[0]["image/png"] = base64.b64encode(png).decode("ascii")
+        except (ZephaneError, TimeoutError):
             pass
         return bundle
 

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import os
-import shutil
 import subprocess
 import sys
 from collections.abc import Iterator
@@ -36,16 +35,6 @@ def programs(installed: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
     ):
         done = subprocess.run(command, capture_output=True, text=True)
         assert done.returncode == 0, done.stdout + done.stderr
-    return folder
-
-
-@pytest.fixture(scope="module")
-def packages(library_path: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """A folder for PYTHONPATH with the package as a wheel holds it: the library inside."""
-    folder = tmp_path_factory.mktemp("packages")
-    unwanted = shutil.ignore_patterns("__pycache__")
-    shutil.copytree(ROOT / "python" / "zephane", folder / "zephane", ignore=unwanted)
-    (folder / "zephane" / "libzephane.so").symlink_to(library_path)
     return folder
 
 

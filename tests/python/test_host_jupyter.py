@@ -110,16 +110,6 @@ class Page:
 
 
 @pytest.fixture(scope="module")
-def packages(library_path: Path, tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """A folder with the package as a wheel holds it: the library inside."""
-    folder = tmp_path_factory.mktemp("packages")
-    unwanted = shutil.ignore_patterns("__pycache__")
-    shutil.copytree(jupyter.ROOT / "python" / "zephane", folder / "zephane", ignore=unwanted)
-    (folder / "zephane" / "libzephane.so").symlink_to(library_path)
-    return folder
-
-
-@pytest.fixture(scope="module")
 def lab(
     packages: Path, tmp_path_factory: pytest.TempPathFactory
 ) -> Iterator[tuple[str, Path]]:
