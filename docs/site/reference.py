@@ -26,6 +26,7 @@ SECTIONS = {
     "pictures": ("Pictures and films", "PictureSettings DISPLAYS PALETTES COLOR_RANGES film"),
     "views": ("Views", "View KEEP ViewStatus Performance Canvas AdaptedViscosity "
               "resolution_number"),
+    "notebooks": ("Notebooks", "widget"),
     "errors": ("Errors and warnings", "ZephaneError InvalidValueError FlowFailedError "
                "ZephaneWarning"),
 }  # fmt: skip

@@ -216,9 +216,7 @@ def _draw(ax: Any, values: Any, along: str, over: str | None, style: dict[str, A
     if len(lines) > COLORS:
         scale = need("matplotlib", "sweep", PURPOSE).colormaps["viridis"]
     for n, (label, part) in enumerate(lines):
-        chosen: dict[str, Any] = {"label": label or None}
-        if scale is not None:
-            chosen["color"] = scale(n / (len(lines) - 1))
+        chosen = {} if scale is None else {"color": scale(n / (len(lines) - 1))}
         mean = part if over is None else part.mean(over)
         (line,) = ax.plot(mean[along], mean, **{"label": label or None, **chosen, **style})
         if over is not None and part.sizes[over] > 1:

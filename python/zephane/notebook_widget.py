@@ -46,6 +46,8 @@ FIGURE_SECONDS = 0.25
 UNSEEN_SECONDS = 1.0
 # A new flow is awaited so long when its widget is displayed.
 READY_SECONDS = 2.0
+# In which the kernel comes to its other work.
+LEAST_REST_SECONDS = 0.001
 # Pictures on their way to the browser. It confirms every fourth.
 MOST_UNSEEN = 8
 
@@ -132,13 +134,11 @@ class FlowWidget(anywidget.AnyWidget):
         while self.comm is not None and not self.view.closed:
             began = time.monotonic()
             try:
-                is_busy = await self._turn()
+                rest = await self._turn()
             except ZephaneError as failure:
                 self._refuse(failure)
-                is_busy = False
-            rest = PICTURE_SECONDS if is_busy else UNSEEN_SECONDS
-            self._wakened.clear()
-            wait = max(rest - (time.monotonic() - began), 0.001)
+                rest = UNSEEN_SECONDS
+            wait = max(rest - (time.monotonic() - began), LEAST_REST_SECONDS)
             try:
                 await asyncio.wait_for(self._wakened.wait(), wait)
             except asyncio.TimeoutError:
@@ -148,15 +148,18 @@ class FlowWidget(anywidget.AnyWidget):
         elif self.comm is not None:
             self.set_trait("figures", {**self.figures, "word": "closed", "error": "", "notes": []})
 
-    async def _turn(self) -> bool:
-        """Show what is new. Returns whether there will soon be more."""
+    async def _turn(self) -> float:
+        """Show what is new. Returns the time until there may be more, unless a message comes."""
+        self._wakened.clear()
         status = self._look()
         is_seen = self.pictures - self._confirmed < MOST_UNSEEN
         if is_seen:
             await self._show_picture(status)
         if not self.view.closed:
             self._show_figures(status)
-        return is_seen or not (status.ready or status.error_message)
+        if status.error_message is None and not (status.ready and status.settled):
+            return PICTURE_SECONDS if is_seen or not status.ready else UNSEEN_SECONDS
+        return FIGURE_SECONDS if is_seen else UNSEEN_SECONDS
 
     def _look(self) -> ViewStatus:
         """The view's status. A flow is ready with its first frame; without a window none is needed

@@ -129,7 +129,8 @@ def test_the_wheel_holds_the_package_and_the_library_for_any_python_3(wheel: Pat
         metadata = email.message_from_bytes(
             archive.read(f"zephane-{VERSION}.dist-info/METADATA")
         )
-    package = {str(path.relative_to(ROOT / "python")) for path in (ROOT / "python").rglob("*.py")}
+    package = {str(path.relative_to(ROOT / "python")) for kind in ("py", "js", "css")
+               for path in (ROOT / "python").rglob(f"*.{kind}")}  # fmt: skip
     extra = {"zephane/py.typed", "zephane/libzephane.so", "zephane/VERSION"}
     assert {name for name in names if not name.startswith("zephane-")} == package | extra
     assert f"zephane-{VERSION}.dist-info/licenses/LICENSE" in names

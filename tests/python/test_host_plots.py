@@ -88,6 +88,7 @@ def test_a_dimension_that_is_missing_is_refused() -> None:
 
 # Plots
 
+
 def test_the_decay_has_a_line_for_each_setting_and_a_band_of_its_members() -> None:
     ax = made_sweep().zephane.plot_decay()
     assert [line.get_label() for line in ax.get_lines()] == ["Re 100", "Re 200"]
