@@ -1,4 +1,4 @@
-"""What a recorded Dataset shows in a notebook: its curves and its last field, above its variables."""
+"""What a recorded Dataset shows in a notebook: curves and the last field, above its variables."""
 
 from __future__ import annotations
 

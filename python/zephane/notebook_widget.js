@@ -21,7 +21,8 @@ function element(tag, attributes = {}, ...children) {
 class Picture {
   constructor(model, side, onRate) {
     this.model = model;
-    this.canvas = element("canvas", { role: "img", "aria-label": "The flow", width: side, height: side });
+    const size = { width: side, height: side };
+    this.canvas = element("canvas", { role: "img", "aria-label": "The flow", ...size });
     this.newest = 0;
     this.confirmed = 0;
     this.isVisible = false;
@@ -84,7 +85,8 @@ class Controls {
   constructor(model) {
     this.model = model;
     const act = (name) => () => model.send({ do: name });
-    const button = (text, name, title) => element("button", { type: "button", title, onclick: act(name) }, text);
+    const button = (text, name, title) =>
+      element("button", { type: "button", title, onclick: act(name) }, text);
     this.play = button("Pause", "toggle", "Pause the flow, or let it run");
     this.play.classList.add("play");
     this.step = button("Step", "step", "One step, and a pause");
@@ -110,14 +112,16 @@ class Controls {
               element("label", {}, "Seed", this.seed), this.save),
       element("div", { class: "row" }, element("label", {}, "Display", this.display),
               element("label", {}, "Palette", this.palette), this.rate),
-      element("div", { class: "row" }, element("label", { class: "wide" }, "Reynolds", this.reynolds),
-              this.number, element("label", {}, this.adapt, "adapt")),
+      element("div", { class: "row" },
+              element("label", { class: "wide" }, "Reynolds", this.reynolds), this.number,
+              element("label", {}, this.adapt, "adapt")),
     ];
   }
 
   choice(key) {
     const names = this.model.get("choices")[key];
-    const made = element("select", { "aria-label": key }, ...names.map((name) => element("option", {}, name)));
+    const options = names.map((name) => element("option", {}, name));
+    const made = element("select", { "aria-label": key }, ...options);
     made.addEventListener("change", () => this.model.send({ set: { [key]: made.value } }));
     return made;
   }
@@ -137,8 +141,8 @@ class Controls {
     const isClosed = figures.word === "closed";
     this.play.textContent = figures.running ? "Pause" : "Play";
     this.play.disabled = this.step.disabled = figures.failed || isClosed;
-    for (const one of [this.reset, this.next, this.save, this.seed, this.display, this.palette]) one.disabled = isClosed;
-    this.adapt.disabled = isClosed;
+    const others = [this.reset, this.next, this.save, this.seed, this.display, this.palette];
+    for (const one of [...others, this.adapt]) one.disabled = isClosed;
     this.adapt.checked = figures.adapted === "adapted";
     this.reynolds.disabled = isClosed || figures.adapted !== "fixed";
     const focused = this.play.getRootNode().activeElement;
@@ -153,7 +157,8 @@ class Controls {
 }
 
 function showFigures(place, figures) {
-  const message = (text, kind) => element("div", { class: `message ${kind}`, role: "status" }, text);
+  const message = (text, kind) =>
+    element("div", { class: `message ${kind}`, role: "status" }, text);
   const rows = figures.lines.map(([name, text]) =>
     element("tr", {}, element("td", {}, name), element("td", {}, text)));
   place.replaceChildren(
@@ -174,8 +179,9 @@ function render({ model, el }) {
   const figures = element("div");
   const side = model.get("side");
   picture.canvas.style.width = `${side}px`;
-  const root = element("div", { class: "zephane", style: `width: ${Math.max(side, LEAST_WIDTH)}px` },
-                       picture.canvas, ...controls.rows, figures);
+  const width = `width: ${Math.max(side, LEAST_WIDTH)}px`;
+  const root = element("div", { class: "zephane", style: width }, picture.canvas,
+                       ...controls.rows, figures);
   el.append(root);
   const update = () => {
     controls.show(model.get("figures"));

@@ -86,6 +86,7 @@ class FlowWidget(anywidget.AnyWidget):
         self._shown: tuple[Any, ...] | None = None
         self._news: str | None = None
         self._refusal: str | None = None
+        self._trouble: str | None = None
         self._told = 0.0
         self._has_frames = True
         self._coding: asyncio.Task[None] | None = None
@@ -134,10 +135,9 @@ class FlowWidget(anywidget.AnyWidget):
         while self.comm is not None and not self.view.closed:
             began = time.monotonic()
             try:
-                rest = await self._turn()
-            except ZephaneError as failure:
-                self._refuse(failure)
-                rest = UNSEEN_SECONDS
+                rest, self._trouble = await self._turn(), None
+            except (ZephaneError, OSError) as failure:
+                rest, self._trouble = UNSEEN_SECONDS, f"No picture: {failure}"
             wait = max(rest - (time.monotonic() - began), LEAST_REST_SECONDS)
             try:
                 await asyncio.wait_for(self._wakened.wait(), wait)
@@ -153,10 +153,9 @@ class FlowWidget(anywidget.AnyWidget):
         self._wakened.clear()
         status = self._look()
         is_seen = self.pictures - self._confirmed < MOST_UNSEEN
+        self._show_figures(status)
         if is_seen:
             await self._show_picture(status)
-        if not self.view.closed:
-            self._show_figures(status)
         if status.error_message is None and not (status.ready and status.settled):
             return PICTURE_SECONDS if is_seen or not status.ready else UNSEEN_SECONDS
         return FIGURE_SECONDS if is_seen else UNSEEN_SECONDS
@@ -179,8 +178,8 @@ class FlowWidget(anywidget.AnyWidget):
         shown = (status.generation, stats.steps, settings, status.settled)
         if shown == self._shown and not status.running:
             return
-        self._shown = shown
         spectrum = spectrum_of(self._save_state, status.config.resolution, self.side)
+        self._shown = shown
         if self._coding is not None:
             await self._coding
         self._coding = self._loop.create_task(self._send_picture(spectrum, settings))
@@ -217,7 +216,7 @@ class FlowWidget(anywidget.AnyWidget):
             "title": ", ".join(config_facts(status.config)),
             "lines": [[name, "   ".join(facts)] for name, facts in lines.items() if facts],
             "notes": [sentence for sentence, _ in notes(status, standing)],
-            "error": self._refusal or status.error_message or "",
+            "error": self._refusal or status.error_message or self._trouble or "",
             "news": self._news or "",
             "running": status.running,
             "failed": standing.failed,

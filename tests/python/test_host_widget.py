@@ -223,6 +223,22 @@ def test_the_picture_is_saved_by_the_library(in_notebook, tmp_path: Path, monkey
     in_notebook(work)
 
 
+def test_a_picture_that_cannot_be_made_is_explained_and_tried_again(
+    in_notebook, monkeypatch
+) -> None:
+    def full(size: int) -> Any:
+        raise OSError(28, "No space left on device")
+
+    async def work(view: zephane.View, browser: Browser) -> None:
+        with monkeypatch.context() as context:
+            context.setattr("zephane.live_pictures.memory_file", full)
+            browser.say(seen=0)
+            await browser.until(lambda: "No space left on device" in browser.figures["error"])
+        await browser.until(lambda: browser.pictures and browser.figures["error"] == "")
+
+    in_notebook(work)
+
+
 def test_closing_the_view_ends_the_widget(anywidget, library_path: Path, system) -> None:
     async def work() -> None:
         view = zephane.View(library=library_path, resolution=32)
