@@ -4,6 +4,8 @@
 //
 //   zephane_windows_host LIBRARY
 #include <windows.h>
+// After windows.h.
+#include <objbase.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -198,6 +200,16 @@ Json operateWindow(const std::string& op, const Json& request) {
     return nullptr;
   }
   if (op == "dialog") return seenDialog();
+  if (op == "enter_apartment") return CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  if (op == "leave_apartment") {
+    CoUninitialize();
+    return nullptr;
+  }
+  if (op == "handles") {
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    return handles;
+  }
   if (op == "received") return std::exchange(received[one], {});
   return "unknown operation";
 }

@@ -122,6 +122,31 @@ def test_a_dialog_that_is_cancelled_saves_nothing(attached, host, tmp_path):
     assert list(tmp_path.iterdir()) == []
 
 
+def test_pictures_are_written_on_a_thread_that_has_a_com_apartment(
+    attached, make_engine, host, tmp_path
+):
+    assert host.ask("enter_apartment") == 0
+    attached.call("export", png=str(tmp_path / "view.png"), pixel_size=10)
+    make_engine().export(png=str(tmp_path / "engine.png"), pixel_size=10)
+    assert host.ask("enter_apartment") == 1, "the host is in its apartment still"
+    for _ in range(2):
+        host.ask("leave_apartment")
+    for name in ("view.png", "engine.png"):
+        assert read_png(tmp_path / name).shape == (10, 10, 4)
+
+
+def test_views_leave_no_handles_behind(make_view, host, window):
+    def show() -> int:
+        view = make_view()
+        view.show(window.id, 3)
+        view.close()
+        return int(host.ask("handles"))
+
+    before = max(show() for _ in range(3))
+    after = [show() for _ in range(6)]
+    assert min(after) <= before
+
+
 def test_without_a_pacing_signal_the_view_reports_it_and_the_host_lives(tmp_path):
     """Wine's own Direct3D has none."""
     program = HostProgram(ZEPHANE_DIRECT3D="wine")
