@@ -33,7 +33,8 @@ def candidates() -> Iterator[Path]:
     """Where the library may be, in this order: inside the package, in the builds of a checkout."""
     package = Path(__file__).resolve().parent
     checkout = package.parent.parent
-    for folder in (package, checkout / "build" / "release", checkout / "build"):
+    builds = ("windows", "release") if sys.platform == "win32" else ("release",)
+    for folder in (package, *(checkout / "build" / name for name in builds), checkout / "build"):
         yield folder / library_name()
 
 

@@ -222,7 +222,7 @@ class Sampler:
         if "spectra_every" in self._tables:
             corner = math.floor(math.sqrt(2.0) * (size // 2) + 0.5)
             shells = Variable(("wavenumber",), "i8", "wavenumber, of a shell of width 1")
-            coordinates["wavenumber"] = (shells, np.arange(corner + 1))
+            coordinates["wavenumber"] = (shells, np.arange(corner + 1, dtype=np.int64))
         if "fields_every" in self._tables:
             for name in ("x", "y"):
                 axis = Variable((name,), "f8", f"{name} on a periodic square of side 2π", "radian")

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+
 import pytest
 
 from .fresh_process import in_fresh_process, on_another_thread

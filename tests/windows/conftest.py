@@ -30,7 +30,12 @@ class WindowsPython:
     def __init__(self, interpreter: Path) -> None:
         self.interpreter = interpreter
 
-    def run(self, *arguments: str | Path, **options) -> subprocess.CompletedProcess[str]:
+    def run(
+        self,
+        *arguments: str | Path,
+        environment: dict[str, str] | None = None,
+        folder: Path = ROOT,
+    ) -> subprocess.CompletedProcess[str]:
         """The finished process. Its output has the line ends of this system."""
         command = [ROOT / "scripts" / "run_in_wine", self.interpreter, *arguments]
         return subprocess.run(
@@ -39,7 +44,8 @@ class WindowsPython:
             text=True,
             stdin=subprocess.DEVNULL,
             timeout=LIMIT_SECONDS,
-            **options,
+            env={**os.environ, "PYTHONUTF8": "1", **(environment or {})},
+            cwd=folder,
         )
 
 
