@@ -559,14 +559,20 @@ def test_every_refusal_of_the_sources_is_shown():
     assert len(thrown()) > 30 and missing == []
 
 
-def test_the_drawing_steps_match_the_sources():
+@pytest.mark.parametrize(
+    "system, folders",
+    [("", ["render/vulkan", "render/png", "render/cairo"]), (" on Windows", ["render/d3d11"])],
+)
+def test_the_drawing_steps_match_the_sources(system, folders):
     """In those folders each literal of several words that begins with a capital names a step or
-    is a whole refusal."""
-    pictures = source_files("render/vulkan", "render/png", "render/cairo")
-    named = {text for source in pictures for text in literals(re.sub(r"//.*", "", source))}
+    is a whole refusal. Wide literals are names of fonts and windows."""
+    named = {text for source in source_files(*folders)
+             for text in literals(re.sub(r'//.*|L"[^"]*"', "", source))}  # fmt: skip
     steps = {text for text in named if re.fullmatch(r"[A-Z]\w*( \w+)+", text)}
     (paragraph,) = re.findall(
-        r"The steps of a drawing: (.*?)\.\n", section("Failures of the machine").text, re.DOTALL
+        rf"The steps of a drawing{system}: (.*?)\.\n",
+        section("Failures of the machine").text,
+        re.DOTALL,
     )
     assert set(re.findall(r'"([^"]*)"', paragraph.replace("\n", " "))) == steps
 

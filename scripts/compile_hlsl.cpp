@@ -1,6 +1,6 @@
 // A Windows program that compiles one HLSL file to Direct3D bytecode:
 //
-//   compile SOURCE PROFILE OUTPUT
+//   compile_hlsl SOURCE PROFILE OUTPUT
 //
 // scripts/compile_direct3d_shaders builds and runs it.
 #include <d3dcompiler.h>
