@@ -3,6 +3,9 @@
 
 namespace zeph::platform {
 
+// Whether the other threads of a process still run while it exits.
+bool threadsRunAtProcessEnd();
+
 // Has exit() call the function before everything that was registered earlier. A function that is
 // registered again is called once more, and thus first again. False if the process is so far in its
 // exit that nothing registered now is called.

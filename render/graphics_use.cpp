@@ -143,6 +143,7 @@ void renewProcessEndGuard() {
 }
 
 FirstUseGuard::FirstUseGuard() {
+  if (!platform::threadsRunAtProcessEnd()) return;
   try {
     renewal_ = platform::startThread([this] {
       platform::sleepExactly();

@@ -18,6 +18,10 @@ void callWork(void* work) {
 
 // Exit functions are registered under a handle, here the function itself, so that they can be
 // removed again.
+bool threadsRunAtProcessEnd() {
+  return true;
+}
+
 bool callAtProcessEnd(Work work) {
   void* handle = reinterpret_cast<void*>(work);
   return abi::__cxa_atexit(callWork, handle, handle) == 0;

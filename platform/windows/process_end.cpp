@@ -4,6 +4,10 @@
 
 namespace zeph::platform {
 
+bool threadsRunAtProcessEnd() {
+  return false;
+}
+
 bool callAtProcessEnd(void (*)()) {
   return true;
 }
