@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 import os
 import pickle
+import re
 import subprocess
 import sys
 from pathlib import Path
@@ -127,16 +128,17 @@ def test_a_file_that_is_no_state_is_named(load, tmp_path: Path, content, words) 
     with pytest.raises(zephane.ZephaneError) as refused:
         load(path)
     assert str(refused.value) == words.format(path)
-    with pytest.raises(zephane.ZephaneError, match=str(path)):
+    with pytest.raises(zephane.ZephaneError, match=re.escape(str(path))):
         zephane.read_state(path)
 
 
 def test_a_state_that_cannot_be_written_is_named(engine, tmp_path: Path) -> None:
     path = tmp_path / "missing" / "flow.state"
-    with pytest.raises(zephane.ZephaneError, match=f"Cannot write {path}: No such file"):
+    with pytest.raises(zephane.ZephaneError, match=re.escape(f"Cannot write {path}: ")):
         engine.save(path)
-    with pytest.raises(zephane.ZephaneError, match="Cannot write /dev/full: No space left"):
-        engine.save("/dev/full")
+    if os.name != "nt":
+        with pytest.raises(zephane.ZephaneError, match="Cannot write /dev/full: No space left"):
+            engine.save("/dev/full")
 
 
 def test_an_engine_that_is_not_pickled_says_how_to_save_it(engine) -> None:
