@@ -129,11 +129,11 @@ def test_in_a_notebook_only_datasets_of_this_package_show_more(
     recording: Any, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     import xarray
-    from matplotlib.figure import Figure
 
     from zephane.dataset_pages import show_in_notebooks
 
-    Figure()  # Matplotlib looks for IPython at its first figure, and must not find this one.
+    # Matplotlib looks for IPython with its first figures, and must not find the one below.
+    recording.zephane._repr_html_()
     shown: dict[type, Callable[[Any], str]] = {}
     formatter = types.SimpleNamespace(for_type=shown.__setitem__)
     shell = types.SimpleNamespace(
