@@ -73,7 +73,8 @@ class Renderer {
   // Waits until the last presentation has been drawn, at most so long. False if it still is being
   // drawn.
   bool waitForDrawing(double seconds);
-  // After present(): waits until the presentation before it is on the screen, at most so long.
+  // After present(): waits until the presentation before it is on the screen, so that the window
+  // takes another one, at most so long.
   // Returns at once where the graphics driver does not know.
   void waitForScreen(double seconds);
 
