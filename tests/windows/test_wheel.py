@@ -44,8 +44,13 @@ def test_it_holds_the_package_and_the_library_for_windows(wheel: Path, dll: Path
         names = set(archive.namelist())
         assert archive.read("zephane/zephane.dll") == dll.read_bytes()
         tags = archive.read(f"zephane-{VERSION}.dist-info/WHEEL").decode()
-    package = {str(path.relative_to(ROOT / "python")) for path in (ROOT / "python").rglob("*.py")}
-    extra = {"zephane/py.typed", "zephane/zephane.dll", "zephane/VERSION"}
+    sources = ROOT / "python"
+    package = {
+        str(path.relative_to(sources))
+        for path in sources.rglob("*.*")
+        if path.is_file() and "__pycache__" not in path.parts
+    }
+    extra = {"zephane/zephane.dll", "zephane/VERSION"}
     assert {name for name in names if not name.startswith("zephane-")} == package | extra
     assert "Tag: py3-none-win_amd64" in tags.splitlines()
 
