@@ -27,8 +27,8 @@ class NeutralLocale {
   NeutralLocale& operator=(const NeutralLocale&) = delete;
 
  private:
-  void* before_ = nullptr;  // the caller's locale
-  int mode_ = 0;            // on Windows, whether it is the thread's own
+  void* before_ = nullptr;         // the caller's locale
+  [[maybe_unused]] int mode_ = 0;  // on Windows, whether it is the thread's own
 };
 
 // Both for as long as it lives, for a call of the host's; then the caller's mode, floating-point
