@@ -19,6 +19,9 @@ import zephane
 
 SMALL = ("--resolution", "64")
 
+# With an adaptive step that flow comes to rest within seconds.
+LASTING = (*SMALL, "--fixed-dt", "0.0005")
+
 
 @pytest.fixture
 def command(library_path: Path) -> list[str]:
@@ -311,7 +314,7 @@ def test_without_a_terminal_there_are_lines(
     command: list[str], environment: dict[str, str]
 ) -> None:
     process = subprocess.Popen(
-        [*command, *SMALL], env=environment, stdout=subprocess.PIPE, text=True
+        [*command, *LASTING], env=environment, stdout=subprocess.PIPE, text=True
     )
     assert process.stdout
     began = time.monotonic()
