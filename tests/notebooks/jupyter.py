@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 FOLDER = ROOT / "build" / "jupyter"
 
 
@@ -16,7 +16,7 @@ def program(name: str) -> str:
     """The path of a program of the environment."""
     path = FOLDER / "bin" / name
     if not path.exists():
-        pytest.fail(f"No {path}: ./test makes this environment.", pytrace=False)
+        pytest.fail(f"No {path}: ./test notebooks makes this environment.", pytrace=False)
     return str(path)
 
 
