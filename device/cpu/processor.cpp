@@ -1,10 +1,12 @@
 #include "device/cpu/processor.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <new>
 
+#include "device/cpu/parallel.h"
 #include "device/cpu/processor_memory.h"
 #include "device/cpu/thread_pool.h"
 #include "device/cpu/transforms/plane_transform.h"
@@ -22,6 +24,26 @@ struct DeviceEvent {
 
 namespace cpu {
 namespace {
+
+// Of the tasks that a large block is copied or filled in. On machines whose processors have memory
+// of their own, a page belongs to the one that first writes to it. Each thread begins with the same
+// share of a block as of the tiles that later lie in it.
+constexpr std::size_t taskBytes = std::size_t{1} << 20;
+
+// Calls part(offset, bytes) for all of a block.
+template <class Part>
+void inParts(std::size_t bytes, Part part) {
+  struct Block {
+    Part* part;
+    std::size_t bytes;
+  } block = {&part, bytes};
+  const auto call = [](void* context, int index, int) {
+    const Block& b = *static_cast<Block*>(context);
+    const std::size_t offset = static_cast<std::size_t>(index) * taskBytes;
+    (*b.part)(offset, std::min(taskBytes, b.bytes - offset));
+  };
+  runTasks(static_cast<int>((bytes + taskBytes - 1) / taskBytes), call, &block);
+}
 
 cudaError_t select(int) {
   return cudaSuccess;
@@ -54,7 +76,9 @@ cudaError_t release(void* pointer) {
 }
 
 cudaError_t copy(void* to, const void* from, std::size_t bytes, cudaMemcpyKind) {
-  if (bytes > 0) std::memcpy(to, from, bytes);
+  inParts(bytes, [=](std::size_t offset, std::size_t count) {
+    std::memcpy(static_cast<char*>(to) + offset, static_cast<const char*>(from) + offset, count);
+  });
   return cudaSuccess;
 }
 
@@ -64,7 +88,9 @@ cudaError_t copyAsync(void* to, const void* from, std::size_t bytes, cudaMemcpyK
 }
 
 cudaError_t setAsync(void* to, int value, std::size_t bytes, cudaStream_t) {
-  if (bytes > 0) std::memset(to, value, bytes);
+  inParts(bytes, [=](std::size_t offset, std::size_t count) {
+    std::memset(static_cast<char*>(to) + offset, value, count);
+  });
   return cudaSuccess;
 }
 

@@ -2,6 +2,7 @@
 #include "device/runtime.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
 
 #include <chrono>
 #include <cstring>
@@ -155,6 +156,26 @@ TEST_F(Runtime, CopiesAndFillsAreCompleteOnReturn) {
   EXPECT_EQ(cudaStreamSynchronize(stream), cudaSuccess);
   EXPECT_EQ(cudaFree(device), cudaSuccess);
   EXPECT_EQ(cudaStreamDestroy(stream), cudaSuccess);
+}
+
+// They are done in parts, by all threads.
+TEST_F(Runtime, LargeCopiesAndFillsAreWhole) {
+  for (const std::size_t bytes : {std::size_t{1} << 20, (std::size_t{3} << 20) + 5}) {
+    void* device = nullptr;
+    ASSERT_EQ(cudaMalloc(&device, bytes + 1), cudaSuccess);
+    std::vector<unsigned char> given(bytes);
+    for (std::size_t k = 0; k < bytes; ++k) given[k] = static_cast<unsigned char>(k % 251);
+    std::vector<unsigned char> back(bytes + 1);
+    EXPECT_EQ(cudaMemsetAsync(device, 0xEE, bytes, nullptr), cudaSuccess);
+    EXPECT_EQ(cudaMemcpy(back.data(), device, bytes + 1, cudaMemcpyDeviceToHost), cudaSuccess);
+    EXPECT_EQ(std::count(back.begin(), back.end(), 0xEE), static_cast<std::ptrdiff_t>(bytes));
+    EXPECT_EQ(back.back(), 0);
+    EXPECT_EQ(cudaMemcpy(device, given.data(), bytes, cudaMemcpyHostToDevice), cudaSuccess);
+    EXPECT_EQ(cudaMemcpy(back.data(), device, bytes + 1, cudaMemcpyDeviceToHost), cudaSuccess);
+    EXPECT_TRUE(std::equal(given.begin(), given.end(), back.begin()));
+    EXPECT_EQ(back.back(), 0);
+    EXPECT_EQ(cudaFree(device), cudaSuccess);
+  }
 }
 
 TEST_F(Runtime, EventsMeasureMilliseconds) {
