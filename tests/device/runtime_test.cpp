@@ -2,8 +2,8 @@
 #include "device/runtime.h"
 
 #include <gtest/gtest.h>
-#include <algorithm>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
