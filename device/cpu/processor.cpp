@@ -10,6 +10,7 @@
 #include "device/cpu/processor_memory.h"
 #include "device/cpu/thread_pool.h"
 #include "device/cpu/transforms/plane_transform.h"
+#include "device/error_text.h"
 #include "platform/system.h"
 #include "platform/system_memory.h"
 
@@ -136,31 +137,6 @@ cudaError_t launch(const Kernel& kernel, dim3, dim3, void** arguments, std::size
   return cudaSuccess;
 }
 
-// CUDA's texts.
-const char* errorString(cudaError_t error) {
-  switch (error) {
-    case cudaSuccess:
-      return "no error";
-    case cudaErrorInvalidValue:
-      return "invalid argument";
-    case cudaErrorMemoryAllocation:
-      return "out of memory";
-    case cudaErrorInsufficientDriver:
-      return "CUDA driver version is insufficient for CUDA runtime version";
-    case cudaErrorNoDevice:
-      return "no CUDA-capable device is detected";
-    case cudaErrorInvalidDevice:
-      return "invalid device ordinal";
-    case cudaErrorInvalidResourceHandle:
-      return "invalid resource handle";
-    case cudaErrorLaunchFailure:
-      return "unspecified launch failure";
-    case cudaErrorNotSupported:
-      return "operation not supported";
-  }
-  return "unrecognized error code";
-}
-
 cudaError_t noCapture(cudaStream_t) {
   return cudaErrorNotSupported;
 }
@@ -206,15 +182,14 @@ const DeviceKind processorKind = {
     .destroyEvent = destroyEvent,
     .launch = launch,
     .lastError = [](cudaStream_t) { return cudaSuccess; },
-    .errorString = errorString,
+    .errorString = errorText,
     .beginCapture = noCapture,
     .endCapture = [](cudaStream_t stream, cudaGraphExec_t*) { return noCapture(stream); },
     .launchGraph = [](cudaGraphExec_t, cudaStream_t stream) { return noCapture(stream); },
     .destroyGraph = [](cudaGraphExec_t) { return cudaErrorNotSupported; },
     .createTransform = createTransform,
     .appendTransform = appendTransform,
-    .transformErrorString =
-        [](int result) { return errorString(static_cast<cudaError_t>(result)); },
+    .transformErrorString = [](int result) { return errorText(static_cast<cudaError_t>(result)); },
     .destroyTransform = destroyTransform,
     .transformAllocations = transformAllocations,
 };

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "device/cuda/driver/runtime_call.h"
+#include "device/error_text.h"
 
 namespace zeph::cuda {
 namespace {
@@ -84,28 +85,6 @@ CUresult describe(const Driver& found, int ordinal, cudaDeviceProp& properties) 
   return result;
 }
 
-// What cannot be asked of a driver that is missing or too old.
-const char* ownErrorString(cudaError_t error) {
-  switch (error) {
-    case cudaSuccess:
-      return "no error";
-    case cudaErrorInvalidValue:
-      return "invalid argument";
-    case cudaErrorMemoryAllocation:
-      return "out of memory";
-    case cudaErrorInsufficientDriver:
-      return "CUDA driver version is insufficient for CUDA runtime version";
-    case cudaErrorNoDevice:
-      return "no CUDA-capable device is detected";
-    case cudaErrorInvalidDevice:
-      return "invalid device ordinal";
-    case cudaErrorNotSupported:
-      return "operation not supported";
-    default:
-      return "unrecognized error code";
-  }
-}
-
 }  // namespace
 
 extern "C" {
@@ -169,12 +148,13 @@ cudaError_t cudaGetLastError() {
   return error;
 }
 
+// A driver that is missing or too old cannot be asked.
 const char* cudaGetErrorString(cudaError_t error) {
   const char* text = nullptr;
   if (driver().cuGetErrorString == nullptr ||
       driver().cuGetErrorString(static_cast<CUresult>(error), &text) != CUDA_SUCCESS ||
       text == nullptr)
-    return ownErrorString(error);
+    return zeph::errorText(static_cast<zeph::cudaError_t>(error));
   return text;
 }
 
