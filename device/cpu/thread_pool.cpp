@@ -121,14 +121,14 @@ void ThreadPool::takePart(Run& run, int participant) {
 
 void ThreadPool::run(int count, Task task, void* context, int most) {
   const int limit = std::clamp(std::min(most, count), 1, limit_.load());
-  Run run(count, task, context, limit);
   // A forked child has copies of the pools but none of their threads, and the mutexes in whatever
   // state they were. So each caller does all of its work itself there, without touching them.
   const bool threadsAreGone = forksBehind_ != platform::forksBehind();
   if (limit == 1 || threads_.empty() || threadsAreGone) {
-    takePart(run, 0);
+    for (int index = 0; index < count; ++index) task(context, index, 0);
     return;
   }
+  Run run(count, task, context, limit);
   std::unique_lock lock(mutex_, std::defer_lock);
   lockSoon(lock);
   open_.push_back(&run);
