@@ -17,8 +17,10 @@ from typing import TYPE_CHECKING
 import pytest
 from xserver import XServer
 
-if TYPE_CHECKING:  # It imports python-xlib, which most tests do not need.
+if TYPE_CHECKING:  # The first imports python-xlib, which most tests do not need.
     from xwindow import Host
+
+    from zephane import SystemInfo
 
 ROOT = Path(__file__).resolve().parent.parent
 PYTHON = ROOT / "python"
@@ -49,6 +51,14 @@ def library_path(request: pytest.FixtureRequest) -> Path:
     if not path.is_file():
         pytest.fail(f"No library at {path}: build it, or name it with --library.", pytrace=False)
     return path
+
+
+@pytest.fixture(scope="session")
+def system(library_path: Path) -> SystemInfo:
+    """The package, with the library under test made ready."""
+    import zephane
+
+    return zephane.initialize(library_path)
 
 
 @pytest.fixture(scope="session")

@@ -16,11 +16,6 @@ if TYPE_CHECKING:  # It imports tkinter, which other tests do not need.
     from zephane.viewer import Viewer
 
 
-@pytest.fixture(scope="session")
-def system(library_path: Path) -> zephane.SystemInfo:
-    return zephane.initialize(library_path)
-
-
 @pytest.fixture
 def make_engine(library_path: Path) -> Iterator[Callable[..., zephane.Engine]]:
     """Makes engines, by default of 64 x 64 points, and closes them at the end."""
